@@ -1,0 +1,46 @@
+#pragma once
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+#include <Torvo/SecretKey.hpp>
+
+#include <vector>
+
+namespace Torvo {
+
+/// Decrypts with the secret key. Thread-safe on different outputs.
+///
+/// The low bits of a decrypted message are noise that depends on the secret key: do not publish raw
+/// decryptions, nor hand them to whoever chose the ciphertexts (SECURITY.md).
+///
+/// MLWE forms throw RuntimeException "[decrypt] Number of polynomials of MLWE ciphertext is invalid" unless
+/// there are rank + 1 ring elements; RLWE forms take any number from 2 up.
+class TORVO_API Decryptor {
+public:
+    explicit Decryptor(const Context& context);
+
+    /// @throws RuntimeException "The operand have to encode the message on its slots"
+    template <EncryptionType E>
+    void decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
+                 Plaintext& out) const;
+    /// @throws RuntimeException "The operand have to encode the message on its slots"
+    template <EncryptionType E>
+    void decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey, Message& out) const;
+    /// @throws RuntimeException "The operand have to encode the message on its coefficients"
+    template <EncryptionType E>
+    void decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
+                 std::vector<double>& out) const;
+
+    /// A share of a decryption, with fresh noise added: out[0] = b + a * s + e, out[1] = a.
+    /// @throws RuntimeException "The operand have to encode the message on its slots", then "[partialDecrypt]
+    ///         Size of Ciphertext should be 2"
+    void partialDecrypt(const Ciphertext& ciphertext, const SecretKey& secretKey, Ciphertext& out) const;
+
+private:
+    Context context_;
+};
+
+} // namespace Torvo

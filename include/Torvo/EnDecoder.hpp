@@ -1,0 +1,51 @@
+#pragma once
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+
+#include <vector>
+
+namespace Torvo {
+
+/// Turns messages into plaintexts and back.
+///
+/// A plaintext at level l that owes r rescales carries its message at scale 2^log_scale[l - r], multiplied by
+/// the r primes it is to lose (scales: `getDefaultScaleFactorList`). Rounding is to the nearest integer, half
+/// away from zero; so the error of a slot is about sqrt(degree / 12) / scale. Thread-safe.
+class TORVO_API EnDecoder {
+public:
+    explicit EnDecoder(const Context& context);
+
+    /// Encodes at the encryption level, owing nothing, in NTT form.
+    /// @throws RuntimeException in this order: "[encode] Cannot encode a message of size 0"; "[encode] The
+    ///         message size should be a power of two"; "[encode] The target level is greater than the maximum
+    ///         possible level"; "[encode] Message size is too large."; "[encode] The target rescale counter
+    ///         should be less than or equal to the target level."
+    Plaintext encode(const Message& message) const;
+    /// Encodes at `level`, owing `rescale_counter` rescales, in NTT form; throws as above.
+    Plaintext encode(const Message& message, unsigned long level, int rescale_counter = 0) const;
+    /// The same, left in coefficient form.
+    Plaintext encodeWithoutNTT(const Message& message, unsigned long level, int rescale_counter = 0) const;
+    /// Puts reals on the coefficients directly, at regular strides, without the embedding. The plaintext
+    /// counts as `coefficients.size() / 2` slots.
+    /// @param coefficients  a power-of-two count from 2 to the degree
+    /// @throws RuntimeException in this order: "[encode] The target level is greater than the maximum
+    /// possible
+    ///         level"; "[encode] The message size should be a power of two" (above the degree); "[encode] The
+    ///         target rescale counter should be less than or equal to the target level."
+    Plaintext encodeWithoutNTT(const std::vector<double>& coefficients, unsigned long level,
+                               int rescale_counter = 0) const;
+
+    /// The message of a plaintext, after the rescales it owes. Reads at most two primes, so the scaled values
+    /// must stay below half the product of primes 0 and 1 (below half of prime 0 at level 0).
+    Message decode(const Plaintext& plaintext) const;
+    /// The coefficients under the message: `2 << log_slots` reals, the values before the embedding.
+    std::vector<double> decodeWithoutFFT(const Plaintext& plaintext) const;
+
+private:
+    Context context_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/KeyPack.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+#include <Torvo/SecretKey.hpp>
+
+#include <vector>
+
+namespace Torvo {
+
+/// Encrypts under the public key of a pack (RLWE) or under a secret key (RLWE and MLWE), with randomness of
+/// the calling thread. Thread-safe on different outputs. The input is never changed.
+///
+/// Forms without level and rescale counter take the encryption level and 0. Encoding errors are those of
+/// `EnDecoder::encode`.
+class TORVO_API Encryptor {
+public:
+    explicit Encryptor(const Context& context);
+
+    /// @throws RuntimeException in this order: "[encrypt] Failed to load the encryption key"; "Operands are
+    /// in
+    ///         different devices."; "[encrypt] Level of an input Plaintext cannot be greater than encryption
+    ///         level."
+    void encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciphertext& out) const;
+    void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
+                 int rescaleCounter) const;
+    void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out) const;
+
+    /// @throws RuntimeException "[encrypt] Level of an input Plaintext cannot be greater than encryption
+    /// level"
+    template <EncryptionType E>
+    void encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out,
+                 unsigned long level, int rescaleCounter) const;
+    template <EncryptionType E>
+    void encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
+
+    /// Puts reals on the coefficients; the ciphertext comes out coefficient-encoded and out of NTT form.
+    /// @throws RuntimeException "[encode] Cannot encode a message with a size less than 2", then "[encode]
+    /// The
+    ///         message size should be a power of two"
+    template <EncryptionType E>
+    void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
+                 CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const;
+    template <EncryptionType E>
+    void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
+                 CiphertextBase<E>& out) const;
+
+private:
+    Context context_;
+};
+
+} // namespace Torvo

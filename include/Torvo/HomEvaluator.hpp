@@ -1,0 +1,233 @@
+#pragma once
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/KeyPack.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+
+#include <complex>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Torvo {
+
+class HomEvaluatorImpl;
+
+/// Computes on ciphertexts, and in the same words on plaintexts and on messages, so that a circuit can be
+/// traced in the clear.
+///
+/// Every operation writes its last argument, which may be the same object as an input. The output takes log
+/// slots, rescale counter and encoding type from the first operand unless told otherwise. All members are
+/// const and may run at once on different outputs; inside, the work is shared among OpenMP threads.
+///
+/// No object stores a scale: data at level l that owes nothing has the scale 2^log_scale[l] of
+/// `getDefaultScaleFactorList`. A product owes one rescale, which `mult` pays at once and
+/// `multWithoutRescale` leaves to the caller. Operands of addition must owe the same.
+///
+/// Ciphertext members of the linear family are defined for both encryption types; those that need a key
+/// (`mult` of ciphertexts, rotations, conjugation) for RLWE only.
+///
+/// @throws RuntimeException from any member, with these texts:
+///   - "The operand have to encode the message on its slots": coefficient-encoded operand;
+///   - "The operands have to encode the message on its slots": the same, in `sub`, `tensor` and `mult` of two
+///     ciphertexts;
+///   - "Two operands have different logSlots", "Two operands have different RescaleCounter", "Two operands
+///   are
+///     in different devices", "Two operands are encoding messages in different way": operands that do not
+///     match, tested in this order;
+///   - "The level of the operand is zero": no prime left to rescale by;
+///   - "The Operand should have rescale counter zero", "The Operands should have rescale counter zero":
+///     multiplication of operands that owe a rescale;
+///   - "Operands have different levels.": where levels are not matched for the caller;
+///   - "Message that is GPU-allocated is not supported.": messages are computed on the CPU.
+class TORVO_API HomEvaluator {
+public:
+    /// An evaluator with the keys of a key directory, each read when first needed; the multiplication key at
+    /// once, if there is one.
+    /// @throws RuntimeException "Cannot find path " and the path
+    HomEvaluator(const Context& context, const std::string& keyDirPath);
+    /// An evaluator that shares `keyPack`.
+    HomEvaluator(const Context& context, const KeyPack& keyPack);
+
+    /// @name Messages
+    /// Slot by slot, in double precision; the number of slots is that of the first operand.
+    /// @{
+    void negate(const Message& in, Message& out) const;
+    void add(const Message& in, std::complex<double> c, Message& out) const;
+    void add(const Message& a, const Message& b, Message& out) const;
+    void sub(const Message& in, std::complex<double> c, Message& out) const;
+    void sub(const Message& a, const Message& b, Message& out) const;
+    void mult(const Message& in, std::complex<double> c, Message& out) const;
+    void mult(const Message& a, const Message& b, Message& out) const;
+    void square(const Message& in, Message& out) const;
+    void multImagUnit(const Message& in, Message& out) const;
+    /// Slot i of the output is slot i + index of the input, cyclically.
+    void leftRotate(const Message& in, unsigned long index, Message& out) const;
+    void rightRotate(const Message& in, unsigned long index, Message& out) const;
+    void conjugate(const Message& in, Message& out) const;
+    /// Sum of the rotations by 0, gap, ..., (count - 1) * gap; a count of 0 gives the message itself.
+    void leftRotateReduce(const Message& in, unsigned long gap, unsigned long count, Message& out) const;
+    void rightRotateReduce(const Message& in, unsigned long gap, unsigned long count, Message& out) const;
+    /// @}
+
+    /// @name Plaintexts
+    /// @{
+    void negate(const Plaintext& in, Plaintext& out) const;
+    void add(const Plaintext& in, std::complex<double> c, Plaintext& out) const;
+    /// Levels must be equal.
+    void add(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void sub(const Plaintext& in, std::complex<double> c, Plaintext& out) const;
+    void sub(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    /// One level is spent.
+    void mult(const Plaintext& in, std::complex<double> c, Plaintext& out) const;
+    void mult(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void square(const Plaintext& in, Plaintext& out) const;
+    /// Times i. No level is spent.
+    void multImagUnit(const Plaintext& in, Plaintext& out) const;
+    /// Times an integer. No level is spent, the error grows with it.
+    void multInteger(const Plaintext& in, long n, Plaintext& out) const;
+    /// Divides by the top prime: pays one owed rescale, one level lower.
+    /// @throws RuntimeException "[rescale] Rescale Counter of the Plaintext is zero or less"
+    void rescale(Plaintext& inOut) const;
+    /// Multiplies by the prime of the next level: owes one rescale more, one level higher.
+    /// @throws RuntimeException "[inverseRescale] Cannot inverseRescale when the level is greater than or
+    /// equal
+    ///         to the maximum level"
+    void inverseRescale(Plaintext& inOut) const;
+    /// Decodes and encodes again at `targetLevel`.
+    /// @throws RuntimeException "[relevel] target_level too big"
+    void relevel(const Plaintext& in, unsigned long targetLevel, Plaintext& out) const;
+    void leftRotate(const Plaintext& in, unsigned long index, Plaintext& out) const;
+    void rightRotate(const Plaintext& in, unsigned long index, Plaintext& out) const;
+    void conjugate(const Plaintext& in, Plaintext& out) const;
+    /// @}
+
+    /// @name Ciphertexts, linear operations
+    /// @{
+    template <EncryptionType E>
+    void negate(const CiphertextBase<E>& in, CiphertextBase<E>& out) const;
+
+    /// Adds a constant to every slot, at any level and rescale counter.
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& in, std::complex<double> c, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    /// A plaintext at another level is decoded and encoded again at that of the ciphertext.
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    /// Of two levels the higher is brought down by `levelDown`. Coefficient-encoded operands of equal level
+    /// may be added.
+    /// @throws RuntimeException "Cannot add different level modUp-ed ciphertexts"
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
+
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& in, std::complex<double> c, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    /// @throws RuntimeException "Cannot sub different level modUp-ed ciphertexts"
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
+
+    /// Times a constant. Spends one level, or none when real and imaginary part are within 1e-8 of integers.
+    template <EncryptionType E>
+    void mult(const CiphertextBase<E>& in, std::complex<double> c, CiphertextBase<E>& out) const;
+    /// Slot-wise product with a message; spends one level.
+    template <EncryptionType E>
+    void mult(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    /// A plaintext at another level is decoded and encoded again at that of the ciphertext.
+    template <EncryptionType E>
+    void mult(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    /// The product, owing one rescale more; spends no level yet. The encoding type of `out` stays as it was.
+    template <EncryptionType E>
+    void multWithoutRescale(const CiphertextBase<E>& in, std::complex<double> c,
+                            CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                            CiphertextBase<E>& out) const;
+
+    /// Times i. No level is spent.
+    template <EncryptionType E>
+    void multImagUnit(const CiphertextBase<E>& in, CiphertextBase<E>& out) const;
+    /// Times an integer. No level is spent, the error grows with it.
+    template <EncryptionType E>
+    void multInteger(const CiphertextBase<E>& in, long n, CiphertextBase<E>& out) const;
+
+    /// Divides by the top prime: pays one owed rescale, one level lower.
+    /// @throws RuntimeException "[rescale] Rescale Counter of the Ciphertext is zero or less"
+    template <EncryptionType E>
+    void rescale(CiphertextBase<E>& inOut) const;
+    /// Multiplies by the prime of the next level: owes one rescale more, one level higher.
+    /// @throws RuntimeException "[inverseRescale] Cannot inverseRescale when the level is greater than or
+    /// equal
+    ///         to the maximum level"
+    void inverseRescale(Ciphertext& inOut) const;
+
+    /// Brings a ciphertext to `targetLevel`, at the cost of one multiplication by a constant.
+    /// @throws RuntimeException "[level down] target level is greater than level of Ciphertext."
+    template <EncryptionType E>
+    void levelDown(const CiphertextBase<E>& in, unsigned long targetLevel, CiphertextBase<E>& out) const;
+    /// One level down, by a multiplication with 1.0.
+    template <EncryptionType E>
+    void levelDownOne(const CiphertextBase<E>& in, CiphertextBase<E>& out) const;
+    /// @}
+
+    /// @name Ciphertexts, products
+    /// @{
+    /// The raw product, of numPoly(a) + numPoly(b) - 1 elements; owes what both owed and one rescale more.
+    void tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+    /// Switches the top element away: one element fewer.
+    /// @throws RuntimeException "[relinearize] the length of the input ciphertext should be >= 3.", then
+    ///         "Failed to load the multiplication key"
+    void relinearize(const Ciphertext& in, Ciphertext& out) const;
+    /// `tensor` and `relinearize`, owing one rescale. Levels must be equal.
+    /// @throws RuntimeException "Size > 2 is not supported yet"
+    void multWithoutRescale(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+    /// Slot-wise product; spends one level. Of two levels the higher is brought down.
+    void mult(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+    void square(const Ciphertext& in, Ciphertext& out) const;
+    /// @}
+
+    /// @name Ciphertexts, rotations
+    /// Operands have two elements ("Size should be 2").
+    /// @{
+    /// Slot i of the output is slot i + index of the input, cyclically. Without the key for `index` the
+    /// rotation is composed of rotations by powers of two, at one key switch each.
+    /// @throws RuntimeException "[Load Rotation Key] no left rotation key for index " and the index, when
+    /// even
+    ///         those are missing
+    void leftRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
+    void rightRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
+    /// @throws RuntimeException "Failed to load the conjugation key"
+    void conjugate(const Ciphertext& in, Ciphertext& out) const;
+    /// The real parts. Spends one level.
+    void killImag(const Ciphertext& in, Ciphertext& out) const;
+    /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with about log2(count) rotations; a count of 0
+    /// gives the ciphertext itself.
+    void leftRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
+                          Ciphertext& out) const;
+    void rightRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
+                           Ciphertext& out) const;
+    /// Sum over k of `cts[k]` rotated to the left by `indices[k]`, with one division by the temporary primes
+    /// for all of them. Needs the key of every index that is not 0.
+    /// @throws RuntimeException "ctxt and rot_idx have different size."; "Failed to load the left rotation
+    /// key
+    ///         for index " and the index
+    void rotSum(const std::vector<Ciphertext>& cts, const std::vector<unsigned long>& indices,
+                Ciphertext& out) const;
+    /// @}
+
+    const Context& getContext() const { return context_; }
+    const std::shared_ptr<HomEvaluatorImpl>& getImpl() const { return impl_; }
+
+private:
+    Context context_;
+    std::shared_ptr<HomEvaluatorImpl> impl_;
+};
+
+} // namespace Torvo

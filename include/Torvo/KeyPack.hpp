@@ -1,0 +1,99 @@
+#pragma once
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/EncryptionKey.hpp>
+#include <Torvo/EvaluationKey.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/SparseSecretEncapsulationKey.hpp>
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+namespace Torvo {
+
+class KeyPackImpl;
+
+/// The public keys that an evaluator works with: encryption, multiplication, conjugation, rotation and
+/// encapsulation keys, in memory or in a key directory from which each is read when first asked for.
+///
+/// A shared handle: copies see the same keys. Any number of threads may use one pack; a key is read from disk
+/// once, and reading one rotation key does not hold up another.
+///
+/// Rotation indices are taken modulo the number of slots; right rotation by r is left rotation by
+/// `num_slots - r`. A key directory holds its files in the subdirectory "PK": EncKey.bin, MultKey.bin,
+/// ConjKey.bin, RotKey<index>.bin and SparseSecretEncapsulationKey.bin.
+class TORVO_API KeyPack {
+public:
+    /// An empty pack without a directory.
+    explicit KeyPack(const Context& context);
+    /// An empty pack that reads its keys from `keyDirPath`.
+    /// @throws RuntimeException "Cannot find path " and the path, unless it and its "PK" are directories
+    KeyPack(const Context& context, const std::string& keyDirPath);
+    /// With a second context for sparse secret encapsulation.
+    /// @throws RuntimeException "[KeyPack] context does not support sparse secret encapsulation", then
+    ///         "[KeyPack] parameter of context and context_sparse does not match"
+    KeyPack(const Context& context, const Context& contextSparse);
+    KeyPack(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
+
+    /// Read the key from the directory unless it is in memory. A missing file is no failure.
+    /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects.", or the
+    ///         archive's exception, for a bad file
+    void loadEncKey() const;
+    void loadMultKey() const;
+    void loadConjKey() const;
+    void loadLeftRotKey(unsigned long index) const;
+    void loadRightRotKey(unsigned long index) const;
+    void loadSparseSecretEncapsulationKey() const;
+
+    /// Read the key from a stream. A fixed key replaces the one held; a rotation key held already stays.
+    void loadEncKey(std::istream& stream) const;
+    void loadMultKey(std::istream& stream) const;
+    void loadConjKey(std::istream& stream) const;
+    void loadLeftRotKey(unsigned long index, std::istream& stream) const;
+    void loadRightRotKey(unsigned long index, std::istream& stream) const;
+    void loadSparseSecretEncapsulationKey(std::istream& stream) const;
+
+    /// Whether the key is in memory; never touches the disk.
+    bool isEncKeyLoaded() const;
+    bool isMultKeyLoaded() const;
+    bool isConjKeyLoaded() const;
+    bool isLeftRotKeyLoaded(unsigned long index) const;
+    bool isRightRotKeyLoaded(unsigned long index) const;
+    bool isSparseSecretEncapsulationKeyLoaded() const;
+    /// Whether the directory has a file for exactly `index`, which is not reduced here.
+    bool isLeftRotKeyFileAvailable(unsigned long index) const;
+
+    /// The key, read from the directory if need be; null when it is neither in memory nor on disk.
+    std::shared_ptr<EncryptionKey> getEncKey() const;
+    std::shared_ptr<EvaluationKey> getMultKey() const;
+    std::shared_ptr<EvaluationKey> getConjKey() const;
+    std::shared_ptr<EvaluationKey> getLeftRotKey(unsigned long index) const;
+    std::shared_ptr<EvaluationKey> getRightRotKey(unsigned long index) const;
+    std::shared_ptr<SparseSecretEncapsulationKey> getSparseSecretEncapsulationKey() const;
+
+    /// Sets the directory to read from, making its "PK" when that is missing.
+    /// @throws RuntimeException "Cannot find path " and the path, unless it is a directory
+    void setKeyDirPath(const std::string& path);
+    /// Keeps all keys on `device` only.
+    void to(const Device& device);
+
+    /// `setKeyDirPath(path)`, then writes each key held into its file.
+    void save(const std::string& path);
+    /// Writes the pack as one archive (format: docs/files.md).
+    void save(std::ostream& stream) const;
+    /// Replaces what the pack held by the pack of a stream.
+    void load(std::istream& stream);
+
+    const std::shared_ptr<KeyPackImpl>& getImpl() const { return impl_; }
+
+private:
+    unsigned long leftIndex(unsigned long index) const;
+    unsigned long rightIndex(unsigned long index) const;
+
+    std::shared_ptr<KeyPackImpl> impl_;
+    unsigned long numSlots_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <Torvo/EncryptionType.hpp>
+#include <Torvo/Export.hpp>
+
+#include <cstdint>
+
+namespace Torvo {
+
+/// The named parameter sets. The numbers are part of the context file format and never change.
+///
+/// `FV*` (ring degree 2^17), `FG*` (2^16) and `FT*` (2^15) can be bootstrapped; `ST*` (2^15), `SS7` (2^14)
+/// and `SD3` (2^13) are for shallow circuits, the digits telling the number of multiplicative levels.
+/// `FX` is a toy of degree 64 with the prime chain of `FGb` and no security at all, for tests. Names ending
+/// in "L0" are single-level partners of `FGb`; D and R in a name tell log2 of degree and rank.
+/// `FGd` is `FGb` with sparse secret encapsulation, for which it needs a second context of preset `SGd0`.
+/// All presets but `FX` and `CUSTOM` are rated at 128 bits of security.
+enum class ParameterPreset : std::uint32_t {
+    FVa = 0,
+    FVb = 1,
+    FGa = 2,
+    FGb = 3,
+    FTa = 4,
+    FTb = 5,
+    ST19 = 6,
+    ST14 = 7,
+    ST11 = 8,
+    ST8 = 9,
+    ST7 = 10,
+    SS7 = 11,
+    SD3 = 12,
+    CUSTOM = 13,
+    FVc = 14,
+    FX = 15,
+    FGd = 16,
+    SGd0 = 17,
+    SD3D6R2 = 18,
+    FGbL0 = 19,
+    FGbD12L0 = 20,
+    FGbD8R4L0 = 21,
+    FGbD6R6L0 = 22,
+};
+
+/// `RLWE` for a preset of rank 1, `MLWE` for the others.
+/// @throws RuntimeException "Need to specify some parameters in order to use CUSTOM parameters." for `CUSTOM`
+/// @throws RuntimeException "The input parameter preset is not yet supported." for a value outside the enum
+TORVO_API EncryptionType getEncryptionType(ParameterPreset preset);
+
+/// The preset of the second context on which sparse secret encapsulation of `preset` runs: `SGd0` for `FGd`.
+/// @throws RuntimeException "This parameter preset does not have corresponding sparse parameter preset" for
+///         any other preset
+TORVO_API ParameterPreset getSparseParameterPresetFor(ParameterPreset preset);
+
+} // namespace Torvo

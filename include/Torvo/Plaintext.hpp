@@ -1,0 +1,76 @@
+#pragma once
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/Pointer.hpp>
+
+#include <iosfwd>
+#include <string>
+
+namespace Torvo {
+
+class PlaintextImpl;
+class Polynomial;
+
+/// A vector of complex slots, encoded: one ring element at a level, with the rescales it still owes.
+/// Copies copy the data and share the context. One thread may write, or many read.
+class TORVO_API Plaintext {
+public:
+    /// All slots, rescale counter 0, at the top level, contents unset.
+    explicit Plaintext(const Context& context);
+
+    Plaintext(const Plaintext& other);
+    Plaintext(Plaintext&& other) noexcept;
+    Plaintext& operator=(const Plaintext& other);
+    Plaintext& operator=(Plaintext&& other) noexcept;
+    ~Plaintext();
+
+    const Context& getContext() const;
+
+    /// log2 of the number of slots in use.
+    unsigned long getLogSlots() const;
+    /// Stores `log_slots` unchecked.
+    void setLogSlots(unsigned long log_slots);
+    unsigned long getNumberOfSlots() const;
+
+    /// Index of the highest live prime: the number of rescales the data can still take.
+    unsigned long getLevel() const;
+    /// Changes the level, keeping the leading rows; not bounded against the chain.
+    void setLevel(unsigned long level);
+
+    /// Number of rescales still owed.
+    int getRescaleCounter() const;
+    /// @throws RuntimeException "Rescale counter should be less than or equal to the level", then
+    ///         "Rescale counter should be greater than or equal to zero"
+    void setRescaleCounter(int rescale_counter);
+
+    /// The polynomial itself.
+    Polynomial& getMx();
+    const Polynomial& getMx() const;
+    /// Row `i` of the polynomial: degree words below prime `i`.
+    unsigned long* getMxData(unsigned long i);
+    const unsigned long* getMxData(unsigned long i) const;
+
+    Device getDevice() const;
+    void to(const Device& device);
+    void allocate(const Device& device);
+
+    /// Whether all words of all live rows are zero.
+    bool isZero() const;
+
+    /// Format: docs/files.md.
+    /// @throws RuntimeException "Cannot open file " and the path
+    void save(const std::string& path) const;
+    void save(std::ostream& stream) const;
+    /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
+    ///         deserializing objects." when the file is of another ring or another kind; the archive's
+    ///         exception on a short read. A failed load leaves the object fit for destruction only.
+    void load(const std::string& path);
+    void load(std::istream& stream);
+
+private:
+    Pointer<PlaintextImpl> impl_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "core/DeviceSpecificArray.hpp"
+#include "core/Integers.hpp"
+
+namespace Torvo {
+
+/// Negacyclic number-theoretic transform of one row for one prime: from the coefficients of a polynomial in
+/// Z_p[X]/(X^N + 1) to its values at psi^(2i+1), i < N, with psi the smallest primitive 2N-th root of unity
+/// modulo p. The value at psi^(2i+1) stands in position rev(i), the bit reversal over log2 N bits.
+///
+/// Harvey's lazy butterflies: forward words stay below 4p, backward words below 2p; p < 2^61. Source: D.
+/// Harvey, "Faster arithmetic for number-theoretic transforms", J. Symb. Comp. 60 (2014). Const members use
+/// no scratch memory; any number of threads may transform different rows.
+class alignas(32) NTT {
+public:
+    /// @throws RuntimeException in this order: "Not an NTT-friendly prime given.", "[NTT] degree must be a
+    ///         power of two.", "[NTT] degree should be >= 64."
+    NTT(unsigned long degree, unsigned long prime);
+
+    /// In place; words in [0, 4p), out in [0, k*p), k = 1, 2, 4.
+    template <int k>
+    void computeForward(unsigned long* a) const;
+    /// In place; words in [0, 2p), out in [0, k*p), k = 1, 2.
+    template <int k>
+    void computeBackward(unsigned long* a) const;
+
+    /// One forward stage of butterfly distance `t`, scalar.
+    void computeForwardNativeSingleStep(unsigned long* a, unsigned long t) const;
+    /// One backward stage of distance `t`, scalar.
+    void computeBackwardNativeSingleStep(unsigned long* a, unsigned long t) const;
+    /// The last backward stage, distance N/2, with the multiplication by 1/N folded in; scalar.
+    void computeBackwardNativeLast(unsigned long* a) const;
+
+    // The arithmetic implementer adds here: the AVX2 members, tables, accessors for tests.
+
+private:
+    u64 p_;
+    u64 twoP_;
+    u64 degree_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+class PrimeModuli;
+
+/// What the ring containers and base conversion know of a context: its ring and the shape of its chain.
+/// The members live as long as the context.
+struct Ring {
+    const PrimeModuli& primes;
+    u64 degree;
+    u64 rank;
+    u64 numBase;     ///< ciphertext primes; prime i < numBase is the i-th of the chain
+    u64 numTemp;     ///< temporary primes of key switching, at indices numBase to numBase + numTemp - 1
+    u64 gadgetRank;  ///< digits of key switching
+    u64 contextHash; ///< the stamp of the ring on saved objects
+
+    u64 total() const { return numBase + numTemp; }
+    /// Primes per digit.
+    u64 groupSize() const { return (numBase + gadgetRank - 1) / gadgetRank; }
+};
+
+/// The abstract edge by which this layer sees a context: declared here, defined beside `ContextContent`, so
+/// that no include points upward.
+Ring ringOf(const Context& context);
+
+} // namespace Torvo

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "arithmetic/PrimeModuli.hpp"
+#include "context/Parameter.hpp"
+#include "context/ScaleFactors.hpp"
+#include "encoding/FFT.hpp"
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+
+#include <set>
+
+namespace Torvo {
+
+/// The one immutable object built per parameter set. Its members are read directly throughout the library.
+class ContextContent {
+public:
+    ContextContent(const ParameterPreset& preset, const std::set<Device>& devices);
+    ContextContent(u64 log_degree, u64 chain_length, u64 log_bpsize, u64 log_qpsize, u64 log_tpsize,
+                   u64 gadget_rank, u64 rank, const std::set<Device>& devices);
+
+    /// Compares parameters, not identity: presets by name; custom sets by log_degree, numTP, prime sizes and
+    /// gadget_rank.
+    bool operator==(const ContextContent& other) const;
+
+    std::set<Device> devices; ///< GPUs that this context serves
+    Parameter parameter;
+    PrimeModuli primes;
+    ScaleFactors scale_factors;
+    FFT fft;
+    u64 context_hash; ///< stamp of the ring: of the primes in chain order and the degree
+
+private:
+    u64 computeHash() const;
+};
+
+} // namespace Torvo

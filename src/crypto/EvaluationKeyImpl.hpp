@@ -1,0 +1,33 @@
+#pragma once
+
+#include "arithmetic/Polynomial.hpp"
+#include "core/Integers.hpp"
+#include "core/MultipleDevice.hpp"
+#include "persistence/ArchiveForward.hpp"
+
+#include <Torvo/Context.hpp>
+
+#include <vector>
+
+namespace Torvo {
+
+/// The record behind a switching key.
+class EvaluationKeyImpl {
+public:
+    EvaluationKeyImpl();
+    EvaluationKeyImpl(const Context& context, char type, u64 rotationIndex);
+
+    /// Tag, hash, type, rotation index, ax, bx (docs/files.md): the fields after the frame, which bundles of
+    /// keys write one after the other.
+    void save(OutputArchive& archive) const;
+    void load(InputArchive& archive);
+
+    Context context;
+    char type = 0;
+    u64 rotation_index = 0;
+    MultipleDevice<std::vector<Polynomial>> ax;
+    MultipleDevice<std::vector<Polynomial>> bx;
+    u64 context_hash = 0;
+};
+
+} // namespace Torvo

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "arithmetic/Polynomial.hpp"
+#include "core/DeviceSpecificArray.hpp"
+
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+/// The distributions of the scheme, drawn from the calling thread's generator. Stateless, thread-safe.
+class RandomSampler {
+public:
+    /// Uniform residues in every row, exactly (by rejection). Each OpenMP thread draws its rows from its own
+    /// generator, so the outcome depends on the number of threads.
+    void sampleUniform(Polynomial& poly, const Context& context) const;
+    /// One small polynomial with coefficients lround(sigma * N(0, 1)), the same in all rows, by Box-Muller on
+    /// the calling thread. Leaves coefficient form.
+    void sampleGaussian(Polynomial& poly, const Context& context) const;
+    /// Coefficients 0 with chance 1/2, +1 and -1 with 1/4 each. Leaves coefficient form.
+    void sampleZO(Polynomial& poly, const Context& context) const;
+    /// `size` ints of which exactly `weight` are +1 or -1, at uniform positions. weight <= size (unchecked).
+    void sampleHWT(DeviceSpecificArray<int>& out, unsigned long size, unsigned long weight) const;
+};
+
+} // namespace Torvo

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "arithmetic/LevelledElement.hpp"
+
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+/// Turns one real number into residues, one per prime, for adding or multiplying a constant. Thread-safe.
+class ConstantEnDecoder {
+public:
+    explicit ConstantEnDecoder(const Context& context);
+
+    /// trunc(|value| * 2^log_scale[level - rescaleCounter]) with the sign of `value`, times the
+    /// `rescaleCounter` top primes, modulo each prime up to `level`. Checks nothing: callers have.
+    LevelledElement encodeConst(const double& value, unsigned long level, int rescaleCounter) const;
+
+private:
+    Context context_;
+};
+
+} // namespace Torvo

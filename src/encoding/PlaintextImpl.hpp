@@ -1,0 +1,26 @@
+#pragma once
+
+#include "arithmetic/Polynomial.hpp"
+#include "core/Integers.hpp"
+#include "encoding/RescaleCounter.hpp"
+#include "persistence/ArchiveForward.hpp"
+
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+class PlaintextImpl {
+public:
+    explicit PlaintextImpl(const Context& context);
+
+    /// Hash, tag, log slots, counter, polynomial (docs/files.md).
+    void save(OutputArchive& archive) const;
+    void load(InputArchive& archive);
+
+    Context context;
+    u64 log_slots;
+    RescaleCounter rescale_counter;
+    Polynomial mx;
+};
+
+} // namespace Torvo

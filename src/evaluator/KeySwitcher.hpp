@@ -1,0 +1,37 @@
+#pragma once
+
+#include "arithmetic/FastBaseConv.hpp"
+#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/RNSDecomposeData.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+#include <Torvo/EvaluationKey.hpp>
+
+#include <vector>
+
+namespace Torvo {
+
+/// Turns a polynomial times one secret back into a ciphertext under another, by the hybrid gadget method:
+/// cut into digits and raise each to the full basis (`modUpPQ`), multiply with a key and sum (`multEvalKey`),
+/// divide by the temporary primes (`modDown`). Immutable, thread-safe.
+class KeySwitcher {
+public:
+    explicit KeySwitcher(const Context& context);
+
+    /// One mod-up polynomial per live digit: level / digit size + 1 of them.
+    void modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const;
+    /// (sum of polys[j] * bx[j], sum of polys[j] * ax[j]), mod-up.
+    /// @throws RuntimeException "Operand is empty so device is not defined"; "Elements of operand are in
+    ///         different devices."
+    Ciphertext multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const;
+    /// out = in / P; rescale counter 0 and all slots, for the caller to set.
+    void modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const;
+
+private:
+    Context context_;
+    FastBaseConv baseConv_;
+    RNSDecomposeData decomposeData_;
+};
+
+} // namespace Torvo

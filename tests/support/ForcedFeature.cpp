@@ -1,0 +1,33 @@
+#include "support/ForcedFeature.hpp"
+
+#include "arithmetic/Feature.hpp"
+
+#include <atomic>
+
+namespace Torvo {
+
+namespace {
+
+constexpr u64 notForced = ~u64{0};
+std::atomic<u64> forcedFeature{notForced};
+
+} // namespace
+
+u64 getCurrentFeature() {
+    const u64 forced = forcedFeature.load(std::memory_order_relaxed);
+    return forced == notForced ? detail::readProcessorFeature() : forced;
+}
+
+namespace test {
+
+ForcedFeature::ForcedFeature(u64 feature) {
+    forcedFeature = feature;
+}
+
+ForcedFeature::~ForcedFeature() {
+    forcedFeature = notForced;
+}
+
+} // namespace test
+
+} // namespace Torvo
