@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Messages.hpp"
+
 #include <Torvo/Device.hpp>
 #include <Torvo/RuntimeException.hpp>
 
@@ -78,7 +80,7 @@ public:
 private:
     void ensureLocked(const Device& device) {
         if (map_.contains(device)) return;
-        if (map_.empty()) throw RuntimeException("Value-device map is empty.");
+        if (map_.empty()) throw RuntimeException(message::emptyDeviceMap);
         copyTo_(map_.begin()->first, device);
     }
 

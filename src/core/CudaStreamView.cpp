@@ -1,0 +1,9 @@
+#include "core/CudaStreamView.hpp"
+
+namespace Torvo {
+
+CudaStreamView getDefaultStream() {
+    return {0};
+}
+
+} // namespace Torvo

@@ -1,0 +1,11 @@
+#pragma once
+
+/// What this layer tells the caller, word for word.
+namespace Torvo::message {
+
+inline constexpr const char* noMemoryResource =
+    "Cannot find a proper memory resource for the requested device.";
+inline constexpr const char* copyWithoutBackend = "Not supported. Build with TORVO_CUDA flag.";
+inline constexpr const char* emptyDeviceMap = "Value-device map is empty.";
+
+} // namespace Torvo::message
