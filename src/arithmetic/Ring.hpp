@@ -4,6 +4,8 @@
 
 #include <Torvo/Context.hpp>
 
+#include <algorithm>
+
 namespace Torvo {
 
 class PrimeModuli;
@@ -22,6 +24,9 @@ struct Ring {
     u64 total() const { return numBase + numTemp; }
     /// Primes per digit.
     u64 groupSize() const { return (numBase + gadgetRank - 1) / gadgetRank; }
+    /// Digit g holds the ciphertext primes with indices in [digitBegin(g), digitEnd(g)).
+    u64 digitBegin(u64 g) const { return std::min(g * groupSize(), numBase); }
+    u64 digitEnd(u64 g) const { return std::min((g + 1) * groupSize(), numBase); }
 };
 
 /// The abstract edge by which this layer sees a context: declared here, defined beside `ContextContent`, so
