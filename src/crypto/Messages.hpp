@@ -1,0 +1,25 @@
+#pragma once
+
+/// The refusals of the crypto layer, word for word.
+namespace Torvo::message {
+
+inline constexpr const char* ciphertextTooSmall = "The size of a ciphertext should be greater than 1";
+inline constexpr const char* ciphertextOfOtherType =
+    "[Ciphertext] The parameter does not support the encryption type of the creating ciphertext";
+inline constexpr const char* ciphertextDoesNotFit =
+    "The level of input ciphertext does not fit in current context";
+
+inline constexpr const char* noEncryptionKey = "[encrypt] Failed to load the encryption key";
+// The two paths of encryption word this differently, by a full stop.
+inline constexpr const char* aboveEncryptionLevelUnderPublicKey =
+    "[encrypt] Level of an input Plaintext cannot be greater than encryption level.";
+inline constexpr const char* aboveEncryptionLevelUnderSecretKey =
+    "[encrypt] Level of an input Plaintext cannot be greater than encryption level";
+
+inline constexpr const char* notOnSlots = "The operand have to encode the message on its slots";
+inline constexpr const char* notOnCoefficients = "The operand have to encode the message on its coefficients";
+inline constexpr const char* decryptWrongSize =
+    "[decrypt] Number of polynomials of MLWE ciphertext is invalid";
+inline constexpr const char* partialDecryptWrongSize = "[partialDecrypt] Size of Ciphertext should be 2";
+
+} // namespace Torvo::message
