@@ -1,0 +1,25 @@
+# Installs the library, its public headers, the CMake package "Torvo" (target Torvo::Torvo) and "torvo" for
+# pkg-config. Both find everything relative to themselves, so an installed tree may be moved as a whole.
+
+include(CMakePackageConfigHelpers)
+
+set(TORVO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Torvo)
+set(TORVO_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(TARGETS Torvo EXPORT TorvoTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/Torvo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    FILES_MATCHING PATTERN "*.hpp")
+install(EXPORT TorvoTargets NAMESPACE Torvo:: DESTINATION ${TORVO_CMAKE_DIR})
+
+configure_package_config_file(
+    ${CMAKE_CURRENT_LIST_DIR}/TorvoConfig.cmake.in ${PROJECT_BINARY_DIR}/TorvoConfig.cmake
+    INSTALL_DESTINATION ${TORVO_CMAKE_DIR})
+# Before 1.0 a minor version may break.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/TorvoConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/TorvoConfig.cmake ${PROJECT_BINARY_DIR}/TorvoConfigVersion.cmake
+    DESTINATION ${TORVO_CMAKE_DIR})
+
+file(RELATIVE_PATH TORVO_PREFIX_FROM_PKGCONFIG
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/torvo.pc.in ${PROJECT_BINARY_DIR}/torvo.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/torvo.pc DESTINATION ${TORVO_PKGCONFIG_DIR})
