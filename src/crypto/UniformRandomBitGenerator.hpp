@@ -17,6 +17,8 @@ class UniformRandomBitGenerator {
 public:
     using result_type = u64;
     static constexpr std::size_t wordCount = 0x20000;
+    /// Length of a saved state.
+    static constexpr std::size_t stateBytes = 49;
 
     /// Seeds from the operating system: 128 bits, in the low halves of the four words.
     UniformRandomBitGenerator();
@@ -49,6 +51,8 @@ public:
     void setState(const std::string& state);
 
 private:
+    void startNextBuffer();
+
     std::array<unsigned long, 4> seed_{};
     u64 counter_ = 0;
     u64 index_ = 0;
@@ -57,14 +61,5 @@ private:
 
 /// The calling thread's generator, made at its first use and destroyed when the thread ends.
 UniformRandomBitGenerator& threadGenerator();
-
-namespace utils {
-
-/// BLAKE3 in extended-output mode.
-void doBLAKE3Hash(void* out, std::size_t out_len, const void* in, std::size_t in_len);
-/// The same, keyed with 32 bytes.
-void doBLAKE3KeyedHash(void* out, std::size_t out_len, const void* in, std::size_t in_len, const void* key);
-
-} // namespace utils
 
 } // namespace Torvo

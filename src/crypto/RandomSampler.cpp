@@ -1,0 +1,118 @@
+#include "crypto/RandomSampler.hpp"
+
+#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/UniformResidue.hpp"
+#include "context/ContextContent.hpp"
+#include "core/SecureWipe.hpp"
+#include "crypto/UniformRandomBitGenerator.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace Torvo {
+
+namespace {
+
+/// Small signed coefficients, wiped when they are no longer needed: they are errors or ephemeral secrets.
+class SmallCoefficients {
+public:
+    explicit SmallCoefficients(u64 degree) : values_(degree) {}
+    ~SmallCoefficients() { utils::wipe(values_.data(), values_.size() * sizeof(long)); }
+    SmallCoefficients(const SmallCoefficients&) = delete;
+    SmallCoefficients& operator=(const SmallCoefficients&) = delete;
+
+    u64 size() const { return values_.size(); }
+    long& operator[](u64 i) { return values_[i]; }
+    long operator[](u64 i) const { return values_[i]; }
+
+private:
+    std::vector<long> values_;
+};
+
+/// Two independent values lround(sigma * N(0, 1)) out of one word, by the Box-Muller transform. The 1 added
+/// to the low half keeps the logarithm's argument above 0.
+std::pair<long, long> gaussianPair(u64 word, double sigma) {
+    constexpr double unit = 0x1p-32;
+    const auto hi = static_cast<double>(word >> 32);
+    const auto lo = static_cast<double>((word & 0xffffffff) + 1);
+    const double theta = hi * unit * 6.283185307179586;
+    const double r = std::sqrt(-2.0 * std::log(lo * unit));
+    return {std::lround(sigma * r * std::cos(theta)), std::lround(sigma * r * std::sin(theta))};
+}
+
+void fillGaussian(SmallCoefficients& coefficients, double sigma) {
+    auto& generator = threadGenerator();
+    for (u64 i = 0; i < coefficients.size(); i += 2)
+        std::tie(coefficients[i], coefficients[i + 1]) = gaussianPair(generator(), sigma);
+}
+
+/// A coefficient from the two low bits: 0 for 00 and 01, -1 for 10, +1 for 11.
+long ternary(u64 bits) {
+    if ((bits & 2) == 0) return 0;
+    return (bits & 1) != 0 ? 1 : -1;
+}
+
+void fillZO(SmallCoefficients& coefficients) {
+    constexpr u64 coefficientsPerWord = 32;
+    auto& generator = threadGenerator();
+    for (u64 i = 0; i < coefficients.size(); i += coefficientsPerWord) {
+        u64 word = generator();
+        const u64 end = std::min(i + coefficientsPerWord, coefficients.size());
+        for (u64 k = i; k < end; ++k, word >>= 2) coefficients[k] = ternary(word);
+    }
+}
+
+/// Stores the residues of the same small polynomial in all rows.
+void spread(const SmallCoefficients& coefficients, const PrimeModuli& primes, Polynomial& poly) {
+    poly.setNTT(false);
+    forEachIndex(poly.rowEnd(), [&](u64 i) {
+        const u64 prime = primes.getPrime(i);
+        u64* row = poly.getRow(i);
+        for (u64 k = 0; k < coefficients.size(); ++k) {
+            const long e = coefficients[k];
+            row[k] = e < 0 ? prime - static_cast<u64>(-e) : static_cast<u64>(e);
+        }
+    });
+}
+
+} // namespace
+
+void RandomSampler::sampleUniform(Polynomial& poly, const Context& context) const {
+    forEachIndex(poly.rowEnd(), [&](u64 i) {
+        auto& generator = threadGenerator();
+        const UniformResidue residue(context->primes.getPrime(i));
+        u64* row = poly.getRow(i);
+        generator.getRandomNumbers(row, poly.getDegree());
+        for (u64 k = 0; k < poly.getDegree(); ++k) row[k] = residue(row[k], generator);
+    });
+}
+
+void RandomSampler::sampleGaussian(Polynomial& poly, const Context& context) const {
+    SmallCoefficients coefficients(poly.getDegree());
+    fillGaussian(coefficients, context->parameter.gaussian_stddev);
+    spread(coefficients, context->primes, poly);
+}
+
+void RandomSampler::sampleZO(Polynomial& poly, const Context& context) const {
+    SmallCoefficients coefficients(poly.getDegree());
+    fillZO(coefficients);
+    spread(coefficients, context->primes, poly);
+}
+
+void RandomSampler::sampleHWT(DeviceSpecificArray<int>& out, unsigned long size, unsigned long weight) const {
+    auto& generator = threadGenerator();
+    const UniformResidue position(size);
+    out.resize(size);
+    std::fill(out.begin(), out.end(), 0);
+    for (u64 set = 0; set < weight;) {
+        int& coefficient = out[position(generator(), generator)];
+        if (coefficient != 0) continue;
+        coefficient = (generator() & 1) != 0 ? 1 : -1;
+        ++set;
+    }
+}
+
+} // namespace Torvo
