@@ -6,7 +6,7 @@ namespace Torvo {
 
 /// Owning handle with value semantics: a copy of the handle is a copy of the pointee. The public data
 /// classes hold their implementation through it, so their headers need only a forward declaration.
-/// Moving leaves the source null; a null handle may be destroyed or assigned to by a move, nothing else.
+/// Moving leaves the source null; a null handle may be destroyed, copied and assigned to, nothing else.
 /// Not synchronised.
 template <class T>
 class Pointer {
@@ -14,12 +14,16 @@ public:
     /// Takes ownership of `pointee`, which came from `new`.
     explicit Pointer(T* pointee) : pointee_(pointee) {}
 
-    Pointer(const Pointer& other) : pointee_(new T(*other.pointee_)) {}
+    Pointer(const Pointer& other) : pointee_(other.pointee_ ? new T(*other.pointee_) : nullptr) {}
     Pointer(Pointer&& other) noexcept : pointee_(std::exchange(other.pointee_, nullptr)) {}
 
     /// Assigns into the existing pointee, so its buffers are reused where they suffice.
     Pointer& operator=(const Pointer& other) {
-        if (this != &other) *pointee_ = *other.pointee_;
+        if (this == &other) return *this;
+        if (pointee_ && other.pointee_)
+            *pointee_ = *other.pointee_;
+        else
+            *this = Pointer(other);
         return *this;
     }
 

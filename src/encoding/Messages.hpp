@@ -3,6 +3,9 @@
 /// The refusals of the encoding layer, word for word.
 namespace Torvo::message {
 
+inline constexpr const char* messageSizeNotPowerOfTwo =
+    "[Message] The size of message must be a power of two";
+
 inline constexpr const char* negativeRescaleCounter =
     "Rescale counter should be greater than or equal to zero";
 inline constexpr const char* rescaleCounterAboveLevel =

@@ -1,0 +1,111 @@
+#include "context/ContextContent.hpp"
+#include "context/CudaIdsToDevices.hpp"
+#include "persistence/Serialize.hpp"
+
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+namespace {
+
+/// What a context file holds: enough to build the context anew.
+struct ContextRecipe {
+    ParameterPreset preset;
+    u64 log_degree;
+    u64 encryption_level;
+    u64 gadget_rank;
+    u64 log_bpsize;
+    u64 log_tpsize;
+    u64 log_qpsize;
+    u64 chain_length;
+    u64 rank;
+
+    template <class Archive>
+    void serialize(Archive& archive) {
+        archive(preset, log_degree, encryption_level, gadget_rank, log_bpsize, log_tpsize, log_qpsize,
+                chain_length, rank);
+    }
+};
+
+ContextRecipe recipeOf(const Parameter& p) {
+    return {p.preset,     p.log_degree, p.encryption_level, p.gadget_rank, p.log_bpsize,
+            p.log_tpsize, p.log_qpsize, p.chain_length,     p.rank};
+}
+
+} // namespace
+
+Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids) {
+    return std::make_shared<ContextContent>(preset, cudaIdsToDevices(cuda_device_ids));
+}
+
+Context makeContext(unsigned long log_degree, unsigned long chain_length, unsigned long log_bpsize,
+                    unsigned long log_qpsize, unsigned long log_tpsize, unsigned long gadget_rank,
+                    unsigned long rank, const std::set<int>& cuda_device_ids) {
+    return std::make_shared<ContextContent>(log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize,
+                                            gadget_rank, rank, cudaIdsToDevices(cuda_device_ids));
+}
+
+Context makeContext(unsigned long log_degree, unsigned long chain_length, unsigned long log_bpsize,
+                    unsigned long log_qpsize, unsigned long log_tpsize, unsigned long gadget_rank,
+                    const std::set<int>& cuda_device_ids) {
+    return makeContext(log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize, gadget_rank, 1,
+                       cuda_device_ids);
+}
+
+Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {
+    ContextRecipe recipe{};
+    Serialize::load(path, recipe);
+    if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
+    return makeContext(recipe.log_degree, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
+                       recipe.log_tpsize, recipe.gadget_rank, recipe.rank, cuda_device_ids);
+}
+
+void saveContextToFile(const Context& context, const std::string& path) {
+    Serialize::save(path, recipeOf(context->parameter));
+}
+
+unsigned long getLogFullSlots(const Context& context) {
+    return context->parameter.log_degree - 1;
+}
+
+unsigned long getDegree(const Context& context) {
+    return context->parameter.degree;
+}
+
+unsigned long getRank(const Context& context) {
+    return context->parameter.rank;
+}
+
+unsigned long getEncryptionLevel(const Context& context) {
+    return context->parameter.encryption_level;
+}
+
+unsigned long getSecurityLevel(const Context& context) {
+    return static_cast<unsigned long>(context->parameter.security_level);
+}
+
+std::vector<double> getDefaultScaleFactorList(const Context& context) {
+    const auto& scales = context->scale_factors.log_scale;
+    return {scales.begin(), scales.begin() + static_cast<std::ptrdiff_t>(context->parameter.chain_length)};
+}
+
+std::vector<unsigned long> getPrimeList(const Context& context) {
+    const u64 count = context->parameter.chain_length + context->parameter.numTP;
+    std::vector<unsigned long> primes(count);
+    for (u64 i = 0; i < count; ++i) primes[i] = context->primes.getPrime(i);
+    return primes;
+}
+
+bool isBootstrappableParameter(const Context& context) {
+    return context->parameter.has_bootstrap;
+}
+
+bool isExtendedBootstrapSupported(const Context& context) {
+    return context->parameter.has_extended_bootstrap;
+}
+
+bool isSparseSecretEncapsulationSupported(const Context& context) {
+    return context->parameter.has_sparse_encapsulation;
+}
+
+} // namespace Torvo

@@ -1,0 +1,102 @@
+#include "context/ScaleFactors.hpp"
+
+#include "arithmetic/PrimeLists.hpp"
+#include "arithmetic/PrimeModuli.hpp"
+#include "context/LWEParameter.hpp"
+#include "context/Parameter.hpp"
+
+#include <cmath>
+#include <span>
+
+namespace Torvo {
+
+namespace {
+
+std::vector<double> logsOf(std::span<const u64> primes) {
+    std::vector<double> logs;
+    for (const u64 p : primes) logs.push_back(std::log2(static_cast<double>(p)));
+    return logs;
+}
+
+std::vector<double> logsOf(const PrimeModuli& primes, u64 count) {
+    std::vector<double> logs;
+    for (u64 i = 0; i < count; ++i) logs.push_back(std::log2(static_cast<double>(primes.getPrime(i))));
+    return logs;
+}
+
+/// The scale at the top is the top prime; each level below is what a squared scale leaves after the division
+/// by the prime that it loses: log_scale[i-1] = 2 * log_scale[i] - logs[i].
+std::vector<double> uniformScales(const std::vector<double>& logs) {
+    std::vector<double> scales(logs.size());
+    scales.back() = logs.back();
+    for (u64 i = logs.size() - 1; i > 0; --i) scales[i - 1] = 2 * scales[i] - logs[i];
+    return scales;
+}
+
+/// For chains with small primes on the user's levels, up to `encryptionLevel`, and large ones above, on the
+/// levels that bootstrapping spends. The prime of a level may be a few bits off the intended size of its part
+/// of the chain: that difference d is the (negated) correction of the level, so that all scales of a part are
+/// of one size. The step between the parts falls on the first level above `encryptionLevel`.
+void setTwoSizeScales(ScaleFactors& factors, const std::vector<double>& logs, u64 encryptionLevel) {
+    const auto bits = [&](u64 i) { return static_cast<std::int64_t>(std::round(logs[i])); };
+    const u64 top = logs.size() - 1, firstHigh = encryptionLevel + 1;
+    const std::int64_t high = bits(firstHigh), low = bits(encryptionLevel);
+    auto& scales = factors.log_scale;
+    scales[top] = static_cast<double>(high - bits(0)) + logs[0];
+    for (u64 i = top; i > 0; --i) {
+        std::int64_t d = (i >= firstHigh ? high : low) - bits(i);
+        if (i == firstHigh) d += high - low;
+        factors.level_correction[i] = -d;
+        scales[i - 1] = 2 * scales[i] - logs[i] - static_cast<double>(d);
+    }
+}
+
+/// Single-level partners of FGb: data that comes down from FGb to level 0 keeps its scale.
+bool takesScalesOfFGb(ParameterPreset preset) {
+    using enum ParameterPreset;
+    return preset == FGbD12L0 || preset == FGbD8R4L0 || preset == FGbD6R6L0;
+}
+
+/// FVa is bootstrappable too, but all its quantize primes are of one size.
+bool hasTwoSizes(const Parameter& parameter) {
+    return parameter.has_bootstrap && parameter.preset != ParameterPreset::FVa;
+}
+
+std::vector<double> firstOf(std::vector<double> scales, u64 count) {
+    scales.resize(count);
+    return scales;
+}
+
+} // namespace
+
+ScaleFactors::ScaleFactors(const ParameterPreset& preset) {
+    const auto& primes = getPrimeList(preset);
+    if (takesScalesOfFGb(preset)) {
+        log_scale = firstOf(ScaleFactors(ParameterPreset::FGb).log_scale, primes.size());
+        return;
+    }
+    const Parameter parameter(preset);
+    const auto logs = logsOf(std::span(primes).first(parameter.chain_length));
+    level_correction.resize(parameter.chain_length);
+    log_scale = uniformScales(logs);
+    if (hasTwoSizes(parameter)) setTwoSizeScales(*this, logs, parameter.encryption_level);
+}
+
+ScaleFactors::ScaleFactors(const Parameter& parameter, const PrimeModuli& primes)
+    : log_scale(uniformScales(logsOf(primes, parameter.chain_length))), level_correction(primes.size()) {
+    log_scale.resize(primes.size());
+}
+
+ScaleFactors::ScaleFactors(const LWE::ParameterPreset& preset) {
+    const auto& primes = getPrimeList(preset);
+    log_scale = preset == LWE::ParameterPreset::FGbD12L0
+                    ? firstOf(ScaleFactors(ParameterPreset::FGbD12L0).log_scale, primes.size())
+                    : uniformScales(logsOf(primes));
+}
+
+ScaleFactors::ScaleFactors(const LWE::Parameter& parameter, const PrimeModuli& primes)
+    : log_scale(uniformScales(logsOf(primes, parameter.chain_length))) {
+    log_scale.resize(primes.size());
+}
+
+} // namespace Torvo

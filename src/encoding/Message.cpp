@@ -1,0 +1,95 @@
+#include <Torvo/Message.hpp>
+
+#include "core/Failure.hpp"
+#include "encoding/MessageImpl.hpp"
+#include "encoding/Messages.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <new>
+
+namespace Torvo {
+
+namespace {
+
+/// 1 << log_slots; a count that no word holds fails as any other allocation that is too large.
+u64 slotCount(u64 log_slots) {
+    if (log_slots >= 64) throw std::bad_array_new_length();
+    return u64{1} << log_slots;
+}
+
+} // namespace
+
+Message::Message() : impl_(new MessageImpl) {}
+
+Message::Message(unsigned long log_slots) : impl_(new MessageImpl(slotCount(log_slots))) {}
+
+Message::Message(unsigned long log_slots, std::complex<double> value) : Message(log_slots) {
+    std::fill(begin(), end(), value);
+}
+
+Message::Message(const std::vector<std::complex<double>>& values) : Message() {
+    require(values.empty() || std::has_single_bit(values.size()), message::messageSizeNotPowerOfTwo);
+    resize(values.size());
+    std::copy(values.begin(), values.end(), begin());
+}
+
+Message::Message(const Message& other) = default;
+Message::Message(Message&& other) noexcept = default;
+Message& Message::operator=(const Message& other) = default;
+Message& Message::operator=(Message&& other) noexcept = default;
+Message::~Message() = default;
+
+std::complex<double>& Message::operator[](unsigned long idx) {
+    return (*impl_)[idx];
+}
+
+const std::complex<double>& Message::operator[](unsigned long idx) const {
+    return (*impl_)[idx];
+}
+
+std::complex<double>* Message::begin() {
+    return impl_->begin();
+}
+
+std::complex<double>* Message::end() {
+    return impl_->end();
+}
+
+const std::complex<double>* Message::begin() const {
+    return impl_->begin();
+}
+
+const std::complex<double>* Message::end() const {
+    return impl_->end();
+}
+
+void Message::resize(unsigned long size) {
+    impl_->resize(size);
+}
+
+unsigned long Message::getSize() const {
+    return impl_->size();
+}
+
+bool Message::isEmpty() const {
+    return getSize() == 0;
+}
+
+unsigned long Message::getLogSlots() const {
+    return isEmpty() ? 0 : std::bit_width(getSize()) - 1;
+}
+
+Device Message::getDevice() const {
+    return impl_->getDevice();
+}
+
+void Message::to(const Device& device) {
+    impl_->to(device);
+}
+
+void Message::allocate(const Device& device) {
+    if (getDevice() != device) *impl_ = MessageImpl(getSize(), device, impl_->getStream());
+}
+
+} // namespace Torvo
