@@ -10,6 +10,11 @@ u64 getCurrentFeature();
 
 inline constexpr u64 featureAVX2 = 1;
 
+/// The one place where a row kernel learns whether it runs in AVX2 form.
+inline bool runsAVX2() {
+    return (getCurrentFeature() & featureAVX2) != 0;
+}
+
 namespace detail {
 
 /// What `getCurrentFeature` reads.

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "arithmetic/ModulusRows.hpp"
 #include "arithmetic/NTT.hpp"
+#include "arithmetic/ScalarLanes.hpp"
 #include "core/Integers.hpp"
 
 #include <memory>
@@ -32,14 +34,14 @@ public:
     // Words. Everything above this class that needs arithmetic modulo a prime on single words uses these.
 
     /// x mod p, for any word.
-    u64 reduce(u64 x) const;
+    u64 reduce(u64 x) const { return rows::reduceWord<ScalarLanes>(x, barrettHigh_, p_); }
     /// x mod p, for any 128-bit value.
     u64 reduce(u128 x) const;
     /// All in range 1.
-    u64 add(u64 a, u64 b) const;
-    u64 sub(u64 a, u64 b) const;
-    u64 negate(u64 a) const;
-    u64 mult(u64 a, u64 b) const;
+    u64 add(u64 a, u64 b) const { return rows::addMod<ScalarLanes>(a, b, p_); }
+    u64 sub(u64 a, u64 b) const { return rows::subMod<ScalarLanes>(a, b, p_); }
+    u64 negate(u64 a) const { return a == 0 ? 0 : p_ - a; }
+    u64 mult(u64 a, u64 b) const { return rows::barrettProduct<ScalarLanes>(a, b, barrett()); }
     u64 power(u64 base, u64 exponent) const;
     /// a^(p-2), the inverse by Fermat.
     u64 inverse(u64 a) const;
@@ -85,6 +87,11 @@ public:
     void normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const;
 
 private:
+    rows::BarrettConstant barrett() const { return {p_, logP_ - 1, barrettRatio_}; }
+    rows::ShoupConstant shoupConstant(u64 c) const;
+    rows::CentringConstant centring(u64 q) const;
+    u64 reduceLazily(u128 x) const;
+
     u64 p_ = 0;
     u64 twoP_ = 0;
     u64 logP_ = 0;
@@ -95,5 +102,19 @@ private:
     u64 barrettLow_ = 0;
     std::unique_ptr<NTT> ntt_;
 };
+
+/// The two-word Barrett quotient is at most three too small, so the remainder is below 4p.
+inline u64 Modulus::reduceLazily(u128 x) const {
+    const auto low = static_cast<u64>(x);
+    const auto high = static_cast<u64>(x >> 64);
+    const u64 quotient =
+        ScalarLanes::mulHigh(low, barrettHigh_) + ScalarLanes::mulHigh(high, barrettLow_);
+    return low + wordRemainder_ * high - quotient * p_;
+}
+
+inline u64 Modulus::reduce(u128 x) const {
+    const u64 r = ScalarLanes::subtractIfNotBelow(reduceLazily(x), twoP_);
+    return ScalarLanes::subtractIfNotBelow(r, p_);
+}
 
 } // namespace Torvo

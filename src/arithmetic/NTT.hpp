@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/TransformRows.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "core/Integers.hpp"
 
@@ -32,12 +33,28 @@ public:
     /// The last backward stage, distance N/2, with the multiplication by 1/N folded in; scalar.
     void computeBackwardNativeLast(unsigned long* a) const;
 
-    // The arithmetic implementer adds here: the AVX2 members, tables, accessors for tests.
+    unsigned long getPrime() const { return p_; }
+    unsigned long getDegree() const { return degree_; }
+    /// psi^i stands at rev(i).
+    const DeviceSpecificArray<unsigned long>& getPowerTable() const { return powerTable_; }
+    /// Powers of psi^-1 in the order in which the backward stages use them.
+    const DeviceSpecificArray<unsigned long>& getInversePowerTable() const { return inversePowerTable_; }
+    unsigned long getDegreeInverse() const { return degreeInverse_.value; }
 
 private:
+    rows::TransformTables forwardTables() const;
+    rows::TransformTables backwardTables() const;
+
     u64 p_;
     u64 twoP_;
     u64 degree_;
+    DeviceSpecificArray<unsigned long> powerTable_;
+    DeviceSpecificArray<unsigned long> inversePowerTable_;
+    DeviceSpecificArray<unsigned long> powerTableShoup_;
+    DeviceSpecificArray<unsigned long> inversePowerTableShoup_;
+    rows::ShoupConstant degreeInverse_{};
+    /// N^-1 times the single twiddle of the last backward stage.
+    rows::ShoupConstant degreeInverseRoot_{};
 };
 
 } // namespace Torvo

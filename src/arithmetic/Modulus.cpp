@@ -1,0 +1,141 @@
+#include "arithmetic/Modulus.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Torvo {
+
+Modulus::Modulus(unsigned long degree, unsigned long prime, bool withNTT)
+    : p_(prime), twoP_(2 * prime), logP_(63 - static_cast<u64>(__builtin_clzl(prime))),
+      barrettRatio_(rows::makeBarrettConstant(prime).ratio), degree_(degree),
+      barrettHigh_(static_cast<u64>((u128{1} << 64) / prime)),
+      wordRemainder_(static_cast<u64>((u128{1} << 64) % prime)),
+      barrettLow_(rows::makeShoupConstant(wordRemainder_, prime).companion),
+      ntt_(withNTT ? std::make_unique<NTT>(degree, prime) : nullptr) {}
+
+rows::ShoupConstant Modulus::shoupConstant(u64 c) const {
+    return rows::makeShoupConstant(reduce(c), p_);
+}
+
+rows::CentringConstant Modulus::centring(u64 q) const {
+    return {q >> 1, p_ - reduce(q)};
+}
+
+u64 Modulus::power(u64 base, u64 exponent) const {
+    u64 result = reduce(u64{1});
+    for (u64 square = base; exponent != 0; exponent >>= 1) {
+        if (exponent & 1) result = mult(result, square);
+        square = mult(square, square);
+    }
+    return result;
+}
+
+u64 Modulus::inverse(u64 a) const {
+    return power(a, p_ - 2);
+}
+
+u64 Modulus::residue(i128 v) const {
+    const u128 magnitude = v < 0 ? -static_cast<u128>(v) : static_cast<u128>(v);
+    const u64 r = reduce(magnitude);
+    return v < 0 ? p_ - r : r;
+}
+
+u64 Modulus::makeInteger(double value, double logScale) const {
+    const double scaled = std::fabs(value) * std::pow(2.0, logScale);
+    const u64 r = reduce(static_cast<u128>(scaled));
+    return 0.0 > value ? p_ - r : r;
+}
+
+void Modulus::constAdd(const u64* in, u64 c, u64* out, u64 n) const {
+    rows::constAdd<ScalarLanes>(in, reduce(c), out, n, p_);
+}
+
+void Modulus::addVector(u64* out, const u64* a, const u64* b, u64 n) const {
+    rows::addVector<ScalarLanes>(out, a, b, n, p_);
+}
+
+void Modulus::subVector(u64* out, const u64* a, const u64* b, u64 n) const {
+    rows::subVector<ScalarLanes>(out, a, b, n, p_);
+}
+
+void Modulus::negateVector(u64* out, const u64* in, u64 n) const {
+    rows::negateVector<ScalarLanes>(out, in, n, p_);
+}
+
+void Modulus::mulVector(u64* out, const u64* a, const u64* b, u64 n) const {
+    rows::mulVector<ScalarLanes>(out, a, b, n, barrett());
+}
+
+void Modulus::mulVector(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2) const {
+    rows::mulTwo<false, ScalarLanes>(out1, out2, a, b1, b2, degree_, barrett());
+}
+
+void Modulus::mulAddVector(u64* acc1, u64* acc2, const u64* a, const u64* b1, const u64* b2) const {
+    rows::mulTwo<true, ScalarLanes>(acc1, acc2, a, b1, b2, degree_, barrett());
+}
+
+void Modulus::tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, const u64* z,
+                           const u64* w) const {
+    rows::tensorVector<ScalarLanes>(out0, out1, out2, x, y, z, w, degree_, barrett());
+}
+
+void Modulus::innerProduct(const u64* a, const u64* b, u64* out, u64 n) const {
+    u128 sum = 0;
+    for (u64 i = 0; i < n; ++i) sum += reduceLazily(u128{a[i]} * b[i]);
+    *out = reduce(sum);
+}
+
+bool Modulus::isZero(const u64* a) const {
+    return std::all_of(a, a + degree_, [](u64 word) { return word == 0; });
+}
+
+void Modulus::multMonomial(const u64* in, u64* out, u64 n, long k) const {
+    const auto negateWord = [this](u64 word) { return negate(word); };
+    if (k >= 0) {
+        const u64* wrapped = in + n - static_cast<u64>(k);
+        std::copy(in, wrapped, out + k);
+        std::transform(wrapped, in + n, out, negateWord);
+    } else {
+        const u64* kept = in - k;
+        std::copy(kept, in + n, out);
+        std::transform(in, kept, out + n + k, negateWord);
+    }
+}
+
+void Modulus::conjugateInvert(const u64* in, u64* out, u64 n, u64 k) const {
+    std::reverse_copy(in, in + k + 1, out);
+    for (u64 j = 0; j < n - k - 1; ++j) out[k + 1 + j] = negate(in[n - 1 - j]);
+}
+
+template <int k>
+void Modulus::constMult(const u64* in, u64 c, u64* out, u64 n) const {
+    rows::constMult<k, ScalarLanes>(in, shoupConstant(c), out, n, p_);
+}
+
+template <int k>
+void Modulus::subAndConstMult(const u64* a, const u64* b, u64 c, u64* out, u64 n) const {
+    rows::subAndConstMult<k, ScalarLanes>(a, b, shoupConstant(c), out, n, p_);
+}
+
+void Modulus::normalizeModVector(u64* out, const u64* in, u64 q, u64 n) const {
+    if (q >> 1 <= p_) {
+        rows::normalizeNear<ScalarLanes>(out, in, {q >> 1, p_ - q}, n);
+    } else {
+        rows::normalizeFar<ScalarLanes>(out, in, centring(q), n, barrettHigh_, p_);
+    }
+}
+
+template <bool accumulate>
+void Modulus::normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const {
+    rows::normalizeAndConstMult<accumulate, ScalarLanes>(in, shoupConstant(c), centring(q), out, degree_,
+                                                         p_);
+}
+
+template void Modulus::constMult<1>(const u64*, u64, u64*, u64) const;
+template void Modulus::constMult<2>(const u64*, u64, u64*, u64) const;
+template void Modulus::subAndConstMult<1>(const u64*, const u64*, u64, u64*, u64) const;
+template void Modulus::subAndConstMult<2>(const u64*, const u64*, u64, u64*, u64) const;
+template void Modulus::normalizeModAndConstMult<false>(const u64*, u64, u64, u64*) const;
+template void Modulus::normalizeModAndConstMult<true>(const u64*, u64, u64, u64*) const;
+
+} // namespace Torvo

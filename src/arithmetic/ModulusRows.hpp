@@ -1,0 +1,204 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+/// The row kernels of Modulus, each formula once, over a lanes type: ScalarLanes or AVX2Lanes.
+///
+/// All words are 64 bits, p < 2^61 is odd, rows are in range 1 (words in [0, p)) unless a kernel says
+/// otherwise, n is a multiple of the lane count. Output rows may be input rows: each index is read from all
+/// inputs before it is written. No alignment is asked.
+///
+/// Everything here is a template over the lanes type, or constexpr and always inlined, so that a unit whose
+/// lanes type has internal linkage emits no symbol that the linker could choose for other units.
+namespace Torvo::rows {
+
+/// A multiplier c < p with its Shoup companion floor(c * 2^64 / p).
+struct ShoupConstant {
+    u64 value;
+    u64 companion;
+};
+
+[[gnu::always_inline]] constexpr ShoupConstant makeShoupConstant(u64 c, u64 p) {
+    return {c, static_cast<u64>((u128{c} << 64) / p)};
+}
+
+/// One-word Barrett reduction of products: shift = floor(log2 p) - 1, ratio = floor(2^(64 + shift) / p).
+struct BarrettConstant {
+    u64 p;
+    u64 shift;
+    u64 ratio;
+};
+
+[[gnu::always_inline]] constexpr BarrettConstant makeBarrettConstant(u64 p) {
+    const u64 shift = 62 - static_cast<u64>(__builtin_clzl(p));
+    return {p, shift, static_cast<u64>((u128{1} << (64 + shift)) / p)};
+}
+
+/// Centred change of modulus from q to p: a word above half = floor(q / 2) stands for x - q, so delta is
+/// added to it, a representative of -q modulo p.
+struct CentringConstant {
+    u64 half;
+    u64 delta;
+};
+
+/// c * x mod p in [0, 2p), for any word x. Shoup's product.
+template <class L>
+[[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, ShoupConstant c, u64 p) {
+    const auto quotient = L::mulHigh(x, L::splat(c.companion));
+    return L::sub(L::mulLow(x, L::splat(c.value)), L::mulLow(quotient, L::splat(p)));
+}
+
+/// x * y mod p in [0, p) for x, y < p: the quotient estimated from the top bits of the product is at most one
+/// too small.
+template <class L>
+[[gnu::always_inline]] inline typename L::Words barrettProduct(typename L::Words x, typename L::Words y,
+                                                               BarrettConstant c) {
+    typename L::Words low;
+    const auto top = L::mulShifted(x, y, c.shift, low);
+    const auto quotient = L::mulHigh(top, L::splat(c.ratio));
+    const auto r = L::sub(low, L::mulLow(quotient, L::splat(c.p)));
+    return L::subtractIfNotBelow(r, L::splat(c.p));
+}
+
+/// x mod p in [0, p) for any word x, with high = floor(2^64 / p).
+template <class L>
+[[gnu::always_inline]] inline typename L::Words reduceWord(typename L::Words x, u64 high, u64 p) {
+    const auto quotient = L::mulHigh(x, L::splat(high));
+    return L::subtractIfNotBelow(L::sub(x, L::mulLow(quotient, L::splat(p))), L::splat(p));
+}
+
+/// x + y mod p in [0, p).
+template <class L>
+[[gnu::always_inline]] inline typename L::Words addMod(typename L::Words x, typename L::Words y, u64 p) {
+    return L::subtractIfNotBelow(L::add(x, y), L::splat(p));
+}
+
+/// x - y mod p in [0, p): x + p - y lies in (0, 2p).
+template <class L>
+[[gnu::always_inline]] inline typename L::Words subMod(typename L::Words x, typename L::Words y, u64 p) {
+    return L::subtractIfNotBelow(L::sub(L::add(x, L::splat(p)), y), L::splat(p));
+}
+
+/// r in [0, 2p) brought to [0, range * p).
+template <int range, class L>
+[[gnu::always_inline]] inline typename L::Words toRange(typename L::Words r, u64 p) {
+    static_assert(range == 1 || range == 2);
+    if constexpr (range == 1) return L::subtractIfNotBelow(r, L::splat(p));
+    return r;
+}
+
+/// out[i] = in[i] + c, c in [0, p).
+template <class L>
+void constAdd(const u64* in, u64 c, u64* out, u64 n, u64 p) {
+    for (u64 i = 0; i < n; i += L::width) L::store(out + i, addMod<L>(L::load(in + i), L::splat(c), p));
+}
+
+/// out[i] = a[i] + b[i].
+template <class L>
+void addVector(u64* out, const u64* a, const u64* b, u64 n, u64 p) {
+    for (u64 i = 0; i < n; i += L::width) L::store(out + i, addMod<L>(L::load(a + i), L::load(b + i), p));
+}
+
+/// out[i] = a[i] - b[i].
+template <class L>
+void subVector(u64* out, const u64* a, const u64* b, u64 n, u64 p) {
+    for (u64 i = 0; i < n; i += L::width) L::store(out + i, subMod<L>(L::load(a + i), L::load(b + i), p));
+}
+
+/// out[i] = -in[i]: 0 for 0, p - in[i] else.
+template <class L>
+void negateVector(u64* out, const u64* in, u64 n, u64 p) {
+    for (u64 i = 0; i < n; i += L::width)
+        L::store(out + i, L::subtractIfNotBelow(L::sub(L::splat(p), L::load(in + i)), L::splat(p)));
+}
+
+/// out[i] = a[i] * b[i].
+template <class L>
+void mulVector(u64* out, const u64* a, const u64* b, u64 n, BarrettConstant c) {
+    for (u64 i = 0; i < n; i += L::width)
+        L::store(out + i, barrettProduct<L>(L::load(a + i), L::load(b + i), c));
+}
+
+/// out1[i] = a[i] * b1[i], out2[i] = a[i] * b2[i]; added to what stood there when `accumulate`.
+template <bool accumulate, class L>
+void mulTwo(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2, u64 n, BarrettConstant c) {
+    for (u64 i = 0; i < n; i += L::width) {
+        const auto x = L::load(a + i);
+        auto r1 = barrettProduct<L>(x, L::load(b1 + i), c);
+        auto r2 = barrettProduct<L>(x, L::load(b2 + i), c);
+        if constexpr (accumulate) {
+            r1 = addMod<L>(L::load(out1 + i), r1, c.p);
+            r2 = addMod<L>(L::load(out2 + i), r2, c.p);
+        }
+        L::store(out1 + i, r1);
+        L::store(out2 + i, r2);
+    }
+}
+
+/// out1 = y*w, out2 = x*z, out0 = (x+y)*(z+w) - y*w - x*z: Karatsuba's product of x + y*T and z + w*T, three
+/// products instead of four.
+template <class L>
+void tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, const u64* z, const u64* w,
+                  u64 n, BarrettConstant c) {
+    for (u64 i = 0; i < n; i += L::width) {
+        const auto xi = L::load(x + i);
+        const auto yi = L::load(y + i);
+        const auto zi = L::load(z + i);
+        const auto wi = L::load(w + i);
+        const auto yw = barrettProduct<L>(yi, wi, c);
+        const auto xz = barrettProduct<L>(xi, zi, c);
+        const auto sums = barrettProduct<L>(addMod<L>(xi, yi, c.p), addMod<L>(zi, wi, c.p), c);
+        L::store(out0 + i, subMod<L>(subMod<L>(sums, yw, c.p), xz, c.p));
+        L::store(out1 + i, yw);
+        L::store(out2 + i, xz);
+    }
+}
+
+/// out[i] = in[i] * c for any words in[i]; out in range `range`.
+template <int range, class L>
+void constMult(const u64* in, ShoupConstant c, u64* out, u64 n, u64 p) {
+    for (u64 i = 0; i < n; i += L::width)
+        L::store(out + i, toRange<range, L>(shoupProduct<L>(L::load(in + i), c, p), p));
+}
+
+/// out[i] = (a[i] - b[i]) * c; out in range `range`. The difference goes unreduced, as a + p - b, into the
+/// product.
+template <int range, class L>
+void subAndConstMult(const u64* a, const u64* b, ShoupConstant c, u64* out, u64 n, u64 p) {
+    for (u64 i = 0; i < n; i += L::width) {
+        const auto x = L::sub(L::add(L::load(a + i), L::splat(p)), L::load(b + i));
+        L::store(out + i, toRange<range, L>(shoupProduct<L>(x, c, p), p));
+    }
+}
+
+/// out[i] = in[i], centred modulo q, to modulus p, for q / 2 <= p: no reduction follows, q is near p.
+template <class L>
+void normalizeNear(u64* out, const u64* in, CentringConstant centring, u64 n) {
+    for (u64 i = 0; i < n; i += L::width)
+        L::store(out + i,
+                 L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta)));
+}
+
+/// The same for q / 2 > p, with high = floor(2^64 / p).
+template <class L>
+void normalizeFar(u64* out, const u64* in, CentringConstant centring, u64 n, u64 high, u64 p) {
+    for (u64 i = 0; i < n; i += L::width) {
+        const auto x = L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta));
+        L::store(out + i, reduceWord<L>(x, high, p));
+    }
+}
+
+/// out[i] = in[i], centred modulo q, times c; in in range 1 for q; out in range 2, and with `accumulate`
+/// added to what stood there in range 2.
+template <bool accumulate, class L>
+void normalizeAndConstMult(const u64* in, ShoupConstant c, CentringConstant centring, u64* out, u64 n,
+                           u64 p) {
+    for (u64 i = 0; i < n; i += L::width) {
+        const auto x = L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta));
+        auto r = shoupProduct<L>(x, c, p);
+        if constexpr (accumulate) r = L::subtractIfNotBelow(L::add(L::load(out + i), r), L::splat(2 * p));
+        L::store(out + i, r);
+    }
+}
+
+} // namespace Torvo::rows

@@ -1,0 +1,153 @@
+#include "arithmetic/NTT.hpp"
+
+#include "arithmetic/Messages.hpp"
+#include "arithmetic/Modulus.hpp"
+#include "arithmetic/NumberTheoryUtils.hpp"
+#include "arithmetic/ScalarLanes.hpp"
+#include "core/Failure.hpp"
+
+#include <algorithm>
+#include <bit>
+
+namespace Torvo {
+
+namespace {
+
+/// The scalar form of the transform: the stages of distance 2 and 1 go in one pass.
+struct ScalarForm {
+    using Lanes = ScalarLanes;
+    static constexpr int tailStages = 2;
+
+    template <int range>
+    static void forwardTail(u64* a, u64 begin, u64 count, const rows::TransformTables& tables);
+    static void backwardHead(u64* a, u64 begin, u64 count, const rows::TransformTables& tables);
+};
+
+template <int range>
+void ScalarForm::forwardTail(u64* a, u64 begin, u64 count, const rows::TransformTables& tables) {
+    using rows::forwardButterfly, rows::fromRangeFour, rows::splat;
+    const u64 p = tables.p;
+    const u64 m = tables.degree / 4;
+    for (u64 g = begin / 4; g < (begin + count) / 4; ++g) {
+        u64* x = a + 4 * g;
+        const auto w = splat<Lanes>(tables.twiddle(m + g));
+        forwardButterfly<Lanes>(x[0], x[2], w, p);
+        forwardButterfly<Lanes>(x[1], x[3], w, p);
+        forwardButterfly<Lanes>(x[0], x[1], splat<Lanes>(tables.twiddle(2 * (m + g))), p);
+        forwardButterfly<Lanes>(x[2], x[3], splat<Lanes>(tables.twiddle(2 * (m + g) + 1)), p);
+        for (u64 i = 0; i < 4; ++i) x[i] = fromRangeFour<range, Lanes>(x[i], p);
+    }
+}
+
+void ScalarForm::backwardHead(u64* a, u64 begin, u64 count, const rows::TransformTables& tables) {
+    rows::backwardTwoStages<Lanes>(a, 1, rows::groupsWithin(begin, count, 2), tables);
+}
+
+u64 reverseBits(u64 i, int bits) {
+    u64 reversed = 0;
+    for (int b = 0; b < bits; ++b) reversed |= (i >> b & 1) << (bits - 1 - b);
+    return reversed;
+}
+
+/// The smallest primitive 2N-th root of unity: the odd powers of any one are all of them.
+u64 smallestPrimitiveRoot(const Modulus& modulus, u64 degree) {
+    const u64 p = modulus.getPrime();
+    const u64 psi = modulus.power(utils::findPrimitiveRoot(p), (p - 1) / (2 * degree));
+    const u64 square = modulus.mult(psi, psi);
+    u64 smallest = psi;
+    for (u64 i = 0, x = psi; i < degree; ++i) {
+        x = modulus.mult(x, square);
+        smallest = std::min(smallest, x);
+    }
+    return smallest;
+}
+
+/// table[rev(i)] = root^i.
+void fillPowers(DeviceSpecificArray<unsigned long>& table, const Modulus& modulus, u64 root) {
+    const int bits = std::countr_zero(table.size());
+    u64 power = 1;
+    for (u64 i = 0; i < table.size(); ++i) {
+        table[reverseBits(i, bits)] = power;
+        power = modulus.mult(power, root);
+    }
+}
+
+/// From bit-reversed order into the order of the backward stages: word 0, then [N/2, N), [N/4, N/2), ... and
+/// [1, 2).
+DeviceSpecificArray<unsigned long> inOrderOfUse(const DeviceSpecificArray<unsigned long>& table) {
+    DeviceSpecificArray<unsigned long> arranged(table.size());
+    arranged[0] = table[0];
+    u64* out = arranged.getData() + 1;
+    for (u64 m = table.size() / 2; m > 0; m /= 2) out = std::copy_n(table.getData() + m, m, out);
+    return arranged;
+}
+
+void fillCompanions(DeviceSpecificArray<unsigned long>& companions,
+                    const DeviceSpecificArray<unsigned long>& table, u64 p) {
+    std::transform(table.begin(), table.end(), companions.begin(),
+                   [p](u64 w) { return rows::makeShoupConstant(w, p).companion; });
+}
+
+} // namespace
+
+NTT::NTT(unsigned long degree, unsigned long prime)
+    : p_(prime), twoP_(2 * prime), degree_(degree), powerTable_(degree), inversePowerTable_(degree),
+      powerTableShoup_(degree), inversePowerTableShoup_(degree) {
+    // Nothing is 1 modulo 0: degree 0 is left to the second guard.
+    require(degree == 0 || prime % (2 * degree) == 1, message::notNTTFriendly);
+    require(std::has_single_bit(degree), message::nttDegreeNotPowerOfTwo);
+    require(degree >= 64, message::nttDegreeTooSmall);
+
+    const Modulus modulus(degree, prime, false);
+    const u64 psi = smallestPrimitiveRoot(modulus, degree);
+    fillPowers(powerTable_, modulus, psi);
+    fillPowers(inversePowerTable_, modulus, modulus.inverse(psi));
+    inversePowerTable_ = inOrderOfUse(inversePowerTable_);
+    fillCompanions(powerTableShoup_, powerTable_, prime);
+    fillCompanions(inversePowerTableShoup_, inversePowerTable_, prime);
+
+    const u64 degreeInverse = modulus.inverse(modulus.reduce(degree));
+    degreeInverse_ = rows::makeShoupConstant(degreeInverse, prime);
+    degreeInverseRoot_ =
+        rows::makeShoupConstant(modulus.mult(degreeInverse, inversePowerTable_[degree - 1]), prime);
+}
+
+rows::TransformTables NTT::forwardTables() const {
+    return {p_,      degree_, powerTable_.getData(), powerTableShoup_.getData(), nullptr,
+            nullptr, {},      {}};
+}
+
+rows::TransformTables NTT::backwardTables() const {
+    return {p_,      degree_, inversePowerTable_.getData(), inversePowerTableShoup_.getData(),
+            nullptr, nullptr, degreeInverse_,               degreeInverseRoot_};
+}
+
+template <int k>
+void NTT::computeForward(unsigned long* a) const {
+    rows::forwardTransform<k, ScalarForm>(a, forwardTables());
+}
+
+template <int k>
+void NTT::computeBackward(unsigned long* a) const {
+    rows::backwardTransform<k, ScalarForm>(a, backwardTables());
+}
+
+void NTT::computeForwardNativeSingleStep(unsigned long* a, unsigned long t) const {
+    rows::forwardStage<ScalarLanes>(a, t, rows::groupsWithin(0, degree_, t), forwardTables());
+}
+
+void NTT::computeBackwardNativeSingleStep(unsigned long* a, unsigned long t) const {
+    rows::backwardStage<ScalarLanes>(a, t, rows::groupsWithin(0, degree_, t), backwardTables());
+}
+
+void NTT::computeBackwardNativeLast(unsigned long* a) const {
+    rows::backwardLastStage<2, ScalarLanes>(a, backwardTables());
+}
+
+template void NTT::computeForward<1>(unsigned long*) const;
+template void NTT::computeForward<2>(unsigned long*) const;
+template void NTT::computeForward<4>(unsigned long*) const;
+template void NTT::computeBackward<1>(unsigned long*) const;
+template void NTT::computeBackward<2>(unsigned long*) const;
+
+} // namespace Torvo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+namespace Torvo {
+
+/// One word at a time: the scalar form of the row kernels. AVX2Lanes has the same members.
+struct ScalarLanes {
+    using Words = u64;
+    static constexpr u64 width = 1;
+
+    static Words load(const u64* from) { return *from; }
+    static void store(u64* to, Words x) { *to = x; }
+    static Words splat(u64 x) { return x; }
+    static Words add(Words x, Words y) { return x + y; }
+    static Words sub(Words x, Words y) { return x - y; }
+    static Words mulLow(Words x, Words y) { return x * y; }
+    static Words mulHigh(Words x, Words y) { return static_cast<u64>(u128{x} * y >> 64); }
+    /// Low word of the product x * y shifted right by `shift` < 64, and the low word of the product itself.
+    static Words mulShifted(Words x, Words y, u64 shift, Words& low) {
+        const u128 product = u128{x} * y;
+        low = static_cast<u64>(product);
+        return static_cast<u64>(product >> shift);
+    }
+    /// x - m where x >= m, else x; x, m < 2^63.
+    static Words subtractIfNotBelow(Words x, Words m) { return x >= m ? x - m : x; }
+    /// x + y where x > bound, else x; x, bound < 2^63.
+    static Words addIfAbove(Words x, Words bound, Words y) { return x + (x > bound ? y : 0); }
+};
+
+} // namespace Torvo

@@ -1,0 +1,280 @@
+#pragma once
+
+#include "arithmetic/ModulusRows.hpp"
+#include "core/Integers.hpp"
+
+#include <bit>
+
+/// The butterflies and stages of NTT, each formula once, over a lanes type: ScalarLanes or AVX2Lanes. As in
+/// ModulusRows.hpp, a lanes type with internal linkage keeps every instantiation within its unit.
+namespace Torvo::rows {
+
+/// What one direction of the transform reads. A row of `degree` words modulo p < 2^61; the twiddle of a
+/// group stands in `powers`, its Shoup companion at the same place of `companions`. The two `lastStage`
+/// tables hold the twiddles of the stage of distance 1 for vectors, with the two middle words of every four
+/// exchanged; they are null in a transform built without vectors.
+struct TransformTables {
+    u64 p;
+    u64 degree;
+    const u64* powers;
+    const u64* companions;
+    const u64* lastStagePowers;
+    const u64* lastStageCompanions;
+    ShoupConstant degreeInverse;     // backward only
+    ShoupConstant degreeInverseRoot; // backward only
+
+    [[gnu::always_inline]] ShoupConstant twiddle(u64 i) const { return {powers[i], companions[i]}; }
+};
+
+/// Consecutive groups of one stage.
+struct Groups {
+    u64 begin;
+    u64 end;
+};
+
+/// A twiddle per lane.
+template <class L>
+struct Twiddle {
+    typename L::Words value;
+    typename L::Words companion;
+};
+
+template <class L>
+[[gnu::always_inline]] inline Twiddle<L> splat(ShoupConstant c) {
+    return {L::splat(c.value), L::splat(c.companion)};
+}
+
+template <class L>
+[[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, const Twiddle<L>& w,
+                                                             u64 p) {
+    const auto quotient = L::mulHigh(x, w.companion);
+    return L::sub(L::mulLow(x, w.value), L::mulLow(quotient, L::splat(p)));
+}
+
+/// (x, y) := (x + w*y, x - w*y) with words in range 4 before and after: x is brought to range 2, the product
+/// lies in range 2.
+template <class L>
+[[gnu::always_inline]] inline void forwardButterfly(typename L::Words& x, typename L::Words& y,
+                                                    const Twiddle<L>& w, u64 p) {
+    const auto u = L::subtractIfNotBelow(x, L::splat(2 * p));
+    const auto v = shoupProduct<L>(y, w, p);
+    x = L::add(u, v);
+    y = L::sub(L::add(u, L::splat(2 * p)), v);
+}
+
+/// (x, y) := (x + y, w*(x - y)) with words in range 2 before and after.
+template <class L>
+[[gnu::always_inline]] inline void backwardButterfly(typename L::Words& x, typename L::Words& y,
+                                                     const Twiddle<L>& w, u64 p) {
+    const auto d = L::sub(L::add(x, L::splat(2 * p)), y);
+    x = L::subtractIfNotBelow(L::add(x, y), L::splat(2 * p));
+    y = shoupProduct<L>(d, w, p);
+}
+
+/// The last butterfly: (x, y) := (x + y) / N, w*(x - y) / N, into range `range`.
+template <int range, class L>
+[[gnu::always_inline]] inline void lastButterfly(typename L::Words& x, typename L::Words& y,
+                                                 const TransformTables& tables) {
+    const u64 p = tables.p;
+    const auto e = L::subtractIfNotBelow(L::add(x, y), L::splat(2 * p));
+    const auto d = L::sub(L::add(x, L::splat(2 * p)), y);
+    x = toRange<range, L>(shoupProduct<L>(e, tables.degreeInverse, p), p);
+    y = toRange<range, L>(shoupProduct<L>(d, tables.degreeInverseRoot, p), p);
+}
+
+/// A word in range 4 brought to range `range`.
+template <int range, class L>
+[[gnu::always_inline]] inline typename L::Words fromRangeFour(typename L::Words x, u64 p) {
+    if constexpr (range == 4) {
+        return x;
+    } else {
+        return toRange<range, L>(L::subtractIfNotBelow(x, L::splat(2 * p)), p);
+    }
+}
+
+/// Index of the first twiddle of the backward stage of distance t.
+[[gnu::always_inline]] constexpr u64 backwardBase(u64 degree, u64 t) {
+    return degree - degree / t + 1;
+}
+
+/// One forward stage of distance t >= L::width on the words of `groups`; group g works on [2tg, 2tg + 2t).
+template <class L>
+void forwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 m = tables.degree / (2 * t);
+    for (u64 g = groups.begin; g < groups.end; ++g) {
+        const auto w = splat<L>(tables.twiddle(m + g));
+        u64* x = a + 2 * t * g;
+        for (u64 j = 0; j < t; j += L::width) {
+            auto x0 = L::load(x + j);
+            auto x1 = L::load(x + j + t);
+            forwardButterfly<L>(x0, x1, w, tables.p);
+            L::store(x + j, x0);
+            L::store(x + j + t, x1);
+        }
+    }
+}
+
+/// The forward stages of distance t and t / 2 in one pass, t / 2 >= L::width; `groups` are those of distance
+/// t.
+template <class L>
+void forwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 m = tables.degree / (2 * t);
+    const u64 quarter = t / 2;
+    for (u64 g = groups.begin; g < groups.end; ++g) {
+        const auto w = splat<L>(tables.twiddle(m + g));
+        const auto wLow = splat<L>(tables.twiddle(2 * (m + g)));
+        const auto wHigh = splat<L>(tables.twiddle(2 * (m + g) + 1));
+        u64* x = a + 2 * t * g;
+        for (u64 j = 0; j < quarter; j += L::width) {
+            auto x0 = L::load(x + j);
+            auto x1 = L::load(x + j + quarter);
+            auto x2 = L::load(x + j + 2 * quarter);
+            auto x3 = L::load(x + j + 3 * quarter);
+            forwardButterfly<L>(x0, x2, w, tables.p);
+            forwardButterfly<L>(x1, x3, w, tables.p);
+            forwardButterfly<L>(x0, x1, wLow, tables.p);
+            forwardButterfly<L>(x2, x3, wHigh, tables.p);
+            L::store(x + j, x0);
+            L::store(x + j + quarter, x1);
+            L::store(x + j + 2 * quarter, x2);
+            L::store(x + j + 3 * quarter, x3);
+        }
+    }
+}
+
+/// One backward stage of distance t >= L::width, t < N/2, on the words of `groups`.
+template <class L>
+void backwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 base = backwardBase(tables.degree, t);
+    for (u64 g = groups.begin; g < groups.end; ++g) {
+        const auto w = splat<L>(tables.twiddle(base + g));
+        u64* x = a + 2 * t * g;
+        for (u64 j = 0; j < t; j += L::width) {
+            auto x0 = L::load(x + j);
+            auto x1 = L::load(x + j + t);
+            backwardButterfly<L>(x0, x1, w, tables.p);
+            L::store(x + j, x0);
+            L::store(x + j + t, x1);
+        }
+    }
+}
+
+/// The backward stages of distance t and 2t in one pass, t >= L::width, 2t < N/2; `groups` are those of
+/// distance 2t.
+template <class L>
+void backwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 base = backwardBase(tables.degree, t);
+    const u64 nextBase = backwardBase(tables.degree, 2 * t);
+    for (u64 g = groups.begin; g < groups.end; ++g) {
+        const auto wLow = splat<L>(tables.twiddle(base + 2 * g));
+        const auto wHigh = splat<L>(tables.twiddle(base + 2 * g + 1));
+        const auto w = splat<L>(tables.twiddle(nextBase + g));
+        u64* x = a + 4 * t * g;
+        for (u64 j = 0; j < t; j += L::width) {
+            auto x0 = L::load(x + j);
+            auto x1 = L::load(x + j + t);
+            auto x2 = L::load(x + j + 2 * t);
+            auto x3 = L::load(x + j + 3 * t);
+            backwardButterfly<L>(x0, x1, wLow, tables.p);
+            backwardButterfly<L>(x2, x3, wHigh, tables.p);
+            backwardButterfly<L>(x0, x2, w, tables.p);
+            backwardButterfly<L>(x1, x3, w, tables.p);
+            L::store(x + j, x0);
+            L::store(x + j + t, x1);
+            L::store(x + j + 2 * t, x2);
+            L::store(x + j + 3 * t, x3);
+        }
+    }
+}
+
+/// The backward stage of distance N/2, into range `range`.
+template <int range, class L>
+void backwardLastStage(u64* a, const TransformTables& tables) {
+    const u64 half = tables.degree / 2;
+    for (u64 j = 0; j < half; j += L::width) {
+        auto x0 = L::load(a + j);
+        auto x1 = L::load(a + j + half);
+        lastButterfly<range, L>(x0, x1, tables);
+        L::store(a + j, x0);
+        L::store(a + j + half, x1);
+    }
+}
+
+/// The backward stages of distance N/4 and N/2 in one pass, into range `range`.
+template <int range, class L>
+void backwardLastTwoStages(u64* a, const TransformTables& tables) {
+    const u64 t = tables.degree / 4;
+    const u64 base = backwardBase(tables.degree, t);
+    const auto wLow = splat<L>(tables.twiddle(base));
+    const auto wHigh = splat<L>(tables.twiddle(base + 1));
+    for (u64 j = 0; j < t; j += L::width) {
+        auto x0 = L::load(a + j);
+        auto x1 = L::load(a + j + t);
+        auto x2 = L::load(a + j + 2 * t);
+        auto x3 = L::load(a + j + 3 * t);
+        backwardButterfly<L>(x0, x1, wLow, tables.p);
+        backwardButterfly<L>(x2, x3, wHigh, tables.p);
+        lastButterfly<range, L>(x0, x2, tables);
+        lastButterfly<range, L>(x1, x3, tables);
+        L::store(a + j, x0);
+        L::store(a + j + t, x1);
+        L::store(a + j + 2 * t, x2);
+        L::store(a + j + 3 * t, x3);
+    }
+}
+
+/// Words of a sub-transform that stays in the first cache: 32 KiB.
+inline constexpr u64 blockWords = 4096;
+
+/// The groups of distance t within words [begin, begin + count).
+[[gnu::always_inline]] constexpr Groups groupsWithin(u64 begin, u64 count, u64 t) {
+    return {begin / (2 * t), (begin + count) / (2 * t)};
+}
+
+/// The whole forward transform. First the stages whose groups are larger than a block, each pass over all
+/// the row, two stages at a time; then block by block the rest. `Form` supplies `Lanes` and the last stages:
+/// `forwardTail<range>(a, begin, count, tables)` does those of distance below 2^Form::tailStages on words
+/// [begin, begin + count) and brings them to `range`.
+template <int range, class Form>
+void forwardTransform(u64* a, const TransformTables& tables) {
+    using L = typename Form::Lanes;
+    const u64 n = tables.degree;
+    const u64 block = n < blockWords ? n : blockWords;
+    constexpr u64 tail = u64{1} << Form::tailStages;
+    u64 t = n / 2;
+    if ((std::countr_zero(n) - Form::tailStages) % 2 != 0) {
+        forwardStage<L>(a, t, {0, 1}, tables);
+        t /= 2;
+    }
+    for (; 2 * t > block; t /= 4) forwardTwoStages<L>(a, t, groupsWithin(0, n, t), tables);
+    for (u64 begin = 0; begin < n; begin += block) {
+        for (u64 s = t; s >= tail; s /= 4) forwardTwoStages<L>(a, s, groupsWithin(begin, block, s), tables);
+        Form::template forwardTail<range>(a, begin, block, tables);
+    }
+}
+
+/// The whole backward transform, the mirror image. `Form::backwardHead(a, begin, count, tables)` does the
+/// stages of distance below 2^Form::tailStages.
+template <int range, class Form>
+void backwardTransform(u64* a, const TransformTables& tables) {
+    using L = typename Form::Lanes;
+    const u64 n = tables.degree;
+    const u64 block = n < blockWords ? n : blockWords;
+    constexpr u64 tail = u64{1} << Form::tailStages;
+    u64 next = n;
+    for (u64 begin = 0; begin < n; begin += block) {
+        Form::backwardHead(a, begin, block, tables);
+        u64 t = tail;
+        for (; 4 * t <= block && 4 * t < n; t *= 4)
+            backwardTwoStages<L>(a, t, groupsWithin(begin, block, 2 * t), tables);
+        next = t;
+    }
+    for (; 4 * next < n; next *= 4) backwardTwoStages<L>(a, next, groupsWithin(0, n, 2 * next), tables);
+    if (4 * next == n) {
+        backwardLastTwoStages<range, L>(a, tables);
+    } else {
+        backwardLastStage<range, L>(a, tables);
+    }
+}
+
+} // namespace Torvo::rows
