@@ -127,8 +127,7 @@ void Modulus::normalizeModVector(u64* out, const u64* in, u64 q, u64 n) const {
 
 template <bool accumulate>
 void Modulus::normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const {
-    rows::normalizeAndConstMult<accumulate, ScalarLanes>(in, shoupConstant(c), centring(q), out, degree_,
-                                                         p_);
+    rows::normalizeAndConstMult<accumulate, ScalarLanes>(in, shoupConstant(c), centring(q), out, degree_, p_);
 }
 
 template void Modulus::constMult<1>(const u64*, u64, u64*, u64) const;

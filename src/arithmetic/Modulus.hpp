@@ -107,8 +107,7 @@ private:
 inline u64 Modulus::reduceLazily(u128 x) const {
     const auto low = static_cast<u64>(x);
     const auto high = static_cast<u64>(x >> 64);
-    const u64 quotient =
-        ScalarLanes::mulHigh(low, barrettHigh_) + ScalarLanes::mulHigh(high, barrettLow_);
+    const u64 quotient = ScalarLanes::mulHigh(low, barrettHigh_) + ScalarLanes::mulHigh(high, barrettLow_);
     return low + wordRemainder_ * high - quotient * p_;
 }
 

@@ -175,8 +175,7 @@ void subAndConstMult(const u64* a, const u64* b, ShoupConstant c, u64* out, u64 
 template <class L>
 void normalizeNear(u64* out, const u64* in, CentringConstant centring, u64 n) {
     for (u64 i = 0; i < n; i += L::width)
-        L::store(out + i,
-                 L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta)));
+        L::store(out + i, L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta)));
 }
 
 /// The same for q / 2 > p, with high = floor(2^64 / p).

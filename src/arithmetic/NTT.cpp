@@ -113,13 +113,18 @@ NTT::NTT(unsigned long degree, unsigned long prime)
 }
 
 rows::TransformTables NTT::forwardTables() const {
-    return {p_,      degree_, powerTable_.getData(), powerTableShoup_.getData(), nullptr,
-            nullptr, {},      {}};
+    return {p_, degree_, powerTable_.getData(), powerTableShoup_.getData(), nullptr, nullptr, {}, {}};
 }
 
 rows::TransformTables NTT::backwardTables() const {
-    return {p_,      degree_, inversePowerTable_.getData(), inversePowerTableShoup_.getData(),
-            nullptr, nullptr, degreeInverse_,               degreeInverseRoot_};
+    return {p_,
+            degree_,
+            inversePowerTable_.getData(),
+            inversePowerTableShoup_.getData(),
+            nullptr,
+            nullptr,
+            degreeInverse_,
+            degreeInverseRoot_};
 }
 
 template <int k>
