@@ -17,7 +17,7 @@ constexpr u64 moveBit(unsigned word, int bit, int place) {
 
 u64 readProcessorFeature() {
     // Leaf 0 answers with the highest leaf there is.
-    if (__get_cpuid_max(0, nullptr) < featureLeaf) return 0;
+    if (static_cast<unsigned>(__get_cpuid_max(0, nullptr)) < featureLeaf) return 0;
     unsigned eax = 0;
     unsigned ebx = 0;
     unsigned ecx = 0;

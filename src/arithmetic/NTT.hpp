@@ -34,6 +34,7 @@ public:
     void computeBackwardNativeLast(unsigned long* a) const;
 
     unsigned long getPrime() const { return p_; }
+    unsigned long getTwoP() const { return twoP_; }
     unsigned long getDegree() const { return degree_; }
     /// psi^i stands at rev(i).
     const DeviceSpecificArray<unsigned long>& getPowerTable() const { return powerTable_; }
