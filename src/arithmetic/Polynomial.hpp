@@ -13,6 +13,8 @@
 
 namespace Torvo {
 
+struct Ring;
+
 /// One ring element in RNS form. Row i belongs to prime i of the chain, always; rows have `degree` words and
 /// lie one after the other in one array. At level l rows 0 to l are live.
 ///
@@ -68,12 +70,18 @@ public:
 
     /// Header, primes, then the germ if there is one, else the data (docs/files.md).
     void save(OutputArchive& archive) const;
-    /// Regrows the data from the germ if there is one.
+    /// Regrows the data from the germ if there is one. Takes any shape that a context could have.
+    /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
     void load(InputArchive& archive);
+    /// The same, taking no shape but that of `ring`: what has a context is loaded so.
+    void load(InputArchive& archive, const Ring& ring);
 
 private:
     template <class Archive, class Self>
     static void headerFields(Archive& archive, Self& self);
+    void loadHeader(InputArchive& archive);
+    void loadContent(InputArchive& archive);
+    bool hasShapeOf(const Ring& ring) const;
 
     u64 degree_ = 0;
     u64 numBase_ = 0;

@@ -1,14 +1,14 @@
 #pragma once
 
 #include "core/Integers.hpp"
+#include "persistence/Verifier.hpp"
 
 #include <cereal/archives/portable_binary.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <istream>
 #include <streambuf>
-#include <string>
-#include <utility>
 
 namespace Torvo::detail {
 
@@ -42,29 +42,54 @@ public:
     u64 bytesRead() const { return CountingBuffer::count(); }
 };
 
-/// Reads `count` elements of `T` (whose scalars are `Scalar`) in pieces of at most a mebibyte: before each
-/// piece `grow(n)` makes room for n elements in all and returns the array. So a forged count costs no more
-/// memory than the stream has bytes for. `archive` is a `CountedInputArchive`.
+/// The cereal failure of a read that came short, for fields whose length in bytes may exceed a word.
+[[noreturn]] void throwShortRead(u128 wanted, u64 got);
+
+/// Reads `count` elements of `T` (whose scalars are `Scalar`) in pieces: a mebibyte at first, then as much as
+/// is there already. Before each piece `grow(n)` makes room for n elements in all and returns the array. So a
+/// forged count costs no more memory than twice what the stream has bytes for, and a mebibyte.
+/// `archive` is a `CountedInputArchive`.
 /// @throws cereal::Exception "Failed to read <wanted> bytes from input stream! Read <got>", of the whole
 /// field
 template <class T, class Scalar = T, class Grow>
 void readPieces(cereal::PortableBinaryInputArchive& archive, u64 count, Grow&& grow) {
-    constexpr u64 pieceLength = (u64{1} << 20) / sizeof(T);
+    constexpr u64 firstPiece = (u64{1} << 20) / sizeof(T);
     const auto& counted = dynamic_cast<const CountedInputArchive&>(archive);
     const u64 start = counted.bytesRead();
     try {
         for (u64 done = 0; done < count;) {
-            const u64 piece = std::min(pieceLength, count - done);
+            const u64 piece = std::min(std::max(firstPiece, done), count - done);
             T* data = grow(done + piece);
             archive.template loadBinary<sizeof(Scalar)>(data + done,
                                                         static_cast<std::streamsize>(piece * sizeof(T)));
             done += piece;
         }
     } catch (const cereal::Exception&) {
-        throw cereal::Exception("Failed to read " + std::to_string(count * sizeof(T)) +
-                                " bytes from input stream! Read " +
-                                std::to_string(counted.bytesRead() - start));
+        throwShortRead(static_cast<u128>(count) * sizeof(T), counted.bytesRead() - start);
     }
 }
+
+/// A bool as an archive field of one byte. Reading takes no byte but 0 and 1, which are all that a bool can
+/// hold.
+template <class Bool>
+class Flag {
+public:
+    explicit Flag(Bool& value) : value_(&value) {}
+
+    template <class Archive>
+    void save(Archive& archive) const {
+        archive(static_cast<std::uint8_t>(*value_));
+    }
+    template <class Archive>
+    void load(Archive& archive) {
+        std::uint8_t byte = 0;
+        archive(byte);
+        verify(byte <= 1);
+        *value_ = byte == 1;
+    }
+
+private:
+    Bool* value_;
+};
 
 } // namespace Torvo::detail

@@ -1,0 +1,59 @@
+#include "core/DeviceSpecificArray.hpp"
+#include "core/Failure.hpp"
+#include "persistence/Archive.hpp"
+
+namespace Torvo {
+
+namespace {
+
+/// The numbers of which an element is made: what an archive of another byte order has to swap.
+template <class T>
+struct ScalarOf {
+    using Type = T;
+};
+template <class T>
+struct ScalarOf<std::complex<T>> {
+    using Type = T;
+};
+
+} // namespace
+
+template <class T>
+void DeviceSpecificArray<T>::save(OutputArchive& archive) const {
+    if (device_.type == DeviceType::GPU) {
+        DeviceSpecificArray host(size_);
+        host.copyDataFrom(*this);
+        return host.save(archive);
+    }
+    if (device_.type != DeviceType::CPU) throwUnsupported("save");
+    archive(static_cast<u64>(size_));
+    archive.saveBinary<sizeof(typename ScalarOf<T>::Type)>(data_,
+                                                           static_cast<std::streamsize>(sizeInBytes()));
+}
+
+template <class T>
+void DeviceSpecificArray<T>::load(InputArchive& archive) {
+    if (device_.type == DeviceType::GPU) {
+        DeviceSpecificArray host;
+        host.load(archive);
+        host.to(device_, stream_);
+        return swap(host);
+    }
+    if (device_.type != DeviceType::CPU) throwUnsupported("load");
+    u64 count = 0;
+    archive(count);
+    resize(0);
+    detail::readPieces<T, typename ScalarOf<T>::Type>(archive, count, [this](u64 size) {
+        resize(size);
+        return data_;
+    });
+}
+
+template void DeviceSpecificArray<u64>::save(OutputArchive&) const;
+template void DeviceSpecificArray<u64>::load(InputArchive&);
+template void DeviceSpecificArray<int>::save(OutputArchive&) const;
+template void DeviceSpecificArray<int>::load(InputArchive&);
+template void DeviceSpecificArray<std::complex<double>>::save(OutputArchive&) const;
+template void DeviceSpecificArray<std::complex<double>>::load(InputArchive&);
+
+} // namespace Torvo

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "core/Failure.hpp"
+#include "core/Integers.hpp"
+#include "persistence/ArchiveForward.hpp"
+#include "persistence/Messages.hpp"
+
+#include <cstdint>
+
+namespace Torvo {
+
+/// What kind of object a file holds. The numbers are part of the file formats.
+enum class ObjectTag : std::uint32_t {
+    EncryptionKey = 0,
+    EvaluationKey = 1,
+    SecretKey = 2,
+    Ciphertext = 3,
+    Plaintext = 4,
+};
+
+/// Refuses what an archive brought.
+/// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
+inline void verify(bool condition) {
+    require(condition, message::notVerified);
+}
+
+/// Whether `a * b`, computed without wrapping, is `product`.
+inline bool isProduct(u64 product, u64 a, u64 b) {
+    return static_cast<u128>(a) * b == product;
+}
+
+/// The u32 tag at the head of an object.
+void saveTag(OutputArchive& archive, ObjectTag tag);
+/// @throws as `verify`, on another tag
+void verifyTag(InputArchive& archive, ObjectTag tag);
+
+/// The head of an object that belongs to a context: u64 context hash, then the tag.
+void saveHashAndTag(OutputArchive& archive, u64 contextHash, ObjectTag tag);
+/// @throws as `verify`, on another hash or tag
+void verifyHashAndTag(InputArchive& archive, u64 contextHash, ObjectTag tag);
+
+} // namespace Torvo
