@@ -13,6 +13,7 @@
 #include <Torvo/Device.hpp>
 #include <Torvo/ParameterPreset.hpp>
 
+#include <initializer_list>
 #include <set>
 #include <vector>
 
@@ -65,6 +66,16 @@ public:
     }
     /// @throws RuntimeException: there is no GPU backend
     void toDevice();
+
+    /// The device that all operands are on.
+    /// @throws RuntimeException "Operands are in different devices."; "The generated context does not support
+    ///         the operation with current operands; check the device." unless it is the host or one that the
+    ///         context was made for
+    template <class... Operands>
+    Device getCommonDeviceAndCheck(const Operands&... operands) const {
+        return commonDevice({operands.getDevice()...});
+    }
+    Device commonDevice(std::initializer_list<Device> devices) const;
 
     /// One constant per row: a copy of the words.
     DeviceSpecificArray<u64> computeConstantCoefficients(const LevelledElement& real) const;
@@ -156,8 +167,7 @@ public:
     void embeddingToN(const Message& message, double scale, Polynomial& out) const;
     /// Small signed integers to polynomials in the NTT domain.
     /// @throws RuntimeException "[coefficientsToPolyVector] Input slot size should be equal to the dimension
-    /// of
-    ///         the polynomial vector."
+    ///         of the polynomial vector."
     void coefficientsToPolyVector(const DeviceSpecificArray<int>& ints, PolynomialVector& polys) const;
 
     /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over the range [aBegin, aEnd), in the NTT domain.
@@ -182,11 +192,16 @@ public:
     /// out = X^k * v(X^-1).
     void conjugateInvert(const LevelledVector& v, LevelledVector& out, u64 k) const;
     /// @throws RuntimeException "[coefficientsToLevelledVector] Input slot size should be equal to the
-    /// dimension
-    ///         of levelled vector."
+    ///         dimension of levelled vector."
     void coefficientsToLevelledVector(const DeviceSpecificArray<int>& ints, LevelledVector& vector) const;
 
 private:
+    enum class Transforms { With, Without };
+    PrimeModuli(const std::vector<u64>& chain, u64 degree, Transforms transforms, std::set<Device> devices);
+
+    void initICoefficients();
+    void initInvPrimeData();
+
     std::vector<Modulus> moduli_;
     std::set<Device> devices_;
     u64 degree_ = 0;

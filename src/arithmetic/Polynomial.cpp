@@ -1,0 +1,56 @@
+#include "arithmetic/Polynomial.hpp"
+
+#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/Relocation.hpp"
+#include "arithmetic/Ring.hpp"
+
+#include <utility>
+
+namespace Torvo {
+
+Polynomial::Polynomial(const Context& context, bool modUp, bool isNTT) : modUp_(modUp), isNTT_(isNTT) {
+    const Ring ring = ringOf(context);
+    degree_ = ring.degree;
+    numBase_ = ring.numBase;
+    numRows_ = modUp ? ring.total() : ring.numBase;
+    level_ = numBase_ - 1;
+    primes_.reserve(numRows_);
+    for (u64 i = 0; i < numRows_; ++i) primes_.push_back(ring.primes.getPrime(i));
+    data_ = DeviceSpecificArray<u64>(degree_ * numRows_);
+}
+
+void Polynomial::setLevel(u64 level) {
+    level_ = level;
+    if (!modUp_) data_.resize((level + 1) * degree_);
+}
+
+void Polynomial::setData(DeviceSpecificArray<u64>&& data) {
+    if (&data != &data_) std::swap(data, data_);
+}
+
+void Polynomial::to(const Device& device) {
+    data_.to(device);
+}
+
+void Polynomial::allocate(const Device& device) {
+    allocateOn(device, data_);
+}
+
+Polynomial Polynomial::sameShape() const {
+    Polynomial other;
+    other.degree_ = degree_;
+    other.numBase_ = numBase_;
+    other.numRows_ = numRows_;
+    other.level_ = level_;
+    other.modUp_ = modUp_;
+    other.isNTT_ = isNTT_;
+    other.primes_ = primes_;
+    other.data_ = DeviceSpecificArray<u64>(data_.size(), data_.getDevice(), data_.getStream());
+    return other;
+}
+
+bool isZero(const Context& context, const Polynomial& polynomial) {
+    return ringOf(context).primes.isZero(polynomial);
+}
+
+} // namespace Torvo
