@@ -1,6 +1,6 @@
+#include "arithmetic/PolynomialArchive.hpp"
 #include "arithmetic/PolynomialVector.hpp"
 #include "arithmetic/Ring.hpp"
-#include "persistence/PolynomialArchive.hpp"
 
 namespace Torvo {
 

@@ -1,4 +1,4 @@
-#include "persistence/PolynomialArchive.hpp"
+#include "arithmetic/PolynomialArchive.hpp"
 
 #include "arithmetic/PolyGerm.hpp"
 #include "arithmetic/PrimeModuli.hpp"
