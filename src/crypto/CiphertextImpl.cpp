@@ -1,0 +1,50 @@
+#include "crypto/CiphertextImpl.hpp"
+
+#include "arithmetic/Ring.hpp"
+#include "core/Failure.hpp"
+#include "crypto/Messages.hpp"
+#include "encoding/Messages.hpp"
+
+namespace Torvo {
+
+template <EncryptionType E>
+CiphertextImpl<E>::CiphertextImpl(const Context& ring, bool isModUp)
+    : context(ring), log_slots(getLogFullSlots(ring)), polys(ring, getRank(ring) + 1, isModUp, true) {
+    require((getRank(ring) == 1) == (E == EncryptionType::RLWE), message::ciphertextOfOtherType);
+}
+
+template <EncryptionType E>
+CiphertextImpl<E>::CiphertextImpl(const Context& ring, const CiphertextImpl& other)
+    : context(ring), log_slots(other.log_slots), encoding_type(other.encoding_type),
+      polys(ring, other.polys.getSize(), other.polys.isModUp(), other.polys.isNTT()) {
+    setNumPoly(other.polys.getSize());
+    const u64 level = other.polys.getLevel();
+    require(level < ringOf(ring).numBase, message::ciphertextDoesNotFit);
+    polys.setLevel(level);
+    polys.to(other.polys.getDevice());
+    for (u64 i = 0; i < polys.getSize(); ++i) {
+        const auto& from = other.polys.getPoly(i).getData();
+        auto& to = polys.getPoly(i).getData();
+        // A ring of another degree: the rows would not fit either.
+        require(from.size() == to.size(), message::ciphertextDoesNotFit);
+        to.copyDataFrom(from);
+    }
+    setRescaleCounter(other.rescale_counter.getValue());
+}
+
+template <EncryptionType E>
+void CiphertextImpl<E>::setNumPoly(u64 n) {
+    require(n > 1, message::ciphertextTooSmall);
+    polys.getPolys().resize(n, polys.getPoly(0));
+}
+
+template <EncryptionType E>
+void CiphertextImpl<E>::setRescaleCounter(int r) {
+    require(r <= static_cast<int>(polys.getLevel()), message::rescaleCounterAboveLevel);
+    rescale_counter.setValue(r);
+}
+
+template class CiphertextImpl<EncryptionType::RLWE>;
+template class CiphertextImpl<EncryptionType::MLWE>;
+
+} // namespace Torvo

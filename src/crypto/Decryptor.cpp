@@ -1,0 +1,127 @@
+#include <Torvo/Decryptor.hpp>
+
+#include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
+#include "crypto/Messages.hpp"
+#include "crypto/OutputShape.hpp"
+#include "crypto/RandomSampler.hpp"
+#include "crypto/SecretPolynomial.hpp"
+
+#include <Torvo/EnDecoder.hpp>
+
+namespace Torvo {
+
+namespace {
+
+/// m = ct[0] + ct[1] * s + ct[2] * s^2 + ..., by Horner's rule.
+void evaluateAt(const PrimeModuli& primes, const Ciphertext& ct, const SecretKey& secretKey, Polynomial& m) {
+    const Polynomial& s = secretKey.getSx();
+    u64 i = ct.getNumPoly() - 1;
+    primes.hadamardMult(ct.getPoly(i), s, m);
+    while (--i > 0) {
+        primes.add(m, ct.getPoly(i), m);
+        primes.hadamardMult(m, s, m);
+    }
+    primes.add(m, ct.getPoly(0), m);
+}
+
+/// m = ct[0] + sum of ct[i] * s[i-1].
+void evaluateAt(const PrimeModuli& primes, const CiphertextBase<MLWE>& ct,
+                const SecretKeyBase<MLWE>& secretKey, Polynomial& m) {
+    SecretPolynomial product(ct.getContext(), ct.isModUp(), ct.getLevel());
+    m = ct.getPoly(0);
+    for (u64 i = 1; i < ct.getNumPoly(); ++i) {
+        primes.hadamardMult(ct.getPoly(i), secretKey.getSx(i - 1), product);
+        primes.add(m, product, m);
+    }
+}
+
+template <EncryptionType E>
+CiphertextBase<E> inNTTForm(const PrimeModuli& primes, CiphertextBase<E> ct) {
+    for (Polynomial& poly : ct.getPolys().getPolys()) primes.forwardNTT(poly, poly);
+    return ct;
+}
+
+template <EncryptionType E>
+void innerDecrypt(const Context& context, const CiphertextBase<E>& ct, const SecretKeyBase<E>& secretKey,
+                  Plaintext& out) {
+    if (E == EncryptionType::MLWE)
+        require(ct.getNumPoly() == getRank(context) + 1, message::decryptWrongSize);
+    shapeOutput(context, ct.isModUp(), out);
+    out.setLevel(ct.getLevel());
+    out.setLogSlots(ct.getLogSlots());
+    out.setRescaleCounter(ct.getRescaleCounter());
+    out.allocate(ct.getDevice());
+    if (ct.isNTT())
+        evaluateAt(context->primes, ct, secretKey, out.getMx());
+    else
+        evaluateAt(context->primes, inNTTForm(context->primes, ct), secretKey, out.getMx());
+}
+
+template <EncryptionType E>
+bool isOnSlots(const CiphertextBase<E>& ct) {
+    return ct.getEncodingType() == EncodingType::Slot;
+}
+
+} // namespace
+
+Decryptor::Decryptor(const Context& context) : context_(context) {}
+
+template <EncryptionType E>
+void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
+                        Plaintext& out) const {
+    require(isOnSlots(ciphertext), message::notOnSlots);
+    innerDecrypt(context_, ciphertext, secretKey, out);
+}
+
+template <EncryptionType E>
+void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
+                        Message& out) const {
+    require(isOnSlots(ciphertext), message::notOnSlots);
+    Plaintext plaintext(context_);
+    innerDecrypt(context_, ciphertext, secretKey, plaintext);
+    out = EnDecoder(context_).decode(plaintext);
+}
+
+template <EncryptionType E>
+void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
+                        std::vector<double>& out) const {
+    require(!isOnSlots(ciphertext), message::notOnCoefficients);
+    Plaintext plaintext(context_);
+    innerDecrypt(context_, ciphertext, secretKey, plaintext);
+    out = EnDecoder(context_).decodeWithoutFFT(plaintext);
+}
+
+void Decryptor::partialDecrypt(const Ciphertext& ciphertext, const SecretKey& secretKey,
+                               Ciphertext& out) const {
+    require(isOnSlots(ciphertext), message::notOnSlots);
+    require(ciphertext.getNumPoly() == 2, message::partialDecryptWrongSize);
+    const PrimeModuli& primes = context_->primes;
+    const u64 level = ciphertext.getLevel();
+    const bool isModUp = ciphertext.isModUp();
+    SecretPolynomial error(context_, isModUp, level), share(context_, isModUp, level);
+    RandomSampler().sampleGaussian(error, context_);
+    error.to(ciphertext.getDevice());
+    share.allocate(ciphertext.getDevice());
+    primes.forwardNTT(error, error);
+    primes.hadamardMult(ciphertext.getPoly(1), secretKey.getSx(), share);
+    primes.add(share, ciphertext.getPoly(0), share);
+    primes.add(share, error, share);
+    out = ciphertext;
+    out.getPoly(0) = share;
+}
+
+#define TORVO_INSTANTIATE(E)                                                                                 \
+    template TORVO_API void Decryptor::decrypt(const CiphertextBase<E>&, const SecretKeyBase<E>&,            \
+                                               Plaintext&) const;                                            \
+    template TORVO_API void Decryptor::decrypt(const CiphertextBase<E>&, const SecretKeyBase<E>&, Message&)  \
+        const;                                                                                               \
+    template TORVO_API void Decryptor::decrypt(const CiphertextBase<E>&, const SecretKeyBase<E>&,            \
+                                               std::vector<double>&) const;
+
+TORVO_INSTANTIATE(EncryptionType::RLWE)
+TORVO_INSTANTIATE(EncryptionType::MLWE)
+
+#undef TORVO_INSTANTIATE
+
+} // namespace Torvo

@@ -1,0 +1,189 @@
+#include <Torvo/EnDecoder.hpp>
+
+#include "arithmetic/Polynomial.hpp"
+#include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
+#include "encoding/Messages.hpp"
+#include "encoding/OwedPrimes.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+
+namespace Torvo {
+
+namespace {
+
+/// The rules that encoding from slots and from coefficients share; each form has its own on the size.
+void requireLevel(const Context& context, u64 level) {
+    require(level < context->parameter.chain_length, message::encodeLevelTooHigh);
+}
+
+void requireCounter(int rescaleCounter, u64 level) {
+    require(rescaleCounter <= static_cast<int>(level), message::encodeCounterAboveLevel);
+}
+
+void requireSlots(const Context& context, const Message& message, u64 level) {
+    require(!message.isEmpty(), message::encodeNothing);
+    require(std::has_single_bit(message.getSize()), message::encodeSizeNotPowerOfTwo);
+    requireLevel(context, level);
+    require(message.getLogSlots() < context->parameter.log_degree, message::encodeSizeTooLarge);
+}
+
+Plaintext blankPlaintext(const Context& context, u64 logSlots, const Device& device, u64 level,
+                         int rescaleCounter) {
+    Plaintext plaintext(context);
+    plaintext.setLogSlots(logSlots);
+    plaintext.allocate(device);
+    plaintext.setLevel(level);
+    plaintext.setRescaleCounter(rescaleCounter);
+    return plaintext;
+}
+
+/// 2^log_scale of the level that the plaintext comes down to once it owes nothing.
+double scaleOf(const Context& context, const Plaintext& plaintext) {
+    const u64 settled = plaintext.getLevel() - static_cast<u64>(plaintext.getRescaleCounter());
+    return std::pow(2.0, context->scale_factors.log_scale[settled]);
+}
+
+void multiplyByOwedPrimes(const PrimeModuli& primes, Plaintext& plaintext) {
+    const auto owed = static_cast<u64>(plaintext.getRescaleCounter());
+    if (owed == 0) return;
+    const u64 rows = plaintext.getLevel() + 1;
+    DeviceSpecificArray<u64> constants(rows);
+    for (u64 i = 0; i < rows; ++i) constants[i] = owedPrimes(primes, i, rows - 1, owed);
+    constants.to(plaintext.getDevice());
+    Polynomial& mx = plaintext.getMx();
+    primes.constMult(mx, constants.getData(), mx, OutputModulusBoundValidator(0, rows));
+}
+
+/// Reads the coefficients 0, step, 2 * step, ... of row i of a polynomial in either form.
+class StridedRow {
+public:
+    StridedRow(const PrimeModuli& primes, const Polynomial& mx, u64 i, u64 step)
+        : step_(step), words_(primes.getDegree()) {
+        std::copy_n(mx.getRow(i), primes.getDegree(), words_.getData());
+        if (mx.isNTT()) primes[i].getNTT().computeBackward<1>(words_.getData());
+    }
+    u64 operator[](u64 k) const { return words_[k * step_]; }
+
+private:
+    u64 step_;
+    DeviceSpecificArray<u64> words_;
+};
+
+/// The integer nearest to zero in the class of x modulo q, times 2^-logScale; x < q.
+template <class Integer>
+double centred(Integer x, Integer q, double logScale) {
+    const double factor = std::pow(2.0, -logScale);
+    return x > q >> 1 ? -static_cast<double>(q - x) * factor : static_cast<double>(x) * factor;
+}
+
+std::vector<double> decodeFromOnePrime(const PrimeModuli& primes, const Polynomial& mx, u64 count,
+                                       double logScale) {
+    const StridedRow row(primes, mx, 0, primes.getDegree() / count);
+    std::vector<double> values(count);
+    for (u64 i = 0; i < count; ++i) values[i] = centred(row[i], primes.getPrime(0), logScale);
+    return values;
+}
+
+/// By the Chinese remainder theorem: y = q0 * (x1 / q0 mod q1) + q1 * (x0 / q1 mod q0) modulo q0 * q1. With
+/// both primes below 2^61 the sum stays below 2^123, and below twice the modulus.
+std::vector<double> decodeFromTwoPrimes(const PrimeModuli& primes, const Polynomial& mx, u64 count,
+                                        double logScale) {
+    const Modulus &m0 = primes[0], &m1 = primes[1];
+    const u128 q0 = m0.getPrime(), q1 = m1.getPrime(), product = q0 * q1;
+    const u64 u0 = m0.inverse(m0.reduce(m1.getPrime())), u1 = m1.inverse(m1.reduce(m0.getPrime()));
+    const u64 step = primes.getDegree() / count;
+    const StridedRow row0(primes, mx, 0, step), row1(primes, mx, 1, step);
+    std::vector<double> values(count);
+    for (u64 i = 0; i < count; ++i) {
+        u128 y = q0 * m1.mult(row1[i], u1) + q1 * m0.mult(row0[i], u0);
+        if (y >= product) y -= product;
+        values[i] = centred(y, product, logScale);
+    }
+    return values;
+}
+
+/// A copy of the plaintext's polynomial, on coefficients, brought down by the rescales it owes.
+Polynomial settle(const PrimeModuli& primes, const Plaintext& plaintext) {
+    Polynomial mx = plaintext.getMx();
+    if (mx.isNTT()) primes.backwardNTT(mx, mx);
+    for (int i = 0; i < plaintext.getRescaleCounter(); ++i) primes.rescale(mx);
+    return mx;
+}
+
+Plaintext onHost(Plaintext plaintext) {
+    plaintext.to(Device{});
+    return plaintext;
+}
+
+std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, u64 logSlots) {
+    const u64 count = u64{2} << logSlots;
+    const double logScale = context->scale_factors.log_scale[mx.getLevel()];
+    return mx.getLevel() == 0 ? decodeFromOnePrime(context->primes, mx, count, logScale)
+                              : decodeFromTwoPrimes(context->primes, mx, count, logScale);
+}
+
+} // namespace
+
+EnDecoder::EnDecoder(const Context& context) : context_(context) {}
+
+Plaintext EnDecoder::encode(const Message& message) const {
+    return encode(message, context_->parameter.encryption_level, 0);
+}
+
+Plaintext EnDecoder::encode(const Message& message, unsigned long level, int rescale_counter) const {
+    Plaintext plaintext = encodeWithoutNTT(message, level, rescale_counter);
+    context_->primes.forwardNTT(plaintext.getMx(), plaintext.getMx());
+    return plaintext;
+}
+
+Plaintext EnDecoder::encodeWithoutNTT(const Message& message, unsigned long level,
+                                      int rescale_counter) const {
+    requireSlots(context_, message, level);
+    requireCounter(rescale_counter, level);
+    Plaintext plaintext =
+        blankPlaintext(context_, message.getLogSlots(), message.getDevice(), level, rescale_counter);
+    Message coefficients = message;
+    context_->fft.backwardFFT(coefficients);
+    context_->primes.embeddingToN(coefficients, scaleOf(context_, plaintext), plaintext.getMx());
+    multiplyByOwedPrimes(context_->primes, plaintext);
+    return plaintext;
+}
+
+Plaintext EnDecoder::encodeWithoutNTT(const std::vector<double>& coefficients, unsigned long level,
+                                      int rescale_counter) const {
+    requireLevel(context_, level);
+    require(coefficients.size() > 1, message::encodeFewerThanTwo);
+    require(coefficients.size() <= context_->parameter.degree, message::encodeSizeNotPowerOfTwo);
+    requireCounter(rescale_counter, level);
+    const auto logSlots = static_cast<u64>(std::bit_width(coefficients.size())) - 2;
+    Plaintext plaintext = blankPlaintext(context_, logSlots, Device{}, level, rescale_counter);
+    context_->primes.embeddingToN(coefficients.data(), coefficients.size(), scaleOf(context_, plaintext),
+                                  plaintext.getMx());
+    multiplyByOwedPrimes(context_->primes, plaintext);
+    return plaintext;
+}
+
+Message EnDecoder::decode(const Plaintext& plaintext) const {
+    const std::vector<double> values = decodeWithoutFFT(plaintext);
+    const u64 slots = values.size() / 2;
+    Message message(plaintext.getLogSlots());
+    for (u64 i = 0; i < slots; ++i) message[i] = {values[i], values[i + slots]};
+    context_->fft.forwardFFT(message);
+    if (plaintext.getDevice() != Device{}) message.to(plaintext.getDevice());
+    return message;
+}
+
+std::vector<double> EnDecoder::decodeWithoutFFT(const Plaintext& plaintext) const {
+    if (plaintext.getDevice() != Device{}) return decodeWithoutFFT(onHost(plaintext));
+    require(plaintext.getLogSlots() < context_->parameter.log_degree, message::encodeSizeTooLarge);
+    require(plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()),
+            message::rescaleCounterAboveLevel);
+    if (plaintext.getRescaleCounter() == 0)
+        return decodeSettled(context_, plaintext.getMx(), plaintext.getLogSlots());
+    return decodeSettled(context_, settle(context_->primes, plaintext), plaintext.getLogSlots());
+}
+
+} // namespace Torvo

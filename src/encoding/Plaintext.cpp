@@ -1,0 +1,99 @@
+#include <Torvo/Plaintext.hpp>
+
+#include "core/Failure.hpp"
+#include "encoding/Messages.hpp"
+#include "encoding/PlaintextImpl.hpp"
+#include "persistence/Serialize.hpp"
+
+namespace Torvo {
+
+Plaintext::Plaintext(const Context& context) : impl_(new PlaintextImpl(context)) {}
+
+Plaintext::Plaintext(const Plaintext& other) = default;
+Plaintext::Plaintext(Plaintext&& other) noexcept = default;
+Plaintext& Plaintext::operator=(const Plaintext& other) = default;
+Plaintext& Plaintext::operator=(Plaintext&& other) noexcept = default;
+Plaintext::~Plaintext() = default;
+
+const Context& Plaintext::getContext() const {
+    return impl_->context;
+}
+
+unsigned long Plaintext::getLogSlots() const {
+    return impl_->log_slots;
+}
+
+void Plaintext::setLogSlots(unsigned long log_slots) {
+    impl_->log_slots = log_slots;
+}
+
+unsigned long Plaintext::getNumberOfSlots() const {
+    return u64{1} << impl_->log_slots;
+}
+
+unsigned long Plaintext::getLevel() const {
+    return impl_->mx.getLevel();
+}
+
+void Plaintext::setLevel(unsigned long level) {
+    impl_->mx.setLevel(level);
+}
+
+int Plaintext::getRescaleCounter() const {
+    return impl_->rescale_counter.getValue();
+}
+
+void Plaintext::setRescaleCounter(int rescale_counter) {
+    require(rescale_counter <= static_cast<int>(getLevel()), message::rescaleCounterAboveLevel);
+    impl_->rescale_counter.setValue(rescale_counter);
+}
+
+Polynomial& Plaintext::getMx() {
+    return impl_->mx;
+}
+
+const Polynomial& Plaintext::getMx() const {
+    return impl_->mx;
+}
+
+unsigned long* Plaintext::getMxData(unsigned long i) {
+    return impl_->mx.getRow(i);
+}
+
+const unsigned long* Plaintext::getMxData(unsigned long i) const {
+    return impl_->mx.getRow(i);
+}
+
+Device Plaintext::getDevice() const {
+    return impl_->mx.getDevice();
+}
+
+void Plaintext::to(const Device& device) {
+    impl_->mx.to(device);
+}
+
+void Plaintext::allocate(const Device& device) {
+    impl_->mx.allocate(device);
+}
+
+bool Plaintext::isZero() const {
+    return Torvo::isZero(impl_->context, impl_->mx);
+}
+
+void Plaintext::save(const std::string& path) const {
+    Serialize::save(path, *impl_);
+}
+
+void Plaintext::save(std::ostream& stream) const {
+    Serialize::save(stream, *impl_);
+}
+
+void Plaintext::load(const std::string& path) {
+    Serialize::load(path, *impl_);
+}
+
+void Plaintext::load(std::istream& stream) {
+    Serialize::load(stream, *impl_);
+}
+
+} // namespace Torvo
