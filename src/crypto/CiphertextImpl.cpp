@@ -4,8 +4,18 @@
 #include "core/Failure.hpp"
 #include "crypto/Messages.hpp"
 #include "encoding/Messages.hpp"
+#include "persistence/Archive.hpp"
+#include "persistence/Verifier.hpp"
 
 namespace Torvo {
+
+namespace {
+
+bool haveSameShape(const Polynomial& a, const Polynomial& b) {
+    return a.getLevel() == b.getLevel() && a.isModUp() == b.isModUp() && a.isNTT() == b.isNTT();
+}
+
+} // namespace
 
 template <EncryptionType E>
 CiphertextImpl<E>::CiphertextImpl(const Context& ring, bool isModUp)
@@ -42,6 +52,28 @@ template <EncryptionType E>
 void CiphertextImpl<E>::setRescaleCounter(int r) {
     require(r <= static_cast<int>(polys.getLevel()), message::rescaleCounterAboveLevel);
     rescale_counter.setValue(r);
+}
+
+template <EncryptionType E>
+void CiphertextImpl<E>::save(OutputArchive& archive) const {
+    saveHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Ciphertext);
+    archive(log_slots, rescale_counter.getValue(), encoding_type, polys);
+}
+
+template <EncryptionType E>
+void CiphertextImpl<E>::load(InputArchive& archive) {
+    verifyHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Ciphertext);
+    int counter = 0;
+    archive(log_slots, counter, encoding_type);
+    verify(log_slots <= getLogFullSlots(context) && counter >= 0);
+    verify(encoding_type == EncodingType::Slot || encoding_type == EncodingType::Coefficient);
+    rescale_counter.setValue(counter);
+    archive(polys);
+    verify(polys.getSize() > 1);
+    for (Polynomial& poly : polys.getPolys()) {
+        verify(haveSameShape(poly, polys.getPoly(0)));
+        poly.disableGerm();
+    }
 }
 
 template class CiphertextImpl<EncryptionType::RLWE>;

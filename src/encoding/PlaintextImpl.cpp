@@ -1,8 +1,28 @@
 #include "encoding/PlaintextImpl.hpp"
 
+#include "arithmetic/Ring.hpp"
+#include "persistence/Archive.hpp"
+#include "persistence/Verifier.hpp"
+
 namespace Torvo {
 
 PlaintextImpl::PlaintextImpl(const Context& ring)
     : context(ring), log_slots(getLogFullSlots(ring)), mx(ring, false, true) {}
+
+void PlaintextImpl::save(OutputArchive& archive) const {
+    saveHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Plaintext);
+    archive(log_slots, rescale_counter.getValue(), mx);
+}
+
+void PlaintextImpl::load(InputArchive& archive) {
+    const Ring ring = ringOf(context);
+    verifyHashAndTag(archive, ring.contextHash, ObjectTag::Plaintext);
+    int counter = 0;
+    archive(log_slots, counter);
+    verify(log_slots <= getLogFullSlots(context) && counter >= 0);
+    rescale_counter.setValue(counter);
+    mx.load(archive, ring);
+    mx.disableGerm();
+}
 
 } // namespace Torvo

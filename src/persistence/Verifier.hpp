@@ -9,6 +9,9 @@
 
 namespace Torvo {
 
+// GCC before 13 takes these for declarations that shadow the aliases of the same names.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
 /// What kind of object a file holds. The numbers are part of the file formats.
 enum class ObjectTag : std::uint32_t {
     EncryptionKey = 0,
@@ -17,6 +20,7 @@ enum class ObjectTag : std::uint32_t {
     Ciphertext = 3,
     Plaintext = 4,
 };
+#pragma GCC diagnostic pop
 
 /// Refuses what an archive brought.
 /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
