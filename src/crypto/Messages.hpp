@@ -3,6 +3,14 @@
 /// The refusals of the crypto layer, word for word.
 namespace Torvo::message {
 
+inline constexpr const char* keyNotOfRankOne =
+    "[Secret Key] The number of RLWE secret key must be equal to one.";
+inline constexpr const char* keyNotRandom = "The secret key is not randomly generated";
+inline constexpr const char* savedKeyNotRLWE =
+    "[load SecretKey] The serialized secret key is not for RLWE encryption.";
+inline constexpr const char* savedKeyNotMLWE =
+    "[load SecretKey] The serialized secret key is not for MLWE encryption.";
+
 inline constexpr const char* ciphertextTooSmall = "The size of a ciphertext should be greater than 1";
 inline constexpr const char* ciphertextOfOtherType =
     "[Ciphertext] The parameter does not support the encryption type of the creating ciphertext";

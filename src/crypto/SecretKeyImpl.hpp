@@ -2,7 +2,7 @@
 
 #include "arithmetic/PolynomialVector.hpp"
 #include "core/DeviceSpecificArray.hpp"
-#include "core/Integers.hpp"
+#include "persistence/ArchiveForward.hpp"
 
 #include <Torvo/Context.hpp>
 #include <Torvo/EncryptionType.hpp>
@@ -12,24 +12,32 @@
 
 namespace Torvo {
 
-/// The record behind a secret key handle. The coefficients are the key; `sx` is derived from them. All
-/// secret buffers are wiped on destruction.
+/// The record behind a secret key handle. The coefficients are the key; `sx` is derived from them. All that
+/// tells the key is wiped on destruction and before it is assigned over.
 template <EncryptionType E>
 class SecretKeyImpl {
 public:
+    /// A random key, drawn from the calling thread's generator.
     explicit SecretKeyImpl(const Context& context);
     SecretKeyImpl(const Context& context, const int* coefficients);
     /// Of either saved form.
     SecretKeyImpl(const Context& context, std::istream& stream);
+    SecretKeyImpl(const Context& context, const std::string& path);
 
     SecretKeyImpl(const SecretKeyImpl&) = default;
-    SecretKeyImpl& operator=(const SecretKeyImpl&) = default;
+    SecretKeyImpl& operator=(const SecretKeyImpl& other);
     ~SecretKeyImpl();
 
     void save(std::ostream& stream) const;
+    void save(const std::string& path) const;
     void saveSeedOnly(std::ostream& stream) const;
+    void saveSeedOnly(const std::string& path) const;
 
-    // The persistence implementer adds what detail::CerealAdaptor needs.
+    // The two forms, for detail::CerealAdaptor.
+    void saveFull(OutputArchive& archive) const;
+    void saveSeed(OutputArchive& archive) const;
+    void loadFull(InputArchive& archive);
+    void loadSeed(InputArchive& archive);
 
     Context context;
     bool is_random = false;
@@ -37,6 +45,21 @@ public:
     DeviceSpecificArray<int> coefficients;
     PolynomialVector sx;
     EncryptionType encryption_type = E;
+
+private:
+    /// Tells the other constructors, which size all members by the context, from the public ones.
+    struct Unset {};
+    /// Data unset, at its final size: what is written into it leaves no copy behind.
+    SecretKeyImpl(const Context& context, Unset);
+
+    void sample();
+    void deriveSx();
+    void loadEncryptionType(InputArchive& archive) const;
+    void loadState(InputArchive& archive, bool mayBeEmpty);
+    void wipe() noexcept;
 };
+
+extern template class SecretKeyImpl<EncryptionType::RLWE>;
+extern template class SecretKeyImpl<EncryptionType::MLWE>;
 
 } // namespace Torvo

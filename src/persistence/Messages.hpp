@@ -6,5 +6,7 @@ namespace Torvo::message {
 inline constexpr const char* notVerified = "[Verifier::load] Validation failed during deserializing objects.";
 /// Followed by the path.
 inline constexpr const char* cannotOpenFile = "Cannot open file ";
+inline constexpr const char* unknownOptionToSave = "[save SecretKey] Invalid serialize option";
+inline constexpr const char* unknownOptionToLoad = "[load SecretKey] Invalid serialize option";
 
 } // namespace Torvo::message
