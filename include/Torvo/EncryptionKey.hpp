@@ -50,6 +50,9 @@ public:
     void load(const std::string& path);
     void load(std::istream& stream);
 
+    EncryptionKeyImpl& impl() { return *impl_; }
+    const EncryptionKeyImpl& impl() const { return *impl_; }
+
 private:
     std::unique_ptr<EncryptionKeyImpl> impl_;
 };

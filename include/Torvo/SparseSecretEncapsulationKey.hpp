@@ -7,6 +7,7 @@
 
 #include <iosfwd>
 #include <memory>
+#include <string>
 
 namespace Torvo {
 
@@ -26,6 +27,15 @@ public:
     void copyTo(const Device& device);
     void removeExcept(const Device& device);
 
+    /// Format: docs/files.md.
+    /// @throws RuntimeException "Cannot open file " and the path
+    void save(const std::string& path) const;
+    void save(std::ostream& stream) const;
+    /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
+    ///         deserializing objects."; the archive's exception on a short read
+    void load(const std::string& path);
+    void load(std::istream& stream);
+
 private:
     EvaluationKey dts_;
     EvaluationKey std_;
@@ -34,7 +44,6 @@ private:
 TORVO_API std::unique_ptr<SparseSecretEncapsulationKey>
 makeEmptySparseSecretEncapsulationKey(const Context& context, const Context& context_sparse);
 
-/// Format: docs/files.md.
 TORVO_API void save(const SparseSecretEncapsulationKey& key, std::ostream& stream);
 TORVO_API void load(SparseSecretEncapsulationKey& key, std::istream& stream);
 

@@ -9,7 +9,6 @@
 #include <Torvo/Device.hpp>
 
 #include <set>
-#include <vector>
 
 namespace Torvo {
 
@@ -29,11 +28,10 @@ public:
     PrimeModuli primes;
     ScaleFactors scale_factors;
     FFT fft;
-    u64 context_hash; ///< stamp of the ring, see `computeContextHash`
-};
+    u64 context_hash; ///< stamp of the ring: of the primes in chain order and the degree
 
-/// The stamp of a ring on saved objects: a mix of the primes in chain order and the degree. Not
-/// cryptographic.
-u64 computeContextHash(const std::vector<unsigned long>& primes, u64 degree);
+private:
+    u64 computeHash() const;
+};
 
 } // namespace Torvo

@@ -5,6 +5,7 @@
 #include "persistence/ArchiveForward.hpp"
 
 #include <Torvo/Context.hpp>
+#include <Torvo/SecretKey.hpp>
 
 namespace Torvo {
 
@@ -12,12 +13,15 @@ namespace Torvo {
 class EncryptionKeyImpl {
 public:
     explicit EncryptionKeyImpl(const Context& context);
+    /// ax from a fresh germ, then e from the calling thread's generator. Covers the encryption level only.
+    EncryptionKeyImpl(const Context& context, const SecretKey& secretKey);
 
-    /// Tag, hash, bx, ax (docs/files.md).
+    /// Tag, hash, bx, ax (docs/files.md). Loading takes the hash over, and refuses other rings and shapes.
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
 
-    Polynomial ax;
+    Context context;
+    Polynomial ax; ///< stays at full height whatever its level: it was grown so from its germ
     Polynomial bx;
     u64 context_hash;
 };

@@ -18,7 +18,8 @@ public:
     EvaluationKeyImpl(const Context& context, char type, u64 rotationIndex);
 
     /// Tag, hash, type, rotation index, ax, bx (docs/files.md): the fields after the frame, which bundles of
-    /// keys write one after the other.
+    /// keys write one after the other. Loading takes hash, type and index over; it refuses other shapes, and
+    /// other rings when the key has a context.
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
 

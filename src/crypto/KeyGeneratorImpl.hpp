@@ -14,6 +14,7 @@ namespace Torvo {
 /// One member per kind of key, writing into a pack.
 class KeyGeneratorImpl : public KeyGeneratorImplBase {
 public:
+    /// Refuses as the constructors of `KeyGenerator`.
     KeyGeneratorImpl(const Context& context, const std::optional<SecretKey>& secretKey,
                      std::shared_ptr<KeyPackImpl> keyPack);
     KeyGeneratorImpl(const Context& context, const Context& contextSparse,
@@ -29,9 +30,15 @@ public:
     void flushKeyPack(std::shared_ptr<KeyPackImpl> keyPack);
 
 private:
+    /// @throws RuntimeException "[KeyGenerator] The KeyGenerator was constructed without a default secret
+    /// key"
     const SecretKey& secretKey() const;
-    /// Fills an empty key with the switch from `sFrom` to the secret key.
-    void fillSwitchingKey(EvaluationKey& key, const Polynomial& sFrom) const;
+    /// An empty key, filled with the switch from `sFrom` to the secret key.
+    std::shared_ptr<EvaluationKey> switchingKey(std::unique_ptr<EvaluationKey> key,
+                                                const Polynomial& sFrom) const;
+    void genRotKeyUnlessLoaded(u64 index) const;
+    /// @throws RuntimeException "Wrong rotation index"
+    void requireRotation(u64 index) const;
 
     std::optional<SecretKey> secretKey_;
     std::shared_ptr<KeyPackImpl> keyPack_;

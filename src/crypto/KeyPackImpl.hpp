@@ -2,6 +2,8 @@
 
 #include "core/Integers.hpp"
 #include "core/ThreadSafe.hpp"
+#include "crypto/KeyPackContents.hpp"
+#include "crypto/KeySlot.hpp"
 
 #include <Torvo/Context.hpp>
 #include <Torvo/Device.hpp>
@@ -19,8 +21,12 @@ namespace Torvo {
 
 /// The keys behind a pack, with one mutex per fixed slot, a reader-writer lock around the map of rotation
 /// keys, and one load mutex per rotation index. Indices here are left-rotation indices, as they are.
+///
+/// A key in a slot or in the map is complete and no longer changes, but for `to`.
 class KeyPackImpl {
 public:
+    using RotationKeys = decltype(KeyPackContents::rotKeys);
+
     explicit KeyPackImpl(const Context& context);
     KeyPackImpl(const Context& context, const std::string& keyDirPath);
     KeyPackImpl(const Context& context, const Context& contextSparse);
@@ -32,23 +38,28 @@ public:
     bool isRotKeyFileAvailable(u64 index) const;
     bool isSparseSecretEncapsulationKeyFileAvailable() const;
 
-    void maybeLoadEncKey();
-    void maybeLoadMultKey();
-    void maybeLoadConjKey();
+    /// Read the key from the directory unless it is in memory; a missing file is no failure. Without a second
+    /// context the encapsulation key counts as missing.
+    void maybeLoadEncKey() { getEncKey(); }
+    void maybeLoadMultKey() { getMultKey(); }
+    void maybeLoadConjKey() { getConjKey(); }
     void maybeLoadRotKey(u64 index);
-    void maybeLoadSparseSecretEncapsulationKey();
+    void maybeLoadSparseSecretEncapsulationKey() { getSparseSecretEncapsulationKey(); }
 
+    /// Read the key from a stream. A fixed key replaces the one held; a rotation key held already stays.
     void maybeLoadEncKey(std::istream& stream);
     void maybeLoadMultKey(std::istream& stream);
     void maybeLoadConjKey(std::istream& stream);
     void maybeLoadRotKey(u64 index, std::istream& stream);
+    /// @throws RuntimeException "[KeyPack] context does not support sparse secret encapsulation" for a pack
+    ///         without a second context
     void maybeLoadSparseSecretEncapsulationKey(std::istream& stream);
 
-    bool isEncKeyLoaded() const;
-    bool isMultKeyLoaded() const;
-    bool isConjKeyLoaded() const;
-    bool isRotKeyLoaded(u64 index) const;
-    bool isSparseSecretEncapsulationKeyLoaded() const;
+    bool isEncKeyLoaded() const { return encKey.isFilled(); }
+    bool isMultKeyLoaded() const { return multKey.isFilled(); }
+    bool isConjKeyLoaded() const { return conjKey.isFilled(); }
+    bool isRotKeyLoaded(u64 index) const { return findRotKey(index) != nullptr; }
+    bool isSparseSecretEncapsulationKeyLoaded() const { return sparseKey.isFilled(); }
 
     /// Each tries the lazy load first; null when there is no key.
     std::shared_ptr<EncryptionKey> getEncKey();
@@ -57,27 +68,41 @@ public:
     std::shared_ptr<EvaluationKey> getRotKey(u64 index);
     std::shared_ptr<SparseSecretEncapsulationKey> getSparseSecretEncapsulationKey();
 
+    /// Puts a rotation key under `index`, unless there is one.
+    void addRotKey(u64 index, std::shared_ptr<EvaluationKey> key);
+
     void setKeyDirPath(const std::string& path);
     void to(const Device& device);
     void save(const std::string& path);
-    void save(std::ostream& stream);
+    void save(std::ostream& stream) const;
+    /// Replaces what the pack held, once the whole pack has been read.
     void load(std::istream& stream);
 
-    // The slots are written by KeyGeneratorImpl too, under their mutexes.
+    // The slots, which KeyGeneratorImpl fills too.
 
-    Context context;
-    std::optional<Context> context_sparse;
-    std::shared_ptr<EncryptionKey> enc_key;
-    mutable std::mutex enc_mutex;
-    std::shared_ptr<EvaluationKey> mult_key;
-    mutable std::mutex mult_mutex;
-    std::shared_ptr<EvaluationKey> conj_key;
-    mutable std::mutex conj_mutex;
-    ThreadSafeMap<u64, std::shared_ptr<EvaluationKey>> rot_keys;
-    ThreadSafeMap<u64, std::unique_ptr<std::mutex>> rot_load_mutexes;
-    std::shared_ptr<SparseSecretEncapsulationKey> sparse_key;
-    mutable std::mutex sparse_mutex;
-    std::string key_dir_path;
+    KeySlot<EncryptionKey> encKey;
+    KeySlot<EvaluationKey> multKey;
+    KeySlot<EvaluationKey> conjKey;
+    KeySlot<SparseSecretEncapsulationKey> sparseKey;
+
+private:
+    /// The file of that name in the directory; empty when there is no directory.
+    std::string keyFile(const std::string& name) const;
+    /// For the constructors, which make no directory.
+    void openKeyDir(const std::string& path);
+    std::shared_ptr<EvaluationKey> findRotKey(u64 index) const;
+    KeyPackContents contents() const;
+    std::unique_ptr<SparseSecretEncapsulationKey> makeEmptySparseKey() const;
+
+    Context context_;
+    std::optional<Context> contextSparse_;
+    ThreadSafe<RotationKeys> rotKeys_;
+    ThreadSafeMap<u64, std::unique_ptr<std::mutex>> rotLoadMutexes_;
+    ThreadSafe<std::string> keyDirPath_; ///< empty when none is set
 };
+
+/// The rules for a second context of sparse secret encapsulation, refused in the words of their subject.
+void requireSparsePartner(const Context& context, const Context& contextSparse, const char* unsupported,
+                          const char* mismatched);
 
 } // namespace Torvo

@@ -30,4 +30,22 @@ inline constexpr const char* decryptWrongSize =
     "[decrypt] Number of polynomials of MLWE ciphertext is invalid";
 inline constexpr const char* partialDecryptWrongSize = "[partialDecrypt] Size of Ciphertext should be 2";
 
+inline constexpr const char* encryptionKeyOnTwoDevices =
+    "Polynomials in a ciphertext are in different devices";
+
+inline constexpr const char* noSuchPath = "Cannot find path "; // and the path
+inline constexpr const char* keyPackWithoutEncapsulation =
+    "[KeyPack] context does not support sparse secret encapsulation";
+inline constexpr const char* keyPackOtherSparseContext =
+    "[KeyPack] parameter of context and context_sparse does not match";
+
+inline constexpr const char* keyGeneratorOtherContext = "[KeyGenerator] context and secret key don't match";
+inline constexpr const char* keyGeneratorWithoutEncapsulation =
+    "[KeyGenerator] context does not support sparse secret encapsulation";
+inline constexpr const char* keyGeneratorOtherSparseContext =
+    "[KeyGenerator] parameter of context and context_sparse does not match";
+inline constexpr const char* keyGeneratorWithoutSecretKey =
+    "[KeyGenerator] The KeyGenerator was constructed without a default secret key";
+inline constexpr const char* wrongRotationIndex = "Wrong rotation index";
+
 } // namespace Torvo::message

@@ -1,0 +1,45 @@
+#include "crypto/EncryptionKeyImpl.hpp"
+
+#include "arithmetic/PolyGerm.hpp"
+#include "arithmetic/Ring.hpp"
+#include "context/ContextContent.hpp"
+#include "crypto/RandomSampler.hpp"
+#include "crypto/SecretPolynomial.hpp"
+#include "persistence/Archive.hpp"
+#include "persistence/Verifier.hpp"
+
+namespace Torvo {
+
+EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext)
+    : context(keyContext), ax(context, false, true), bx(context, false, true),
+      context_hash(context->context_hash) {}
+
+EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext, const SecretKey& secretKey)
+    : EncryptionKeyImpl(keyContext) {
+    const u64 level = context->parameter.encryption_level;
+    SecretPolynomial error(context, false, level);
+    ax.setLevel(level);
+    bx.setLevel(level);
+    populateUniformPoly(ax, true);
+    RandomSampler().sampleGaussian(error, context);
+    context->primes.forwardNTT(error, error);
+    context->primes.hadamardMult(ax, secretKey.getSx(0), bx);
+    context->primes.sub(error, bx, bx);
+}
+
+void EncryptionKeyImpl::save(OutputArchive& archive) const {
+    saveTag(archive, ObjectTag::EncryptionKey);
+    archive(context_hash, bx, ax);
+}
+
+void EncryptionKeyImpl::load(InputArchive& archive) {
+    verifyTag(archive, ObjectTag::EncryptionKey);
+    archive(context_hash);
+    for (Polynomial* poly : {&bx, &ax}) {
+        poly->load(archive, ringOf(context));
+        verify(!poly->isModUp() && poly->isNTT());
+    }
+    verify(ax.getLevel() == bx.getLevel());
+}
+
+} // namespace Torvo

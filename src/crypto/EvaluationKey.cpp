@@ -1,0 +1,107 @@
+#include <Torvo/EvaluationKey.hpp>
+
+#include "crypto/EvaluationKeyImpl.hpp"
+#include "persistence/Serialize.hpp"
+
+namespace Torvo {
+
+EvaluationKey::EvaluationKey() : impl_(std::make_unique<EvaluationKeyImpl>()) {}
+
+EvaluationKey::EvaluationKey(const Context& context, char type, unsigned long rotationIndex)
+    : impl_(std::make_unique<EvaluationKeyImpl>(context, type, rotationIndex)) {}
+
+EvaluationKey::EvaluationKey(EvaluationKey&& other) noexcept = default;
+EvaluationKey& EvaluationKey::operator=(EvaluationKey&& other) noexcept = default;
+EvaluationKey::~EvaluationKey() = default;
+
+const Context& EvaluationKey::getContext() const {
+    return impl_->context;
+}
+
+char EvaluationKey::getType() const {
+    return impl_->type;
+}
+
+unsigned long EvaluationKey::getRotationIndex() const {
+    return impl_->rotation_index;
+}
+
+unsigned long EvaluationKey::getContextHash() const {
+    return impl_->context_hash;
+}
+
+unsigned long EvaluationKey::getGadgetRank() const {
+    return impl_->ax.at(Device{}).size();
+}
+
+Polynomial* EvaluationKey::getAxIter(const Device& device) {
+    return impl_->ax.at(device).data();
+}
+
+const Polynomial* EvaluationKey::getAxIter(const Device& device) const {
+    return std::as_const(*impl_).ax.at(device).data();
+}
+
+Polynomial* EvaluationKey::getBxIter(const Device& device) {
+    return impl_->bx.at(device).data();
+}
+
+const Polynomial* EvaluationKey::getBxIter(const Device& device) const {
+    return std::as_const(*impl_).bx.at(device).data();
+}
+
+void EvaluationKey::copyTo(const Device& device) {
+    impl_->ax.ensure(device);
+    impl_->bx.ensure(device);
+}
+
+void EvaluationKey::removeExcept(const Device& device) {
+    impl_->ax.removeExcept(device);
+    impl_->bx.removeExcept(device);
+}
+
+void EvaluationKey::save(const std::string& path) const {
+    Serialize::save(path, *impl_);
+}
+
+void EvaluationKey::save(std::ostream& stream) const {
+    Serialize::save(stream, *impl_);
+}
+
+void EvaluationKey::load(const std::string& path) {
+    Serialize::load(path, *impl_);
+}
+
+void EvaluationKey::load(std::istream& stream) {
+    Serialize::load(stream, *impl_);
+}
+
+std::unique_ptr<EvaluationKey> makeEmptyMultKey(const Context& context) {
+    return std::make_unique<EvaluationKey>(context, 'm', 0);
+}
+
+std::unique_ptr<EvaluationKey> makeEmptyConjKey(const Context& context) {
+    return std::make_unique<EvaluationKey>(context, 'c', 0);
+}
+
+std::unique_ptr<EvaluationKey> makeEmptyRotKey(const Context& context, unsigned long rotationIndex) {
+    return std::make_unique<EvaluationKey>(context, 'r', rotationIndex);
+}
+
+std::unique_ptr<EvaluationKey> makeEmptyModPackKey(const Context& context) {
+    return std::make_unique<EvaluationKey>(context, 'p', 0);
+}
+
+std::unique_ptr<EvaluationKey> makeEmptyRingSwitchKey(const Context& context) {
+    return std::make_unique<EvaluationKey>(context, 'w', 0);
+}
+
+void save(const EvaluationKey& key, std::ostream& stream) {
+    key.save(stream);
+}
+
+void load(EvaluationKey& key, std::istream& stream) {
+    key.load(stream);
+}
+
+} // namespace Torvo

@@ -1,0 +1,69 @@
+#include <Torvo/KeyGenerator.hpp>
+
+#include "crypto/KeyGeneratorImpl.hpp"
+
+#include <optional>
+
+namespace Torvo {
+
+KeyGenerator::KeyGenerator(const Context& context)
+    : context_(context), keyPack_(context),
+      impl_(std::make_shared<KeyGeneratorImpl>(context, std::nullopt, keyPack_.getImpl())) {}
+
+KeyGenerator::KeyGenerator(const Context& context, const SecretKey& secretKey)
+    : KeyGenerator(context, secretKey, KeyPack(context)) {}
+
+KeyGenerator::KeyGenerator(const Context& context, const SecretKey& secretKey, const KeyPack& keyPack)
+    : context_(context), keyPack_(keyPack),
+      impl_(std::make_shared<KeyGeneratorImpl>(context, secretKey, keyPack_.getImpl())) {}
+
+KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey)
+    : KeyGenerator(context, contextSparse, secretKey, KeyPack(context)) {}
+
+KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey,
+                           const KeyPack& keyPack)
+    : context_(context), contextSparse_(contextSparse), keyPack_(keyPack),
+      impl_(std::make_shared<KeyGeneratorImpl>(context, contextSparse, secretKey, keyPack_.getImpl())) {}
+
+void KeyGenerator::genEncKey() const {
+    impl_->genEncKey();
+}
+
+void KeyGenerator::genMultKey() const {
+    impl_->genMultKey();
+}
+
+void KeyGenerator::genConjKey() const {
+    impl_->genConjKey();
+}
+
+void KeyGenerator::genLeftRotKey(unsigned long index) const {
+    impl_->genLeftRotKey(index);
+}
+
+void KeyGenerator::genRightRotKey(unsigned long index) const {
+    impl_->genRightRotKey(index);
+}
+
+void KeyGenerator::genRotKeyBundle() const {
+    impl_->genRotKeyBundle();
+}
+
+void KeyGenerator::genRotKeyIfNotExist(long index) const {
+    impl_->genRotKeyIfNotExist(index);
+}
+
+const KeyPack& KeyGenerator::getKeyPack() const {
+    return keyPack_;
+}
+
+void KeyGenerator::save(const std::string& path) const {
+    keyPack_.getImpl()->save(path);
+}
+
+void KeyGenerator::flush() {
+    keyPack_ = KeyPack(context_);
+    impl_->flushKeyPack(keyPack_.getImpl());
+}
+
+} // namespace Torvo

@@ -1,0 +1,121 @@
+#include "crypto/KeyGeneratorImpl.hpp"
+
+#include "arithmetic/Ring.hpp"
+#include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
+#include "crypto/Messages.hpp"
+#include "crypto/SecretPolynomial.hpp"
+
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+/// Passes the context on, so that it is checked before any table is made of it.
+const Context& matching(const Context& context, const std::optional<SecretKey>& secretKey) {
+    require(!secretKey || *context == *secretKey->getContext(), message::keyGeneratorOtherContext);
+    return context;
+}
+
+const Context& matching(const Context& context, const Context& contextSparse,
+                        const std::optional<SecretKey>& secretKey) {
+    matching(context, secretKey);
+    requireSparsePartner(context, contextSparse, message::keyGeneratorWithoutEncapsulation,
+                         message::keyGeneratorOtherSparseContext);
+    return context;
+}
+
+/// For a source secret, over the whole chain.
+SecretPolynomial emptySecret(const Context& context) {
+    return SecretPolynomial(context, true, ringOf(context).numBase - 1);
+}
+
+} // namespace
+
+KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const std::optional<SecretKey>& secretKey,
+                                   std::shared_ptr<KeyPackImpl> keyPack)
+    : KeyGeneratorImplBase(matching(context, secretKey)), secretKey_(secretKey),
+      keyPack_(std::move(keyPack)) {}
+
+KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const Context& contextSparse,
+                                   const std::optional<SecretKey>& secretKey,
+                                   std::shared_ptr<KeyPackImpl> keyPack)
+    : KeyGeneratorImplBase(matching(context, contextSparse, secretKey), contextSparse), secretKey_(secretKey),
+      keyPack_(std::move(keyPack)) {}
+
+const SecretKey& KeyGeneratorImpl::secretKey() const {
+    require(secretKey_.has_value(), message::keyGeneratorWithoutSecretKey);
+    return *secretKey_;
+}
+
+std::shared_ptr<EvaluationKey> KeyGeneratorImpl::switchingKey(std::unique_ptr<EvaluationKey> key,
+                                                              const Polynomial& sFrom) const {
+    Polynomial* ax = key->getAxIter(Device{});
+    genSwitchingKeyAxWithGerm(context_, ax);
+    genSwitchingKeyBx(context_, decomposeData_, sFrom, secretKey().getSx(0), ax, key->getBxIter(Device{}));
+    return key;
+}
+
+void KeyGeneratorImpl::genEncKey() const {
+    const SecretKey& secret = secretKey();
+    keyPack_->encKey.replace([&] { return std::make_shared<EncryptionKey>(context_, secret); });
+}
+
+void KeyGeneratorImpl::genMultKey() const {
+    const Polynomial& s = secretKey().getSx(0);
+    SecretPolynomial square = emptySecret(context_);
+    context_->primes.hadamardMult(s, s, square);
+    keyPack_->multKey.replace([&] { return switchingKey(makeEmptyMultKey(context_), square); });
+}
+
+void KeyGeneratorImpl::genConjKey() const {
+    const Polynomial& s = secretKey().getSx(0);
+    SecretPolynomial conjugate = emptySecret(context_);
+    context_->primes.frobeniusMapInNTT<false>(s, -1, conjugate);
+    keyPack_->conjKey.replace([&] { return switchingKey(makeEmptyConjKey(context_), conjugate); });
+}
+
+void KeyGeneratorImpl::genLeftRotKey(u64 index) const {
+    const Polynomial& s = secretKey().getSx(0);
+    requireRotation(index);
+    const u64 galois = context_->fft.getGaloisElement(index, Device{});
+    SecretPolynomial rotated = emptySecret(context_);
+    context_->primes.frobeniusMapInNTT<false>(s, static_cast<long>(galois), rotated);
+    keyPack_->addRotKey(index, switchingKey(makeEmptyRotKey(context_, index), rotated));
+}
+
+void KeyGeneratorImpl::genRightRotKey(u64 index) const {
+    secretKey();
+    requireRotation(index);
+    genLeftRotKey(context_->parameter.num_slots - index);
+}
+
+void KeyGeneratorImpl::genRotKeyBundle() const {
+    secretKey();
+    const u64 slots = context_->parameter.num_slots;
+    for (u64 power = 1; power < slots; power *= 2) {
+        genRotKeyUnlessLoaded(power);
+        genRotKeyUnlessLoaded(slots - power);
+    }
+}
+
+void KeyGeneratorImpl::genRotKeyIfNotExist(long index) const {
+    secretKey();
+    const u64 left = static_cast<u64>(index) & (context_->parameter.num_slots - 1);
+    if (left != 0) genRotKeyUnlessLoaded(left);
+}
+
+void KeyGeneratorImpl::genRotKeyUnlessLoaded(u64 index) const {
+    if (!keyPack_->isRotKeyLoaded(index)) genLeftRotKey(index);
+}
+
+void KeyGeneratorImpl::requireRotation(u64 index) const {
+    require(index != 0 && index < context_->parameter.num_slots, message::wrongRotationIndex);
+}
+
+void KeyGeneratorImpl::flushKeyPack(std::shared_ptr<KeyPackImpl> keyPack) {
+    keyPack_ = std::move(keyPack);
+}
+
+} // namespace Torvo

@@ -1,0 +1,46 @@
+#include "crypto/KeyGeneratorImplBase.hpp"
+
+#include "arithmetic/PolyGerm.hpp"
+#include "arithmetic/Ring.hpp"
+#include "context/ContextContent.hpp"
+#include "crypto/SecretPolynomial.hpp"
+
+namespace Torvo {
+
+KeyGeneratorImplBase::KeyGeneratorImplBase(const Context& context)
+    : context_(context), decomposeData_(context) {}
+
+KeyGeneratorImplBase::KeyGeneratorImplBase(const Context& context, const Context& contextSparse)
+    : context_(context), decomposeData_(context), contextSparse_(contextSparse),
+      decomposeDataSparse_(std::in_place, contextSparse) {}
+
+void KeyGeneratorImplBase::genSwitchingKeyAxWithGerm(const Context& context, Polynomial* ax) const {
+    for (u64 j = 0; j < context->parameter.gadget_rank; ++j) populateUniformPoly(ax[j], true);
+}
+
+void KeyGeneratorImplBase::genSwitchingKeyAx(const Context& context, Polynomial* ax) const {
+    for (u64 j = 0; j < context->parameter.gadget_rank; ++j) sampler_.sampleUniform(ax[j], context);
+}
+
+void KeyGeneratorImplBase::genSwitchingKeyBx(const Context& context, const RNSDecomposeData& decomposeData,
+                                             const Polynomial& sFrom, const Polynomial& sTo,
+                                             const Polynomial* ax, Polynomial* bx) const {
+    const Ring ring = ringOf(context);
+    const u64* pMod = decomposeData.getPMod(Device{});
+    const u64* hatQMod = decomposeData.getHatQMod(Device{});
+    SecretPolynomial error(context, true, ring.numBase - 1);
+    SecretPolynomial gadget(context, true, ring.numBase - 1);
+    for (u64 j = 0; j < ring.gadgetRank; ++j) {
+        sampler_.sampleGaussian(error, context);
+        ring.primes.forwardNTT(error, error);
+        ring.primes.hadamardMult(ax[j], sTo, bx[j]);
+        ring.primes.sub(error, bx[j], bx[j]);
+
+        const OutputModulusBoundValidator block(ring.digitBegin(j), ring.digitEnd(j));
+        ring.primes.constMult(sFrom, pMod, gadget, block);
+        ring.primes.constMult(gadget, hatQMod, gadget, block);
+        ring.primes.add(bx[j], gadget, bx[j], block);
+    }
+}
+
+} // namespace Torvo

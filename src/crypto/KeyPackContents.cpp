@@ -1,0 +1,70 @@
+#include "crypto/KeyPackContents.hpp"
+
+#include "core/Failure.hpp"
+#include "crypto/EncryptionKeyImpl.hpp"
+#include "crypto/EvaluationKeyImpl.hpp"
+#include "crypto/Messages.hpp"
+#include "persistence/Archive.hpp"
+
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+template <class Archive, class Key>
+void fields(Archive& archive, Key& key) {
+    archive(key.impl());
+}
+
+template <class Archive>
+void fields(Archive& archive, SparseSecretEncapsulationKey& key) {
+    archive(key.getDTSPart()->impl(), key.getSTDPart()->impl());
+}
+
+template <class Key>
+void saveIfPresent(OutputArchive& archive, const std::shared_ptr<Key>& key) {
+    const bool isPresent = key != nullptr;
+    archive(detail::Flag(isPresent));
+    if (key) fields(archive, *key);
+}
+
+template <class Key, class Make>
+std::shared_ptr<Key> loadIfPresent(InputArchive& archive, Make&& makeEmpty) {
+    bool isPresent = false;
+    archive(detail::Flag(isPresent));
+    if (!isPresent) return nullptr;
+    std::shared_ptr<Key> key = makeEmpty();
+    fields(archive, *key);
+    return key;
+}
+
+} // namespace
+
+void KeyPackContents::save(OutputArchive& archive) const {
+    saveIfPresent(archive, encKey);
+    saveIfPresent(archive, multKey);
+    saveIfPresent(archive, conjKey);
+    archive(u64{rotKeys.size()});
+    for (const auto& [index, key] : rotKeys) fields(archive, *key);
+    saveIfPresent(archive, sparseKey);
+}
+
+void KeyPackContents::load(InputArchive& archive) {
+    encKey = loadIfPresent<EncryptionKey>(archive, [&] { return std::make_unique<EncryptionKey>(context); });
+    multKey = loadIfPresent<EvaluationKey>(archive, [&] { return makeEmptyMultKey(context); });
+    conjKey = loadIfPresent<EvaluationKey>(archive, [&] { return makeEmptyConjKey(context); });
+    u64 count = 0;
+    archive(count);
+    for (u64 i = 0; i < count; ++i) {
+        std::shared_ptr<EvaluationKey> key = makeEmptyRotKey(context, 0);
+        fields(archive, *key);
+        rotKeys.emplace(key->getRotationIndex(), std::move(key));
+    }
+    sparseKey = loadIfPresent<SparseSecretEncapsulationKey>(archive, [&] {
+        require(contextSparse.has_value(), message::keyPackWithoutEncapsulation);
+        return makeEmptySparseSecretEncapsulationKey(context, *contextSparse);
+    });
+}
+
+} // namespace Torvo

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "core/Failure.hpp"
+
+#include <fstream>
+#include <istream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace Torvo {
+
+/// The key of a file by `make`, or null when the file does not open. The file is opened once: whether it is
+/// there and what it holds are told by the same descriptor.
+template <class Make>
+auto readKeyFile(const std::string& path, Make&& make) {
+    using Key = typename decltype(make())::element_type;
+    std::ifstream file(path, std::ios::in | std::ios::binary);
+    std::shared_ptr<Key> key;
+    if (file.is_open()) {
+        key = make();
+        load(*key, file);
+    }
+    return key;
+}
+
+/// One key of a kind behind a mutex, which is held while the key is read from disk or generated: so a key is
+/// read once, and a second caller waits for the first. A key becomes visible only when it is complete.
+template <class Key>
+class KeySlot {
+public:
+    bool isFilled() const {
+        const std::lock_guard lock(mutex_);
+        return key_ != nullptr;
+    }
+
+    /// The key, null when there is none; never touches the disk.
+    std::shared_ptr<Key> get() const {
+        const std::lock_guard lock(mutex_);
+        return key_;
+    }
+
+    /// The key, read from the file of `path` into one that `makeEmpty` gives unless it is here; null when it
+    /// is neither here nor there.
+    template <class MakeEmpty>
+    std::shared_ptr<Key> getOrRead(const std::string& path, MakeEmpty&& makeEmpty) {
+        const std::lock_guard lock(mutex_);
+        if (!key_) key_ = readKeyFile(path, makeEmpty);
+        return key_;
+    }
+
+    /// Puts what `make` gives in place of the key.
+    template <class Make>
+    void replace(Make&& make) {
+        const std::lock_guard lock(mutex_);
+        key_ = make();
+    }
+
+    /// For taking the mutexes of several slots together.
+    std::mutex& mutex() const { return mutex_; }
+    /// The key, for a caller that holds `mutex()`.
+    const std::shared_ptr<Key>& key() const { return key_; }
+
+private:
+    std::shared_ptr<Key> key_;
+    mutable std::mutex mutex_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,73 @@
+#include <Torvo/SparseSecretEncapsulationKey.hpp>
+
+#include "crypto/EvaluationKeyImpl.hpp"
+#include "persistence/Serialize.hpp"
+
+namespace Torvo {
+
+namespace {
+
+constexpr char sparseSecretEncapsulationTag = 's';
+
+} // namespace
+
+SparseSecretEncapsulationKey::SparseSecretEncapsulationKey(const Context& context,
+                                                           const Context& context_sparse)
+    : dts_(context_sparse, sparseSecretEncapsulationTag, 0), std_(context, sparseSecretEncapsulationTag, 0) {}
+
+EvaluationKey* SparseSecretEncapsulationKey::getDTSPart() {
+    return &dts_;
+}
+
+const EvaluationKey* SparseSecretEncapsulationKey::getDTSPart() const {
+    return &dts_;
+}
+
+EvaluationKey* SparseSecretEncapsulationKey::getSTDPart() {
+    return &std_;
+}
+
+const EvaluationKey* SparseSecretEncapsulationKey::getSTDPart() const {
+    return &std_;
+}
+
+void SparseSecretEncapsulationKey::copyTo(const Device& device) {
+    dts_.copyTo(device);
+    std_.copyTo(device);
+}
+
+void SparseSecretEncapsulationKey::removeExcept(const Device& device) {
+    dts_.removeExcept(device);
+    std_.removeExcept(device);
+}
+
+void SparseSecretEncapsulationKey::save(const std::string& path) const {
+    Serialize::save(path, dts_.impl(), std_.impl());
+}
+
+void SparseSecretEncapsulationKey::save(std::ostream& stream) const {
+    Serialize::save(stream, dts_.impl(), std_.impl());
+}
+
+void SparseSecretEncapsulationKey::load(const std::string& path) {
+    Serialize::load(path, dts_.impl(), std_.impl());
+}
+
+void SparseSecretEncapsulationKey::load(std::istream& stream) {
+    Serialize::load(stream, dts_.impl(), std_.impl());
+}
+
+std::unique_ptr<SparseSecretEncapsulationKey>
+makeEmptySparseSecretEncapsulationKey(const Context& context, const Context& context_sparse) {
+    return std::make_unique<SparseSecretEncapsulationKey>(context, context_sparse);
+}
+
+void save(const SparseSecretEncapsulationKey& key, std::ostream& stream) {
+    key.save(stream);
+}
+
+void load(SparseSecretEncapsulationKey& key, std::istream& stream) {
+    key.load(stream);
+}
+
+} // namespace Torvo
