@@ -19,14 +19,14 @@ using Context = std::shared_ptr<ContextContent>;
 /// Makes the context of a preset.
 /// @param preset           any preset but `CUSTOM`
 /// @param cuda_device_ids  GPUs to serve; this build has none, so pass an empty set
-/// @throws RuntimeException "Need to specify some parameters in order to use CUSTOM parameters."
-/// @throws RuntimeException "The input parameter preset is not yet supported."
-/// @throws RuntimeException "Invalid CUDA device ID: " and the number, for a GPU that is not there
+/// @throws RuntimeException in this order: "Invalid CUDA device ID: " and the number, for a GPU that is not
+///         there; "The input parameter preset is not yet supported."; "Need to specify some parameters in
+///         order to use CUSTOM parameters."
 TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids = {});
 
 /// Makes a context from numbers of your own (preset `CUSTOM`); the primes are searched for.
 /// @param log_degree    log2 of the ring degree, 6 to 20
-/// @param chain_length  number of ciphertext primes, at most 50: one base prime and `chain_length - 1` more,
+/// @param chain_length  number of ciphertext primes, 1 to 50: one base prime and `chain_length - 1` more,
 ///                      which is the number of multiplicative levels
 /// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61
 /// @param log_qpsize    bits of the other ciphertext primes, and so of the scale: 36 to 61
@@ -35,12 +35,13 @@ TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>
 ///                      key switching and smaller keys, but a larger total modulus, and so less security
 /// @param rank          1
 /// @param cuda_device_ids  as above
-/// @throws RuntimeException in this order: "[Parameter] Invalid log_degree", "[Parameter] Invalid
-///         chain_length", "[Parameter] gadget_rank should divide chain_length", "[Parameter] custom parameter
-///         with rank > 1 is not supported.", "[PrimeModuli] Prime size is too big. It should be < 62",
+/// @throws RuntimeException in this order: "Invalid CUDA device ID: " and the number; "[Parameter] Invalid
+///         log_degree", "[Parameter] Invalid chain_length", "[Parameter] gadget_rank should divide
+///         chain_length", "[Parameter] custom parameter with rank > 1 is not supported.", "[PrimeModuli]
+///         Prime size is too big. It should be < 62",
 ///         "[PrimeModuli] Base prime should be greater than quantize primes", "[PrimeModuli] Quantize primes
 ///         should be greater than or equal to 36 bit", "[PrimeModuli] log_tpsize should be greater than
-///         log_qpsize + (log_bpsize - log_qpsize)/numTP"; "Invalid CUDA device ID: " and the number
+///         log_qpsize + (log_bpsize - log_qpsize)/numTP"
 TORVO_API Context makeContext(unsigned long log_degree, unsigned long chain_length, unsigned long log_bpsize,
                               unsigned long log_qpsize, unsigned long log_tpsize, unsigned long gadget_rank,
                               unsigned long rank, const std::set<int>& cuda_device_ids);

@@ -19,19 +19,27 @@ u64 combine(u64 h, u64 v) {
     return h ^ (mix(v) + 0x9e3779b9 + (h << 6) + (h >> 2));
 }
 
+std::vector<unsigned long> valuesOf(const PrimeModuli& primes) {
+    std::vector<unsigned long> values;
+    for (const Modulus& modulus : primes.getModuli()) values.push_back(modulus.getPrime());
+    return values;
+}
+
 } // namespace
 
 ContextContent::ContextContent(const ParameterPreset& preset, const std::set<Device>& cudaDevices)
     : devices(cudaDevices), parameter(preset),
       primes(preset, parameter.chain_length + parameter.numTP, parameter.degree, devices),
-      scale_factors(preset), fft(parameter.degree, devices), context_hash(computeHash()) {}
+      scale_factors(preset), fft(parameter.degree, devices),
+      context_hash(computeContextHash(valuesOf(primes), parameter.degree)) {}
 
 ContextContent::ContextContent(u64 log_degree, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
                                u64 log_tpsize, u64 gadget_rank, u64 rank, const std::set<Device>& cudaDevices)
     : devices(cudaDevices),
       parameter(log_degree, chain_length, gadget_rank, log_bpsize, log_tpsize, log_qpsize, rank),
       primes(log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize, gadget_rank, devices),
-      scale_factors(parameter, primes), fft(parameter.degree, devices), context_hash(computeHash()) {}
+      scale_factors(parameter, primes), fft(parameter.degree, devices),
+      context_hash(computeContextHash(valuesOf(primes), parameter.degree)) {}
 
 bool ContextContent::operator==(const ContextContent& other) const {
     const Parameter &a = parameter, &b = other.parameter;
@@ -41,10 +49,10 @@ bool ContextContent::operator==(const ContextContent& other) const {
            a.log_qpsize == b.log_qpsize && a.gadget_rank == b.gadget_rank && a.log_tpsize == b.log_tpsize;
 }
 
-u64 ContextContent::computeHash() const {
+u64 computeContextHash(const std::vector<unsigned long>& primes, u64 degree) {
     u64 h = 0;
-    for (const Modulus& modulus : primes.getModuli()) h = combine(h, modulus.getPrime());
-    return combine(h, parameter.degree);
+    for (const u64 p : primes) h = combine(h, p);
+    return combine(h, degree);
 }
 
 Ring ringOf(const Context& context) {

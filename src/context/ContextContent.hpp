@@ -9,6 +9,7 @@
 #include <Torvo/Device.hpp>
 
 #include <set>
+#include <vector>
 
 namespace Torvo {
 
@@ -28,10 +29,11 @@ public:
     PrimeModuli primes;
     ScaleFactors scale_factors;
     FFT fft;
-    u64 context_hash; ///< stamp of the ring: of the primes in chain order and the degree
-
-private:
-    u64 computeHash() const;
+    u64 context_hash; ///< stamp of the ring, see `computeContextHash`
 };
+
+/// The stamp of a ring on saved objects: a mix of the primes in chain order and the degree. Not
+/// cryptographic.
+u64 computeContextHash(const std::vector<unsigned long>& primes, u64 degree);
 
 } // namespace Torvo

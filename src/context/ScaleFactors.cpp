@@ -19,9 +19,9 @@ std::vector<double> logsOf(std::span<const u64> primes) {
 }
 
 std::vector<double> logsOf(const PrimeModuli& primes, u64 count) {
-    std::vector<double> logs;
-    for (u64 i = 0; i < count; ++i) logs.push_back(std::log2(static_cast<double>(primes.getPrime(i))));
-    return logs;
+    std::vector<u64> values;
+    for (u64 i = 0; i < count; ++i) values.push_back(primes.getPrime(i));
+    return logsOf(values);
 }
 
 /// The scale at the top is the top prime; each level below is what a squared scale leaves after the division

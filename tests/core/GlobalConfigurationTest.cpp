@@ -1,0 +1,69 @@
+#include <Torvo/GlobalConfiguration.hpp>
+
+#include "support/Expect.hpp"
+
+namespace Torvo {
+namespace {
+
+using Json = nlohmann::json;
+
+TEST(GlobalConfiguration, InstanceIsOneAndHasTheDefaultFeatures) {
+    auto& configuration = GlobalConfiguration::instance();
+    EXPECT_EQ(&configuration, &GlobalConfiguration::instance());
+    EXPECT_EQ(configuration.getFeature("use_radix"), Json::parse("[1, 2, 3]"));
+    EXPECT_EQ(configuration.getFeature("use_new_filesystem"), Json(true));
+}
+
+TEST(GlobalConfiguration, SwitchesAnswerAsBooleans) {
+    const auto& configuration = GlobalConfiguration::instance();
+    EXPECT_FALSE(configuration.isFeatureEnabled("absent"));
+    EXPECT_TRUE(configuration.isFeatureEnabled("use_new_filesystem"));
+}
+
+TEST(GlobalConfiguration, AskingAddsNothing) {
+    GlobalConfiguration configuration(Json::parse(R"({"features": {}})"));
+    EXPECT_TRUE(configuration.getFeature("absent").is_null());
+    EXPECT_FALSE(configuration.isFeatureEnabled("absent"));
+}
+
+TEST(GlobalConfiguration, WithoutFeaturesEverySwitchIsOff) {
+    for (const char* text : {"{}", "[]", "null", "3", R"({"features": 4})", R"({"features": [true]})"})
+        EXPECT_FALSE(GlobalConfiguration(Json::parse(text)).isFeatureEnabled("x")) << text;
+}
+
+TEST(GlobalConfiguration, AValueThatIsNoBooleanIsNoSwitch) {
+    EXPECT_THROW_TEXT(GlobalConfiguration::instance().isFeatureEnabled("use_radix"), Json::type_error,
+                      "[json.exception.type_error.302] type must be boolean, but is array");
+}
+
+TEST(GlobalConfiguration, FeaturesThatAreNoObjectCannotBeRead) {
+    const GlobalConfiguration configuration(Json::parse(R"({"features": [1]})"));
+    EXPECT_THROW_TEXT(
+        configuration.getFeature("x"), Json::type_error,
+        "[json.exception.type_error.305] cannot use operator[] with a string argument with array");
+}
+
+TEST(GlobalConfiguration, SettingAddsAndReplaces) {
+    GlobalConfiguration configuration(Json::object());
+    configuration.setFeature("x", true);
+    EXPECT_TRUE(configuration.isFeatureEnabled("x"));
+    configuration.setFeature("x", false);
+    EXPECT_FALSE(configuration.isFeatureEnabled("x"));
+    configuration.setFeature("x", Json::parse(R"({"depth": 2})"));
+    EXPECT_EQ(configuration.getFeature("x")["depth"], 2);
+}
+
+TEST(GlobalConfiguration, InstanceCanBeChanged) {
+    auto& configuration = GlobalConfiguration::instance();
+    configuration.setFeature("only_for_this_test", true);
+    EXPECT_TRUE(GlobalConfiguration::instance().isFeatureEnabled("only_for_this_test"));
+}
+
+TEST(GlobalConfiguration, WhatIsReadIsACopy) {
+    GlobalConfiguration configuration(Json::parse(R"({"features": {"list": [1]}})"));
+    configuration.getFeature("list").push_back(2);
+    EXPECT_EQ(configuration.getFeature("list"), Json::parse("[1]"));
+}
+
+} // namespace
+} // namespace Torvo
