@@ -130,12 +130,10 @@ void PrimeModuli::toDevice() {
     throwUnsupported("toDevice");
 }
 
-Device PrimeModuli::commonDevice(std::initializer_list<Device> devices) const {
-    const Device first = *devices.begin();
-    require(std::all_of(devices.begin(), devices.end(), [&](const Device& d) { return d == first; }),
-            message::operandsOnDifferentDevices);
-    require(first == Device{} || devices_.contains(first), message::deviceNotServed);
-    return first;
+Device PrimeModuli::checkDevice(const Device& device, bool isCommon) const {
+    require(isCommon, message::operandsOnDifferentDevices);
+    require(device == Device{} || devices_.contains(device), message::deviceNotServed);
+    return device;
 }
 
 // In the transformed row of X^(N/2), a square root of -1, the first N/2 words are all I and the others p - I.

@@ -13,7 +13,6 @@
 #include <Torvo/Device.hpp>
 #include <Torvo/ParameterPreset.hpp>
 
-#include <initializer_list>
 #include <set>
 #include <vector>
 
@@ -71,11 +70,12 @@ public:
     /// @throws RuntimeException "Operands are in different devices."; "The generated context does not support
     ///         the operation with current operands; check the device." unless it is the host or one that the
     ///         context was made for
-    template <class... Operands>
-    Device getCommonDeviceAndCheck(const Operands&... operands) const {
-        return commonDevice({operands.getDevice()...});
+    template <class First, class... Rest>
+    Device getCommonDeviceAndCheck(const First& first, const Rest&... rest) const {
+        return checkDevice(first.getDevice(), ((rest.getDevice() == first.getDevice()) && ...));
     }
-    Device commonDevice(std::initializer_list<Device> devices) const;
+    /// The same for operands of which the first is on `device`, and all others if `isCommon`.
+    Device checkDevice(const Device& device, bool isCommon) const;
 
     /// One constant per row: a copy of the words.
     DeviceSpecificArray<u64> computeConstantCoefficients(const LevelledElement& real) const;
@@ -171,10 +171,17 @@ public:
     void coefficientsToPolyVector(const DeviceSpecificArray<int>& ints, PolynomialVector& polys) const;
 
     /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over the range [aBegin, aEnd), in the NTT domain.
-    /// @throws RuntimeException "Operands have different levels."; "Operands have different mod-up states."
+    /// All a_j have one level; x_j and y_j reach it at least, of which the rows above are not looked at.
+    /// @throws RuntimeException "Operand is empty so device is not defined"; "Operands have different
+    /// levels.";
+    ///         "Operands have different mod-up states."
     template <class AIter, class XIter, class YIter>
     void innerProduct(AIter aBegin, AIter aEnd, XIter xBegin, YIter yBegin, Polynomial& out1,
-                      Polynomial& out2) const;
+                      Polynomial& out2) const {
+        std::vector<ProductPair> pairs;
+        for (; aBegin != aEnd; ++aBegin, ++xBegin, ++yBegin) pairs.push_back({&*aBegin, &*xBegin, &*yBegin});
+        innerProduct(pairs, out1, out2);
+    }
 
     // ---- integers and vectors in RNS form; equal levels, or RuntimeException "Operands have different
     // levels."
@@ -198,6 +205,14 @@ public:
 private:
     enum class Transforms { With, Without };
     PrimeModuli(const std::vector<u64>& chain, u64 degree, Transforms transforms, std::set<Device> devices);
+
+    /// One term of the two sums of `innerProduct`: a * x and a * y.
+    struct ProductPair {
+        const Polynomial* a;
+        const Polynomial* x;
+        const Polynomial* y;
+    };
+    void innerProduct(const std::vector<ProductPair>& pairs, Polynomial& out1, Polynomial& out2) const;
 
     void initICoefficients();
     void initInvPrimeData();

@@ -14,7 +14,10 @@ enum class Nesting { Guarded, Default };
 /// before it returns. The body must not throw: an exception that left it would end the process.
 template <Nesting nesting = Nesting::Guarded, class Body>
 void forEachIndex(u64 count, Body&& body) {
-    const int threads = nesting == Nesting::Guarded && omp_in_parallel() != 0 ? 1 : omp_get_max_threads();
+    // One thread or the default team, never a size between: a team that shrinks gives its threads back to
+    // the system, to be made anew for the next loop.
+    const bool alone = count < 2 || (nesting == Nesting::Guarded && omp_in_parallel() != 0);
+    const int threads = alone ? 1 : omp_get_max_threads();
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (u64 i = 0; i < count; ++i) body(i);
 }

@@ -1,0 +1,101 @@
+#include "arithmetic/Messages.hpp"
+#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/PrimeModuliShape.hpp"
+#include "core/Failure.hpp"
+
+#include <algorithm>
+
+namespace Torvo {
+
+namespace {
+
+/// Gives `out` the common level and device of the operands, refused in the order: levels, devices, backend.
+template <class A, class B, class Out>
+void shapeLevelled(const PrimeModuli& primes, FailureNames names, const A& a, const B& b, Out& out) {
+    require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
+    const Device device = primes.getCommonDeviceAndCheck(a, b);
+    out.setLevel(a.getLevel());
+    out.allocate(device);
+    requireBackend(device, names);
+}
+
+/// out = a op b, word by word: op(modulus, x, y).
+template <class WordOperation>
+void combineWords(const PrimeModuli& primes, FailureNames names, const LevelledElement& a,
+                  const LevelledElement& b, LevelledElement& out, WordOperation&& op) {
+    shapeLevelled(primes, names, a, b, out);
+    const u64 rows = std::min({a.getData().size(), b.getData().size(), out.getData().size()});
+    for (u64 i = 0; i < rows; ++i) out[i] = op(primes[i], a[i], b[i]);
+}
+
+/// out = a op b, row by row: op(i, row of a, row of b, row of out).
+template <class RowOperation>
+void combineRows(const PrimeModuli& primes, FailureNames names, const LevelledVector& a,
+                 const LevelledVector& b, LevelledVector& out, RowOperation&& op) {
+    shapeLevelled(primes, names, a, b, out);
+    forEachIndex<Nesting::Default>(a.getLevel() + 1,
+                                   [&](u64 i) { op(i, a.getRow(i), b.getRow(i), out.getRow(i)); });
+}
+
+} // namespace
+
+void PrimeModuli::add(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const {
+    combineWords(*this, {"addCUDA", "add"}, a, b, out,
+                 [](const Modulus& modulus, u64 x, u64 y) { return modulus.add(x, y); });
+}
+
+void PrimeModuli::sub(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const {
+    combineWords(*this, {"subCUDA", "sub"}, a, b, out,
+                 [](const Modulus& modulus, u64 x, u64 y) { return modulus.sub(x, y); });
+}
+
+void PrimeModuli::mult(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const {
+    combineWords(*this, {"multCUDA", "mult"}, a, b, out,
+                 [](const Modulus& modulus, u64 x, u64 y) { return modulus.mult(x, y); });
+}
+
+void PrimeModuli::add(const LevelledVector& a, const LevelledVector& b, LevelledVector& out) const {
+    combineRows(*this, {"addCUDA", "add"}, a, b, out, [&](u64 i, const u64* x, const u64* y, u64* sum) {
+        moduli_[i].addVector(sum, x, y, a.getDimension());
+    });
+}
+
+void PrimeModuli::sub(const LevelledVector& a, const LevelledVector& b, LevelledVector& out) const {
+    combineRows(*this, {"subCUDA", "sub"}, a, b, out,
+                [&](u64 i, const u64* x, const u64* y, u64* difference) {
+                    moduli_[i].subVector(difference, x, y, a.getDimension());
+                });
+}
+
+void PrimeModuli::negate(const LevelledVector& a, LevelledVector& out) const {
+    combineRows(*this, {"negateCUDA", "negate"}, a, a, out,
+                [&](u64 i, const u64* x, const u64*, u64* negative) {
+                    moduli_[i].negateVector(negative, x, a.getDimension());
+                });
+}
+
+void PrimeModuli::constMult(const LevelledVector& a, const LevelledElement& e, LevelledVector& out) const {
+    shapeLevelled(*this, {"constMultCUDA", "constMult"}, a, e, out);
+    forEachIndex<Nesting::Default>(a.getLevel() + 1, [&](u64 i) {
+        moduli_[i].constMult<1>(a.getRow(i), e[i], out.getRow(i), a.getDimension());
+    });
+}
+
+void PrimeModuli::innerProduct(const LevelledVector& a, const LevelledVector& b, LevelledElement& out) const {
+    shapeLevelled(*this, {"innerProductCUDA", "innerProduct"}, a, b, out);
+    forEachIndex<Nesting::Default>(a.getLevel() + 1, [&](u64 i) {
+        moduli_[i].innerProduct(a.getRow(i), b.getRow(i), &out[i], a.getDimension());
+    });
+}
+
+void PrimeModuli::conjugateInvert(const LevelledVector& v, LevelledVector& out, u64 k) const {
+    shapeLevelled(*this, {"conjugateInvertCUDA", "conjugateInvert"}, v, v, out);
+    const u64 n = v.getDimension();
+    ScratchRows scratch(&out == &v ? n : 0);
+    forEachIndex<Nesting::Guarded>(v.getLevel() + 1, [&](u64 i) {
+        permuteRow(v.getRow(i), out.getRow(i), n, scratch.mine(),
+                   [&](const u64* in, u64* target) { moduli_[i].conjugateInvert(in, target, n, k); });
+    });
+}
+
+} // namespace Torvo
