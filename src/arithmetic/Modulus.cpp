@@ -1,5 +1,8 @@
 #include "arithmetic/Modulus.hpp"
 
+#include "arithmetic/Feature.hpp"
+#include "arithmetic/ModulusAVX2.hpp"
+
 #include <algorithm>
 #include <cmath>
 
@@ -12,14 +15,6 @@ Modulus::Modulus(unsigned long degree, unsigned long prime, bool withNTT)
       wordRemainder_(static_cast<u64>((u128{1} << 64) % prime)),
       barrettLow_(rows::makeShoupConstant(wordRemainder_, prime).companion),
       ntt_(withNTT ? std::make_unique<NTT>(degree, prime) : nullptr) {}
-
-rows::ShoupConstant Modulus::shoupConstant(u64 c) const {
-    return rows::makeShoupConstant(reduce(c), p_);
-}
-
-rows::CentringConstant Modulus::centring(u64 q) const {
-    return {q >> 1, p_ - reduce(q)};
-}
 
 u64 Modulus::power(u64 base, u64 exponent) const {
     u64 result = reduce(u64{1});
@@ -46,36 +41,63 @@ u64 Modulus::makeInteger(double value, double logScale) const {
     return 0.0 > value ? p_ - r : r;
 }
 
+namespace {
+
+/// A row of n words: all in scalar form, or the first n mod 4 words so and the rest on vectors.
+/// `scalar(count)` works on the first words, `vector(begin, count)` on those from `begin` on.
+template <class Scalar, class Vector>
+void forRow(u64 n, Scalar scalar, Vector vector) {
+    const u64 head = runsAVX2() ? n % 4 : n;
+    scalar(head);
+    if (head < n) vector(head, n - head);
+}
+
+} // namespace
+
 void Modulus::constAdd(const u64* in, u64 c, u64* out, u64 n) const {
-    rows::constAdd<ScalarLanes>(in, reduce(c), out, n, p_);
+    const u64 r = reduce(c);
+    forRow(
+        n, [&](u64 count) { rows::constAdd<ScalarLanes>(in, r, out, count, p_); },
+        [&](u64 begin, u64 count) { AVX2::constAdd(in + begin, r, out + begin, count, p_); });
 }
 
 void Modulus::addVector(u64* out, const u64* a, const u64* b, u64 n) const {
-    rows::addVector<ScalarLanes>(out, a, b, n, p_);
+    forRow(
+        n, [&](u64 count) { rows::addVector<ScalarLanes>(out, a, b, count, p_); },
+        [&](u64 begin, u64 count) { AVX2::addVector(out + begin, a + begin, b + begin, p_, count); });
 }
 
 void Modulus::subVector(u64* out, const u64* a, const u64* b, u64 n) const {
-    rows::subVector<ScalarLanes>(out, a, b, n, p_);
+    forRow(
+        n, [&](u64 count) { rows::subVector<ScalarLanes>(out, a, b, count, p_); },
+        [&](u64 begin, u64 count) { AVX2::subVector(out + begin, a + begin, b + begin, p_, count); });
 }
 
 void Modulus::negateVector(u64* out, const u64* in, u64 n) const {
-    rows::negateVector<ScalarLanes>(out, in, n, p_);
+    forRow(
+        n, [&](u64 count) { rows::negateVector<ScalarLanes>(out, in, count, p_); },
+        [&](u64 begin, u64 count) { AVX2::negateVector(out + begin, in + begin, p_, count); });
 }
 
 void Modulus::mulVector(u64* out, const u64* a, const u64* b, u64 n) const {
-    rows::mulVector<ScalarLanes>(out, a, b, n, barrett());
+    forRow(
+        n, [&](u64 count) { rows::mulVector<ScalarLanes>(out, a, b, count, barrett()); },
+        [&](u64 begin, u64 count) { AVX2::mulVector(out + begin, a + begin, b + begin, p_, count); });
 }
 
 void Modulus::mulVector(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2) const {
+    if (runsAVX2()) return AVX2::mulModInt<false>(out1, out2, a, b1, b2, p_, degree_);
     rows::mulTwo<false, ScalarLanes>(out1, out2, a, b1, b2, degree_, barrett());
 }
 
 void Modulus::mulAddVector(u64* acc1, u64* acc2, const u64* a, const u64* b1, const u64* b2) const {
+    if (runsAVX2()) return AVX2::mulModInt<true>(acc1, acc2, a, b1, b2, p_, degree_);
     rows::mulTwo<true, ScalarLanes>(acc1, acc2, a, b1, b2, degree_, barrett());
 }
 
 void Modulus::tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, const u64* z,
                            const u64* w) const {
+    if (runsAVX2()) return AVX2::tensorVector(out0, out1, out2, x, y, z, w, p_, degree_);
     rows::tensorVector<ScalarLanes>(out0, out1, out2, x, y, z, w, degree_, barrett());
 }
 
@@ -109,25 +131,41 @@ void Modulus::conjugateInvert(const u64* in, u64* out, u64 n, u64 k) const {
 
 template <int k>
 void Modulus::constMult(const u64* in, u64 c, u64* out, u64 n) const {
-    rows::constMult<k, ScalarLanes>(in, shoupConstant(c), out, n, p_);
+    const u64 r = reduce(c);
+    forRow(
+        n,
+        [&](u64 count) {
+            rows::constMult<k, ScalarLanes>(in, rows::makeShoupConstant(r, p_), out, count, p_);
+        },
+        [&](u64 begin, u64 count) { AVX2::constMult<k>(in + begin, r, out + begin, count, p_); });
 }
 
 template <int k>
 void Modulus::subAndConstMult(const u64* a, const u64* b, u64 c, u64* out, u64 n) const {
-    rows::subAndConstMult<k, ScalarLanes>(a, b, shoupConstant(c), out, n, p_);
+    const u64 r = reduce(c);
+    forRow(
+        n,
+        [&](u64 count) {
+            rows::subAndConstMult<k, ScalarLanes>(a, b, rows::makeShoupConstant(r, p_), out, count, p_);
+        },
+        [&](u64 begin, u64 count) {
+            AVX2::subAndConstMult<k>(a + begin, b + begin, r, out + begin, count, p_);
+        });
 }
 
 void Modulus::normalizeModVector(u64* out, const u64* in, u64 q, u64 n) const {
-    if (q >> 1 <= p_) {
-        rows::normalizeNear<ScalarLanes>(out, in, {q >> 1, p_ - q}, n);
-    } else {
-        rows::normalizeFar<ScalarLanes>(out, in, centring(q), n, barrettHigh_, p_);
-    }
+    forRow(
+        n, [&](u64 count) { rows::normalizeVector<ScalarLanes>(out, in, q, count, p_); },
+        [&](u64 begin, u64 count) { AVX2::normalizeModVector(out + begin, in + begin, q, p_, count); });
 }
 
 template <bool accumulate>
 void Modulus::normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const {
-    rows::normalizeAndConstMult<accumulate, ScalarLanes>(in, shoupConstant(c), centring(q), out, degree_, p_);
+    const u64 r = reduce(c);
+    const u64 delta = p_ - reduce(q);
+    if (runsAVX2()) return AVX2::normalizeModAndConstMult<accumulate>(in, r, q, p_, out, degree_, delta);
+    rows::normalizeAndConstMult<accumulate, ScalarLanes>(in, rows::makeShoupConstant(r, p_), {q >> 1, delta},
+                                                         out, degree_, p_);
 }
 
 template void Modulus::constMult<1>(const u64*, u64, u64*, u64) const;

@@ -88,8 +88,6 @@ public:
 
 private:
     rows::BarrettConstant barrett() const { return {p_, logP_ - 1, barrettRatio_}; }
-    rows::ShoupConstant shoupConstant(u64 c) const;
-    rows::CentringConstant centring(u64 q) const;
     u64 reduceLazily(u128 x) const;
 
     u64 p_ = 0;

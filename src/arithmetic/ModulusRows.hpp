@@ -45,7 +45,7 @@ struct CentringConstant {
 template <class L>
 [[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, ShoupConstant c, u64 p) {
     const auto quotient = L::mulHigh(x, L::splat(c.companion));
-    return L::sub(L::mulLow(x, L::splat(c.value)), L::mulLow(quotient, L::splat(p)));
+    return L::mulLowDifference(x, L::splat(c.value), quotient, L::splat(p));
 }
 
 /// x * y mod p in [0, p) for x, y < p: the quotient estimated from the top bits of the product is at most one
@@ -171,19 +171,19 @@ void subAndConstMult(const u64* a, const u64* b, ShoupConstant c, u64* out, u64 
     }
 }
 
-/// out[i] = in[i], centred modulo q, to modulus p, for q / 2 <= p: no reduction follows, q is near p.
+/// out[i] = in[i], centred modulo q, to modulus p; in in range 1 for q. For q / 2 <= p no reduction follows:
+/// that case relies on q being near p.
 template <class L>
-void normalizeNear(u64* out, const u64* in, CentringConstant centring, u64 n) {
-    for (u64 i = 0; i < n; i += L::width)
-        L::store(out + i, L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta)));
-}
-
-/// The same for q / 2 > p, with high = floor(2^64 / p).
-template <class L>
-void normalizeFar(u64* out, const u64* in, CentringConstant centring, u64 n, u64 high, u64 p) {
-    for (u64 i = 0; i < n; i += L::width) {
-        const auto x = L::addIfAbove(L::load(in + i), L::splat(centring.half), L::splat(centring.delta));
-        L::store(out + i, reduceWord<L>(x, high, p));
+void normalizeVector(u64* out, const u64* in, u64 q, u64 n, u64 p) {
+    const auto half = L::splat(q >> 1);
+    if (q >> 1 <= p) {
+        const auto delta = L::splat(p - q);
+        for (u64 i = 0; i < n; i += L::width) L::store(out + i, L::addIfAbove(L::load(in + i), half, delta));
+    } else {
+        const auto delta = L::splat(p - q % p);
+        const u64 high = static_cast<u64>((u128{1} << 64) / p);
+        for (u64 i = 0; i < n; i += L::width)
+            L::store(out + i, reduceWord<L>(L::addIfAbove(L::load(in + i), half, delta), high, p));
     }
 }
 

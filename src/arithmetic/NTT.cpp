@@ -1,7 +1,9 @@
 #include "arithmetic/NTT.hpp"
 
+#include "arithmetic/Feature.hpp"
 #include "arithmetic/Messages.hpp"
 #include "arithmetic/Modulus.hpp"
+#include "arithmetic/NTTAVX2.hpp"
 #include "arithmetic/NumberTheoryUtils.hpp"
 #include "arithmetic/ScalarLanes.hpp"
 #include "core/Failure.hpp"
@@ -88,6 +90,18 @@ void fillCompanions(DeviceSpecificArray<unsigned long>& companions,
                    [p](u64 w) { return rows::makeShoupConstant(w, p).companion; });
 }
 
+/// `words` with the two middle ones of every four exchanged.
+DeviceSpecificArray<unsigned long> exchangeMiddles(const u64* words, u64 count) {
+    DeviceSpecificArray<unsigned long> exchanged(count);
+    for (u64 i = 0; i < count; i += 4) {
+        exchanged[i] = words[i];
+        exchanged[i + 1] = words[i + 2];
+        exchanged[i + 2] = words[i + 1];
+        exchanged[i + 3] = words[i + 3];
+    }
+    return exchanged;
+}
+
 } // namespace
 
 NTT::NTT(unsigned long degree, unsigned long prime)
@@ -110,31 +124,59 @@ NTT::NTT(unsigned long degree, unsigned long prime)
     degreeInverse_ = rows::makeShoupConstant(degreeInverse, prime);
     degreeInverseRoot_ =
         rows::makeShoupConstant(modulus.mult(degreeInverse, inversePowerTable_[degree - 1]), prime);
+    if (runsAVX2()) initAVX2Constants();
+}
+
+void NTT::initAVX2Constants() {
+    const u64 half = degree_ / 2;
+    lastPowerTable_ = exchangeMiddles(powerTable_.getData() + half, half);
+    lastPowerTableShoup_ = exchangeMiddles(powerTableShoup_.getData() + half, half);
+    lastInversePowerTable_ = exchangeMiddles(inversePowerTable_.getData() + 1, half);
+    lastInversePowerTableShoup_ = exchangeMiddles(inversePowerTableShoup_.getData() + 1, half);
 }
 
 rows::TransformTables NTT::forwardTables() const {
-    return {p_, degree_, powerTable_.getData(), powerTableShoup_.getData(), nullptr, nullptr, {}, {}};
+    return {.p = p_,
+            .degree = degree_,
+            .powers = powerTable_.getData(),
+            .companions = powerTableShoup_.getData(),
+            .lastStagePowers = lastPowerTable_.getData(),
+            .lastStageCompanions = lastPowerTableShoup_.getData(),
+            .degreeInverse = degreeInverse_,
+            .degreeInverseRoot = degreeInverseRoot_};
 }
 
 rows::TransformTables NTT::backwardTables() const {
-    return {p_,
-            degree_,
-            inversePowerTable_.getData(),
-            inversePowerTableShoup_.getData(),
-            nullptr,
-            nullptr,
-            degreeInverse_,
-            degreeInverseRoot_};
+    return {.p = p_,
+            .degree = degree_,
+            .powers = inversePowerTable_.getData(),
+            .companions = inversePowerTableShoup_.getData(),
+            .lastStagePowers = lastInversePowerTable_.getData(),
+            .lastStageCompanions = lastInversePowerTableShoup_.getData(),
+            .degreeInverse = degreeInverse_,
+            .degreeInverseRoot = degreeInverseRoot_};
 }
 
 template <int k>
 void NTT::computeForward(unsigned long* a) const {
+    if (hasAVX2Constants() && runsAVX2()) return computeForwardAVX256<k>(a);
     rows::forwardTransform<k, ScalarForm>(a, forwardTables());
 }
 
 template <int k>
 void NTT::computeBackward(unsigned long* a) const {
+    if (hasAVX2Constants() && runsAVX2()) return computeBackwardAVX256<k>(a);
     rows::backwardTransform<k, ScalarForm>(a, backwardTables());
+}
+
+template <int k>
+void NTT::computeForwardAVX256(unsigned long* a) const {
+    AVX2::forwardTransform<k>(a, forwardTables());
+}
+
+template <int k>
+void NTT::computeBackwardAVX256(unsigned long* a) const {
+    AVX2::backwardTransform<k>(a, backwardTables());
 }
 
 void NTT::computeForwardNativeSingleStep(unsigned long* a, unsigned long t) const {
@@ -149,10 +191,44 @@ void NTT::computeBackwardNativeLast(unsigned long* a) const {
     rows::backwardLastStage<2, ScalarLanes>(a, backwardTables());
 }
 
+void NTT::computeForwardAVX256Tn(unsigned long* a, unsigned long t) const {
+    AVX2::forwardStage(a, t, forwardTables());
+}
+
+void NTT::computeForwardAVX256T2(unsigned long* a) const {
+    AVX2::forwardStageTwo(a, forwardTables());
+}
+
+void NTT::computeForwardAVX256T1(unsigned long* a) const {
+    AVX2::forwardStageOne(a, forwardTables());
+}
+
+void NTT::computeBackwardAVX256T1(unsigned long* a) const {
+    AVX2::backwardStageOne(a, backwardTables());
+}
+
+void NTT::computeBackwardAVX256T2(unsigned long* a) const {
+    AVX2::backwardStageTwo(a, backwardTables());
+}
+
+void NTT::computeBackwardAVX256Tn(unsigned long* a, unsigned long t) const {
+    AVX2::backwardStage(a, t, backwardTables());
+}
+
+void NTT::computeBackwardAVX256Last(unsigned long* a) const {
+    AVX2::backwardLastStage(a, backwardTables());
+}
+
 template void NTT::computeForward<1>(unsigned long*) const;
 template void NTT::computeForward<2>(unsigned long*) const;
 template void NTT::computeForward<4>(unsigned long*) const;
 template void NTT::computeBackward<1>(unsigned long*) const;
 template void NTT::computeBackward<2>(unsigned long*) const;
+
+template void NTT::computeForwardAVX256<1>(unsigned long*) const;
+template void NTT::computeForwardAVX256<2>(unsigned long*) const;
+template void NTT::computeForwardAVX256<4>(unsigned long*) const;
+template void NTT::computeBackwardAVX256<1>(unsigned long*) const;
+template void NTT::computeBackwardAVX256<2>(unsigned long*) const;
 
 } // namespace Torvo

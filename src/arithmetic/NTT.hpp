@@ -33,6 +33,22 @@ public:
     /// The last backward stage, distance N/2, with the multiplication by 1/N folded in; scalar.
     void computeBackwardNativeLast(unsigned long* a) const;
 
+    // The AVX2 form: same ranges, same words. Only on processors that have AVX2, and for transforms that were
+    // built there.
+
+    template <int k>
+    void computeForwardAVX256(unsigned long* a) const;
+    template <int k>
+    void computeBackwardAVX256(unsigned long* a) const;
+    /// One stage of distance t >= 4, of distance 2, of distance 1.
+    void computeForwardAVX256Tn(unsigned long* a, unsigned long t) const;
+    void computeForwardAVX256T2(unsigned long* a) const;
+    void computeForwardAVX256T1(unsigned long* a) const;
+    void computeBackwardAVX256T1(unsigned long* a) const;
+    void computeBackwardAVX256T2(unsigned long* a) const;
+    void computeBackwardAVX256Tn(unsigned long* a, unsigned long t) const;
+    void computeBackwardAVX256Last(unsigned long* a) const;
+
     unsigned long getPrime() const { return p_; }
     unsigned long getTwoP() const { return twoP_; }
     unsigned long getDegree() const { return degree_; }
@@ -43,6 +59,8 @@ public:
     unsigned long getDegreeInverse() const { return degreeInverse_.value; }
 
 private:
+    void initAVX2Constants();
+    bool hasAVX2Constants() const { return lastPowerTable_.size() != 0; }
     rows::TransformTables forwardTables() const;
     rows::TransformTables backwardTables() const;
 
@@ -56,6 +74,11 @@ private:
     rows::ShoupConstant degreeInverse_{};
     /// N^-1 times the single twiddle of the last backward stage.
     rows::ShoupConstant degreeInverseRoot_{};
+    // Twiddles of the stage of distance 1, the two middle words of every four exchanged; empty without AVX2.
+    DeviceSpecificArray<unsigned long> lastPowerTable_;
+    DeviceSpecificArray<unsigned long> lastPowerTableShoup_;
+    DeviceSpecificArray<unsigned long> lastInversePowerTable_;
+    DeviceSpecificArray<unsigned long> lastInversePowerTableShoup_;
 };
 
 } // namespace Torvo

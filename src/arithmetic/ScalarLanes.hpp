@@ -15,6 +15,8 @@ struct ScalarLanes {
     static Words add(Words x, Words y) { return x + y; }
     static Words sub(Words x, Words y) { return x - y; }
     static Words mulLow(Words x, Words y) { return x * y; }
+    /// v*w - x*y.
+    static Words mulLowDifference(Words v, Words w, Words x, Words y) { return v * w - x * y; }
     static Words mulHigh(Words x, Words y) { return static_cast<u64>(u128{x} * y >> 64); }
     /// Low word of the product x * y shifted right by `shift` < 64, and the low word of the product itself.
     static Words mulShifted(Words x, Words y, u64 shift, Words& low) {

@@ -20,8 +20,8 @@ struct TransformTables {
     const u64* companions;
     const u64* lastStagePowers;
     const u64* lastStageCompanions;
-    ShoupConstant degreeInverse;     // backward only
-    ShoupConstant degreeInverseRoot; // backward only
+    ShoupConstant degreeInverse;
+    ShoupConstant degreeInverseRoot;
 
     [[gnu::always_inline]] ShoupConstant twiddle(u64 i) const { return {powers[i], companions[i]}; }
 };
@@ -48,7 +48,7 @@ template <class L>
 [[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, const Twiddle<L>& w,
                                                              u64 p) {
     const auto quotient = L::mulHigh(x, w.companion);
-    return L::sub(L::mulLow(x, w.value), L::mulLow(quotient, L::splat(p)));
+    return L::mulLowDifference(x, w.value, quotient, L::splat(p));
 }
 
 /// (x, y) := (x + w*y, x - w*y) with words in range 4 before and after: x is brought to range 2, the product

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+#include <immintrin.h>
+
+// Only for units compiled for AVX2. Everything here has internal linkage: a weak symbol of such a unit could
+// be chosen by the linker for the whole program and would then run on processors without AVX2.
+namespace Torvo {
+
+namespace arith {
+
+/// The four 32x32-bit products of 64-bit lanes x and y, added up to the words of the 128-bit product:
+/// low = low32 + 2^32 * middle modulo 2^64. No sum overflows: a 32x32 product is at most (2^32 - 1)^2.
+struct ProductParts {
+    __m256i lowProduct; // xl * yl
+    __m256i middle;     // low half of (hi32(xl*yl) + xl*yh), plus xh*yl
+    __m256i high;       // the high word of the product
+};
+
+[[gnu::always_inline]] static inline ProductParts multiplyParts(__m256i x, __m256i y) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i xh = _mm256_srli_epi64(x, 32);
+    const __m256i yh = _mm256_srli_epi64(y, 32);
+    const __m256i lowProduct = _mm256_mul_epu32(x, y);
+    const __m256i m = _mm256_add_epi64(_mm256_srli_epi64(lowProduct, 32), _mm256_mul_epu32(x, yh));
+    const __m256i middle = _mm256_add_epi64(_mm256_blend_epi32(m, zero, 0b10101010), _mm256_mul_epu32(xh, y));
+    const __m256i carries = _mm256_add_epi64(_mm256_srli_epi64(m, 32), _mm256_srli_epi64(middle, 32));
+    return {lowProduct, middle, _mm256_add_epi64(_mm256_mul_epu32(xh, yh), carries)};
+}
+
+/// High words of the four products of 64-bit lanes.
+[[gnu::always_inline]] static inline __m256i mul64To128Hi(__m256i x, __m256i y) {
+    return multiplyParts(x, y).high;
+}
+
+/// High and low words of the four products of 64-bit lanes.
+[[gnu::always_inline]] static inline void mul64To128(__m256i x, __m256i y, __m256i& high, __m256i& low) {
+    const ProductParts parts = multiplyParts(x, y);
+    high = parts.high;
+    low = _mm256_blend_epi32(parts.lowProduct, _mm256_slli_epi64(parts.middle, 32), 0b10101010);
+}
+
+/// xh * yl + xl * yh: what the low word of a product takes 2^32 times.
+[[gnu::always_inline]] static inline __m256i crossProducts(__m256i x, __m256i y) {
+    return _mm256_add_epi64(_mm256_mul_epu32(_mm256_srli_epi64(x, 32), y),
+                            _mm256_mul_epu32(x, _mm256_srli_epi64(y, 32)));
+}
+
+} // namespace arith
+
+namespace {
+
+/// Four words at a time: the vector form of the row kernels. ScalarLanes has the same members.
+struct AVX2Lanes {
+    using Words = __m256i;
+    static constexpr u64 width = 4;
+
+    [[gnu::always_inline]] static Words load(const u64* from) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+    }
+    [[gnu::always_inline]] static void store(u64* to, Words x) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), x);
+    }
+    [[gnu::always_inline]] static Words splat(u64 x) { return _mm256_set1_epi64x(static_cast<long long>(x)); }
+    [[gnu::always_inline]] static Words add(Words x, Words y) { return _mm256_add_epi64(x, y); }
+    [[gnu::always_inline]] static Words sub(Words x, Words y) { return _mm256_sub_epi64(x, y); }
+    [[gnu::always_inline]] static Words mulHigh(Words x, Words y) { return arith::mul64To128Hi(x, y); }
+    /// v*w - x*y, low words: the cross products of both meet before their one shift.
+    [[gnu::always_inline]] static Words mulLowDifference(Words v, Words w, Words x, Words y) {
+        const Words cross = sub(arith::crossProducts(v, w), arith::crossProducts(x, y));
+        const Words low = sub(_mm256_mul_epu32(v, w), _mm256_mul_epu32(x, y));
+        return add(low, _mm256_slli_epi64(cross, 32));
+    }
+    [[gnu::always_inline]] static Words mulLow(Words x, Words y) {
+        return add(_mm256_mul_epu32(x, y), _mm256_slli_epi64(arith::crossProducts(x, y), 32));
+    }
+    /// Low word of the product x * y shifted right by `shift` < 64, and the low word of the product itself.
+    [[gnu::always_inline]] static Words mulShifted(Words x, Words y, u64 shift, Words& low) {
+        Words high;
+        arith::mul64To128(x, y, high, low);
+        const Words fromHigh = _mm256_sll_epi64(high, _mm_cvtsi64_si128(static_cast<long long>(64 - shift)));
+        return _mm256_or_si256(fromHigh,
+                               _mm256_srl_epi64(low, _mm_cvtsi64_si128(static_cast<long long>(shift))));
+    }
+    /// x - m where x >= m, else x; x, m < 2^63, so that the sign of the difference tells.
+    [[gnu::always_inline]] static Words subtractIfNotBelow(Words x, Words m) {
+        const __m256d difference = _mm256_castsi256_pd(sub(x, m));
+        return _mm256_castpd_si256(_mm256_blendv_pd(difference, _mm256_castsi256_pd(x), difference));
+    }
+    /// x + y where x > bound, else x; x, bound < 2^63: the compare is signed.
+    [[gnu::always_inline]] static Words addIfAbove(Words x, Words bound, Words y) {
+        return add(x, _mm256_and_si256(_mm256_cmpgt_epi64(x, bound), y));
+    }
+};
+
+} // namespace
+
+} // namespace Torvo
