@@ -1,7 +1,9 @@
 #pragma once
 
+#include "arithmetic/LevelledElement.hpp"
 #include "core/Integers.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/KeySwitcher.hpp"
 
 #include <Torvo/Ciphertext.hpp>
@@ -13,10 +15,23 @@
 
 #include <complex>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace Torvo {
+
+/// A complex constant in RNS form; without the imaginary part where that is zero.
+struct EncodedConstant {
+    LevelledElement real;
+    std::optional<LevelledElement> imag;
+
+    /// Calls `use` with the parts there are.
+    template <class Use>
+    void apply(Use&& use) const {
+        imag ? use(real, *imag) : use(real);
+    }
+};
 
 /// The work behind `HomEvaluator`, whose documentation holds for the members of the same name. Spread over
 /// the units HomEvaluatorMessage, HomEvaluatorPlaintext, HomEvaluatorLinear, HomEvaluatorMult and
@@ -26,18 +41,197 @@ public:
     HomEvaluatorImpl(const Context& context, const std::string& keyDirPath);
     HomEvaluatorImpl(const Context& context, KeyPack keyPack);
 
-    // The evaluator implementer declares here every operation of `HomEvaluator`, and:
-    //   addWithoutCheck, subWithoutCheck (templates over EncryptionType),
-    //   multWithoutRescale for plaintexts,
-    //   innerProduct(plainBegin, plainEnd, cipherBegin, out),
-    //   leftRotate(ct, indices, outs), getRotIdxDecomposition(index, out, count).
+    const Context& getContext() const { return context_; }
+    const KeyPack& getKeyPack() const { return keyPack_; }
+    const EnDecoder& getEnDecoder() const { return *enDecoder_; }
+    const KeySwitcher& getKeySwitcher() const { return *keySwitcher_; }
+
+    // ---- messages
+
+    void negate(const Message& in, Message& out) const;
+    void add(const Message& in, std::complex<double> c, Message& out) const;
+    void add(const Message& a, const Message& b, Message& out) const;
+    void sub(const Message& in, std::complex<double> c, Message& out) const;
+    void sub(const Message& a, const Message& b, Message& out) const;
+    void mult(const Message& in, std::complex<double> c, Message& out) const;
+    void mult(const Message& a, const Message& b, Message& out) const;
+    void square(const Message& in, Message& out) const;
+    void multImagUnit(const Message& in, Message& out) const;
+    void leftRotate(const Message& in, u64 index, Message& out) const;
+    void rightRotate(const Message& in, u64 index, Message& out) const;
+    void conjugate(const Message& in, Message& out) const;
+    void leftRotateReduce(const Message& in, u64 gap, u64 count, Message& out) const;
+    void rightRotateReduce(const Message& in, u64 gap, u64 count, Message& out) const;
+
+    // ---- plaintexts and both kinds of ciphertexts alike
+
+    template <utils::Owing Operand>
+    void negate(const Operand& in, Operand& out) const;
+    template <utils::Owing Operand>
+    void add(const Operand& in, std::complex<double> c, Operand& out) const;
+    template <utils::Owing Operand>
+    void sub(const Operand& in, std::complex<double> c, Operand& out) const;
+    template <utils::Owing Operand>
+    void multWithoutRescale(const Operand& in, std::complex<double> c, Operand& out) const;
+    template <utils::Owing Operand>
+    void multImagUnit(const Operand& in, Operand& out) const;
+    template <utils::Owing Operand>
+    void multInteger(const Operand& in, long n, Operand& out) const;
+    template <utils::Owing Operand>
+    void rescale(Operand& inOut) const;
+    template <utils::Owing Operand>
+    void inverseRescale(Operand& inOut) const;
+
+    // ---- plaintexts
+
+    void add(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void sub(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void mult(const Plaintext& in, std::complex<double> c, Plaintext& out) const;
+    void mult(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void multWithoutRescale(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void square(const Plaintext& in, Plaintext& out) const;
+    void relevel(const Plaintext& in, u64 targetLevel, Plaintext& out) const;
+    /// `index` may be any number of slots of the ring.
+    void leftRotate(const Plaintext& in, u64 index, Plaintext& out) const;
+    void rightRotate(const Plaintext& in, u64 index, Plaintext& out) const;
+    void conjugate(const Plaintext& in, Plaintext& out) const;
+
+    // ---- ciphertexts, linear operations
+
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void add(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void sub(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
+
+    /// Sums of ciphertexts whose levels the caller knows to be equal. The elements that the shorter operand
+    /// lacks count as zero.
+    /// @throws RuntimeException of `utils::checkPrecondition`; "Operands have different mod-up states."
+    template <EncryptionType E>
+    void addWithoutCheck(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                         CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void subWithoutCheck(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                         CiphertextBase<E>& out) const;
+
+    template <EncryptionType E>
+    void mult(const CiphertextBase<E>& in, std::complex<double> c, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void mult(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void mult(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                            CiphertextBase<E>& out) const;
+
+    template <EncryptionType E>
+    void levelDown(const CiphertextBase<E>& in, u64 targetLevel, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void levelDownOne(const CiphertextBase<E>& in, CiphertextBase<E>& out) const;
+
+    // ---- ciphertexts, products
+
+    void tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+    void relinearize(const Ciphertext& in, Ciphertext& out) const;
+    void multWithoutRescale(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+    void mult(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+    void square(const Ciphertext& in, Ciphertext& out) const;
+    /// Sum of the products of [plainBegin, plainEnd) with the ciphertexts from `cipherBegin` on, owing one
+    /// rescale.
+    /// @throws RuntimeException "Operand is empty so device is not defined"; for each ciphertext "Size should
+    ///         be 2", then "The operand have to encode the message on its slots"; "Operands have different
+    ///         levels."
+    void innerProduct(const Plaintext* plainBegin, const Plaintext* plainEnd, const Ciphertext* cipherBegin,
+                      Ciphertext& out) const;
+
+    // ---- ciphertexts, rotations
+
+    void leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const;
+    void rightRotate(const Ciphertext& in, u64 index, Ciphertext& out) const;
+    /// `outs[k]` is `in` rotated to the left by `indices[k]`, to the word what single rotations give, with
+    /// one decomposition for all of them. Needs the key of every index that is not 0.
+    /// @throws RuntimeException as the single form; "Failed to load the left rotation key for index " and the
+    ///         index
+    void leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
+                    std::vector<Ciphertext>& outs) const;
+    void conjugate(const Ciphertext& in, Ciphertext& out) const;
+    void killImag(const Ciphertext& in, Ciphertext& out) const;
+    void leftRotateReduce(const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const;
+    void rightRotateReduce(const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const;
+    void rotSum(const std::vector<Ciphertext>& cts, const std::vector<u64>& indices, Ciphertext& out) const;
+    /// `index` as out[0] - out[1] + out[2] - ... of falling powers of two, an odd number `count` of them;
+    /// none for 0. `index` is at most 2^63.
+    void getRotIdxDecomposition(const u64& index, std::vector<u64>& out, u64& count) const;
 
 private:
+    enum class Direction { Left, Right };
+
+    // HomEvaluatorImpl.cpp
+    EncodedConstant encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
+                                   const Device& device) const;
+    Plaintext reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const;
+    long galoisElement(u64 index, const Device& device) const;
+
+    // HomEvaluatorPlaintext.cpp
+    template <class Sign>
+    void combine(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
+    void applyAutomorphism(const Plaintext& in, long g, Plaintext& out) const;
+
+    // HomEvaluatorLinear.cpp
+    template <class Operand, class... Constant>
+    void multElements(const Operand& in, Operand& out, const Constant&... constant) const;
+    template <class Operand>
+    void multUnsigned(const Operand& in, u64 n, Operand& out) const;
+    template <EncryptionType E>
+    void multIntegral(const CiphertextBase<E>& in, double n, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void multGaussianInteger(const CiphertextBase<E>& in, double re, double im, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void multEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    template <class Sign, EncryptionType E>
+    void combineEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                        CiphertextBase<E>& out) const;
+    template <class Sign, EncryptionType E>
+    void combine(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
+    template <class Sign, EncryptionType E>
+    void combine(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    template <class Sign, EncryptionType E>
+    void combine(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
+    template <class Sign, EncryptionType E>
+    void combineElements(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                         CiphertextBase<E>& out) const;
+
+    // HomEvaluatorMult.cpp
+    void tensorOfAnyLength(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+
+    // HomEvaluatorRotation.cpp
+    std::shared_ptr<EvaluationKey> leftRotationKey(u64 index) const;
+    void composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const;
+    Ciphertext applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const;
+    Ciphertext mappedTimesKey(const Ciphertext& in, u64 index) const;
+    Ciphertext plainSum(const std::vector<Ciphertext>& cts) const;
+    Ciphertext switchedSum(const std::vector<Ciphertext>& cts, const std::vector<u64>& indices) const;
+    void rotate(Direction direction, const Ciphertext& in, u64 index, Ciphertext& out) const;
+    void rotateReduce(Direction direction, const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const;
+    Ciphertext reducePowerOfTwo(Direction direction, const Ciphertext& in, u64 gap, u64 count) const;
+    Ciphertext reduceThreefold(Direction direction, const Ciphertext& in, u64 gap, u64 count) const;
+    Ciphertext reduceBySignedPowers(Direction direction, const Ciphertext& in, u64 gap, u64 count) const;
+
     Context context_;
     KeyPack keyPack_;
     std::shared_ptr<ConstantEnDecoder> constantEnDecoder_;
     std::shared_ptr<EnDecoder> enDecoder_;
     std::shared_ptr<KeySwitcher> keySwitcher_;
 };
+
+/// A copy of `message` with its slots moved to the right by `shift`, cyclically; to the left when negative.
+Message rightRotate(const Message& message, long shift);
 
 } // namespace Torvo

@@ -27,6 +27,8 @@ public:
     Ciphertext multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const;
     /// out = in / P; rescale counter 0 and all slots, for the caller to set.
     void modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const;
+    /// The three in a row: a ciphertext, in NTT form, of what `poly` times the secret of the key decrypts to.
+    Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key) const;
 
 private:
     Context context_;

@@ -1,0 +1,178 @@
+#pragma once
+
+#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/PrimeModuli.hpp"
+#include "core/Failure.hpp"
+#include "core/Integers.hpp"
+#include "crypto/Messages.hpp"
+#include "encoding/Messages.hpp"
+#include "evaluator/Messages.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+
+#include <type_traits>
+
+/// The guards that the operations of the evaluator share, and the shaping of their outputs.
+namespace Torvo::utils {
+
+/// Data that owes rescales: plaintexts and ciphertexts.
+template <class T>
+concept Owing = requires(const T& t) {
+    t.getRescaleCounter();
+};
+template <class T>
+concept Slotted = requires(const T& t) {
+    t.getLogSlots();
+};
+/// Data that says whether it is on slots or on coefficients: ciphertexts.
+template <class T>
+concept WithEncodingType = requires(const T& t) {
+    t.getEncodingType();
+};
+
+// ---- guards
+
+template <class T>
+bool isOnSlots(const T& operand) {
+    if constexpr (WithEncodingType<T>) return operand.getEncodingType() == EncodingType::Slot;
+    return true;
+}
+
+template <class T>
+void throwIfCoeff(const T& operand) {
+    require(isOnSlots(operand), message::notOnSlots);
+}
+
+template <class A, class B>
+bool haveSameSlots(const A& a, const B& b) {
+    // A message may be resized to any count, and two counts may share a rounded logarithm.
+    if constexpr (std::is_same_v<A, Message> && std::is_same_v<B, Message>)
+        return a.getSize() == b.getSize();
+    else
+        return a.getLogSlots() == b.getLogSlots();
+}
+
+/// Whether two operands fit together; each rule where both have the property.
+template <class A, class B>
+void checkPrecondition(const A& a, const B& b) {
+    if constexpr (Slotted<A> && Slotted<B>) require(haveSameSlots(a, b), message::differentLogSlots);
+    if constexpr (Owing<A> && Owing<B>)
+        require(a.getRescaleCounter() == b.getRescaleCounter(), message::differentRescaleCounters);
+    require(a.getDevice() == b.getDevice(), message::twoOperandsOnDifferentDevices);
+    if constexpr (WithEncodingType<A> && WithEncodingType<B>)
+        require(a.getEncodingType() == b.getEncodingType(), message::differentEncodings);
+}
+
+template <class T>
+bool owesNothing(const T& operand) {
+    return operand.getRescaleCounter() == 0;
+}
+
+template <class T>
+void requireLevelAboveZero(const T& operand) {
+    require(operand.getLevel() > 0, message::levelZero);
+}
+
+/// A level set by hand may have fallen below the counter, and the scale of such data is not defined.
+template <class T>
+void requireCounterWithinLevel(const T& operand) {
+    require(static_cast<u64>(operand.getRescaleCounter()) <= operand.getLevel(),
+            message::rescaleCounterAboveLevel);
+}
+
+// ---- outputs
+
+/// Gives a message the place and the size of another, unless it has them.
+inline void fitOutput(const Message& in, Message& out) {
+    require(in.getDevice().type != DeviceType::GPU, message::messageOnGPU);
+    if (out.getDevice() != in.getDevice()) out.allocate(in.getDevice());
+    if (out.getSize() != in.getSize()) out.resize(in.getSize());
+}
+
+inline u64 numElements(const Plaintext&) {
+    return 1;
+}
+template <EncryptionType E>
+u64 numElements(const CiphertextBase<E>& ciphertext) {
+    return ciphertext.getNumPoly();
+}
+
+inline const Polynomial& element(const Plaintext& plaintext, u64) {
+    return plaintext.getMx();
+}
+inline Polynomial& element(Plaintext& plaintext, u64) {
+    return plaintext.getMx();
+}
+template <EncryptionType E>
+const Polynomial& element(const CiphertextBase<E>& ciphertext, u64 i) {
+    return ciphertext.getPoly(i);
+}
+template <EncryptionType E>
+Polynomial& element(CiphertextBase<E>& ciphertext, u64 i) {
+    return ciphertext.getPoly(i);
+}
+
+/// Makes sure that the rows of `out` suffice for a result of this state. Contents are lost only when the
+/// state changes, which it does not for an operand that is the output.
+inline void fitModUp(const Context& context, bool modUp, Polynomial& out) {
+    if (out.isModUp() != modUp) out = Polynomial(context, modUp, true);
+}
+
+/// Gives `out` `count` elements of the state `modUp`; the first of those it has keep their data.
+template <EncryptionType E>
+void fitElements(u64 count, bool modUp, CiphertextBase<E>& out) {
+    out.getPolys().setSize(count);
+    for (Polynomial& poly : out.getPolys().getPolys()) fitModUp(out.getContext(), modUp, poly);
+}
+
+inline void fitLike(const Plaintext& in, Plaintext& out) {
+    fitModUp(out.getContext(), in.getMx().isModUp(), out.getMx());
+}
+template <EncryptionType E>
+void fitLike(const CiphertextBase<E>& in, CiphertextBase<E>& out) {
+    fitElements(in.getNumPoly(), in.isModUp(), out);
+}
+
+/// Copies elements `from` and up.
+template <EncryptionType E>
+void copyElements(const CiphertextBase<E>& in, u64 from, CiphertextBase<E>& out) {
+    if (&in == &out) return;
+    for (u64 i = from; i < in.getNumPoly(); ++i) out.getPoly(i) = in.getPoly(i);
+}
+
+/// Passes on log slots, rescale counter and, between ciphertexts, encoding type.
+template <class T>
+void copyStamp(const T& in, T& out) {
+    out.setLogSlots(in.getLogSlots());
+    out.setRescaleCounter(in.getRescaleCounter());
+    if constexpr (WithEncodingType<T>) out.setEncodingType(in.getEncodingType());
+}
+
+// ---- sums and differences, told as one
+
+struct Plus {
+    static constexpr const char* refusalOfModUpLevels = message::addOfModUpLevels;
+    static void combine(const PrimeModuli& primes, const Polynomial& a, const Polynomial& b,
+                        Polynomial& out) {
+        primes.add(a, b, out);
+    }
+    /// 0 + b.
+    static void onlySecond(const PrimeModuli&, const Polynomial& b, Polynomial& out) { out = b; }
+};
+
+struct Minus {
+    static constexpr const char* refusalOfModUpLevels = message::subOfModUpLevels;
+    static void combine(const PrimeModuli& primes, const Polynomial& a, const Polynomial& b,
+                        Polynomial& out) {
+        primes.sub(a, b, out);
+    }
+    /// 0 - b.
+    static void onlySecond(const PrimeModuli& primes, const Polynomial& b, Polynomial& out) {
+        primes.negate(b, out);
+    }
+};
+
+} // namespace Torvo::utils

@@ -1,0 +1,41 @@
+#include "evaluator/HomEvaluatorImpl.hpp"
+
+#include "context/ContextContent.hpp"
+
+#include <utility>
+
+namespace Torvo {
+
+HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, const std::string& keyDirPath)
+    : HomEvaluatorImpl(context, KeyPack(context, keyDirPath)) {}
+
+HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, KeyPack keyPack)
+    : context_(context), keyPack_(std::move(keyPack)),
+      constantEnDecoder_(std::make_shared<ConstantEnDecoder>(context)),
+      enDecoder_(std::make_shared<EnDecoder>(context)), keySwitcher_(std::make_shared<KeySwitcher>(context)) {
+    keyPack_.loadMultKey();
+}
+
+EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
+                                                 const Device& device) const {
+    const auto encodePart = [&](double part) {
+        LevelledElement residues = constantEnDecoder_->encodeConst(part, level, rescaleCounter);
+        if (residues.getDevice() != device) residues.to(device);
+        return residues;
+    };
+    EncodedConstant encoded{encodePart(c.real()), std::nullopt};
+    // A NaN is not zero, so it reaches the product.
+    if (!(c.imag() == 0.0)) encoded.imag = encodePart(c.imag());
+    return encoded;
+}
+
+Plaintext HomEvaluatorImpl::reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const {
+    return enDecoder_->encode(enDecoder_->decode(plaintext), level, rescaleCounter);
+}
+
+long HomEvaluatorImpl::galoisElement(u64 index, const Device& device) const {
+    // The powers of 5 repeat after one turn of the slots.
+    return static_cast<long>(context_->fft.getGaloisElement(index % context_->parameter.num_slots, device));
+}
+
+} // namespace Torvo

@@ -1,0 +1,399 @@
+#include "arithmetic/Messages.hpp"
+#include "context/ContextContent.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Torvo {
+
+namespace {
+
+constexpr const char* owesNoRescale(const Plaintext&) {
+    return message::plaintextOwesNoRescale;
+}
+template <EncryptionType E>
+constexpr const char* owesNoRescale(const CiphertextBase<E>&) {
+    return message::ciphertextOwesNoRescale;
+}
+
+/// Whether a part of a constant counts as an integer that fits a word. NaN and infinities do not.
+bool isIntegral(double x) {
+    return std::abs(x - std::round(x)) <= 1e-8 && std::abs(x) < 0x1p64;
+}
+
+} // namespace
+
+// ---- plaintexts and ciphertexts alike
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::negate(const Operand& in, Operand& out) const {
+    utils::fitLike(in, out);
+    for (u64 i = 0; i < utils::numElements(in); ++i)
+        context_->primes.negate(utils::element(in, i), utils::element(out, i));
+    utils::copyStamp(in, out);
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::add(const Operand& in, std::complex<double> c, Operand& out) const {
+    utils::throwIfCoeff(in);
+    utils::requireCounterWithinLevel(in);
+    const EncodedConstant encoded = encodeConstant(c, in.getLevel(), in.getRescaleCounter(), in.getDevice());
+    utils::fitLike(in, out);
+    utils::copyElements(in, 1, out);
+    encoded.apply([&](const auto&... parts) {
+        context_->primes.constAdd(utils::element(in, 0), parts..., utils::element(out, 0));
+    });
+    utils::copyStamp(in, out);
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::sub(const Operand& in, std::complex<double> c, Operand& out) const {
+    add(in, -c, out);
+}
+
+/// out = in * constant, element by element.
+template <class Operand, class... Constant>
+void HomEvaluatorImpl::multElements(const Operand& in, Operand& out, const Constant&... constant) const {
+    utils::fitLike(in, out);
+    const PrimeModuli& primes = context_->primes;
+    const u64 count = utils::numElements(in);
+    if (count == 2) {
+        primes.constMultTwo(utils::element(in, 0), utils::element(in, 1), constant..., utils::element(out, 0),
+                            utils::element(out, 1));
+        return;
+    }
+    for (u64 i = 0; i < count; ++i)
+        primes.constMult(utils::element(in, i), constant..., utils::element(out, i));
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double> c, Operand& out) const {
+    utils::throwIfCoeff(in);
+    utils::requireLevelAboveZero(in);
+    const int owed = in.getRescaleCounter();
+    const EncodedConstant encoded = encodeConstant(c, in.getLevel(), 0, in.getDevice());
+    encoded.apply([&](const auto&... parts) { multElements(in, out, parts...); });
+    out.setLogSlots(in.getLogSlots());
+    out.setRescaleCounter(owed + 1);
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::multImagUnit(const Operand& in, Operand& out) const {
+    utils::throwIfCoeff(in);
+    const bool modUp = utils::element(in, 0).isModUp();
+    LevelledElement zero(0, context_, modUp, in.getLevel()), one(1, context_, modUp, in.getLevel());
+    zero.to(in.getDevice());
+    one.to(in.getDevice());
+    multElements(in, out, zero, one);
+    utils::copyStamp(in, out);
+}
+
+template <class Operand>
+void HomEvaluatorImpl::multUnsigned(const Operand& in, u64 n, Operand& out) const {
+    if (n == 1) {
+        out = in;
+        return;
+    }
+    multElements(in, out, n);
+    utils::copyStamp(in, out);
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) const {
+    utils::throwIfCoeff(in);
+    if (n == -1) return negate(in, out);
+    if (n >= 0) return multUnsigned(in, static_cast<u64>(n), out);
+    LevelledElement residues(n, context_, utils::element(in, 0).isModUp(), in.getLevel());
+    residues.to(in.getDevice());
+    multElements(in, out, residues);
+    utils::copyStamp(in, out);
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::rescale(Operand& inOut) const {
+    utils::throwIfCoeff(inOut);
+    utils::requireLevelAboveZero(inOut);
+    const int owed = inOut.getRescaleCounter();
+    require(owed > 0, owesNoRescale(inOut));
+    for (u64 i = 0; i < utils::numElements(inOut); ++i) context_->primes.rescale(utils::element(inOut, i));
+    inOut.setRescaleCounter(owed - 1);
+}
+
+template <utils::Owing Operand>
+void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
+    utils::throwIfCoeff(inOut);
+    require(inOut.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
+    for (u64 i = 0; i < utils::numElements(inOut); ++i)
+        context_->primes.inverseRescale(utils::element(inOut, i));
+    inOut.setRescaleCounter(inOut.getRescaleCounter() + 1);
+}
+
+// ---- sums
+
+/// out[0] = in[0] + plaintext, or the difference; the other elements are copied.
+template <class Sign, EncryptionType E>
+void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                                      CiphertextBase<E>& out) const {
+    require(in.isModUp() == plaintext.getMx().isModUp(), message::differentModUpStates);
+    utils::fitLike(in, out);
+    utils::copyElements(in, 1, out);
+    Sign::combine(context_->primes, in.getPoly(0), plaintext.getMx(), out.getPoly(0));
+    utils::copyStamp(in, out);
+}
+
+template <class Sign, EncryptionType E>
+void HomEvaluatorImpl::combine(const CiphertextBase<E>& in, const Message& message,
+                               CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    utils::checkPrecondition(in, message);
+    combineEncoded<Sign>(in, enDecoder_->encode(message, in.getLevel(), in.getRescaleCounter()), out);
+}
+
+template <class Sign, EncryptionType E>
+void HomEvaluatorImpl::combine(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                               CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    utils::checkPrecondition(in, plaintext);
+    if (plaintext.getLevel() == in.getLevel())
+        combineEncoded<Sign>(in, plaintext, out);
+    else
+        combineEncoded<Sign>(in, reencode(plaintext, in.getLevel(), in.getRescaleCounter()), out);
+}
+
+/// Brings the higher of two operands down, then combines.
+template <class Sign, EncryptionType E>
+void HomEvaluatorImpl::combine(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                               CiphertextBase<E>& out) const {
+    if (a.getLevel() == b.getLevel()) return combineElements<Sign>(a, b, out);
+    require(!a.isModUp() && !b.isModUp(), Sign::refusalOfModUpLevels);
+    CiphertextBase<E> lowered(context_, false);
+    if (a.getLevel() > b.getLevel()) {
+        levelDown(a, b.getLevel(), lowered);
+        combineElements<Sign>(lowered, b, out);
+    } else {
+        levelDown(b, a.getLevel(), lowered);
+        combineElements<Sign>(a, lowered, out);
+    }
+}
+
+template <class Sign, EncryptionType E>
+void HomEvaluatorImpl::combineElements(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                                       CiphertextBase<E>& out) const {
+    utils::checkPrecondition(a, b);
+    require(a.isModUp() == b.isModUp(), message::differentModUpStates);
+    // The output may be either operand, so it is asked for its size before it is given another.
+    const u64 countA = a.getNumPoly(), countB = b.getNumPoly(), common = std::min(countA, countB);
+    utils::fitElements(std::max(countA, countB), a.isModUp(), out);
+    for (u64 i = 0; i < common; ++i)
+        Sign::combine(context_->primes, a.getPoly(i), b.getPoly(i), out.getPoly(i));
+    if (countA > countB) utils::copyElements(a, common, out);
+    for (u64 i = common; i < countB; ++i) Sign::onlySecond(context_->primes, b.getPoly(i), out.getPoly(i));
+    utils::copyStamp(a, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::add(const CiphertextBase<E>& in, const Message& message,
+                           CiphertextBase<E>& out) const {
+    combine<utils::Plus>(in, message, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::sub(const CiphertextBase<E>& in, const Message& message,
+                           CiphertextBase<E>& out) const {
+    combine<utils::Minus>(in, message, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::add(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                           CiphertextBase<E>& out) const {
+    combine<utils::Plus>(in, plaintext, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::sub(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                           CiphertextBase<E>& out) const {
+    combine<utils::Minus>(in, plaintext, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::add(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                           CiphertextBase<E>& out) const {
+    combine<utils::Plus>(a, b, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::sub(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                           CiphertextBase<E>& out) const {
+    require(utils::isOnSlots(a) && utils::isOnSlots(b), message::operandsNotOnSlots);
+    combine<utils::Minus>(a, b, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::addWithoutCheck(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                                       CiphertextBase<E>& out) const {
+    combineElements<utils::Plus>(a, b, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::subWithoutCheck(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
+                                       CiphertextBase<E>& out) const {
+    combineElements<utils::Minus>(a, b, out);
+}
+
+// ---- products with what is not encrypted
+
+/// out = in * n for a double n that is an integer of at most 64 bits.
+template <EncryptionType E>
+void HomEvaluatorImpl::multIntegral(const CiphertextBase<E>& in, double n, CiphertextBase<E>& out) const {
+    multUnsigned(in, static_cast<u64>(std::abs(n)), out);
+    if (n < 0) negate(out, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::multGaussianInteger(const CiphertextBase<E>& in, double re, double im,
+                                           CiphertextBase<E>& out) const {
+    if (im == 0) return multIntegral(in, re, out);
+    CiphertextBase<E> imaginary(context_, in.isModUp());
+    multIntegral(in, im, imaginary);
+    multImagUnit(imaginary, imaginary);
+    multIntegral(in, re, out);
+    addWithoutCheck(out, imaginary, out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
+                            CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    if (isIntegral(c.real()) && isIntegral(c.imag()))
+        return multGaussianInteger(in, std::round(c.real()), std::round(c.imag()), out);
+    multWithoutRescale(in, c, out);
+    out.setEncodingType(in.getEncodingType());
+    rescale(out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                                          CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    require(in.getLevel() == plaintext.getLevel(), message::differentLevels);
+    utils::requireLevelAboveZero(in);
+    require(utils::owesNothing(in) && utils::owesNothing(plaintext), message::operandsOweRescale);
+    utils::checkPrecondition(in, plaintext);
+    require(in.isModUp() == plaintext.getMx().isModUp(), message::differentModUpStates);
+    utils::fitLike(in, out);
+    const PrimeModuli& primes = context_->primes;
+    const Polynomial& factor = plaintext.getMx();
+    if (in.getNumPoly() == 2)
+        primes.hadamardMultTwo(factor, in.getPoly(1), in.getPoly(0), out.getPoly(1), out.getPoly(0));
+    else
+        for (u64 i = 0; i < in.getNumPoly(); ++i) primes.hadamardMult(in.getPoly(i), factor, out.getPoly(i));
+    out.setLogSlots(in.getLogSlots());
+    out.setRescaleCounter(1);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::multEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                                   CiphertextBase<E>& out) const {
+    multWithoutRescale(in, plaintext, out);
+    out.setEncodingType(in.getEncodingType());
+    rescale(out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Message& message,
+                            CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    utils::requireLevelAboveZero(in);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    multEncoded(in, enDecoder_->encode(message, in.getLevel(), 0), out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Plaintext& plaintext,
+                            CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    require(in.getLevel() > 0 && plaintext.getLevel() > 0, message::levelZero);
+    require(utils::owesNothing(in) && utils::owesNothing(plaintext), message::operandsOweRescale);
+    if (plaintext.getLevel() == in.getLevel())
+        multEncoded(in, plaintext, out);
+    else
+        multEncoded(in, reencode(plaintext, in.getLevel(), 0), out);
+}
+
+// ---- levels
+
+template <EncryptionType E>
+void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, CiphertextBase<E>& out) const {
+    const u64 level = in.getLevel();
+    require(targetLevel <= level, message::levelDownUpwards);
+    utils::throwIfCoeff(in);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    if (targetLevel == level) {
+        out = in;
+        return;
+    }
+    const auto& [logScale, correction] = context_->scale_factors;
+    const u64 last = targetLevel + 1;
+    const double exponent = logScale[last] - logScale[level] + static_cast<double>(correction[last]);
+    const EncodedConstant factor = encodeConstant(std::pow(2.0, exponent), last, 0, in.getDevice());
+    utils::fitLike(in, out);
+    for (u64 i = 0; i < in.getNumPoly(); ++i) {
+        // Only the rows that outlive the cut are multiplied; the cut drops the others unread.
+        context_->primes.constMult(in.getPoly(i), factor.real.getData().getData(), out.getPoly(i),
+                                   OutputModulusBoundValidator{0, last + 1});
+        out.getPoly(i).setLevel(last);
+    }
+    utils::copyStamp(in, out);
+    out.setRescaleCounter(1);
+    rescale(out);
+}
+
+template <EncryptionType E>
+void HomEvaluatorImpl::levelDownOne(const CiphertextBase<E>& in, CiphertextBase<E>& out) const {
+    utils::throwIfCoeff(in);
+    utils::requireLevelAboveZero(in);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    multWithoutRescale(in, std::complex<double>(1.0, 0.0), out);
+    out.setEncodingType(in.getEncodingType());
+    rescale(out);
+}
+
+// ---- instances
+
+#define TORVO_FOR_ENCODED(T)                                                                                 \
+    template void HomEvaluatorImpl::negate(const T&, T&) const;                                              \
+    template void HomEvaluatorImpl::add(const T&, std::complex<double>, T&) const;                           \
+    template void HomEvaluatorImpl::sub(const T&, std::complex<double>, T&) const;                           \
+    template void HomEvaluatorImpl::multWithoutRescale(const T&, std::complex<double>, T&) const;            \
+    template void HomEvaluatorImpl::multImagUnit(const T&, T&) const;                                        \
+    template void HomEvaluatorImpl::multInteger(const T&, long, T&) const;                                   \
+    template void HomEvaluatorImpl::rescale(T&) const;                                                       \
+    template void HomEvaluatorImpl::inverseRescale(T&) const
+
+#define TORVO_FOR_CIPHERTEXT(T)                                                                              \
+    TORVO_FOR_ENCODED(T);                                                                                    \
+    template void HomEvaluatorImpl::add(const T&, const Message&, T&) const;                                 \
+    template void HomEvaluatorImpl::add(const T&, const Plaintext&, T&) const;                               \
+    template void HomEvaluatorImpl::add(const T&, const T&, T&) const;                                       \
+    template void HomEvaluatorImpl::sub(const T&, const Message&, T&) const;                                 \
+    template void HomEvaluatorImpl::sub(const T&, const Plaintext&, T&) const;                               \
+    template void HomEvaluatorImpl::sub(const T&, const T&, T&) const;                                       \
+    template void HomEvaluatorImpl::addWithoutCheck(const T&, const T&, T&) const;                           \
+    template void HomEvaluatorImpl::subWithoutCheck(const T&, const T&, T&) const;                           \
+    template void HomEvaluatorImpl::mult(const T&, std::complex<double>, T&) const;                          \
+    template void HomEvaluatorImpl::mult(const T&, const Message&, T&) const;                                \
+    template void HomEvaluatorImpl::mult(const T&, const Plaintext&, T&) const;                              \
+    template void HomEvaluatorImpl::multWithoutRescale(const T&, const Plaintext&, T&) const;                \
+    template void HomEvaluatorImpl::levelDown(const T&, u64, T&) const;                                      \
+    template void HomEvaluatorImpl::levelDownOne(const T&, T&) const
+
+TORVO_FOR_ENCODED(Plaintext);
+TORVO_FOR_CIPHERTEXT(Ciphertext);
+TORVO_FOR_CIPHERTEXT(CiphertextBase<EncryptionType::MLWE>);
+
+#undef TORVO_FOR_CIPHERTEXT
+#undef TORVO_FOR_ENCODED
+
+} // namespace Torvo

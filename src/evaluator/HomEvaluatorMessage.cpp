@@ -1,0 +1,112 @@
+#include "evaluator/HomEvaluatorImpl.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+using Complex = std::complex<double>;
+
+template <class Slot>
+void forEachSlot(const Message& in, Message& out, Slot slot) {
+    utils::fitOutput(in, out);
+    std::transform(in.begin(), in.end(), out.begin(), slot);
+}
+
+template <class Slot>
+void forEachSlot(const Message& a, const Message& b, Message& out, Slot slot) {
+    utils::checkPrecondition(a, b);
+    utils::fitOutput(a, out);
+    std::transform(a.begin(), a.end(), b.begin(), out.begin(), slot);
+}
+
+void requireOffGPU(const Message& message) {
+    require(message.getDevice().type != DeviceType::GPU, message::messageOnGPU);
+}
+
+/// Slot i takes slot i + index, cyclically.
+void rotateSlots(Message& message, u64 index) {
+    if (message.isEmpty()) return;
+    std::rotate(message.begin(), message.begin() + index % message.getSize(), message.end());
+}
+
+u64 opposite(const Message& message, u64 index) {
+    return message.isEmpty() ? 0 : message.getSize() - index % message.getSize();
+}
+
+} // namespace
+
+void HomEvaluatorImpl::negate(const Message& in, Message& out) const {
+    forEachSlot(in, out, [](Complex z) { return -z; });
+}
+
+void HomEvaluatorImpl::add(const Message& in, Complex c, Message& out) const {
+    forEachSlot(in, out, [c](Complex z) { return z + c; });
+}
+
+void HomEvaluatorImpl::add(const Message& a, const Message& b, Message& out) const {
+    forEachSlot(a, b, out, [](Complex x, Complex y) { return x + y; });
+}
+
+void HomEvaluatorImpl::sub(const Message& in, Complex c, Message& out) const {
+    forEachSlot(in, out, [c](Complex z) { return z - c; });
+}
+
+void HomEvaluatorImpl::sub(const Message& a, const Message& b, Message& out) const {
+    forEachSlot(a, b, out, [](Complex x, Complex y) { return x - y; });
+}
+
+void HomEvaluatorImpl::mult(const Message& in, Complex c, Message& out) const {
+    forEachSlot(in, out, [c](Complex z) { return z * c; });
+}
+
+void HomEvaluatorImpl::mult(const Message& a, const Message& b, Message& out) const {
+    forEachSlot(a, b, out, [](Complex x, Complex y) { return x * y; });
+}
+
+void HomEvaluatorImpl::square(const Message& in, Message& out) const {
+    forEachSlot(in, out, [](Complex z) { return z * z; });
+}
+
+void HomEvaluatorImpl::multImagUnit(const Message& in, Message& out) const {
+    mult(in, Complex(0.0, 1.0), out);
+}
+
+void HomEvaluatorImpl::conjugate(const Message& in, Message& out) const {
+    forEachSlot(in, out, [](Complex z) { return std::conj(z); });
+}
+
+void HomEvaluatorImpl::leftRotate(const Message& in, u64 index, Message& out) const {
+    requireOffGPU(in);
+    if (&in != &out) out = in;
+    rotateSlots(out, index);
+}
+
+void HomEvaluatorImpl::rightRotate(const Message& in, u64 index, Message& out) const {
+    leftRotate(in, opposite(in, index), out);
+}
+
+void HomEvaluatorImpl::leftRotateReduce(const Message& in, u64 gap, u64 count, Message& out) const {
+    requireOffGPU(in);
+    Message sum = in, rotated;
+    for (u64 i = 1; i < count; ++i) {
+        leftRotate(in, i * gap, rotated);
+        add(sum, rotated, sum);
+    }
+    out = std::move(sum);
+}
+
+void HomEvaluatorImpl::rightRotateReduce(const Message& in, u64 gap, u64 count, Message& out) const {
+    leftRotateReduce(in, opposite(in, gap), count, out);
+}
+
+Message rightRotate(const Message& message, long shift) {
+    Message rotated = message;
+    const u64 magnitude = shift < 0 ? u64{0} - static_cast<u64>(shift) : static_cast<u64>(shift);
+    rotateSlots(rotated, shift < 0 ? magnitude : opposite(message, magnitude));
+    return rotated;
+}
+
+} // namespace Torvo

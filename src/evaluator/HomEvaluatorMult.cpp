@@ -1,0 +1,151 @@
+#include "arithmetic/Messages.hpp"
+#include "context/ContextContent.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+#include <vector>
+
+namespace Torvo {
+
+namespace {
+
+void requireBothOnSlots(const Ciphertext& a, const Ciphertext& b) {
+    require(utils::isOnSlots(a) && utils::isOnSlots(b), message::operandsNotOnSlots);
+}
+
+void requireEqualLevels(const Ciphertext& a, const Ciphertext& b) {
+    require(a.getLevel() == b.getLevel(), message::differentLevels);
+}
+
+/// The two rules of every product, in the order in which they are told.
+void requireReadyToMultiply(const Ciphertext& a, const Ciphertext& b) {
+    require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
+    require(utils::owesNothing(a) && utils::owesNothing(b), message::operandsOweRescale);
+}
+
+bool isInRange(const Ciphertext* begin, std::ptrdiff_t count, const Ciphertext* object) {
+    return !std::less<>{}(object, begin) && std::less<>{}(object, begin + count);
+}
+
+} // namespace
+
+void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    requireBothOnSlots(a, b);
+    requireEqualLevels(a, b);
+    require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
+    require(a.isModUp() == b.isModUp(), message::differentModUpStates);
+    const u64 logSlots = a.getLogSlots();
+    const int owed = a.getRescaleCounter() + b.getRescaleCounter() + 1;
+    if (a.getNumPoly() == 2 && b.getNumPoly() == 2) {
+        utils::fitElements(3, a.isModUp(), out);
+        context_->primes.tensor(a.getPoly(1), a.getPoly(0), b.getPoly(1), b.getPoly(0), out.getPoly(1),
+                                out.getPoly(0), out.getPoly(2));
+    } else {
+        tensorOfAnyLength(a, b, out);
+    }
+    out.setLogSlots(logSlots);
+    out.setEncodingType(EncodingType::Slot);
+    out.setRescaleCounter(owed);
+}
+
+/// out[k] = sum of a[i] * b[j] over i + j = k.
+void HomEvaluatorImpl::tensorOfAnyLength(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    const PrimeModuli& primes = context_->primes;
+    Ciphertext product(context_, a.isModUp());
+    utils::fitElements(a.getNumPoly() + b.getNumPoly() - 1, a.isModUp(), product);
+    Polynomial term(context_, a.isModUp(), true);
+    std::vector<bool> untouched(product.getNumPoly(), true);
+    for (u64 i = 0; i < a.getNumPoly(); ++i) {
+        for (u64 j = 0; j < b.getNumPoly(); ++j) {
+            Polynomial& sum = product.getPoly(i + j);
+            if (untouched[i + j]) {
+                primes.hadamardMult(a.getPoly(i), b.getPoly(j), sum);
+                untouched[i + j] = false;
+            } else {
+                primes.hadamardMult(a.getPoly(i), b.getPoly(j), term);
+                primes.add(sum, term, sum);
+            }
+        }
+    }
+    out = std::move(product);
+}
+
+void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const {
+    utils::throwIfCoeff(in);
+    const u64 n = in.getNumPoly();
+    require(n >= 3, message::nothingToRelinearize);
+    const std::shared_ptr<EvaluationKey> key = keyPack_.getMultKey();
+    require(key != nullptr, message::noMultiplicationKey);
+    // in[n-1] * s^(n-1) = (in[n-1] * s^2) * s^(n-3): one key serves all powers.
+    const Ciphertext switched = keySwitcher_->switchKey(in.getPoly(n - 1), *key);
+    const u64 logSlots = in.getLogSlots();
+    const int owed = in.getRescaleCounter();
+    utils::fitElements(n - 1, false, out);
+    for (u64 i = 0; i + 3 < n; ++i)
+        if (&in != &out) out.getPoly(i) = in.getPoly(i);
+    context_->primes.add(in.getPoly(n - 3), switched.getPoly(0), out.getPoly(n - 3));
+    context_->primes.add(in.getPoly(n - 2), switched.getPoly(1), out.getPoly(n - 2));
+    out.setLogSlots(logSlots);
+    out.setEncodingType(EncodingType::Slot);
+    out.setRescaleCounter(owed);
+}
+
+void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    require(a.getNumPoly() == 2 && b.getNumPoly() == 2, message::sizeAboveTwo);
+    requireBothOnSlots(a, b);
+    requireEqualLevels(a, b);
+    requireReadyToMultiply(a, b);
+    Ciphertext product(context_, false);
+    tensor(a, b, product);
+    relinearize(product, out);
+}
+
+void HomEvaluatorImpl::mult(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    requireBothOnSlots(a, b);
+    requireReadyToMultiply(a, b);
+    if (a.getLevel() == b.getLevel()) {
+        multWithoutRescale(a, b, out);
+    } else {
+        const auto [lower, higher] = std::minmax(
+            a, b, [](const Ciphertext& x, const Ciphertext& y) { return x.getLevel() < y.getLevel(); });
+        Ciphertext lowered(context_, false);
+        levelDown(higher, lower.getLevel(), lowered);
+        multWithoutRescale(lower, lowered, out);
+    }
+    rescale(out);
+}
+
+void HomEvaluatorImpl::square(const Ciphertext& in, Ciphertext& out) const {
+    multWithoutRescale(in, in, out);
+    rescale(out);
+}
+
+void HomEvaluatorImpl::innerProduct(const Plaintext* plainBegin, const Plaintext* plainEnd,
+                                    const Ciphertext* cipherBegin, Ciphertext& out) const {
+    const std::ptrdiff_t count = plainEnd - plainBegin;
+    require(count > 0, message::noOperand);
+    for (const Ciphertext* ct = cipherBegin; ct != cipherBegin + count; ++ct) {
+        require(ct->getNumPoly() == 2, message::sizeNotTwo);
+        utils::throwIfCoeff(*ct);
+    }
+    if (isInRange(cipherBegin, count, &out)) {
+        // The first product would overwrite a later factor.
+        Ciphertext sum(context_, false);
+        innerProduct(plainBegin, plainEnd, cipherBegin, sum);
+        out = std::move(sum);
+        return;
+    }
+    const auto plain = [](const Plaintext& p) -> const Polynomial& { return p.getMx(); };
+    const auto partB = [](const Ciphertext& ct) -> const Polynomial& { return ct.getPoly(0); };
+    const auto partA = [](const Ciphertext& ct) -> const Polynomial& { return ct.getPoly(1); };
+    utils::fitLike(*cipherBegin, out);
+    context_->primes.innerProduct(PolyIter(plainBegin, plain), PolyIter(plainEnd, plain),
+                                  PolyIter(cipherBegin, partA), PolyIter(cipherBegin, partB), out.getPoly(1),
+                                  out.getPoly(0));
+    utils::copyStamp(*cipherBegin, out);
+    out.setRescaleCounter(1);
+}
+
+} // namespace Torvo

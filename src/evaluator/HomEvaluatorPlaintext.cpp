@@ -1,0 +1,102 @@
+#include "arithmetic/Messages.hpp"
+#include "context/ContextContent.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+void checkEqualLevels(const Plaintext& a, const Plaintext& b) {
+    require(a.getLevel() == b.getLevel(), message::differentLevels);
+}
+
+/// What two factors must be, in the order in which it is told.
+void checkFactors(const Plaintext& a, const Plaintext& b) {
+    require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
+    checkEqualLevels(a, b);
+    require(utils::owesNothing(a) && utils::owesNothing(b), message::operandsOweRescale);
+}
+
+} // namespace
+
+template <class Sign>
+void HomEvaluatorImpl::combine(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
+    checkEqualLevels(a, b);
+    utils::checkPrecondition(a, b);
+    require(a.getMx().isModUp() == b.getMx().isModUp(), message::differentModUpStates);
+    utils::fitLike(a, out);
+    Sign::combine(context_->primes, a.getMx(), b.getMx(), out.getMx());
+    utils::copyStamp(a, out);
+}
+
+void HomEvaluatorImpl::add(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
+    combine<utils::Plus>(a, b, out);
+}
+
+void HomEvaluatorImpl::sub(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
+    combine<utils::Minus>(a, b, out);
+}
+
+void HomEvaluatorImpl::mult(const Plaintext& in, std::complex<double> c, Plaintext& out) const {
+    utils::requireLevelAboveZero(in);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    multWithoutRescale(in, c, out);
+    rescale(out);
+}
+
+void HomEvaluatorImpl::multWithoutRescale(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
+    checkFactors(a, b);
+    utils::checkPrecondition(a, b);
+    require(a.getMx().isModUp() == b.getMx().isModUp(), message::differentModUpStates);
+    utils::fitLike(a, out);
+    context_->primes.hadamardMult(a.getMx(), b.getMx(), out.getMx());
+    utils::copyStamp(a, out);
+    out.setRescaleCounter(1);
+}
+
+void HomEvaluatorImpl::mult(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
+    multWithoutRescale(a, b, out);
+    rescale(out);
+}
+
+void HomEvaluatorImpl::square(const Plaintext& in, Plaintext& out) const {
+    mult(in, in, out);
+}
+
+void HomEvaluatorImpl::relevel(const Plaintext& in, u64 targetLevel, Plaintext& out) const {
+    require(targetLevel < context_->parameter.chain_length, message::relevelTooHigh);
+    out = reencode(in, targetLevel, in.getRescaleCounter());
+}
+
+void HomEvaluatorImpl::leftRotate(const Plaintext& in, u64 index, Plaintext& out) const {
+    if (index % context_->parameter.num_slots == 0)
+        out = in;
+    else
+        applyAutomorphism(in, galoisElement(index, in.getDevice()), out);
+}
+
+void HomEvaluatorImpl::rightRotate(const Plaintext& in, u64 index, Plaintext& out) const {
+    const u64 turn = context_->parameter.num_slots;
+    leftRotate(in, turn - index % turn, out);
+}
+
+void HomEvaluatorImpl::conjugate(const Plaintext& in, Plaintext& out) const {
+    applyAutomorphism(in, -1, out);
+}
+
+void HomEvaluatorImpl::applyAutomorphism(const Plaintext& in, long g, Plaintext& out) const {
+    if (&in == &out) {
+        // The map moves words about, so it cannot run in place.
+        Plaintext mapped(context_);
+        applyAutomorphism(in, g, mapped);
+        out = std::move(mapped);
+        return;
+    }
+    utils::fitLike(in, out);
+    context_->primes.frobeniusMapInNTT<false>(in.getMx(), g, out.getMx());
+    utils::copyStamp(in, out);
+}
+
+} // namespace Torvo

@@ -1,0 +1,282 @@
+#include "arithmetic/Messages.hpp"
+#include "context/ContextContent.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+
+#include <algorithm>
+#include <bit>
+#include <functional>
+#include <string>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+void requireTwoElements(const Ciphertext& ciphertext) {
+    require(ciphertext.getNumPoly() == 2, message::sizeNotTwo);
+}
+
+bool isElementOf(const std::vector<Ciphertext>& vector, const Ciphertext& object) {
+    const std::less<> before;
+    return !before(&object, vector.data()) && before(&object, vector.data() + vector.size());
+}
+
+} // namespace
+
+// ---- one rotation
+
+std::shared_ptr<EvaluationKey> HomEvaluatorImpl::leftRotationKey(u64 index) const {
+    std::shared_ptr<EvaluationKey> key = keyPack_.getLeftRotKey(index);
+    if (key == nullptr) throw RuntimeException(message::noLeftRotationKey + std::to_string(index));
+    return key;
+}
+
+/// The ciphertext under X -> X^g, switched back to the secret it came from by `key`.
+Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const {
+    Polynomial mapped(context_, false, true);
+    context_->primes.frobeniusMapInNTT<false>(in.getPoly(1), g, mapped);
+    Ciphertext switched = keySwitcher_->switchKey(mapped, key);
+    context_->primes.frobeniusMapInNTT<true>(in.getPoly(0), g, switched.getPoly(0));
+    utils::copyStamp(in, switched);
+    return switched;
+}
+
+void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
+    utils::throwIfCoeff(in);
+    requireTwoElements(in);
+    const u64 r = index % context_->parameter.num_slots;
+    if (r == 0) {
+        out = in;
+        return;
+    }
+    keyPack_.loadLeftRotKey(r);
+    if (keyPack_.isLeftRotKeyLoaded(r))
+        out = applyAutomorphism(in, galoisElement(r, in.getDevice()), *leftRotationKey(r));
+    else
+        composeRotation(in, r, out);
+}
+
+/// Rotates by the digits -1, 0, 1 of the non-adjacent signed binary form of `index`, lowest first.
+void HomEvaluatorImpl::composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const {
+    // The digits are powers of two, to the left or to the right: those must have keys of their own.
+    if (std::has_single_bit(index) || std::has_single_bit(context_->parameter.num_slots - index))
+        throw RuntimeException(message::noKeyToComposeFrom + std::to_string(index));
+    Ciphertext rotated(context_, false);
+    const Ciphertext* source = &in;
+    for (u64 rest = index, step = 1; rest != 0;) {
+        if (rest % 2 == 0) {
+            rest /= 2;
+            step *= 2;
+            continue;
+        }
+        const bool toTheLeft = rest % 4 == 1;
+        rotate(toTheLeft ? Direction::Left : Direction::Right, *source, step, rotated);
+        rest = (toTheLeft ? rest - 1 : rest + 1) / 4;
+        step *= 4;
+        source = &rotated;
+    }
+    out = std::move(rotated);
+}
+
+void HomEvaluatorImpl::rightRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
+    const u64 turn = context_->parameter.num_slots;
+    leftRotate(in, turn - index % turn, out);
+}
+
+void HomEvaluatorImpl::rotate(Direction direction, const Ciphertext& in, u64 index, Ciphertext& out) const {
+    direction == Direction::Left ? leftRotate(in, index, out) : rightRotate(in, index, out);
+}
+
+void HomEvaluatorImpl::conjugate(const Ciphertext& in, Ciphertext& out) const {
+    requireTwoElements(in);
+    const std::shared_ptr<EvaluationKey> key = keyPack_.getConjKey();
+    require(key != nullptr, message::noConjugationKey);
+    Ciphertext conjugated = applyAutomorphism(in, -1, *key);
+    // This operation leaves the encoding type as the output has it.
+    conjugated.setEncodingType(out.getEncodingType());
+    out = std::move(conjugated);
+}
+
+void HomEvaluatorImpl::killImag(const Ciphertext& in, Ciphertext& out) const {
+    Ciphertext sum(context_, false);
+    conjugate(in, sum);
+    addWithoutCheck(in, sum, sum);
+    multWithoutRescale(sum, std::complex<double>(0.5, 0.0), sum);
+    rescale(sum);
+    out = std::move(sum);
+}
+
+// ---- many rotations
+
+void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
+                                  std::vector<Ciphertext>& outs) const {
+    utils::throwIfCoeff(in);
+    requireTwoElements(in);
+    if (isElementOf(outs, in)) {
+        const Ciphertext copy = in;
+        return leftRotate(copy, indices, outs);
+    }
+    outs.reserve(indices.size());
+    while (outs.size() < indices.size()) outs.emplace_back(context_, false);
+    outs.erase(outs.begin() + static_cast<std::ptrdiff_t>(indices.size()), outs.end());
+
+    const PrimeModuli& primes = context_->primes;
+    // The automorphism commutes with the decomposition, which so is paid once for all rotations.
+    std::vector<Polynomial> blocks, rotated;
+    keySwitcher_->modUpPQ(in.getPoly(1), blocks);
+    for (const Polynomial& block : blocks) rotated.push_back(block.sameShape());
+    for (u64 k = 0; k < indices.size(); ++k) {
+        if (indices[k] == 0) {
+            outs[k] = in;
+            continue;
+        }
+        const std::shared_ptr<EvaluationKey> key = leftRotationKey(indices[k]);
+        const long g = galoisElement(indices[k], in.getDevice());
+        for (u64 j = 0; j < blocks.size(); ++j) primes.frobeniusMapInNTT<false>(blocks[j], g, rotated[j]);
+        keySwitcher_->modDown(keySwitcher_->multEvalKey(rotated, *key), outs[k], true);
+        primes.frobeniusMapInNTT<true>(in.getPoly(0), g, outs[k].getPoly(0));
+        utils::copyStamp(in, outs[k]);
+    }
+}
+
+/// What the second element contributes to a rotation, before the division by the temporary primes.
+Ciphertext HomEvaluatorImpl::mappedTimesKey(const Ciphertext& in, u64 index) const {
+    const std::shared_ptr<EvaluationKey> key = leftRotationKey(index);
+    Polynomial mapped(context_, false, true);
+    context_->primes.frobeniusMapInNTT<false>(in.getPoly(1), galoisElement(index, in.getDevice()), mapped);
+    std::vector<Polynomial> blocks;
+    keySwitcher_->modUpPQ(mapped, blocks);
+    return keySwitcher_->multEvalKey(blocks, *key);
+}
+
+void HomEvaluatorImpl::rotSum(const std::vector<Ciphertext>& cts, const std::vector<u64>& indices,
+                              Ciphertext& out) const {
+    for (const Ciphertext& ct : cts) requireTwoElements(ct);
+    require(cts.size() == indices.size(), message::sizesOfRotSumDiffer);
+    require(!cts.empty(), message::noOperand);
+    for (const Ciphertext& ct : cts) {
+        require(ct.getLevel() == cts[0].getLevel(), message::differentLevels);
+        utils::checkPrecondition(cts[0], ct);
+    }
+    Ciphertext sum = std::ranges::all_of(indices, [](u64 r) { return r == 0; }) ? plainSum(cts)
+                                                                                : switchedSum(cts, indices);
+    out = std::move(sum);
+}
+
+Ciphertext HomEvaluatorImpl::plainSum(const std::vector<Ciphertext>& cts) const {
+    Ciphertext sum = cts[0];
+    for (u64 k = 1; k < cts.size(); ++k) addWithoutCheck(sum, cts[k], sum);
+    return sum;
+}
+
+Ciphertext HomEvaluatorImpl::switchedSum(const std::vector<Ciphertext>& cts,
+                                         const std::vector<u64>& indices) const {
+    std::optional<Ciphertext> accumulator;
+    for (u64 k = 0; k < cts.size(); ++k) {
+        if (indices[k] == 0) continue;
+        Ciphertext term = mappedTimesKey(cts[k], indices[k]);
+        if (accumulator)
+            addWithoutCheck(*accumulator, term, *accumulator);
+        else
+            accumulator = std::move(term);
+    }
+    // One division by the temporary primes for all of them.
+    Ciphertext sum(context_, false);
+    keySwitcher_->modDown(*accumulator, sum, true);
+    utils::copyStamp(cts[0], sum);
+    for (u64 k = 0; k < cts.size(); ++k) {
+        if (indices[k] == 0)
+            addWithoutCheck(sum, cts[k], sum);
+        else
+            context_->primes.frobeniusMapInNTT<true>(
+                cts[k].getPoly(0), galoisElement(indices[k], cts[k].getDevice()), sum.getPoly(0));
+    }
+    return sum;
+}
+
+// ---- sums over rotations
+
+void HomEvaluatorImpl::leftRotateReduce(const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const {
+    rotateReduce(Direction::Left, in, gap, count, out);
+}
+
+void HomEvaluatorImpl::rightRotateReduce(const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const {
+    rotateReduce(Direction::Right, in, gap, count, out);
+}
+
+void HomEvaluatorImpl::rotateReduce(Direction direction, const Ciphertext& in, u64 gap, u64 count,
+                                    Ciphertext& out) const {
+    utils::throwIfCoeff(in);
+    if (count <= 1)
+        out = in;
+    else if (std::has_single_bit(count))
+        out = reducePowerOfTwo(direction, in, gap, count);
+    else if (count % 3 == 0 && std::has_single_bit(count / 3))
+        out = reduceThreefold(direction, in, gap, count);
+    else
+        out = reduceBySignedPowers(direction, in, gap, count);
+}
+
+Ciphertext HomEvaluatorImpl::reducePowerOfTwo(Direction direction, const Ciphertext& in, u64 gap,
+                                              u64 count) const {
+    Ciphertext sum = in, rotated(context_, false);
+    for (u64 covered = 1; covered < count; covered *= 2) {
+        rotate(direction, sum, covered * gap, rotated);
+        add(rotated, sum, sum);
+    }
+    return sum;
+}
+
+Ciphertext HomEvaluatorImpl::reduceThreefold(Direction direction, const Ciphertext& in, u64 gap,
+                                             u64 count) const {
+    const u64 third = count / 3;
+    Ciphertext rotated(context_, false);
+    rotateReduce(direction, in, gap, third, rotated);
+    Ciphertext sum = rotated;
+    for (int i = 0; i < 2; ++i) {
+        rotate(direction, rotated, third * gap, rotated);
+        add(sum, rotated, sum);
+    }
+    return sum;
+}
+
+/// With count = p[0] - p[1] + ... + p[c-1]: starts from the last p[c-1] of the `count` rotations, then in
+/// turns takes the sum down to a gap of p[k] rotations before them and up to a run of p[k-1] that closes it.
+Ciphertext HomEvaluatorImpl::reduceBySignedPowers(Direction direction, const Ciphertext& in, u64 gap,
+                                                  u64 count) const {
+    const Direction opposite = direction == Direction::Left ? Direction::Right : Direction::Left;
+    std::vector<u64> p;
+    u64 length = 0;
+    getRotIdxDecomposition(count, p, length);
+    const u64 last = p[length - 1];
+
+    Ciphertext run(context_, false);
+    rotate(direction, in, (count - last) * gap, run);
+    rotateReduce(direction, run, gap, last, run);
+    Ciphertext sum = run;
+    for (u64 k = length - 1; k >= 2; k -= 2) {
+        rotateReduce(direction, run, p[k] * gap, p[k - 1] / p[k], run);
+        sub(sum, run, sum);
+        rotateReduce(opposite, run, p[k - 1] * gap, p[k - 2] / p[k - 1], run);
+        add(sum, run, sum);
+    }
+    return sum;
+}
+
+void HomEvaluatorImpl::getRotIdxDecomposition(const u64& index, std::vector<u64>& out, u64& count) const {
+    u64 rest = index;
+    out.clear();
+    while (rest != 0 && !std::has_single_bit(rest)) {
+        const u64 power = std::bit_ceil(rest);
+        out.push_back(power);
+        rest = power - rest;
+    }
+    if (rest != 0) {
+        // The last sign is to be a plus: v, or -v written as v - 2v.
+        if (out.size() % 2 == 1) out.push_back(2 * rest);
+        out.push_back(rest);
+    }
+    count = out.size();
+}
+
+} // namespace Torvo

@@ -1,0 +1,61 @@
+#include "evaluator/KeySwitcher.hpp"
+
+#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/Validators.hpp"
+#include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
+#include "evaluator/Messages.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+Device commonDevice(const std::vector<Polynomial>& polys) {
+    require(!polys.empty(), message::noOperand);
+    const Device& device = polys.front().getDevice();
+    require(std::ranges::all_of(polys, [&](const Polynomial& p) { return p.getDevice() == device; }),
+            message::elementsOnDifferentDevices);
+    return device;
+}
+
+} // namespace
+
+KeySwitcher::KeySwitcher(const Context& context)
+    : context_(context), baseConv_(context), decomposeData_(context) {}
+
+void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const {
+    Polynomial scaled(context_, false, poly.isNTT());
+    scaled.setLevel(poly.getLevel());
+    scaled.allocate(poly.getDevice());
+    // The factors are those of the full chain at every level, so that one key serves all levels.
+    context_->primes.constMult(poly, decomposeData_.getHatQInvMod(poly.getDevice()), scaled,
+                               OutputModulusBoundValidator{0, poly.getLevel() + 1});
+    PolynomialVector blocks = baseConv_.modUp(scaled);
+    out = std::move(blocks.getPolys());
+}
+
+Ciphertext KeySwitcher::multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const {
+    const Device device = commonDevice(polys);
+    Ciphertext product(context_, true);
+    product.setLevel(polys.front().getLevel());
+    key.copyTo(device);
+    if (product.getDevice() != device) product.allocate(device);
+    context_->primes.innerProduct(polys.begin(), polys.end(), key.getAxIter(device), key.getBxIter(device),
+                                  product.getPoly(1), product.getPoly(0));
+    return product;
+}
+
+void KeySwitcher::modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const {
+    out = baseConv_.modDown(in, isNTT);
+}
+
+Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key) const {
+    std::vector<Polynomial> blocks;
+    modUpPQ(poly, blocks);
+    return baseConv_.modDown(multEvalKey(blocks, key), true);
+}
+
+} // namespace Torvo
