@@ -137,10 +137,10 @@ void fitLike(const CiphertextBase<E>& in, CiphertextBase<E>& out) {
 }
 
 /// Copies elements `from` and up.
-template <EncryptionType E>
-void copyElements(const CiphertextBase<E>& in, u64 from, CiphertextBase<E>& out) {
+template <class T>
+void copyElements(const T& in, u64 from, T& out) {
     if (&in == &out) return;
-    for (u64 i = from; i < in.getNumPoly(); ++i) out.getPoly(i) = in.getPoly(i);
+    for (u64 i = from; i < numElements(in); ++i) element(out, i) = element(in, i);
 }
 
 /// Passes on log slots, rescale counter and, between ciphertexts, encoding type.

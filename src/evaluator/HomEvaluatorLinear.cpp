@@ -135,7 +135,7 @@ void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
 template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                       CiphertextBase<E>& out) const {
-    require(in.isModUp() == plaintext.getMx().isModUp(), message::differentModUpStates);
+    require(in.isModUp() == plaintext.getMx().isModUp(), message::operandsDifferInModUp);
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
     Sign::combine(context_->primes, in.getPoly(0), plaintext.getMx(), out.getPoly(0));
@@ -181,7 +181,7 @@ template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combineElements(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
                                        CiphertextBase<E>& out) const {
     utils::checkPrecondition(a, b);
-    require(a.isModUp() == b.isModUp(), message::differentModUpStates);
+    require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     // The output may be either operand, so it is asked for its size before it is given another.
     const u64 countA = a.getNumPoly(), countB = b.getNumPoly(), common = std::min(countA, countB);
     utils::fitElements(std::max(countA, countB), a.isModUp(), out);
@@ -277,11 +277,11 @@ template <EncryptionType E>
 void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                           CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
-    require(in.getLevel() == plaintext.getLevel(), message::differentLevels);
+    require(in.getLevel() == plaintext.getLevel(), message::operandsDifferInLevel);
     utils::requireLevelAboveZero(in);
     require(utils::owesNothing(in) && utils::owesNothing(plaintext), message::operandsOweRescale);
     utils::checkPrecondition(in, plaintext);
-    require(in.isModUp() == plaintext.getMx().isModUp(), message::differentModUpStates);
+    require(in.isModUp() == plaintext.getMx().isModUp(), message::operandsDifferInModUp);
     utils::fitLike(in, out);
     const PrimeModuli& primes = context_->primes;
     const Polynomial& factor = plaintext.getMx();

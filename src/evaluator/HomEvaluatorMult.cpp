@@ -16,7 +16,7 @@ void requireBothOnSlots(const Ciphertext& a, const Ciphertext& b) {
 }
 
 void requireEqualLevels(const Ciphertext& a, const Ciphertext& b) {
-    require(a.getLevel() == b.getLevel(), message::differentLevels);
+    require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
 }
 
 /// The two rules of every product, in the order in which they are told.
@@ -35,7 +35,7 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     requireBothOnSlots(a, b);
     requireEqualLevels(a, b);
     require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
-    require(a.isModUp() == b.isModUp(), message::differentModUpStates);
+    require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     const u64 logSlots = a.getLogSlots();
     const int owed = a.getRescaleCounter() + b.getRescaleCounter() + 1;
     if (a.getNumPoly() == 2 && b.getNumPoly() == 2) {

@@ -9,7 +9,7 @@ namespace Torvo {
 namespace {
 
 void checkEqualLevels(const Plaintext& a, const Plaintext& b) {
-    require(a.getLevel() == b.getLevel(), message::differentLevels);
+    require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
 }
 
 /// What two factors must be, in the order in which it is told.
@@ -25,7 +25,7 @@ template <class Sign>
 void HomEvaluatorImpl::combine(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
     checkEqualLevels(a, b);
     utils::checkPrecondition(a, b);
-    require(a.getMx().isModUp() == b.getMx().isModUp(), message::differentModUpStates);
+    require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
     utils::fitLike(a, out);
     Sign::combine(context_->primes, a.getMx(), b.getMx(), out.getMx());
     utils::copyStamp(a, out);
@@ -49,7 +49,7 @@ void HomEvaluatorImpl::mult(const Plaintext& in, std::complex<double> c, Plainte
 void HomEvaluatorImpl::multWithoutRescale(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
     checkFactors(a, b);
     utils::checkPrecondition(a, b);
-    require(a.getMx().isModUp() == b.getMx().isModUp(), message::differentModUpStates);
+    require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
     utils::fitLike(a, out);
     context_->primes.hadamardMult(a.getMx(), b.getMx(), out.getMx());
     utils::copyStamp(a, out);

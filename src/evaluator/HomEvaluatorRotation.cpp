@@ -155,7 +155,7 @@ void HomEvaluatorImpl::rotSum(const std::vector<Ciphertext>& cts, const std::vec
     require(cts.size() == indices.size(), message::sizesOfRotSumDiffer);
     require(!cts.empty(), message::noOperand);
     for (const Ciphertext& ct : cts) {
-        require(ct.getLevel() == cts[0].getLevel(), message::differentLevels);
+        require(ct.getLevel() == cts[0].getLevel(), message::operandsDifferInLevel);
         utils::checkPrecondition(cts[0], ct);
     }
     Ciphertext sum = std::ranges::all_of(indices, [](u64 r) { return r == 0; }) ? plainSum(cts)
