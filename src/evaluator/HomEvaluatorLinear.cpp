@@ -338,13 +338,8 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
     const u64 last = targetLevel + 1;
     const double exponent = logScale[last] - logScale[level] + static_cast<double>(correction[last]);
     const EncodedConstant factor = encodeConstant(std::pow(2.0, exponent), last, 0, in.getDevice());
-    utils::fitLike(in, out);
-    for (u64 i = 0; i < in.getNumPoly(); ++i) {
-        // Only the rows that outlive the cut are multiplied; the cut drops the others unread.
-        context_->primes.constMult(in.getPoly(i), factor.real.getData().getData(), out.getPoly(i),
-                                   OutputModulusBoundValidator{0, last + 1});
-        out.getPoly(i).setLevel(last);
-    }
+    // The product has the level of the factor, so the rows that are to go are not even read.
+    multElements(in, out, factor.real);
     utils::copyStamp(in, out);
     out.setRescaleCounter(1);
     rescale(out);

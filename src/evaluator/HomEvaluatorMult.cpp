@@ -3,7 +3,6 @@
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <algorithm>
-#include <functional>
 #include <utility>
 #include <vector>
 
@@ -23,10 +22,6 @@ void requireEqualLevels(const Ciphertext& a, const Ciphertext& b) {
 void requireReadyToMultiply(const Ciphertext& a, const Ciphertext& b) {
     require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
     require(utils::owesNothing(a) && utils::owesNothing(b), message::operandsOweRescale);
-}
-
-bool isInRange(const Ciphertext* begin, std::ptrdiff_t count, const Ciphertext* object) {
-    return !std::less<>{}(object, begin) && std::less<>{}(object, begin + count);
 }
 
 } // namespace
@@ -125,17 +120,10 @@ void HomEvaluatorImpl::square(const Ciphertext& in, Ciphertext& out) const {
 void HomEvaluatorImpl::innerProduct(const Plaintext* plainBegin, const Plaintext* plainEnd,
                                     const Ciphertext* cipherBegin, Ciphertext& out) const {
     const std::ptrdiff_t count = plainEnd - plainBegin;
-    require(count > 0, message::noOperand);
+    require(count > 0, message::noOperandNoDevice);
     for (const Ciphertext* ct = cipherBegin; ct != cipherBegin + count; ++ct) {
         require(ct->getNumPoly() == 2, message::sizeNotTwo);
         utils::throwIfCoeff(*ct);
-    }
-    if (isInRange(cipherBegin, count, &out)) {
-        // The first product would overwrite a later factor.
-        Ciphertext sum(context_, false);
-        innerProduct(plainBegin, plainEnd, cipherBegin, sum);
-        out = std::move(sum);
-        return;
     }
     const auto plain = [](const Plaintext& p) -> const Polynomial& { return p.getMx(); };
     const auto partB = [](const Ciphertext& ct) -> const Polynomial& { return ct.getPoly(0); };

@@ -1,5 +1,6 @@
 #include "evaluator/KeySwitcher.hpp"
 
+#include "arithmetic/Messages.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Validators.hpp"
 #include "context/ContextContent.hpp"
@@ -14,7 +15,7 @@ namespace Torvo {
 namespace {
 
 Device commonDevice(const std::vector<Polynomial>& polys) {
-    require(!polys.empty(), message::noOperand);
+    require(!polys.empty(), message::noOperandNoDevice);
     const Device& device = polys.front().getDevice();
     require(std::ranges::all_of(polys, [&](const Polynomial& p) { return p.getDevice() == device; }),
             message::elementsOnDifferentDevices);

@@ -34,7 +34,6 @@ inline constexpr const char* nothingToRelinearize =
     "[relinearize] the length of the input ciphertext should be >= 3.";
 inline constexpr const char* sizesOfRotSumDiffer = "ctxt and rot_idx have different size.";
 
-inline constexpr const char* noOperand = "Operand is empty so device is not defined";
 inline constexpr const char* elementsOnDifferentDevices = "Elements of operand are in different devices.";
 
 inline constexpr const char* noMultiplicationKey = "Failed to load the multiplication key";
