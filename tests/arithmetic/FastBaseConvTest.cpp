@@ -45,7 +45,7 @@ std::list<World> worlds() {
     made.emplace_back(makeContext(6, 3, 50, 42, 51, 3));
     made.emplace_back(makeContext(6, 4, 60, 42, 61, 2));
     made.emplace_back(makeContext(6, 6, 50, 42, 50, 2));
-    made.emplace_back(makeContext(6, 4, 42, 42, 42, 1));
+    made.emplace_back(makeContext(6, 4, 42, 42, 46, 1));
     return made;
 }
 
