@@ -281,7 +281,7 @@ TEST(EvaluationKey, FilesOfOtherRingsOrShapesAreRefused) {
 }
 
 TEST(EvaluationKey, ForgedCountsEndWithoutTakingMemory) {
-    for (const u64 count : {u64{1} << 60, ~u64{0}, u64{3}}) {
+    for (const u64 count : {u64{1} << 60, ~u64{0}, u64{101}}) {
         const std::string forged = Bytes::frame().u32(1).u64s({0}).u8('m').u64s({0, count, 1, 2, 3}).str();
         EvaluationKey withoutContext;
         const auto withContext = makeEmptyMultKey(smallContext());
