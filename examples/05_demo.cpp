@@ -1,0 +1,156 @@
+// 5. The demo: a diagnosis on encrypted patients.
+//
+// A hospital (the client) wants to know for each patient of a test set whether a tumour is benign. A company
+// (the server) has a model. The hospital encrypts its patients; the server computes on ciphertexts alone and
+// sees neither a measurement nor a diagnosis; the hospital decrypts the answers.
+
+#include "common/ByteCount.hpp"
+#include "common/MedicalData.hpp"
+#include "common/Phase.hpp"
+
+#include <Torvo/Torvo.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+using namespace Torvo;
+using namespace example;
+
+constexpr ParameterPreset preset = ParameterPreset::ST11;
+constexpr const char* presetName = "ST11";
+constexpr unsigned long width = 32; // slots per patient: 30 features, a one for the bias, a zero
+
+// One patient after the other, `width` slots each, in as many slots as the next power of two.
+Message pack(const std::vector<std::vector<double>>& rows) {
+    unsigned long logSlots = 0;
+    while ((1UL << logSlots) < rows.size() * width) ++logSlots;
+    Message message(logSlots, 0.0);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        std::copy(rows[i].begin(), rows[i].end(), message.begin() + i * width);
+        message[i * width + rows[i].size()] = 1.0;
+    }
+    return message;
+}
+
+// What the server owns: the model and public keys. Its circuit stands here once, and runs on ciphertexts as
+// well as on messages in the clear.
+struct Server {
+    HomEvaluator evaluator;
+    LogisticModel model;
+    double bound; // scores are taken to lie in [-bound, bound]
+
+    // Slot 32 i of `out` becomes 0.5 + c1 y + c3 y^3 + c5 y^5 + c7 y^7 with y = score / bound of patient i:
+    // one level for the weights, three for the powers.
+    template <class Data>
+    void classify(const Data& patients, Data& out) const {
+        Message weights(patients.getLogSlots(), 0.0);
+        for (unsigned long i = 0; i < weights.getSize(); ++i) {
+            const unsigned long feature = i % width;
+            if (feature < model.weights.size()) weights[i] = model.weights[feature] / bound;
+            if (feature == model.weights.size()) weights[i] = model.bias / bound;
+        }
+        const std::vector<double> c = fitSigmoid(bound);
+
+        Data y(patients), y2(patients), y4(patients), term(patients);
+        evaluator.mult(patients, weights, y);
+        evaluator.leftRotateReduce(y, 1, width, y); // slot 32 i: the sum over patient i
+
+        evaluator.square(y, y2);
+        evaluator.square(y2, y4);
+        evaluator.mult(y, c[1], term); // c3 y^3 = (c3 y) y^2
+        evaluator.mult(term, y2, out);
+        evaluator.mult(y, c[0], term);
+        evaluator.add(out, term, out);
+        evaluator.mult(y, c[3], term); // (c5 y + c7 y^3) y^4
+        evaluator.mult(term, y2, term);
+        evaluator.mult(y, c[2], y);
+        evaluator.add(term, y, term);
+        evaluator.mult(term, y4, term);
+        evaluator.add(out, term, out);
+        evaluator.add(out, 0.5, out);
+    }
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // In the clear: read, split 80/20, standardise by the training part, fit.
+    const Split patients = split(readPatients(argc > 1 ? argv[1] : TORVO_EXAMPLE_DATA), 0.8);
+    const Standardiser standardise(patients.training);
+    std::vector<std::vector<double>> training, test;
+    std::vector<double> labels;
+    for (const Patient& p : patients.training) {
+        training.push_back(standardise(p.features));
+        labels.push_back(p.benign);
+    }
+    for (const Patient& p : patients.test) test.push_back(standardise(p.features));
+    LogisticModel model;
+    const double fitSeconds = timed("fitting the model", [&] { model = fit(training, labels, 0.01, 2000); });
+    double bound = 0;
+    for (const auto& row : training) bound = std::max(bound, std::abs(model.score(row)));
+    bound *= 1.25; // test patients may lie a little further out
+
+    // The client makes parameters and keys.
+    Context context;
+    const double contextSeconds = timed("building the context", [&] { context = makeContext(preset); });
+    const SecretKey secretKey(context);
+    const KeyGenerator keyGenerator(context, secretKey);
+    const double keySeconds = timed("generating keys", [&] {
+        keyGenerator.genEncKey();
+        keyGenerator.genMultKey();
+        for (unsigned long step = 1; step < width; step *= 2) keyGenerator.genLeftRotKey(step);
+    });
+    const KeyPack keys = keyGenerator.getKeyPack();
+
+    // The client encrypts; the server, with public keys only, classifies; the client decrypts.
+    const Message message = pack(test);
+    Ciphertext encrypted(context), answer(context);
+    const double encryptSeconds =
+        timed("encrypting", [&] { Encryptor(context).encrypt(message, keys, encrypted); });
+    const Server server{HomEvaluator(context, keys), model, bound};
+    const double serverSeconds = timed("classifying", [&] { server.classify(encrypted, answer); });
+    Message scores;
+    const double decryptSeconds =
+        timed("decrypting", [&] { Decryptor(context).decrypt(answer, secretKey, scores); });
+
+    // The same circuit in the clear, and the model itself.
+    Message clearScores;
+    server.classify(message, clearScores);
+    double largestError = 0;
+    std::size_t agree = 0, rightEncrypted = 0, rightClear = 0;
+    for (std::size_t i = 0; i < test.size(); ++i) {
+        largestError = std::max(largestError, std::abs(scores[i * width] - clearScores[i * width]));
+        const bool encryptedSaysBenign = scores[i * width].real() > 0.5;
+        const bool clearSaysBenign = sigmoid(model.score(test[i])) > 0.5;
+        const bool isBenign = patients.test[i].benign > 0.5;
+        agree += encryptedSaysBenign == clearSaysBenign;
+        rightEncrypted += encryptedSaysBenign == isBenign;
+        rightClear += clearSaysBenign == isBenign;
+    }
+
+    const auto count = static_cast<double>(test.size());
+    std::printf("%-42s %s, %lu-bit security\n", "preset", presetName, getSecurityLevel(context));
+    std::printf("%-42s %lu\n", "ring degree", getDegree(context));
+    std::printf("%-42s %lu of %lu\n", "slots used", message.getSize(), 1UL << getLogFullSlots(context));
+    std::printf("%-42s %lu of %lu\n", "levels used", encrypted.getLevel() - answer.getLevel(),
+                encrypted.getLevel());
+    std::printf("%-42s %.3f s\n", "time: fit in the clear", fitSeconds);
+    std::printf("%-42s %.3f s\n", "time: context", contextSeconds);
+    std::printf("%-42s %.3f s\n", "time: keys", keySeconds);
+    std::printf("%-42s %.3f s\n", "time: encode and encrypt", encryptSeconds);
+    std::printf("%-42s %.3f s\n", "time: classify on ciphertexts", serverSeconds);
+    std::printf("%-42s %.3f s\n", "time: decrypt and decode", decryptSeconds);
+    std::printf("%-42s %.1f MiB (saved: uniform halves as seeds)\n", "size: public keys", savedMiB(keys));
+    std::printf("%-42s %.1f MiB in, %.1f MiB out\n", "size: ciphertexts", savedMiB(encrypted),
+                savedMiB(answer));
+    std::printf("%-42s 2^%.1f\n", "largest error against the clear circuit", std::log2(largestError));
+    std::printf("%-42s %.2f %%\n", "accuracy encrypted", 100 * static_cast<double>(rightEncrypted) / count);
+    std::printf("%-42s %.2f %%\n", "accuracy in the clear", 100 * static_cast<double>(rightClear) / count);
+    std::printf("%-42s %zu of %zu\n", "predictions that agree", agree, test.size());
+    return agree == test.size() && largestError < 0x1p-20 ? 0 : 1;
+}
