@@ -53,12 +53,11 @@ struct Model {
         const u64 alpha = content.parameter.numTP;
         double digits = 0;
         for (u64 first = 0; first <= level; first += alpha) {
-            const u64 end = std::min(first + alpha, level + 1);
-            double logRatio = 0;
-            for (u64 i = first; i < end; ++i) logRatio += std::log2(prime(i));
-            for (u64 i = content.parameter.chain_length; i < content.primes.size(); ++i)
-                logRatio -= std::log2(prime(i));
-            digits += N * sigmaSquared * static_cast<double>(end - first) * std::pow(4.0, logRatio) / 12;
+            double logRatio = 0; // log2(Q_j / P), Q_j being the product of the whole digit
+            for (u64 i = 0; i < alpha; ++i)
+                logRatio += std::log2(prime(first + i)) - std::log2(prime(content.parameter.chain_length + i));
+            const auto live = static_cast<double>(std::min(alpha, level + 1 - first));
+            digits += N * sigmaSquared * live * std::pow(4.0, logRatio) / 12;
         }
         return digits + K * (1 + h) / 12;
     }
