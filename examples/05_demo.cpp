@@ -14,6 +14,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -79,6 +80,11 @@ struct Server {
 } // namespace
 
 int main(int argc, char** argv) {
+    std::vector<std::pair<const char*, double>> times;
+    const auto phase = [&](const char* name, const auto& work) {
+        times.emplace_back(name, timed(name, work));
+    };
+
     // In the clear: read, split 80/20, standardise by the training part, fit.
     const Split patients = split(readPatients(argc > 1 ? argv[1] : TORVO_EXAMPLE_DATA), 0.8);
     const Standardiser standardise(patients.training);
@@ -90,17 +96,17 @@ int main(int argc, char** argv) {
     }
     for (const Patient& p : patients.test) test.push_back(standardise(p.features));
     LogisticModel model;
-    const double fitSeconds = timed("fitting the model", [&] { model = fit(training, labels, 0.01, 2000); });
+    phase("fit in the clear", [&] { model = fit(training, labels, 0.01, 2000); });
     double bound = 0;
     for (const auto& row : training) bound = std::max(bound, std::abs(model.score(row)));
     bound *= 1.25; // test patients may lie a little further out
 
     // The client makes parameters and keys.
     Context context;
-    const double contextSeconds = timed("building the context", [&] { context = makeContext(preset); });
+    phase("build the context", [&] { context = makeContext(preset); });
     const SecretKey secretKey(context);
     const KeyGenerator keyGenerator(context, secretKey);
-    const double keySeconds = timed("generating keys", [&] {
+    phase("generate keys", [&] {
         keyGenerator.genEncKey();
         keyGenerator.genMultKey();
         for (unsigned long step = 1; step < width; step *= 2) keyGenerator.genLeftRotKey(step);
@@ -110,16 +116,13 @@ int main(int argc, char** argv) {
     // The client encrypts; the server, with public keys only, classifies; the client decrypts.
     const Message message = pack(test);
     Ciphertext encrypted(context), answer(context);
-    const double encryptSeconds =
-        timed("encrypting", [&] { Encryptor(context).encrypt(message, keys, encrypted); });
+    phase("encode and encrypt", [&] { Encryptor(context).encrypt(message, keys, encrypted); });
     const Server server{HomEvaluator(context, keys), model, bound};
-    const double serverSeconds = timed("classifying", [&] { server.classify(encrypted, answer); });
-    Message scores;
-    const double decryptSeconds =
-        timed("decrypting", [&] { Decryptor(context).decrypt(answer, secretKey, scores); });
+    phase("classify on ciphertexts", [&] { server.classify(encrypted, answer); });
+    Message scores, clearScores;
+    phase("decrypt and decode", [&] { Decryptor(context).decrypt(answer, secretKey, scores); });
 
-    // The same circuit in the clear, and the model itself.
-    Message clearScores;
+    // Against the same circuit in the clear, and against the model itself.
     server.classify(message, clearScores);
     double largestError = 0;
     std::size_t agree = 0, rightEncrypted = 0, rightClear = 0;
@@ -133,24 +136,20 @@ int main(int argc, char** argv) {
         rightClear += clearSaysBenign == isBenign;
     }
 
-    const auto count = static_cast<double>(test.size());
-    std::printf("%-42s %s, %lu-bit security\n", "preset", presetName, getSecurityLevel(context));
-    std::printf("%-42s %lu\n", "ring degree", getDegree(context));
-    std::printf("%-42s %lu of %lu\n", "slots used", message.getSize(), 1UL << getLogFullSlots(context));
-    std::printf("%-42s %lu of %lu\n", "levels used", encrypted.getLevel() - answer.getLevel(),
+    const auto percent = [&](std::size_t part) { return 100.0 * double(part) / double(test.size()); };
+    std::printf("preset                   %s, %lu-bit security\n", presetName, getSecurityLevel(context));
+    std::printf("ring degree              %lu\n", getDegree(context));
+    std::printf("slots used               %lu of %lu\n", message.getSize(), 1UL << getLogFullSlots(context));
+    std::printf("levels used              %lu of %lu\n", encrypted.getLevel() - answer.getLevel(),
                 encrypted.getLevel());
-    std::printf("%-42s %.3f s\n", "time: fit in the clear", fitSeconds);
-    std::printf("%-42s %.3f s\n", "time: context", contextSeconds);
-    std::printf("%-42s %.3f s\n", "time: keys", keySeconds);
-    std::printf("%-42s %.3f s\n", "time: encode and encrypt", encryptSeconds);
-    std::printf("%-42s %.3f s\n", "time: classify on ciphertexts", serverSeconds);
-    std::printf("%-42s %.3f s\n", "time: decrypt and decode", decryptSeconds);
-    std::printf("%-42s %.1f MiB (saved: uniform halves as seeds)\n", "size: public keys", savedMiB(keys));
-    std::printf("%-42s %.1f MiB in, %.1f MiB out\n", "size: ciphertexts", savedMiB(encrypted),
+    for (const auto& [name, seconds] : times) std::printf("%-24s %.3f s\n", name, seconds);
+    std::printf("public keys on disk      %.1f MiB\n", savedMiB(keys));
+    std::printf("ciphertexts              %.1f MiB in, %.1f MiB out\n", savedMiB(encrypted),
                 savedMiB(answer));
-    std::printf("%-42s 2^%.1f\n", "largest error against the clear circuit", std::log2(largestError));
-    std::printf("%-42s %.2f %%\n", "accuracy encrypted", 100 * static_cast<double>(rightEncrypted) / count);
-    std::printf("%-42s %.2f %%\n", "accuracy in the clear", 100 * static_cast<double>(rightClear) / count);
-    std::printf("%-42s %zu of %zu\n", "predictions that agree", agree, test.size());
+    std::printf("largest error            2^%.1f against the same circuit in the clear\n",
+                std::log2(largestError));
+    std::printf("accuracy                 %.2f %% encrypted, %.2f %% in the clear\n", percent(rightEncrypted),
+                percent(rightClear));
+    std::printf("predictions that agree   %zu of %zu\n", agree, test.size());
     return agree == test.size() && largestError < 0x1p-20 ? 0 : 1;
 }

@@ -189,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(Presets, NoiseRealPreset,
                          testing::Values(Case{"ST7", ParameterPreset::ST7},
                                          Case{"ST19", ParameterPreset::ST19},
                                          Case{"FGb", ParameterPreset::FGb}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& instance) { return std::string(instance.param.name); });
 
 } // namespace
 } // namespace Torvo
