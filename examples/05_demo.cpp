@@ -22,8 +22,6 @@ namespace {
 using namespace Torvo;
 using namespace example;
 
-constexpr ParameterPreset preset = ParameterPreset::ST11;
-constexpr const char* presetName = "ST11";
 constexpr unsigned long width = 32; // slots per patient: 30 features, a one for the bias, a zero
 
 // One patient after the other, `width` slots each, in as many slots as the next power of two.
@@ -103,7 +101,7 @@ int main(int argc, char** argv) {
 
     // The client makes parameters and keys.
     Context context;
-    phase("build the context", [&] { context = makeContext(preset); });
+    phase("build the context", [&] { context = makeContext(ParameterPreset::ST11); });
     const SecretKey secretKey(context);
     const KeyGenerator keyGenerator(context, secretKey);
     phase("generate keys", [&] {
@@ -130,16 +128,14 @@ int main(int argc, char** argv) {
         largestError = std::max(largestError, std::abs(scores[i * width] - clearScores[i * width]));
         const bool encryptedSaysBenign = scores[i * width].real() > 0.5;
         const bool clearSaysBenign = sigmoid(model.score(test[i])) > 0.5;
-        const bool isBenign = patients.test[i].benign > 0.5;
         agree += encryptedSaysBenign == clearSaysBenign;
-        rightEncrypted += encryptedSaysBenign == isBenign;
-        rightClear += clearSaysBenign == isBenign;
+        rightEncrypted += encryptedSaysBenign == (patients.test[i].benign > 0.5);
+        rightClear += clearSaysBenign == (patients.test[i].benign > 0.5);
     }
 
     const auto percent = [&](std::size_t part) { return 100.0 * double(part) / double(test.size()); };
-    std::printf("preset                   %s, %lu-bit security\n", presetName, getSecurityLevel(context));
-    std::printf("ring degree              %lu\n", getDegree(context));
-    std::printf("slots used               %lu of %lu\n", message.getSize(), 1UL << getLogFullSlots(context));
+    std::printf("preset                   ST11, %lu-bit security\n", getSecurityLevel(context));
+    std::printf("ring degree, slots       %lu, %lu\n", getDegree(context), getDegree(context) / 2);
     std::printf("levels used              %lu of %lu\n", encrypted.getLevel() - answer.getLevel(),
                 encrypted.getLevel());
     for (const auto& [name, seconds] : times) std::printf("%-24s %.3f s\n", name, seconds);
