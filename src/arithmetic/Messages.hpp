@@ -27,7 +27,7 @@ inline constexpr const char* deviceNotServed =
     "The generated context does not support the operation with current operands; check the device.";
 inline constexpr const char* operandsDifferInLevel = "Operands have different levels.";
 inline constexpr const char* operandsDifferInModUp = "Operands have different mod-up states.";
-inline constexpr const char* noOperandNoDevice = "Operand is empty so device is not defined";
+inline constexpr const char* noOperand = "Operand is empty so device is not defined";
 
 inline constexpr const char* embeddingNotOnGPU = "[embeddingToN] not yet implemented on GPU";
 inline constexpr const char* embeddingDoesNotDivide =

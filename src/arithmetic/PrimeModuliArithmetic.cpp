@@ -73,7 +73,7 @@ bool PrimeModuli::isZero(const Polynomial& p) const {
 
 void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial& out1,
                                Polynomial& out2) const {
-    require(!pairs.empty(), message::noOperandNoDevice);
+    require(!pairs.empty(), message::noOperand);
     const Polynomial& first = *pairs.front().a;
     bool sameLevel = true, sameModUp = true, sameDevice = true, overwritten = false;
     for (const auto& [a, x, y] : pairs) {

@@ -9,7 +9,8 @@ namespace Torvo {
 inline u64 owedPrimes(const PrimeModuli& primes, u64 row, u64 level, u64 r) {
     const Modulus& modulus = primes[row];
     u64 product = 1;
-    for (u64 i = level; i > level - r; --i) product = modulus.mult(product, modulus.reduce(primes.getPrime(i)));
+    for (u64 i = level; i > level - r; --i)
+        product = modulus.mult(product, modulus.reduce(primes.getPrime(i)));
     return product;
 }
 

@@ -120,7 +120,7 @@ void HomEvaluatorImpl::square(const Ciphertext& in, Ciphertext& out) const {
 void HomEvaluatorImpl::innerProduct(const Plaintext* plainBegin, const Plaintext* plainEnd,
                                     const Ciphertext* cipherBegin, Ciphertext& out) const {
     const std::ptrdiff_t count = plainEnd - plainBegin;
-    require(count > 0, message::noOperandNoDevice);
+    require(count > 0, message::noOperand);
     for (const Ciphertext* ct = cipherBegin; ct != cipherBegin + count; ++ct) {
         require(ct->getNumPoly() == 2, message::sizeNotTwo);
         utils::throwIfCoeff(*ct);

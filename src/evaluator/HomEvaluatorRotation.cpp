@@ -153,7 +153,7 @@ void HomEvaluatorImpl::rotSum(const std::vector<Ciphertext>& cts, const std::vec
                               Ciphertext& out) const {
     for (const Ciphertext& ct : cts) requireTwoElements(ct);
     require(cts.size() == indices.size(), message::sizesOfRotSumDiffer);
-    require(!cts.empty(), message::noOperandNoDevice);
+    require(!cts.empty(), message::noOperand);
     for (const Ciphertext& ct : cts) {
         require(ct.getLevel() == cts[0].getLevel(), message::operandsDifferInLevel);
         utils::checkPrecondition(cts[0], ct);

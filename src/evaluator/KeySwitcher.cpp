@@ -15,7 +15,7 @@ namespace Torvo {
 namespace {
 
 Device commonDevice(const std::vector<Polynomial>& polys) {
-    require(!polys.empty(), message::noOperandNoDevice);
+    require(!polys.empty(), message::noOperand);
     const Device& device = polys.front().getDevice();
     require(std::ranges::all_of(polys, [&](const Polynomial& p) { return p.getDevice() == device; }),
             message::elementsOnDifferentDevices);
