@@ -225,7 +225,7 @@ TEST(LWEParameter, EveryPresetHasTheNumbersOfItsRow) {
 }
 
 TEST(LWEParameter, CustomIsNoPresetAndBeyondTheTableThereIsNone) {
-    EXPECT_REFUSED(LWE::Parameter(LWE::ParameterPreset::CUSTOM), needNumbers);
+    EXPECT_REFUSED(LWE::Parameter{LWE::ParameterPreset::CUSTOM}, needNumbers);
     EXPECT_REFUSED(LWE::Parameter(LWE::ParameterPreset{4}), notSupported);
     EXPECT_REFUSED(LWE::Parameter(LWE::ParameterPreset{0xffffffff}), notSupported);
 }
