@@ -18,14 +18,14 @@ namespace Torvo::Serialize {
 template <class... Args>
 void save(std::ostream& stream, Args&&... args) {
     cereal::PortableBinaryOutputArchive archive(stream);
-    archive(std::forward<Args>(args)...);
+    (archive(std::forward<Args>(args)), ...);
 }
 
 /// @throws cereal::Exception "Failed to read <wanted> bytes from input stream! Read <got>" on a short read
 template <class... Args>
 void load(std::istream& stream, Args&&... args) {
     Torvo::detail::CountedInputArchive archive(stream);
-    static_cast<cereal::PortableBinaryInputArchive&>(archive)(std::forward<Args>(args)...);
+    (static_cast<cereal::PortableBinaryInputArchive&>(archive)(std::forward<Args>(args)), ...);
 }
 
 namespace detail {
