@@ -58,7 +58,7 @@ public:
     /// @throws RuntimeException "Cannot open file " and the path
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
-    /// Writes only the generator state from which the key was sampled, 59 bytes in all. The file carries no
+    /// Writes only the generator state from which the key was sampled, 71 bytes in all. The file carries no
     /// mark of the context: a context of other degree or weight regrows another key from it.
     /// @throws RuntimeException "The secret key is not randomly generated" for a key given by coefficients
     void saveSeedOnly(const std::string& path) const;
