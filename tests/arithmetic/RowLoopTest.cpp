@@ -1,0 +1,55 @@
+#include "arithmetic/RowLoop.hpp"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace Torvo::test {
+namespace {
+
+/// Which thread of its team took each index.
+template <Nesting nesting>
+std::vector<int> threadOfIndex(u64 count) {
+    std::vector<int> threads(count, -1);
+    forEachIndex<nesting>(count, [&](u64 i) { threads[i] = omp_get_thread_num(); });
+    return threads;
+}
+
+class RowLoop : public testing::Test {
+protected:
+    ~RowLoop() override {
+        omp_set_num_threads(threads_);
+        omp_set_max_active_levels(levels_);
+    }
+
+private:
+    const int threads_ = omp_get_max_threads();
+    const int levels_ = omp_get_max_active_levels();
+};
+
+TEST_F(RowLoop, GivesTheFirstThreadsOneIndexMore) {
+    omp_set_num_threads(3);
+    EXPECT_EQ(threadOfIndex<Nesting::Guarded>(8), (std::vector<int>{0, 0, 0, 1, 1, 1, 2, 2}));
+    EXPECT_EQ(threadOfIndex<Nesting::Default>(3), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(threadOfIndex<Nesting::Default>(1), (std::vector<int>{0}));
+    EXPECT_EQ(threadOfIndex<Nesting::Default>(0), (std::vector<int>{}));
+}
+
+TEST_F(RowLoop, OpensATeamInsideATeamUnlessItIsGuarded) {
+    omp_set_max_active_levels(2);
+    std::vector<int> guarded, unguarded;
+#pragma omp parallel num_threads(2)
+    {
+#pragma omp single
+        {
+            omp_set_num_threads(2);
+            guarded = threadOfIndex<Nesting::Guarded>(4);
+            unguarded = threadOfIndex<Nesting::Default>(4);
+        }
+    }
+    EXPECT_EQ(guarded, (std::vector<int>{0, 0, 0, 0}));
+    EXPECT_EQ(unguarded, (std::vector<int>{0, 0, 1, 1}));
+}
+
+} // namespace
+} // namespace Torvo::test
