@@ -6,6 +6,7 @@
 #include "core/Failure.hpp"
 #include "core/Integers.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/OutputShape.hpp"
 #include "encoding/Messages.hpp"
 #include "evaluator/Messages.hpp"
 
@@ -115,25 +116,20 @@ Polynomial& element(CiphertextBase<E>& ciphertext, u64 i) {
     return ciphertext.getPoly(i);
 }
 
-/// Makes sure that the rows of `out` suffice for a result of this state. Contents are lost only when the
-/// state changes, which it does not for an operand that is the output.
-inline void fitModUp(const Context& context, bool modUp, Polynomial& out) {
-    if (out.isModUp() != modUp) out = Polynomial(context, modUp, true);
-}
-
-/// Gives `out` `count` elements of the state `modUp`; the first of those it has keep their data.
+/// Makes `out` fit for `count` elements in the state `modUp`. Contents are lost only when its context or
+/// state is another, which it is not for an output that is an operand.
 template <EncryptionType E>
-void fitElements(u64 count, bool modUp, CiphertextBase<E>& out) {
+void fitElements(const Context& context, u64 count, bool modUp, CiphertextBase<E>& out) {
+    shapeOutput(context, modUp, out);
     out.getPolys().setSize(count);
-    for (Polynomial& poly : out.getPolys().getPolys()) fitModUp(out.getContext(), modUp, poly);
 }
 
-inline void fitLike(const Plaintext& in, Plaintext& out) {
-    fitModUp(out.getContext(), in.getMx().isModUp(), out.getMx());
-}
 template <EncryptionType E>
 void fitLike(const CiphertextBase<E>& in, CiphertextBase<E>& out) {
-    fitElements(in.getNumPoly(), in.isModUp(), out);
+    fitElements(in.getContext(), in.getNumPoly(), in.isModUp(), out);
+}
+inline void fitLike(const Plaintext& in, Plaintext& out) {
+    shapeOutput(in.getContext(), in.getMx().isModUp(), out);
 }
 
 /// Copies elements `from` and up.

@@ -184,7 +184,7 @@ void HomEvaluatorImpl::combineElements(const CiphertextBase<E>& a, const Ciphert
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     // The output may be either operand, so it is asked for its size before it is given another.
     const u64 countA = a.getNumPoly(), countB = b.getNumPoly(), common = std::min(countA, countB);
-    utils::fitElements(std::max(countA, countB), a.isModUp(), out);
+    utils::fitElements(context_, std::max(countA, countB), a.isModUp(), out);
     for (u64 i = 0; i < common; ++i)
         Sign::combine(context_->primes, a.getPoly(i), b.getPoly(i), out.getPoly(i));
     if (countA > countB) utils::copyElements(a, common, out);

@@ -34,7 +34,7 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     const u64 logSlots = a.getLogSlots();
     const int owed = a.getRescaleCounter() + b.getRescaleCounter() + 1;
     if (a.getNumPoly() == 2 && b.getNumPoly() == 2) {
-        utils::fitElements(3, a.isModUp(), out);
+        utils::fitElements(context_, 3, a.isModUp(), out);
         context_->primes.tensor(a.getPoly(1), a.getPoly(0), b.getPoly(1), b.getPoly(0), out.getPoly(1),
                                 out.getPoly(0), out.getPoly(2));
     } else {
@@ -49,7 +49,7 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
 void HomEvaluatorImpl::tensorOfAnyLength(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     const PrimeModuli& primes = context_->primes;
     Ciphertext product(context_, a.isModUp());
-    utils::fitElements(a.getNumPoly() + b.getNumPoly() - 1, a.isModUp(), product);
+    utils::fitElements(context_, a.getNumPoly() + b.getNumPoly() - 1, a.isModUp(), product);
     Polynomial term(context_, a.isModUp(), true);
     std::vector<bool> untouched(product.getNumPoly(), true);
     for (u64 i = 0; i < a.getNumPoly(); ++i) {
@@ -77,7 +77,7 @@ void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const 
     const Ciphertext switched = keySwitcher_->switchKey(in.getPoly(n - 1), *key);
     const u64 logSlots = in.getLogSlots();
     const int owed = in.getRescaleCounter();
-    utils::fitElements(n - 1, false, out);
+    utils::fitElements(context_, n - 1, false, out);
     for (u64 i = 0; i + 3 < n; ++i)
         if (&in != &out) out.getPoly(i) = in.getPoly(i);
     context_->primes.add(in.getPoly(n - 3), switched.getPoly(0), out.getPoly(n - 3));
