@@ -1,0 +1,193 @@
+#include "evaluator/KeySwitcher.hpp"
+
+#include "arithmetic/Validators.hpp"
+#include "context/ContextContent.hpp"
+#include "support/CiphertextWords.hpp"
+#include "support/Expect.hpp"
+#include "support/Scheme.hpp"
+#include "support/Seeded.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using namespace Torvo;
+using namespace Torvo::test;
+
+namespace {
+
+class KeySwitching : public testing::Test {
+protected:
+    const Scheme& scheme = Scheme::of(ParameterPreset::FX);
+    const Context& context = scheme.context;
+    const PrimeModuli& primes = context->primes;
+    const Parameter& parameter = context->parameter;
+    const KeySwitcher switcher{context};
+    Seeded random{51};
+    testing::ScopedTrace trace{__FILE__, __LINE__, random.describe()};
+
+    Polynomial uniform(u64 level, bool isNTT = true) {
+        Polynomial p(context, false, isNTT);
+        p.setLevel(level);
+        for (u64 i = 0; i <= level; ++i) {
+            const std::vector<u64> row = random.row(parameter.degree, primes.getPrime(i));
+            std::copy(row.begin(), row.end(), p.getRow(i));
+        }
+        return p;
+    }
+
+    std::vector<Polynomial> blocksOf(const Polynomial& p) const {
+        std::vector<Polynomial> blocks;
+        switcher.modUpPQ(p, blocks);
+        return blocks;
+    }
+};
+
+/// a * b^(p - 2) by 128-bit arithmetic: a over b modulo a prime.
+u64 quotient(u64 a, u64 b, u64 p) {
+    u64 result = a;
+    for (u64 exponent = p - 2; exponent != 0; exponent >>= 1) {
+        if (exponent & 1) result = static_cast<u64>(static_cast<u128>(result) * b % p);
+        b = static_cast<u64>(static_cast<u128>(b) * b % p);
+    }
+    return result;
+}
+
+} // namespace
+
+TEST_F(KeySwitching, TheNumberOfBlocksFollowsTheLevel) {
+    // Five primes a block: 0 to 4, 5 to 9, ...
+    ASSERT_EQ(parameter.numTP, 5u);
+    for (const auto& [level, count] : {std::pair{0ul, 1ul},
+                                       {4ul, 1ul},
+                                       {5ul, 2ul},
+                                       {9ul, 2ul},
+                                       {10ul, 3ul},
+                                       {24ul, parameter.gadget_rank}}) {
+        SCOPED_TRACE(level);
+        const auto blocks = blocksOf(uniform(level));
+        ASSERT_EQ(blocks.size(), count);
+        for (const Polynomial& block : blocks) {
+            EXPECT_EQ(block.getLevel(), level);
+            EXPECT_TRUE(block.isModUp());
+            EXPECT_TRUE(block.isNTT());
+        }
+    }
+}
+
+TEST_F(KeySwitching, BlocksKeepTheirOwnRowsDividedByThePrimesOfAllOthers) {
+    for (const u64 level : {0ul, 4ul, 7ul, 24ul}) {
+        const Polynomial p = uniform(level);
+        const auto blocks = blocksOf(p);
+        for (u64 i = 0; i <= level; ++i) {
+            const u64 prime = primes.getPrime(i), size = parameter.numTP;
+            // The primes of the full chain outside the block, whatever the level.
+            u64 product = 1;
+            for (u64 j = 0; j < parameter.chain_length; ++j)
+                if (j / size != i / size)
+                    product =
+                        static_cast<u64>(static_cast<u128>(product) * (primes.getPrime(j) % prime) % prime);
+            const u64* row = blocks[i / size].getRow(i);
+            for (u64 k = 0; k < parameter.degree; ++k)
+                ASSERT_EQ(row[k], quotient(p.getRow(i)[k], product, prime))
+                    << "level " << level << " row " << i;
+        }
+    }
+}
+
+TEST_F(KeySwitching, CoefficientFormGivesTheSameBlocks) {
+    const Polynomial inNTT = uniform(11);
+    Polynomial coefficients = inNTT;
+    primes.backwardNTT(coefficients, coefficients);
+    const auto expected = blocksOf(inNTT), got = blocksOf(coefficients);
+    ASSERT_EQ(got.size(), expected.size());
+    for (u64 j = 0; j < got.size(); ++j) EXPECT_TRUE(sameWords(got[j], expected[j])) << j;
+}
+
+TEST_F(KeySwitching, WhatTheVectorHeldIsReleased) {
+    const Polynomial p = uniform(3);
+    std::vector<Polynomial> blocks(7, uniform(9));
+    switcher.modUpPQ(p, blocks);
+    ASSERT_EQ(blocks.size(), 1u);
+    EXPECT_TRUE(sameWords(blocks[0], blocksOf(p)[0]));
+}
+
+TEST_F(KeySwitching, TheSumsRunOverTheBlocksAndTheFirstPairsOfTheKey) {
+    EvaluationKey& key = *scheme.keys.getMultKey();
+    const Device cpu;
+    for (const u64 level : {0ul, 6ul, 24ul}) {
+        const auto blocks = blocksOf(uniform(level));
+        const Ciphertext sums = switcher.multEvalKey(blocks, key);
+        ASSERT_EQ(sums.getNumPoly(), 2u);
+        EXPECT_TRUE(sums.isModUp());
+        EXPECT_EQ(sums.getLevel(), level);
+        for (u64 part = 0; part < 2; ++part) {
+            const Polynomial* pairs = part == 0 ? key.getBxIter(cpu) : key.getAxIter(cpu);
+            for (u64 i = 0; i < sums.getPoly(part).rowEnd(); ++i) {
+                if (!sums.getPoly(part).isLiveRow(i)) continue;
+                const u64 prime = primes.getPrime(i);
+                for (u64 k = 0; k < parameter.degree; ++k) {
+                    u64 sum = 0;
+                    for (u64 j = 0; j < blocks.size(); ++j) {
+                        const u128 product =
+                            static_cast<u128>(blocks[j].getRow(i)[k]) * pairs[j].getRow(i)[k] + sum;
+                        sum = static_cast<u64>(product % prime);
+                    }
+                    ASSERT_EQ(sums.getPoly(part).getRow(i)[k], sum) << "row " << i << " word " << k;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(KeySwitching, ASwitchedPolynomialDecryptsToItsProductWithTheSourceSecret) {
+    // The multiplication key switches from s^2: switched[0] + switched[1] * s = p * s^2 + error.
+    const u64 level = 12;
+    const Polynomial p = uniform(level);
+    const Ciphertext switched = switcher.switchKey(p, *scheme.keys.getMultKey());
+    EXPECT_EQ(switched.getLevel(), level);
+    EXPECT_FALSE(switched.isModUp());
+    const Polynomial& s = scheme.secretKey.getSx();
+    Polynomial got(context, false, true), expected(context, false, true);
+    primes.hadamardMult(switched.getPoly(1), s, got);
+    primes.add(got, switched.getPoly(0), got);
+    primes.hadamardMult(p, s, expected);
+    primes.hadamardMult(expected, s, expected);
+    primes.sub(got, expected, got);
+    primes.backwardNTT(got, got);
+    // A coefficient is the mean of the slots, so no larger than the largest.
+    const double bound = scheme.errors.keySwitch();
+    for (u64 i = 0; i <= level; ++i)
+        for (u64 k = 0; k < parameter.degree; ++k) {
+            const u64 word = got.getRow(i)[k], prime = primes.getPrime(i);
+            ASSERT_LT(static_cast<double>(std::min(word, prime - word)), bound) << "row " << i;
+        }
+}
+
+TEST_F(KeySwitching, ModDownGivesEitherFormAndFreshBookKeeping) {
+    const auto blocks = blocksOf(uniform(8));
+    Ciphertext sums = switcher.multEvalKey(blocks, *scheme.keys.getMultKey());
+    sums.setLogSlots(2);
+    sums.setRescaleCounter(1);
+    Ciphertext inNTT(context, true), coefficients(context);
+    switcher.modDown(sums, inNTT, true);
+    switcher.modDown(sums, coefficients, false);
+    EXPECT_EQ(inNTT.getRescaleCounter(), 0);
+    EXPECT_EQ(inNTT.getLogSlots(), scheme.logFullSlots());
+    EXPECT_FALSE(inNTT.isModUp());
+    EXPECT_FALSE(coefficients.isNTT());
+    for (u64 i = 0; i < 2; ++i) primes.forwardNTT(coefficients.getPoly(i), coefficients.getPoly(i));
+    EXPECT_TRUE(sameWords(coefficients, inNTT));
+}
+
+TEST_F(KeySwitching, TheSumsRefuseNothingAndTwoDevices) {
+    EvaluationKey& key = *scheme.keys.getMultKey();
+    EXPECT_REFUSED(switcher.multEvalKey({}, key), "Operand is empty so device is not defined");
+    std::vector<Polynomial> blocks = blocksOf(uniform(6));
+    blocks[1].to(Device{DeviceType::CPU, 1});
+    EXPECT_REFUSED(switcher.multEvalKey(blocks, key), "Elements of operand are in different devices.");
+    blocks[0].to(Device{DeviceType::CPU, 1});
+    EXPECT_REFUSED(switcher.multEvalKey(blocks, key),
+                   "The generated context does not support the operation with current operands; check the "
+                   "device.");
+}
