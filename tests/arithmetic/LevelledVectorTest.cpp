@@ -1,0 +1,40 @@
+#include "arithmetic/LevelledVector.hpp"
+
+#include <gtest/gtest.h>
+
+namespace Torvo::test {
+namespace {
+
+TEST(LevelledVector, HoldsARowForEachLevel) {
+    LevelledVector v(10, 3);
+    EXPECT_EQ(v.getDimension(), 10u);
+    EXPECT_EQ(v.getLevel(), 3u);
+    EXPECT_EQ(v.getData().size(), 40u);
+    EXPECT_EQ(v.getRow(3), v.getRow(0) + 30);
+    EXPECT_EQ(v.getDevice(), Device{});
+}
+
+TEST(LevelledVector, FollowsItsLevelInSizeWithoutGivingMemoryBack) {
+    LevelledVector v(10, 3);
+    const u64* storage = v.getRow(0);
+    v.getRow(3)[9] = 17;
+    v.setLevel(0);
+    EXPECT_EQ(v.getData().size(), 10u);
+    v.setLevel(3);
+    EXPECT_EQ(v.getRow(0), storage);
+    EXPECT_EQ(v.getRow(3)[9], 17u);
+}
+
+TEST(LevelledVector, MovesToAnotherDeviceOrAllocatesThere) {
+    LevelledVector v(2, 1);
+    v.getRow(1)[1] = 5;
+    v.to({DeviceType::CPU, 1});
+    EXPECT_EQ(v.getDevice(), (Device{DeviceType::CPU, 1}));
+    EXPECT_EQ(v.getRow(1)[1], 5u);
+    v.allocate({DeviceType::PinnedHost, 0});
+    EXPECT_EQ(v.getDevice(), (Device{DeviceType::PinnedHost, 0}));
+    EXPECT_EQ(v.getData().size(), 4u);
+}
+
+} // namespace
+} // namespace Torvo::test
