@@ -1,15 +1,38 @@
 #include "core/HostMemoryResource.hpp"
 
-#include <new>
+#include "core/BlockCache.hpp"
 
 namespace Torvo {
 
-void* HostMemoryResource::doAllocate(std::size_t bytes, CudaStreamView) {
-    return bytes == 0 ? nullptr : ::operator new[](bytes, std::align_val_t{alignment});
+namespace {
+
+/// The sanitizers are to see every block come and go.
+#if defined(__SANITIZE_ADDRESS__)
+#define TORVO_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
+#define TORVO_SANITIZED
+#endif
+#endif
+#ifdef TORVO_SANITIZED
+constexpr std::size_t keptBytesLimit = 0;
+#else
+constexpr std::size_t keptBytesLimit = std::size_t{512} << 20;
+#endif
+
+BlockCache& hostBlocks() {
+    static auto& blocks = *new BlockCache(keptBytesLimit); // never destroyed, as the arrays in static storage
+    return blocks;
 }
 
-void HostMemoryResource::doDeallocate(void* p, std::size_t, CudaStreamView) {
-    ::operator delete[](p, std::align_val_t{alignment});
+} // namespace
+
+void* HostMemoryResource::doAllocate(std::size_t bytes, CudaStreamView) {
+    return bytes == 0 ? nullptr : hostBlocks().allocate(bytes);
+}
+
+void HostMemoryResource::doDeallocate(void* p, std::size_t bytes, CudaStreamView) {
+    hostBlocks().release(p, bytes);
 }
 
 } // namespace Torvo

@@ -4,11 +4,10 @@
 
 namespace Torvo {
 
-/// Host memory, aligned to the 32 bytes of the vectors of the row kernels.
+/// Host memory, aligned to the 32 bytes of the vectors of the row kernels. Large blocks come from one
+/// `BlockCache` of the process, which keeps up to 512 MiB of what was given back.
 class HostMemoryResource final : public MemoryResource {
 public:
-    static constexpr std::size_t alignment = 32;
-
     /// @throws std::bad_alloc
     void* doAllocate(std::size_t bytes, CudaStreamView stream) override;
     void doDeallocate(void* p, std::size_t bytes, CudaStreamView stream) override;
