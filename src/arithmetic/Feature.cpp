@@ -26,4 +26,12 @@ u64 readProcessorFeature() {
     return moveBit(ebx, 5, 0) | moveBit(ebx, 17, 1) | moveBit(ebx, 16, 2) | moveBit(ebx, 31, 3);
 }
 
+bool processorHasFMA() {
+    unsigned eax = 0;
+    unsigned ebx = 0;
+    unsigned ecx = 0;
+    unsigned edx = 0;
+    return __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_FMA) != 0;
+}
+
 } // namespace Torvo::detail

@@ -20,6 +20,9 @@ namespace detail {
 /// What `getCurrentFeature` reads.
 u64 readProcessorFeature();
 
+/// Whether the processor has fused multiply-add, for the units compiled for AVX2 and FMA.
+bool processorHasFMA();
+
 } // namespace detail
 
 } // namespace Torvo

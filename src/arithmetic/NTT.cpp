@@ -16,7 +16,7 @@ namespace Torvo {
 namespace {
 
 /// The scalar form of the transform: the stages of distance 2 and 1 go in one pass.
-struct ScalarForm {
+struct ScalarForm : rows::WordPasses<ScalarLanes> {
     using Lanes = ScalarLanes;
     static constexpr int tailStages = 2;
 
@@ -102,6 +102,22 @@ DeviceSpecificArray<unsigned long> exchangeMiddles(const u64* words, u64 count) 
     return exchanged;
 }
 
+/// The representative of w next to zero.
+double centred(u64 w, u64 p) {
+    return w > p / 2 ? -static_cast<double>(p - w) : static_cast<double>(w);
+}
+
+/// `powers` next to zero; from `lastStage` on, for N/2 words, every eight as the even, then the odd ones.
+DeviceSpecificArray<double> centredTwiddles(const DeviceSpecificArray<unsigned long>& powers, u64 lastStage,
+                                            u64 p) {
+    constexpr u64 order[] = {0, 2, 4, 6, 1, 3, 5, 7};
+    DeviceSpecificArray<double> twiddles(powers.size());
+    std::transform(powers.begin(), powers.end(), twiddles.begin(), [p](u64 w) { return centred(w, p); });
+    for (u64 i = 0; i < powers.size() / 2; ++i)
+        twiddles[lastStage + i] = centred(powers[lastStage + i / 8 * 8 + order[i % 8]], p);
+    return twiddles;
+}
+
 } // namespace
 
 NTT::NTT(unsigned long degree, unsigned long prime)
@@ -125,6 +141,7 @@ NTT::NTT(unsigned long degree, unsigned long prime)
     degreeInverseRoot_ =
         rows::makeShoupConstant(modulus.mult(degreeInverse, inversePowerTable_[degree - 1]), prime);
     if (runsAVX2()) initAVX2Constants();
+    if (runsAVX2() && detail::processorHasFMA() && prime <= greatestFloatPrime) initFMAConstants();
 }
 
 void NTT::initAVX2Constants() {
@@ -133,6 +150,11 @@ void NTT::initAVX2Constants() {
     lastPowerTableShoup_ = exchangeMiddles(powerTableShoup_.getData() + half, half);
     lastInversePowerTable_ = exchangeMiddles(inversePowerTable_.getData() + 1, half);
     lastInversePowerTableShoup_ = exchangeMiddles(inversePowerTableShoup_.getData() + 1, half);
+}
+
+void NTT::initFMAConstants() {
+    twiddles_ = centredTwiddles(powerTable_, degree_ / 2, p_);
+    inverseTwiddles_ = centredTwiddles(inversePowerTable_, 1, p_);
 }
 
 rows::TransformTables NTT::forwardTables() const {
@@ -157,15 +179,37 @@ rows::TransformTables NTT::backwardTables() const {
             .degreeInverseRoot = degreeInverseRoot_};
 }
 
+FMA::TransformTables NTT::forwardFMATables() const {
+    const auto prime = static_cast<double>(p_);
+    return {.p = p_,
+            .modulus = {prime, 1.0 / prime},
+            .degree = degree_,
+            .twiddles = twiddles_.getData(),
+            .degreeInverse = centred(degreeInverse_.value, p_),
+            .degreeInverseRoot = centred(degreeInverseRoot_.value, p_)};
+}
+
+FMA::TransformTables NTT::backwardFMATables() const {
+    FMA::TransformTables tables = forwardFMATables();
+    tables.twiddles = inverseTwiddles_.getData();
+    return tables;
+}
+
 template <int k>
 void NTT::computeForward(unsigned long* a) const {
-    if (hasAVX2Constants() && runsAVX2()) return computeForwardAVX256<k>(a);
+    if (hasAVX2Constants() && runsAVX2()) {
+        if (k == 1 && runsInFloatingPoint()) return FMA::forwardTransform(a, forwardFMATables());
+        return computeForwardAVX256<k>(a);
+    }
     rows::forwardTransform<k, ScalarForm>(a, forwardTables());
 }
 
 template <int k>
 void NTT::computeBackward(unsigned long* a) const {
-    if (hasAVX2Constants() && runsAVX2()) return computeBackwardAVX256<k>(a);
+    if (hasAVX2Constants() && runsAVX2()) {
+        if (k == 1 && runsInFloatingPoint()) return FMA::backwardTransform(a, backwardFMATables());
+        return computeBackwardAVX256<k>(a);
+    }
     rows::backwardTransform<k, ScalarForm>(a, backwardTables());
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/NTTFMA.hpp"
 #include "arithmetic/TransformRows.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "core/Integers.hpp"
@@ -49,6 +50,10 @@ public:
     void computeBackwardAVX256Tn(unsigned long* a, unsigned long t) const;
     void computeBackwardAVX256Last(unsigned long* a) const;
 
+    /// Whether transforms into range 1 run in floating point: where the processor has AVX2 and FMA and the
+    /// prime is small enough. The words are the same.
+    bool runsInFloatingPoint() const { return twiddles_.size() != 0; }
+
     unsigned long getPrime() const { return p_; }
     unsigned long getTwoP() const { return twoP_; }
     unsigned long getDegree() const { return degree_; }
@@ -60,9 +65,12 @@ public:
 
 private:
     void initAVX2Constants();
+    void initFMAConstants();
     bool hasAVX2Constants() const { return lastPowerTable_.size() != 0; }
     rows::TransformTables forwardTables() const;
     rows::TransformTables backwardTables() const;
+    FMA::TransformTables forwardFMATables() const;
+    FMA::TransformTables backwardFMATables() const;
 
     u64 p_;
     u64 twoP_;
@@ -79,6 +87,9 @@ private:
     DeviceSpecificArray<unsigned long> lastPowerTableShoup_;
     DeviceSpecificArray<unsigned long> lastInversePowerTable_;
     DeviceSpecificArray<unsigned long> lastInversePowerTableShoup_;
+    // The two tables of powers for FMA::TransformTables; empty without FMA, and for a greater prime.
+    DeviceSpecificArray<double> twiddles_;
+    DeviceSpecificArray<double> inverseTwiddles_;
 };
 
 } // namespace Torvo

@@ -66,8 +66,7 @@ template <int range>
 
 /// The vector form of the transform. The stages of distance 8, 4, 2 and 1 go in one pass, in registers: on
 /// the rows of sixteen words the first two, on their columns the last two.
-struct VectorForm {
-    using Lanes = AVX2Lanes;
+struct VectorForm : rows::WordPasses<AVX2Lanes> {
     static constexpr int tailStages = 4;
 
     template <int range>

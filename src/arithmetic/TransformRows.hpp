@@ -231,49 +231,76 @@ inline constexpr u64 blockWords = 4096;
     return {begin / (2 * t), (begin + count) / (2 * t)};
 }
 
-/// The whole forward transform. First the stages whose groups are larger than a block, each pass over all
-/// the row, two stages at a time; then block by block the rest. `Form` supplies `Lanes` and the last stages:
-/// `forwardTail<range>(a, begin, count, tables)` does those of distance below 2^Form::tailStages on words
-/// [begin, begin + count) and brings them to `range`.
+/// The passes of a form whose words stay words of 64 bits throughout, on lanes L.
+template <class L>
+struct WordPasses {
+    using Tables = TransformTables;
+
+    static void forwardEntryStage(u64* a, const Tables& tables) {
+        forwardStage<L>(a, tables.degree / 2, {0, 1}, tables);
+    }
+    static void forwardEntryTwoStages(u64* a, const Tables& tables) {
+        rows::forwardTwoStages<L>(a, tables.degree / 2, {0, 1}, tables);
+    }
+    static void forwardTwoStages(u64* a, u64 t, Groups groups, const Tables& tables) {
+        rows::forwardTwoStages<L>(a, t, groups, tables);
+    }
+    static void backwardTwoStages(u64* a, u64 t, Groups groups, const Tables& tables) {
+        rows::backwardTwoStages<L>(a, t, groups, tables);
+    }
+    template <int range>
+    static void backwardExitStage(u64* a, const Tables& tables) {
+        backwardLastStage<range, L>(a, tables);
+    }
+    template <int range>
+    static void backwardExitTwoStages(u64* a, const Tables& tables) {
+        backwardLastTwoStages<range, L>(a, tables);
+    }
+};
+
+/// The whole forward transform: one entry pass of one or two stages; two stages at a time, over all the row
+/// while groups are larger than a block, then block by block; and in each block the last stages. `Form`
+/// supplies the passes: those of WordPasses, and `forwardTail<range>(a, begin, count, tables)`, which does
+/// the stages of distance below 2^Form::tailStages on words [begin, begin + count) and brings them to
+/// `range`. The degree has at least two stages more than the tail.
 template <int range, class Form>
-void forwardTransform(u64* a, const TransformTables& tables) {
-    using L = typename Form::Lanes;
+void forwardTransform(u64* a, const typename Form::Tables& tables) {
     const u64 n = tables.degree;
     const u64 block = n < blockWords ? n : blockWords;
     constexpr u64 tail = u64{1} << Form::tailStages;
-    u64 t = n / 2;
+    u64 t = n / 4;
     if ((std::countr_zero(n) - Form::tailStages) % 2 != 0) {
-        forwardStage<L>(a, t, {0, 1}, tables);
+        Form::forwardEntryStage(a, tables);
+    } else {
+        Form::forwardEntryTwoStages(a, tables);
         t /= 2;
     }
-    for (; 2 * t > block; t /= 4) forwardTwoStages<L>(a, t, groupsWithin(0, n, t), tables);
+    for (; 2 * t > block; t /= 4) Form::forwardTwoStages(a, t, groupsWithin(0, n, t), tables);
     for (u64 begin = 0; begin < n; begin += block) {
-        for (u64 s = t; s >= tail; s /= 4) forwardTwoStages<L>(a, s, groupsWithin(begin, block, s), tables);
+        for (u64 s = t; s >= tail; s /= 4)
+            Form::forwardTwoStages(a, s, groupsWithin(begin, block, s), tables);
         Form::template forwardTail<range>(a, begin, block, tables);
     }
 }
 
 /// The whole backward transform, the mirror image. `Form::backwardHead(a, begin, count, tables)` does the
-/// stages of distance below 2^Form::tailStages.
+/// stages of distance below 2^Form::tailStages; the last one or two stages are the exit pass.
 template <int range, class Form>
-void backwardTransform(u64* a, const TransformTables& tables) {
-    using L = typename Form::Lanes;
+void backwardTransform(u64* a, const typename Form::Tables& tables) {
     const u64 n = tables.degree;
     const u64 block = n < blockWords ? n : blockWords;
     constexpr u64 tail = u64{1} << Form::tailStages;
-    u64 next = n;
+    u64 t = tail;
     for (u64 begin = 0; begin < n; begin += block) {
         Form::backwardHead(a, begin, block, tables);
-        u64 t = tail;
-        for (; 4 * t <= block && 4 * t < n; t *= 4)
-            backwardTwoStages<L>(a, t, groupsWithin(begin, block, 2 * t), tables);
-        next = t;
+        for (t = tail; 4 * t <= block && 4 * t < n; t *= 4)
+            Form::backwardTwoStages(a, t, groupsWithin(begin, block, 2 * t), tables);
     }
-    for (; 4 * next < n; next *= 4) backwardTwoStages<L>(a, next, groupsWithin(0, n, 2 * next), tables);
-    if (4 * next == n) {
-        backwardLastTwoStages<range, L>(a, tables);
+    for (; 4 * t < n; t *= 4) Form::backwardTwoStages(a, t, groupsWithin(0, n, 2 * t), tables);
+    if (4 * t == n) {
+        Form::template backwardExitTwoStages<range>(a, tables);
     } else {
-        backwardLastStage<range, L>(a, tables);
+        Form::template backwardExitStage<range>(a, tables);
     }
 }
 

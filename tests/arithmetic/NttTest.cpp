@@ -215,6 +215,36 @@ TEST_P(Ntt, TakesRangeTwoBackwardAndLeavesTheLazyWordsOfEachRange) {
     }
 }
 
+/// The greatest prime for which the transform runs in floating point, if the processor lets it, and the next.
+constexpr u64 greatestInFloat = 2253998836531201, nextAboveFloat = 2253998836940801; // 1 modulo 2^14
+
+TEST_P(Ntt, FloatingPointEndsAtItsGreatestPrime) {
+    EXPECT_FALSE(NTT(64, nextAboveFloat).runsInFloatingPoint());
+    EXPECT_EQ(NTT(64, greatestInFloat).runsInFloatingPoint(),
+              GetParam() == vectorForm && __builtin_cpu_supports("fma") != 0);
+}
+
+TEST_P(Ntt, RowsThatStretchTheBoundsOfFloatingPointTransformExactly) {
+    SCOPED_TRACE(random_.describe());
+    for (u64 p : {greatestInFloat, nextAboveFloat, u64{65537}}) {
+        for (u64 n : {64UL, 128UL, 4096UL, 8192UL}) {
+            const NTT ntt(n, p);
+            for (u64 word : {p / 2, p / 2 + 1, p - 1, p, 2 * p - 1, 4 * p - 1}) {
+                expectForwardWords<1>(ntt, std::vector<u64>(n, word));
+                expectBackwardWords<1>(ntt, std::vector<u64>(n, word % (2 * p)));
+            }
+            for (int trial = 0; trial < 20; ++trial) {
+                std::vector<u64> middles(n); // both sides of p / 2, where magnitudes are greatest
+                for (u64& word : middles) word = p / 2 + random_.below(2) + random_.below(2) * p;
+                expectForwardWords<1>(ntt, middles);
+                expectBackwardWords<1>(ntt, middles);
+                ntt.computeForward<1>(middles.data()); // so that the way back meets it in coefficients
+                expectBackwardWords<1>(ntt, middles);
+            }
+        }
+    }
+}
+
 TEST_P(Ntt, ARowCloseToTheSignBitComparesCorrectly) {
     const u64 p = prime61; // 4p - 1 is a little below 2^63
     const NTT ntt(64, p);

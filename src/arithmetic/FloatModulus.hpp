@@ -1,0 +1,16 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+namespace Torvo {
+
+/// Greatest modulus for which residues are computed in floating point, see FMALanes: a little above 2^51.
+inline constexpr u64 greatestFloatPrime = (u64{1} << 51) + (u64{1} << 41);
+
+/// A modulus in floating point.
+struct FloatModulus {
+    double prime;
+    double inverse; // 1 / prime, rounded
+};
+
+} // namespace Torvo
