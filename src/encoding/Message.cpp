@@ -3,6 +3,7 @@
 #include "core/Failure.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"
+#include "persistence/Serialize.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -90,6 +91,22 @@ void Message::to(const Device& device) {
 
 void Message::allocate(const Device& device) {
     if (getDevice() != device) *impl_ = MessageImpl(getSize(), device, impl_->getStream());
+}
+
+void Message::save(const std::string& path) const {
+    Serialize::save(path, *impl_);
+}
+
+void Message::save(std::ostream& stream) const {
+    Serialize::save(stream, *impl_);
+}
+
+void Message::load(const std::string& path) {
+    Serialize::load(path, *impl_);
+}
+
+void Message::load(std::istream& stream) {
+    Serialize::load(stream, *impl_);
 }
 
 } // namespace Torvo

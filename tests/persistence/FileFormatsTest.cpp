@@ -291,9 +291,12 @@ TEST(KeyPackStream, IsTheKeysBehindTheirPresenceInOrder) {
     EXPECT_EQ(saved(pack), file);
     const std::string empty = Bytes::frame().u8(0).u8(0).u8(0).u64s({0}).u8(0).str();
     EXPECT_EQ(saved(KeyPack(smallContext())), empty);
-    expectRobust(empty, empty.size(), pack);
-    loadFrom(file, pack);
-    test::expectNoHarmFromDamage(file, 60, [&](std::istream& stream) { pack.load(stream); });
+    const auto load = [&](std::istream& stream) { pack.load(stream); };
+    const std::set<std::string> refusals{test::notVerified,
+                                         "[KeyPack] context does not support sparse secret encapsulation"};
+    test::expectShortReads(empty, load);
+    test::expectNoHarmFromDamage(empty, empty.size(), load, refusals);
+    test::expectNoHarmFromDamage(file, 60, load, refusals);
 }
 
 } // namespace
