@@ -742,7 +742,7 @@ TEST_F(PolynomialOperation, IsZeroFailsUnderTheNameOfTheKindOfDevice) {
 
 // ---- inner products
 
-class InnerProduct : public PolynomialOperation {
+class PolynomialInnerProduct : public PolynomialOperation {
 protected:
     std::vector<Polynomial> polynomials(u64 count, bool modUp, u64 level) {
         std::vector<Polynomial> polys;
@@ -768,7 +768,7 @@ protected:
     }
 };
 
-TEST_F(InnerProduct, EqualsTheNaiveSumsOnLiveRowsForKeysOfAnyHigherLevel) {
+TEST_F(PolynomialInnerProduct, EqualsTheNaiveSumsOnLiveRowsForKeysOfAnyHigherLevel) {
     for (const bool modUp : {false, true}) {
         for (const u64 count : {1, 2, 3, 5}) {
             const u64 level = 2;
@@ -789,7 +789,7 @@ TEST_F(InnerProduct, EqualsTheNaiveSumsOnLiveRowsForKeysOfAnyHigherLevel) {
     }
 }
 
-TEST_F(InnerProduct, IsTheSameOnEveryFormOfTheKernelsAndInsideATeam) {
+TEST_F(PolynomialInnerProduct, IsTheSameOnEveryFormOfTheKernelsAndInsideATeam) {
     const auto a = polynomials(3, true, 2), x = polynomials(3, true, 2), y = polynomials(3, true, 2);
     Polynomial out1(context, true, true), out2(context, true, true);
     for (const u64 feature : {u64{0}, detail::readProcessorFeature()}) {
@@ -806,7 +806,7 @@ TEST_F(InnerProduct, IsTheSameOnEveryFormOfTheKernelsAndInsideATeam) {
     }
 }
 
-TEST_F(InnerProduct, MayWriteOverAnyOfItsOperands) {
+TEST_F(PolynomialInnerProduct, MayWriteOverAnyOfItsOperands) {
     const auto a = polynomials(3, false, 2), x = polynomials(3, false, 2), y = polynomials(3, false, 2);
     const std::vector<Words> sums{sumOfProducts(a, x, 1), sumOfProducts(a, y, 1)};
     for (u64 first = 0; first < 9; ++first) {
@@ -821,7 +821,7 @@ TEST_F(InnerProduct, MayWriteOverAnyOfItsOperands) {
     }
 }
 
-TEST_F(InnerProduct, TellsTheFirstRuleThatItsOperandsBreak) {
+TEST_F(PolynomialInnerProduct, TellsTheFirstRuleThatItsOperandsBreak) {
     auto a = polynomials(2, true, 2), x = polynomials(2, true, 2), y = polynomials(2, true, 2);
     Polynomial out1(context, true, true), out2(context, true, true);
     y[1] = polynomial(false, true, 1); // of another level, mod-up state and device
