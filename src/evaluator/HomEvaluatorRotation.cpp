@@ -113,6 +113,7 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
     utils::throwIfCoeff(in);
     requireTwoElements(in);
     if (isElementOf(outs, in)) {
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): `outs` changes its size below
         const Ciphertext copy = in;
         return leftRotate(copy, indices, outs);
     }
