@@ -210,7 +210,8 @@ TYPED_TEST(LinearForms, WriteTheSameWordsIntoAnyOutput) {
 }
 
 TYPED_TEST(LinearForms, SumsOfCiphertextsTakeOperandsOfAnyLevelIntoAnyOutput) {
-    const auto& [s, e] = std::tie(this->scheme, this->evaluator);
+    const auto& s = this->scheme;
+    const auto& e = this->evaluator;
     for (const auto& [la, lb] :
          {std::pair{this->freshLevel, this->freshLevel}, {this->freshLevel, u64{1}}, {u64{1}, u64{3}}}) {
         SCOPED_TRACE(testing::Message() << "levels " << la << ", " << lb);

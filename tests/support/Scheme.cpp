@@ -1,6 +1,7 @@
 #include "support/Scheme.hpp"
 
 #include "context/ContextContent.hpp"
+#include "support/Contexts.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -83,7 +84,7 @@ KeyPack SchemeBase<E>::makeKeys(const Context& context, const SecretKeyBase<E>& 
 
 template <EncryptionType E>
 SchemeBase<E>::SchemeBase(ParameterPreset preset)
-    : context(makeContext(preset)), secretKey(context), keys(makeKeys(context, secretKey)), encoder(context),
+    : context(contextOf(preset)), secretKey(context), keys(makeKeys(context, secretKey)), encoder(context),
       encryptor(context), decryptor(context), evaluator(context, keys), errors(context) {}
 
 template <EncryptionType E>
