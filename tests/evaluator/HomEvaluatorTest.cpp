@@ -161,7 +161,7 @@ TEST(HomEvaluator, RandomCircuitsAgreeWithTheClear) {
     for (u64 seed = 1; seed <= 40; ++seed) runRandomCircuit(Scheme::of(ParameterPreset::FX), seed);
 }
 
-TEST(HomEvaluator, ARandomCircuitAgreesWithTheClearInARingOfRealSize) {
+TEST(HomEvaluatorRealPreset, ARandomCircuitAgreesWithTheClear) {
     runRandomCircuit(Scheme::of(ParameterPreset::ST7), 7);
 }
 
