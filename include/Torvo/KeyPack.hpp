@@ -37,7 +37,9 @@ public:
     KeyPack(const Context& context, const Context& contextSparse);
     KeyPack(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
 
-    /// Read the key from the directory unless it is in memory. A missing file is no failure.
+    /// Read the key from the directory unless it is in memory. A missing file is no failure; in a pack
+    /// without a second context the encapsulation key counts as missing. After a failure the key may be asked
+    /// for again.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects.", or the
     ///         archive's exception, for a bad file
     void loadEncKey() const;
@@ -48,6 +50,10 @@ public:
     void loadSparseSecretEncapsulationKey() const;
 
     /// Read the key from a stream. A fixed key replaces the one held; a rotation key held already stays.
+    /// After a failure the pack holds what it held before.
+    /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."; the
+    ///         archive's exception on a short read; for an encapsulation key in a pack without a second
+    ///         context "[KeyPack] context does not support sparse secret encapsulation"
     void loadEncKey(std::istream& stream) const;
     void loadMultKey(std::istream& stream) const;
     void loadConjKey(std::istream& stream) const;
@@ -55,7 +61,8 @@ public:
     void loadRightRotKey(unsigned long index, std::istream& stream) const;
     void loadSparseSecretEncapsulationKey(std::istream& stream) const;
 
-    /// Whether the key is in memory; never touches the disk.
+    /// Whether the key is in memory; never touches the disk, but for a fixed key waits while it is being
+    /// read.
     bool isEncKeyLoaded() const;
     bool isMultKeyLoaded() const;
     bool isConjKeyLoaded() const;
@@ -83,7 +90,9 @@ public:
     void save(const std::string& path);
     /// Writes the pack as one archive (format: docs/files.md).
     void save(std::ostream& stream) const;
-    /// Replaces what the pack held by the pack of a stream.
+    /// Replaces what the pack held by the pack of a stream, once all of it has been read; a rotation key goes
+    /// under the index that it bears.
+    /// @throws as the loads of single keys from a stream
     void load(std::istream& stream);
 
     const std::shared_ptr<KeyPackImpl>& getImpl() const { return impl_; }
