@@ -19,7 +19,7 @@ Modulus::Modulus(unsigned long degree, unsigned long prime, bool withNTT)
 u64 Modulus::power(u64 base, u64 exponent) const {
     u64 result = reduce(u64{1});
     for (u64 square = base; exponent != 0; exponent >>= 1) {
-        if (exponent & 1) result = mult(result, square);
+        if ((exponent & 1) != 0) result = mult(result, square);
         square = mult(square, square);
     }
     return result;

@@ -19,7 +19,7 @@ u64 multiply(u64 a, u64 b, u64 modulus) {
 u64 power(u64 base, u64 exponent, u64 modulus) {
     u64 result = 1;
     for (u64 square = base; exponent != 0; exponent >>= 1) {
-        if (exponent & 1) result = multiply(result, square, modulus);
+        if ((exponent & 1) != 0) result = multiply(result, square, modulus);
         square = multiply(square, square, modulus);
     }
     return result;

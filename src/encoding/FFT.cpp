@@ -124,7 +124,7 @@ void FFT::forwardFFT(Message& message) const {
     const Device device = message.getDevice();
     runForward(
         message.begin(), message.getSize(),
-        {std::bit_width(degree_) - 1ul, rotationGroup_.at(device).getData(), roots_.at(device).getData()});
+        {std::bit_width(degree_) - u64{1}, rotationGroup_.at(device).getData(), roots_.at(device).getData()});
 }
 
 void FFT::backwardFFT(Message& message) const {
@@ -132,7 +132,7 @@ void FFT::backwardFFT(Message& message) const {
     const Device device = message.getDevice();
     runBackward(
         message.begin(), message.getSize(),
-        {std::bit_width(degree_) - 1ul, rotationGroup_.at(device).getData(), roots_.at(device).getData()});
+        {std::bit_width(degree_) - u64{1}, rotationGroup_.at(device).getData(), roots_.at(device).getData()});
 }
 
 } // namespace Torvo
