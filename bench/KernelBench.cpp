@@ -29,12 +29,18 @@ public:
             row.resize(degree);
             for (u64& word : row) word = below(engine);
         }
+        for (u64 r = 0; r < 10; ++r) {
+            tenRows.insert(tenRows.end(), rows_[0].begin(), rows_[0].end());
+            tenSources.emplace_back(degree, prime, false);
+        }
     }
 
     u64* operator[](int i) { return rows_[static_cast<unsigned>(i)].data(); }
     u64 degree() const { return modulus.getDegree(); }
 
     Modulus modulus;
+    std::vector<u64> tenRows;
+    std::vector<Modulus> tenSources;
 
 private:
     std::vector<u64> rows_[7];
@@ -75,6 +81,20 @@ const NamedKernel kernels[] = {
      [](Rows& r) { r.modulus.normalizeModAndConstMult<false>(r[1], 12345, neighbour(r), r[0]); }},
     {"normalizeMultAdd",
      [](Rows& r) { r.modulus.normalizeModAndConstMult<true>(r[1], 12345, neighbour(r), r[0]); }},
+    {"convertTenRows",
+     [](Rows& r) {
+         r.modulus.sumNormalizedProducts(r.tenRows.data(), r.tenSources.data(), r.tenRows.data(), 1, 10,
+                                         r[0]);
+     }},
+    {"sumThreeProducts",
+     [](Rows& r) {
+         r.modulus.sumProducts(
+             3,
+             [&](u64 j) {
+                 return rows::ProductTerm{r[2 + static_cast<int>(j)], r[5], r[6]};
+             },
+             r[0], r[1]);
+     }},
     {"innerProduct", [](Rows& r) { r.modulus.innerProduct(r[1], r[2], r[0], r.degree()); }},
     {"copy", [](Rows& r) { std::memcpy(r[0], r[1], r.degree() * sizeof(u64)); }},
 };

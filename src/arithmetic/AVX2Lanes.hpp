@@ -83,6 +83,48 @@ struct AVX2Lanes {
         return _mm256_or_si256(fromHigh,
                                _mm256_srl_epi64(low, _mm_cvtsi64_si128(static_cast<long long>(shift))));
     }
+    /// A sum of products of words as low + 2^bits * middle + 2^(2 bits) * high, bits <= 31; see
+    /// ModulusRows.hpp for how many terms may come before the carries must move up.
+    template <int bits>
+    struct Sum {
+        struct Limbs {
+            Words low;
+            Words high;
+        };
+
+        Words low = _mm256_setzero_si256();
+        Words middle = _mm256_setzero_si256();
+        Words high = _mm256_setzero_si256();
+
+        [[gnu::always_inline]] static Limbs split(Words x) {
+            return {_mm256_and_si256(x, splat(limbMask)), _mm256_srli_epi64(x, bits)};
+        }
+        [[gnu::always_inline]] void add(const Limbs& x) {
+            low = AVX2Lanes::add(low, x.low);
+            middle = AVX2Lanes::add(middle, x.high);
+        }
+        [[gnu::always_inline]] void addProduct(const Limbs& x, const Limbs& y) {
+            low = AVX2Lanes::add(low, _mm256_mul_epu32(x.low, y.low));
+            middle = AVX2Lanes::add(middle, _mm256_mul_epu32(x.low, y.high));
+            middle = AVX2Lanes::add(middle, _mm256_mul_epu32(x.high, y.low));
+            high = AVX2Lanes::add(high, _mm256_mul_epu32(x.high, y.high));
+        }
+        [[gnu::always_inline]] void carry() {
+            middle = AVX2Lanes::add(middle, _mm256_srli_epi64(low, bits));
+            low = _mm256_and_si256(low, splat(limbMask));
+            high = AVX2Lanes::add(high, _mm256_srli_epi64(middle, bits));
+            middle = _mm256_and_si256(middle, splat(limbMask));
+        }
+        /// After `carry`.
+        [[gnu::always_inline]] Words highWord() const { return _mm256_srli_epi64(high, 64 - 2 * bits); }
+        [[gnu::always_inline]] Words lowWord() const {
+            const Words lower = AVX2Lanes::add(low, _mm256_slli_epi64(middle, bits));
+            return AVX2Lanes::add(lower, _mm256_slli_epi64(high, 2 * bits));
+        }
+
+    private:
+        static constexpr u64 limbMask = (u64{1} << bits) - 1;
+    };
     /// x - m where x >= m, else x; x, m < 2^63, so that the sign of the difference tells.
     [[gnu::always_inline]] static Words subtractIfNotBelow(Words x, Words m) {
         const __m256d difference = _mm256_castsi256_pd(sub(x, m));

@@ -56,12 +56,10 @@ struct DigitRows {
     u64 hatStride;
 };
 
-/// out = sum over r of centred(row r) * hat_r modulo the prime of `target`, in range 2.
+/// out = sum over r of centred(row r) * hat_r modulo the prime of `target`.
 void convertDigit(const Ring& ring, const DigitRows& digit, const Modulus& target, u64* out) {
-    target.normalizeModAndConstMult<false>(digit.rows, digit.hats[0], ring.primes.getPrime(digit.first), out);
-    for (u64 r = 1; r < digit.count; ++r)
-        target.normalizeModAndConstMult<true>(digit.rows + r * ring.degree, digit.hats[r * digit.hatStride],
-                                              ring.primes.getPrime(digit.first + r), out);
+    target.sumNormalizedProducts(digit.rows, &ring.primes[digit.first], digit.hats, digit.hatStride,
+                                 digit.count, out);
 }
 
 /// Takes words of range 2 to range 1.

@@ -168,6 +168,29 @@ void Modulus::normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) co
                                                          out, degree_, p_);
 }
 
+void Modulus::sumNormalizedProducts(const u64* sourceRows, const Modulus* sources, const u64* constants,
+                                    u64 stride, u64 count, u64* out) const {
+    const bool vectors = runsAVX2();
+    std::array<rows::NormalizedTerm, rows::maxNormalizedTerms> terms;
+    for (u64 begin = 0; begin < count; begin += terms.size()) {
+        const u64 few = std::min<u64>(count - begin, terms.size());
+        bool small = p_ < rows::smallLimbModulus;
+        for (u64 j = 0; j < few; ++j) {
+            const u64 r = begin + j, q = sources[r].getPrime();
+            terms[j] = {sourceRows + r * degree_, {q >> 1, p_ - reduce(q)}, constants[r * stride]};
+            small = small && q < rows::smallLimbModulus;
+        }
+        const auto sum = vectors ? AVX2::sumNormalizedProducts : rows::sumNormalizedProducts<ScalarLanes>;
+        sum(terms.data(), few, small, begin != 0, out, degree_, wide());
+    }
+}
+
+void Modulus::sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
+                             u64* out2) const {
+    const auto sum = runsAVX2() ? AVX2::sumProducts : rows::sumProducts<ScalarLanes>;
+    sum(terms, count, accumulate, out1, out2, degree_, wide());
+}
+
 template void Modulus::constMult<1>(const u64*, u64, u64*, u64) const;
 template void Modulus::constMult<2>(const u64*, u64, u64*, u64) const;
 template void Modulus::subAndConstMult<1>(const u64*, const u64*, u64, u64*, u64) const;

@@ -5,6 +5,8 @@
 #include "arithmetic/ScalarLanes.hpp"
 #include "core/Integers.hpp"
 
+#include <algorithm>
+#include <array>
 #include <memory>
 
 namespace Torvo {
@@ -86,7 +88,29 @@ public:
     template <bool accumulate>
     void normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const;
 
+    // Sums over many rows in one pass, over `degree` words, a multiple of 8; reduced once.
+
+    /// out = sum over r < count of norm(row r) * constants[r * stride], in range 1. Row r stands at
+    /// sourceRows + r * degree, in range 1 for the prime of sources[r]; constants are in range 1. `out` is
+    /// none of the rows.
+    void sumNormalizedProducts(const u64* sourceRows, const Modulus* sources, const u64* constants,
+                               u64 stride, u64 count, u64* out) const;
+    /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over j < count, `termAt(j)` giving the three rows.
+    /// The outputs are none of the rows. count > 0.
+    template <class TermAt>
+    void sumProducts(u64 count, TermAt termAt, u64* out1, u64* out2) const {
+        std::array<rows::ProductTerm, rows::maxProductTerms> terms;
+        for (u64 begin = 0; begin < count; begin += terms.size()) {
+            const u64 few = std::min<u64>(count - begin, terms.size());
+            for (u64 j = 0; j < few; ++j) terms[j] = termAt(begin + j);
+            sumFewProducts(terms.data(), few, begin != 0, out1, out2);
+        }
+    }
+
 private:
+    void sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
+                        u64* out2) const;
+    rows::WideConstant wide() const { return {p_, wordRemainder_, barrettHigh_, barrettLow_}; }
     rows::BarrettConstant barrett() const { return {p_, logP_ - 1, barrettRatio_}; }
     u64 reduceLazily(u128 x) const;
 
@@ -110,8 +134,7 @@ inline u64 Modulus::reduceLazily(u128 x) const {
 }
 
 inline u64 Modulus::reduce(u128 x) const {
-    const u64 r = ScalarLanes::subtractIfNotBelow(reduceLazily(x), twoP_);
-    return ScalarLanes::subtractIfNotBelow(r, p_);
+    return rows::reduceWide<ScalarLanes>(static_cast<u64>(x >> 64), static_cast<u64>(x), wide());
 }
 
 } // namespace Torvo

@@ -83,4 +83,14 @@ void mulModInt<true>(u64* out1, u64* out2, const u64* a, const u64* b1, const u6
     rows::mulTwo<true, AVX2Lanes>(out1, out2, a, b1, b2, n, makeBarrettConstant(p));
 }
 
+void sumNormalizedProducts(const rows::NormalizedTerm* terms, u64 count, bool small, bool accumulate,
+                           u64* out, u64 n, rows::WideConstant wide) {
+    rows::sumNormalizedProducts<AVX2Lanes>(terms, count, small, accumulate, out, n, wide);
+}
+
+void sumProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,
+                 rows::WideConstant wide) {
+    rows::sumProducts<AVX2Lanes>(terms, count, accumulate, out1, out2, n, wide);
+}
+
 } // namespace Torvo::AVX2

@@ -41,6 +41,29 @@ struct CentringConstant {
     u64 delta;
 };
 
+/// Two-word Barrett reduction: 2^64 mod p, and the words of floor(2^128 / p).
+struct WideConstant {
+    u64 p;
+    u64 wordRemainder;
+    u64 high;
+    u64 low;
+};
+
+/// A term of a sum of products with one constant: the row, in range 1 for a modulus q < 2^61, is centred as
+/// CentringConstant tells and multiplied by c < p.
+struct NormalizedTerm {
+    const u64* row;
+    CentringConstant centring;
+    u64 c;
+};
+
+/// A term of two sums of products with one common factor: a * x and a * y.
+struct ProductTerm {
+    const u64* a;
+    const u64* x;
+    const u64* y;
+};
+
 /// c * x mod p in [0, 2p), for any word x. Shoup's product.
 template <class L>
 [[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, ShoupConstant c, u64 p) {
@@ -65,6 +88,17 @@ template <class L>
 [[gnu::always_inline]] inline typename L::Words reduceWord(typename L::Words x, u64 high, u64 p) {
     const auto quotient = L::mulHigh(x, L::splat(high));
     return L::subtractIfNotBelow(L::sub(x, L::mulLow(quotient, L::splat(p))), L::splat(p));
+}
+
+/// high * 2^64 + low mod p in [0, p), for any two words: the quotient is at most three too small.
+template <class L>
+[[gnu::always_inline]] inline typename L::Words reduceWide(typename L::Words high, typename L::Words low,
+                                                           WideConstant c) {
+    const auto p = L::splat(c.p);
+    const auto twoP = L::splat(2 * c.p);
+    const auto quotient = L::add(L::mulHigh(low, L::splat(c.high)), L::mulHigh(high, L::splat(c.low)));
+    const auto r = L::add(low, L::mulLowDifference(high, L::splat(c.wordRemainder), quotient, p));
+    return L::subtractIfNotBelow(L::subtractIfNotBelow(r, twoP), p);
 }
 
 /// x + y mod p in [0, p).
@@ -198,6 +232,101 @@ void normalizeAndConstMult(const u64* in, ShoupConstant c, CentringConstant cent
         if constexpr (accumulate) r = L::subtractIfNotBelow(L::add(L::load(out + i), r), L::splat(2 * p));
         L::store(out + i, r);
     }
+}
+
+/// Limbs of the sums of products below, by the greatest modulus in them. A sum of products is kept as
+/// low + 2^bits * middle + 2^(2 bits) * high, and its carries are moved up after every few terms:
+///
+///   28 bits, moduli below 2^55:  factors below 2^56, products of limbs below 2^56, 64 terms between carries;
+///   31 bits, moduli below 2^61:  factors below 2^62 and 2^61; low gains less than 2^62 by a term, middle 1.5
+///                                times that: 2 terms between carries. The sum must stay below 2^126.
+inline constexpr int smallLimbBits = 28, greatLimbBits = 31;
+inline constexpr u64 smallLimbModulus = u64{1} << 55;
+
+/// Terms that one sum may have. A normalized row has words below q + p < 2^62, so a product is below 2^123.
+inline constexpr u64 maxNormalizedTerms = 8;
+inline constexpr u64 maxProductTerms = 16;
+
+template <int limbBits>
+[[gnu::always_inline]] constexpr bool carriesAreDue(u64 terms) {
+    return limbBits == greatLimbBits && terms % 2 == 0;
+}
+
+/// out = sum of norm(row) * c over `count` <= maxNormalizedTerms terms, added to what stood there when
+/// `accumulate`. Two vectors at a time: n is a multiple of 2 * L::width. `out` may be a term's row.
+template <int limbBits, bool accumulate, class L>
+void sumNormalizedProducts(const NormalizedTerm* terms, u64 count, u64* out, u64 n, WideConstant wide) {
+    using Sum = typename L::template Sum<limbBits>;
+    for (u64 i = 0; i < n; i += 2 * L::width) {
+        Sum first, second;
+        if constexpr (accumulate) {
+            first.add(Sum::split(L::load(out + i)));
+            second.add(Sum::split(L::load(out + i + L::width)));
+        }
+        for (u64 r = 0; r < count; ++r) {
+            const NormalizedTerm& term = terms[r];
+            const auto half = L::splat(term.centring.half), delta = L::splat(term.centring.delta);
+            const auto c = Sum::split(L::splat(term.c));
+            first.addProduct(Sum::split(L::addIfAbove(L::load(term.row + i), half, delta)), c);
+            second.addProduct(Sum::split(L::addIfAbove(L::load(term.row + i + L::width), half, delta)), c);
+            if (carriesAreDue<limbBits>(r + 1)) {
+                first.carry();
+                second.carry();
+            }
+        }
+        first.carry();
+        second.carry();
+        L::store(out + i, reduceWide<L>(first.highWord(), first.lowWord(), wide));
+        L::store(out + i + L::width, reduceWide<L>(second.highWord(), second.lowWord(), wide));
+    }
+}
+
+/// out1 = sum of a * x, out2 = sum of a * y over `count` <= maxProductTerms terms, added to what stood there
+/// when `accumulate`. The outputs may be rows of terms.
+template <int limbBits, bool accumulate, class L>
+void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 n, WideConstant wide) {
+    using Sum = typename L::template Sum<limbBits>;
+    for (u64 i = 0; i < n; i += L::width) {
+        Sum first, second;
+        if constexpr (accumulate) {
+            first.add(Sum::split(L::load(out1 + i)));
+            second.add(Sum::split(L::load(out2 + i)));
+        }
+        for (u64 r = 0; r < count; ++r) {
+            const auto a = Sum::split(L::load(terms[r].a + i));
+            first.addProduct(Sum::split(L::load(terms[r].x + i)), a);
+            second.addProduct(Sum::split(L::load(terms[r].y + i)), a);
+            if (carriesAreDue<limbBits>(r + 1)) {
+                first.carry();
+                second.carry();
+            }
+        }
+        first.carry();
+        second.carry();
+        L::store(out1 + i, reduceWide<L>(first.highWord(), first.lowWord(), wide));
+        L::store(out2 + i, reduceWide<L>(second.highWord(), second.lowWord(), wide));
+    }
+}
+
+/// The sums with the limbs that suit the moduli; `small` tells that all are below smallLimbModulus.
+template <class L>
+void sumNormalizedProducts(const NormalizedTerm* terms, u64 count, bool small, bool accumulate, u64* out,
+                           u64 n, WideConstant wide) {
+    const auto sum = small ? (accumulate ? sumNormalizedProducts<smallLimbBits, true, L>
+                                         : sumNormalizedProducts<smallLimbBits, false, L>)
+                           : (accumulate ? sumNormalizedProducts<greatLimbBits, true, L>
+                                         : sumNormalizedProducts<greatLimbBits, false, L>);
+    sum(terms, count, out, n, wide);
+}
+
+template <class L>
+void sumProducts(const ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,
+                 WideConstant wide) {
+    const auto sum =
+        wide.p < smallLimbModulus
+            ? (accumulate ? sumProducts<smallLimbBits, true, L> : sumProducts<smallLimbBits, false, L>)
+            : (accumulate ? sumProducts<greatLimbBits, true, L> : sumProducts<greatLimbBits, false, L>);
+    sum(terms, count, out1, out2, n, wide);
 }
 
 } // namespace Torvo::rows

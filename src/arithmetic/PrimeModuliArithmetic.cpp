@@ -99,12 +99,10 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
     const auto bound =
         shapeResult(*this, {"innerProductCUDA", "innerProduct"}, {first}, {{out1, true}, {out2, true}});
     forEachRow<Nesting::Guarded>(bound.live(), [&](u64 i) {
-        u64 *sum1 = out1.getRow(i), *sum2 = out2.getRow(i);
-        const auto& head = pairs.front();
-        moduli_[i].mulVector(sum1, sum2, head.a->getRow(i), head.x->getRow(i), head.y->getRow(i));
-        for (u64 j = 1; j < pairs.size(); ++j)
-            moduli_[i].mulAddVector(sum1, sum2, pairs[j].a->getRow(i), pairs[j].x->getRow(i),
-                                    pairs[j].y->getRow(i));
+        const auto rowsOfPair = [&](u64 j) {
+            return rows::ProductTerm{pairs[j].a->getRow(i), pairs[j].x->getRow(i), pairs[j].y->getRow(i)};
+        };
+        moduli_[i].sumProducts(pairs.size(), rowsOfPair, out1.getRow(i), out2.getRow(i));
     });
 }
 

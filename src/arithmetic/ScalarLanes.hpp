@@ -24,6 +24,18 @@ struct ScalarLanes {
         low = static_cast<u64>(product);
         return static_cast<u64>(product >> shift);
     }
+    /// A sum of products of words, below 2^128, whatever limbs the vector form uses.
+    template <int>
+    struct Sum {
+        u128 value = 0;
+
+        static u64 split(Words x) { return x; }
+        void add(u64 x) { value += x; }
+        void addProduct(u64 x, u64 y) { value += u128{x} * y; }
+        void carry() {}
+        Words highWord() const { return static_cast<u64>(value >> 64); }
+        Words lowWord() const { return static_cast<u64>(value); }
+    };
     /// x - m where x >= m, else x; x, m < 2^63.
     static Words subtractIfNotBelow(Words x, Words m) { return x >= m ? x - m : x; }
     /// x + y where x > bound, else x; x, bound < 2^63.

@@ -466,6 +466,100 @@ TEST_P(RowKernels, NormalizeModAndConstMultMultipliesWhatItCarries) {
     }
 }
 
+/// Sources of a base conversion: stacked rows, one per prime, and a constant per row at stride 2.
+struct Sources {
+    Sources(u64 n, u64 count, u64 p, Seeded& random, bool extreme) : degree(n), constants(2 * count) {
+        for (u64 r = 0; r < count; ++r) {
+            const u64 q = primes[(r * 5 + n + p) % std::size(primes)];
+            moduli.emplace_back(n, q, false);
+            const auto row = extreme ? std::vector<u64>(n, q - 1) : rowWithMiddle(random, n, q);
+            rows.insert(rows.end(), row.begin(), row.end());
+            constants[2 * r] = extreme ? p - 1 : random.below(p);
+        }
+    }
+
+    u64 expected(u64 i, u64 p) const {
+        u64 sum = 0;
+        for (u64 r = 0; r < moduli.size(); ++r)
+            sum = wideAdd(
+                sum, wideMul(centred(rows[r * degree + i], moduli[r].getPrime(), p), constants[2 * r], p), p);
+        return sum;
+    }
+
+    u64 degree;
+    std::vector<Modulus> moduli;
+    std::vector<u64> rows;
+    std::vector<u64> constants;
+};
+
+TEST_P(RowKernels, SumNormalizedProductsConvertsFromManyModuli) {
+    SCOPED_TRACE(random_.describe());
+    for (u64 p : primes) {
+        for (u64 n : {8UL, 64UL}) {
+            for (u64 count : {1UL, 2UL, 3UL, 7UL, 8UL, 9UL, 16UL, 17UL, 41UL}) {
+                for (bool extreme : {false, true}) {
+                    SCOPED_TRACE(testing::Message() << "p=" << p << " n=" << n << " count=" << count);
+                    const Modulus modulus(n, p, false);
+                    const Sources from(n, count, p, random_, extreme);
+                    std::vector<u64> out(n);
+                    modulus.sumNormalizedProducts(from.rows.data(), from.moduli.data(), from.constants.data(),
+                                                  2, count, out.data());
+                    for (u64 i = 0; i < n; ++i) ASSERT_EQ(out[i], from.expected(i, p)) << "i=" << i;
+                }
+            }
+        }
+    }
+}
+
+TEST_P(RowKernels, SumNormalizedProductsCarriesItsGreatestSums) {
+    // From the greatest prime to the next below: x + p - q is taken for all words above q / 2, and all words
+    // of the sum are at their greatest.
+    const u64 n = 8, q = 2305843009213689601, p = 2305843009213682689;
+    const Modulus modulus(n, p, false);
+    for (u64 word : {q / 2, q / 2 + 1, q - 1}) {
+        for (u64 count = 1; count <= 33; ++count) {
+            std::vector<Modulus> moduli;
+            for (u64 r = 0; r < count; ++r) moduli.emplace_back(n, q, false);
+            const std::vector<u64> rows(n * count, word), constants(count, p - 1);
+            std::vector<u64> out(n);
+            modulus.sumNormalizedProducts(rows.data(), moduli.data(), constants.data(), 1, count, out.data());
+            EXPECT_THAT(out, Each(wideMul(wideMul(centred(word, q, p), p - 1, p), count, p))) << count;
+        }
+    }
+}
+
+TEST_P(RowKernels, SumProductsAddsUpBothSums) {
+    SCOPED_TRACE(random_.describe());
+    for (u64 p : primes) {
+        const u64 n = 64;
+        const Modulus modulus(n, p, false);
+        for (u64 count : {1UL, 2UL, 3UL, 4UL, 15UL, 16UL, 17UL, 40UL}) {
+            for (bool extreme : {false, true}) {
+                const auto rowsOfWords = [&] {
+                    return extreme ? std::vector<u64>(n * count, p - 1) : random_.row(n * count, p);
+                };
+                const auto a = rowsOfWords(), x = rowsOfWords(), y = rowsOfWords();
+                std::vector<u64> out1(n), out2(n);
+                modulus.sumProducts(
+                    count,
+                    [&](u64 j) {
+                        return rows::ProductTerm{a.data() + j * n, x.data() + j * n, y.data() + j * n};
+                    },
+                    out1.data(), out2.data());
+                for (u64 i = 0; i < n; ++i) {
+                    u64 sum1 = 0, sum2 = 0;
+                    for (u64 j = 0; j < count; ++j) {
+                        sum1 = wideAdd(sum1, wideMul(a[j * n + i], x[j * n + i], p), p);
+                        sum2 = wideAdd(sum2, wideMul(a[j * n + i], y[j * n + i], p), p);
+                    }
+                    ASSERT_EQ(out1[i], sum1) << "p=" << p << " count=" << count << " i=" << i;
+                    ASSERT_EQ(out2[i], sum2) << "p=" << p << " count=" << count << " i=" << i;
+                }
+            }
+        }
+    }
+}
+
 // ---- rows that have a scalar form only
 
 TEST(InnerProduct, IsTheSumOfTheProducts) {
