@@ -1,6 +1,6 @@
 #include "arithmetic/Polynomial.hpp"
 #include "context/ContextContent.hpp"
-#include "support/BigResidues.hpp"
+#include "support/BigIntegers.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
 #include "support/Seeded.hpp"
@@ -14,10 +14,13 @@
 namespace Torvo {
 namespace {
 
-using test::Big;
-using test::BigResidues;
+using test::BigInt;
+using test::chineseRemainder;
 using test::contextOf;
+using test::productOf;
 using test::Seeded;
+using test::slice;
+using test::wordResidueOf;
 
 constexpr double unitRoundoff = 0x1p-53;
 
@@ -60,19 +63,36 @@ std::vector<long double> embedded(const Message& message) {
 
 /// How far the transform of n slots of modulus at most 1.5 may be off in any coefficient (or, unscaled, a
 /// slot from n coefficients of that modulus, divided by n). Each of the log2(n) stages adds, relative to the
-/// 2-norm, at most the rounding of a butterfly and of its root, below 8 units; the unitary transform keeps the
-/// 2-norm, which is at most 1.5 * sqrt(n) for the slots, and 1.5 for the scaled coefficients.
+/// 2-norm, at most the rounding of a butterfly and of its root, below 8 units; the unitary transform keeps
+/// the 2-norm, which is at most 1.5 * sqrt(n) for the slots, and 1.5 for the scaled coefficients.
 double transformError(u64 logSlots) {
     return 1.5 * unitRoundoff * 8 * static_cast<double>(logSlots + 1);
 }
 
-Big coefficientOf(const Plaintext& plaintext, const BigResidues& residues, u64 k) {
-    return residues.centred([&](u64 i) { return plaintext.getMxData(i)[k]; });
+/// The primes from `first` to `last`, both included.
+std::vector<u64> primesOf(u64 first, u64 last) {
+    return slice(getPrimeList(fx()), first, last + 1);
+}
+
+/// The integer under coefficient k of a plaintext in coefficient form.
+BigInt coefficientOf(const Plaintext& plaintext, u64 k) {
+    std::vector<u64> residues;
+    for (u64 i = 0; i <= plaintext.getLevel(); ++i) residues.push_back(plaintext.getMxData(i)[k]);
+    return chineseRemainder(residues, primesOf(0, plaintext.getLevel()));
+}
+
+/// The integer nearest to x / p. There are no ties, p being odd.
+BigInt dividedBy(const BigInt& x, u64 p) {
+    return (x - test::centredResidueOf(x, p)) / p;
+}
+
+/// What rounds away the fraction, halves away from zero.
+BigInt rounded(double x) {
+    return BigInt(std::trunc(x + std::copysign(0.5, x)));
 }
 
 /// A plaintext in coefficient form that holds the integers `values` at its leading coefficients.
-Plaintext holding(const std::vector<Big>& values, Target target, u64 logSlots) {
-    const BigResidues residues(fx(), target.level + 1);
+Plaintext holding(const std::vector<BigInt>& values, Target target, u64 logSlots) {
     Plaintext plaintext(fx());
     plaintext.setLevel(target.level);
     plaintext.setRescaleCounter(target.counter);
@@ -80,7 +100,7 @@ Plaintext holding(const std::vector<Big>& values, Target target, u64 logSlots) {
     plaintext.getMx().setNTT(false);
     for (u64 i = 0; i <= target.level; ++i)
         for (u64 k = 0; k < values.size(); ++k)
-            plaintext.getMxData(i)[k] = residues.residue(values[k], i);
+            plaintext.getMxData(i)[k] = wordResidueOf(values[k], fx()->primes.getPrime(i));
     return plaintext;
 }
 
@@ -210,16 +230,16 @@ TEST(EnDecoder, PutsTheScaledEmbeddingOnTheCoefficients) {
             const auto expected = embedded(message);
             const u64 gap = 64 / expected.size();
             const Plaintext plaintext = EnDecoder(fx()).encodeWithoutNTT(message, level, 0);
-            const BigResidues residues(fx(), level + 1);
             const double scale = std::pow(2.0, logScale(fx(), level));
             const double bound = 0.5 + scale * (transformError(logSlots) + 4 * unitRoundoff);
             for (u64 k = 0; k < 64; ++k) {
-                const Big got = coefficientOf(plaintext, residues, k);
+                const BigInt got = coefficientOf(plaintext, k);
                 if (k % gap != 0)
                     ASSERT_EQ(got, 0) << "k=" << k;
                 else
-                    ASSERT_NEAR(static_cast<double>(static_cast<long double>(got) - scale * expected[k / gap]),
-                                0.0, bound)
+                    ASSERT_NEAR(
+                        static_cast<double>(static_cast<long double>(got) - scale * expected[k / gap]), 0.0,
+                        bound)
                         << "k=" << k;
             }
         }
@@ -228,12 +248,10 @@ TEST(EnDecoder, PutsTheScaledEmbeddingOnTheCoefficients) {
 TEST(EnDecoder, PutsOneSlotOnTwoCoefficients) {
     const Message message(u64{0}, {3.0, -5.0});
     const Plaintext plaintext = EnDecoder(fx()).encodeWithoutNTT(message, 1, 0);
-    const BigResidues residues(fx(), 2);
     const double scale = std::pow(2.0, logScale(fx(), 1));
     for (u64 k = 0; k < 64; ++k) {
         const double expected = k == 0 ? 3.0 * scale : k == 32 ? -5.0 * scale : 0.0;
-        EXPECT_EQ(coefficientOf(plaintext, residues, k), Big(std::trunc(expected + std::copysign(0.5, expected))))
-            << "k=" << k;
+        EXPECT_EQ(coefficientOf(plaintext, k), rounded(expected)) << "k=" << k;
     }
 }
 
@@ -246,9 +264,8 @@ TEST(EnDecoder, RoundsHalvesAwayFromZero) {
         if (value * scale != half) continue;
         ++found;
         const Plaintext plaintext = EnDecoder(fx()).encodeWithoutNTT(std::vector{value, -value}, 1, 0);
-        const BigResidues residues(fx(), 2);
-        EXPECT_EQ(coefficientOf(plaintext, residues, 0), Big(half + 0.5));
-        EXPECT_EQ(coefficientOf(plaintext, residues, 32), Big(-half - 0.5));
+        EXPECT_EQ(coefficientOf(plaintext, 0), BigInt(half + 0.5));
+        EXPECT_EQ(coefficientOf(plaintext, 32), BigInt(-half - 0.5));
     }
     EXPECT_GT(found, 10U);
 }
@@ -260,13 +277,10 @@ TEST(EnDecoder, PutsCoefficientsWhereTheyBelong) {
         std::vector<double> values(size);
         for (double& value : values) value = random.real(-100, 100);
         const Plaintext plaintext = EnDecoder(fx()).encodeWithoutNTT(values, 2, 0);
-        const BigResidues residues(fx(), 3);
         const double scale = std::pow(2.0, logScale(fx(), 2));
         for (u64 k = 0; k < 64; ++k) {
             const double scaled = k % (64 / size) == 0 ? scale * values[k / (64 / size)] : 0.0;
-            ASSERT_EQ(coefficientOf(plaintext, residues, k),
-                      Big(std::trunc(scaled + std::copysign(0.5, scaled))))
-                << "size=" << size << " k=" << k;
+            ASSERT_EQ(coefficientOf(plaintext, k), rounded(scaled)) << "size=" << size << " k=" << k;
         }
     }
 }
@@ -280,10 +294,8 @@ TEST(EnDecoder, MultipliesByThePrimesOwed) {
         const u64 settled = level - static_cast<u64>(counter);
         const Plaintext plain = EnDecoder(fx()).encodeWithoutNTT(message, settled, 0);
         const Plaintext owing = EnDecoder(fx()).encodeWithoutNTT(message, level, counter);
-        const BigResidues settledResidues(fx(), settled + 1), residues(fx(), level + 1);
-        const Big owed = residues.modulus() / settledResidues.modulus();
-        for (u64 k = 0; k < 64; ++k)
-            ASSERT_EQ(coefficientOf(owing, residues, k), coefficientOf(plain, settledResidues, k) * owed);
+        const BigInt owed = productOf(primesOf(settled + 1, level));
+        for (u64 k = 0; k < 64; ++k) ASSERT_EQ(coefficientOf(owing, k), coefficientOf(plain, k) * owed);
     }
 }
 
@@ -305,7 +317,7 @@ TEST(EnDecoder, EncodesTheTransformOfTheCoefficientForm) {
 // ---- decoding
 
 /// What decoding makes of an integer: one conversion, one product.
-double decoded(const Big& value, u64 level) {
+double decoded(const BigInt& value, u64 level) {
     const double magnitude = static_cast<double>(static_cast<u128>(abs(value)));
     return (value < 0 ? -magnitude : magnitude) * std::pow(2.0, -logScale(fx(), level));
 }
@@ -318,17 +330,16 @@ TEST(EnDecoder, DecodesTheIntegersUnderTheRows) {
             SCOPED_TRACE(testing::Message()
                          << "level=" << level << " counter=" << counter << " isNTT=" << isNTT);
             const u64 settled = level - static_cast<u64>(counter);
-            const BigResidues readable(fx(), settled == 0 ? 1 : 2), residues(fx(), level + 1);
-            const BigResidues kept(fx(), settled + 1);
-            const Big owed = residues.modulus() / kept.modulus();
-            std::vector<Big> values, expected;
+            const BigInt readable = productOf(primesOf(0, settled == 0 ? 0 : 1));
+            const BigInt owed = productOf(primesOf(settled + 1, level));
+            std::vector<BigInt> values, expected;
             for (u64 k = 0; k < 64; ++k) {
-                Big value = readable.centred([&](u64) { return random.word(); });
-                if (value == 0) value = 1;
+                const BigInt word = random.word();
+                const BigInt value = test::centredResidueOf(word * random.word(), readable);
                 // What is owed, and some more that the rescales have to round away.
-                Big scaled = value * owed + (counter > 0 ? Big(random.word() >> 30) : Big(0));
+                BigInt scaled = value * owed + (counter > 0 ? random.word() >> 30 : 0);
                 values.push_back(scaled);
-                for (u64 i = level; i > settled; --i) scaled = residues.dividedByPrime(scaled, i);
+                for (u64 i = level; i > settled; --i) scaled = dividedBy(scaled, fx()->primes.getPrime(i));
                 expected.push_back(scaled);
             }
             Plaintext plaintext = holding(values, {level, counter}, 5);
@@ -341,10 +352,9 @@ TEST(EnDecoder, DecodesTheIntegersUnderTheRows) {
 
 TEST(EnDecoder, ReadsTheUpperHalfOfTheModulusAsNegative) {
     for (const u64 level : {0, 1}) {
-        const BigResidues residues(fx(), level + 1);
-        const Big half = residues.modulus() / 2;
-        const std::vector<Big> values = {0, 1, -1, half, -half, half - 1, 1 - half};
-        std::vector<Big> padded = values;
+        const BigInt half = productOf(primesOf(0, level)) / 2;
+        const std::vector<BigInt> values = {0, 1, -1, half, -half, half - 1, 1 - half};
+        std::vector<BigInt> padded = values;
         padded.resize(64);
         const auto got = EnDecoder(fx()).decodeWithoutFFT(holding(padded, {level, 0}, 5));
         for (u64 k = 0; k < values.size(); ++k) EXPECT_EQ(got[k], decoded(values[k], level)) << "k=" << k;
@@ -355,13 +365,13 @@ TEST(EnDecoder, ReadsTheUpperHalfOfTheModulusAsNegative) {
 }
 
 TEST(EnDecoder, ReadsOneCoefficientInEveryStride) {
-    std::vector<Big> values(64);
+    std::vector<BigInt> values(64);
     for (u64 k = 0; k < 64; ++k) values[k] = k + 1;
     for (u64 logSlots = 0; logSlots <= 5; ++logSlots) {
         const u64 count = u64{2} << logSlots;
         const auto got = EnDecoder(fx()).decodeWithoutFFT(holding(values, {2, 0}, logSlots));
         ASSERT_EQ(got.size(), count);
-        for (u64 k = 0; k < count; ++k) EXPECT_EQ(got[k], decoded(1 + k * (64 / count), 2));
+        for (u64 k = 0; k < count; ++k) EXPECT_EQ(got[k], decoded(values[k * (64 / count)], 2));
     }
 }
 
@@ -400,8 +410,8 @@ void expectRoundTrip(const Context& context, const Message& message, Target targ
     const EnDecoder coder(context);
     const Message got = coder.decode(coder.encode(message, target.level, target.counter));
     ASSERT_EQ(got.getSize(), message.getSize());
-    const double bound = roundTripError(context, message.getLogSlots(),
-                                        target.level - static_cast<u64>(target.counter));
+    const double bound =
+        roundTripError(context, message.getLogSlots(), target.level - static_cast<u64>(target.counter));
     for (u64 j = 0; j < message.getSize(); ++j) ASSERT_LE(std::abs(got[j] - message[j]), bound) << "j=" << j;
 }
 
@@ -471,8 +481,7 @@ TEST(EnDecoder, ServesManyThreads) {
     const Plaintext expected = coder.encode(message, 12, 1);
     std::vector<Plaintext> got(4, Plaintext(fx()));
     std::vector<std::thread> threads;
-    for (Plaintext& plaintext : got)
-        threads.emplace_back([&] { plaintext = coder.encode(message, 12, 1); });
+    for (Plaintext& plaintext : got) threads.emplace_back([&] { plaintext = coder.encode(message, 12, 1); });
     for (auto& thread : threads) thread.join();
     for (const Plaintext& plaintext : got)
         EXPECT_TRUE(std::equal(plaintext.getMxData(0), plaintext.getMxData(13), expected.getMxData(0)));
