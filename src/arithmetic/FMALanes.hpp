@@ -59,8 +59,9 @@ struct FMALanes {
     /// Any residue |x| <= 3.99 p to the word in [0, p).
     [[gnu::always_inline]] static __m256i toWords(Reals x, FloatModulus modulus) {
         const Reals r = reduce(x, modulus);
-        // A zero has no sign here: the fused operation gives -0 for no x.
-        const Reals positive = _mm256_blendv_pd(r, add(r, splat(modulus.prime)), r);
+        // By comparison, not by the sign bit: rounding downwards, exact cancellation leaves -0.
+        const Reals isNegative = _mm256_cmp_pd(r, _mm256_setzero_pd(), _CMP_LT_OQ);
+        const Reals positive = _mm256_blendv_pd(r, add(r, splat(modulus.prime)), isNegative);
         return _mm256_xor_si256(_mm256_castpd_si256(add(positive, splat(twoTo52))),
                                 _mm256_castpd_si256(splat(twoTo52)));
     }

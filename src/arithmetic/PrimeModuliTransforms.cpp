@@ -103,20 +103,17 @@ void PrimeModuli::multMonomial(const Polynomial& a, Polynomial& out, long k) con
 
 template <bool accumulate>
 void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out) const {
-    const bool viaScratch = accumulate || &out == &a;
     const auto bound = shapeResult(*this, {"frobeniusMapInNTTCUDA", "frobeniusMapInNTT"},
                                    {a, accumulate ? out : a}, {{out, true}});
     const auto table = automorphismTable(degree_, k);
-    ScratchRows scratch(viaScratch ? degree_ : 0);
+    // A row is read in order into scratch memory, so that only the cache is read in the order of the table.
+    ScratchRows held(degree_), images(accumulate ? degree_ : 0);
     forEachRow(bound.live(), [&](u64 i) {
-        const u64* in = a.getRow(i);
+        const u64* in = held.hold(a.getRow(i));
         u64* row = out.getRow(i);
-        u64* image = viaScratch ? scratch.mine() : row;
+        u64* image = accumulate ? images.mine() : row;
         for (u64 j = 0; j < degree_; ++j) image[j] = in[table[j]];
-        if constexpr (accumulate)
-            moduli_[i].addVector(row, row, image, degree_);
-        else if (viaScratch)
-            std::copy_n(image, degree_, row);
+        if constexpr (accumulate) moduli_[i].addVector(row, row, image, degree_);
     });
 }
 
