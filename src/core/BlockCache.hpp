@@ -10,8 +10,8 @@ namespace Torvo {
 /// size.
 ///
 /// Polynomials of many megabytes come and go within every key switch. The C library returns such memory to
-/// the system and takes it again page by page, zeroed each time, which costs as much as a third of the
-/// arithmetic on it.
+/// the system and takes it again page by page, zeroed each time: a third to a half on top of the arithmetic
+/// on it (FGb, one multiplication: 119 against 89 ms on one core, 68 against 45 ms on two).
 ///
 /// Sizes are rounded up to one of eight classes per power of two, so that at most an eighth is wasted; blocks
 /// of one class serve one another. All blocks kept together stay within `limit` bytes: the one kept longest
