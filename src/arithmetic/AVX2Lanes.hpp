@@ -55,6 +55,8 @@ namespace {
 struct AVX2Lanes {
     using Words = __m256i;
     static constexpr u64 width = 4;
+    /// Shoup products lie in [0, productRange * p).
+    static constexpr u64 productRange = 2;
 
     [[gnu::always_inline]] static Words load(const u64* from) {
         return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
@@ -66,6 +68,9 @@ struct AVX2Lanes {
     [[gnu::always_inline]] static Words add(Words x, Words y) { return _mm256_add_epi64(x, y); }
     [[gnu::always_inline]] static Words sub(Words x, Words y) { return _mm256_sub_epi64(x, y); }
     [[gnu::always_inline]] static Words mulHigh(Words x, Words y) { return arith::mul64To128Hi(x, y); }
+    [[gnu::always_inline]] static Words shoupQuotient(Words x, Words companion) {
+        return mulHigh(x, companion);
+    }
     /// v*w - x*y, low words: the cross products of both meet before their one shift.
     [[gnu::always_inline]] static Words mulLowDifference(Words v, Words w, Words x, Words y) {
         const Words cross = sub(arith::crossProducts(v, w), arith::crossProducts(x, y));
@@ -133,6 +138,22 @@ struct AVX2Lanes {
     /// x + y where x > bound, else x; x, bound < 2^63: the compare is signed.
     [[gnu::always_inline]] static Words addIfAbove(Words x, Words bound, Words y) {
         return add(x, _mm256_and_si256(_mm256_cmpgt_epi64(x, bound), y));
+    }
+};
+
+/// The same with cheaper Shoup products, for results that are reduced in the end: the quotient leaves out the
+/// product of the low halves and the carries, which makes it at most three smaller. So a product lies in
+/// [0, 4p) for any word x: x*w/p exceeds the quotient by less than 3 and the error of the companion, x /
+/// 2^64.
+struct EstimatingLanes : AVX2Lanes {
+    static constexpr u64 productRange = 4;
+
+    [[gnu::always_inline]] static Words shoupQuotient(Words x, Words companion) {
+        const Words xh = _mm256_srli_epi64(x, 32);
+        const Words companionHigh = _mm256_srli_epi64(companion, 32);
+        const Words cross = add(_mm256_srli_epi64(_mm256_mul_epu32(x, companionHigh), 32),
+                                _mm256_srli_epi64(_mm256_mul_epu32(xh, companion), 32));
+        return add(_mm256_mul_epu32(xh, companionHigh), cross);
     }
 };
 

@@ -64,10 +64,10 @@ struct ProductTerm {
     const u64* y;
 };
 
-/// c * x mod p in [0, 2p), for any word x. Shoup's product.
+/// c * x mod p in [0, L::productRange * p), for any word x. Shoup's product.
 template <class L>
 [[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, ShoupConstant c, u64 p) {
-    const auto quotient = L::mulHigh(x, L::splat(c.companion));
+    const auto quotient = L::shoupQuotient(x, L::splat(c.companion));
     return L::mulLowDifference(x, L::splat(c.value), quotient, L::splat(p));
 }
 

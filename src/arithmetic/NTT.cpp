@@ -27,7 +27,7 @@ struct ScalarForm : rows::WordPasses<ScalarLanes> {
 
 template <int range>
 void ScalarForm::forwardTail(u64* a, u64 begin, u64 count, const rows::TransformTables& tables) {
-    using rows::forwardButterfly, rows::fromRangeFour, rows::splat;
+    using rows::forwardButterfly, rows::fromForwardRange, rows::splat;
     const u64 p = tables.p;
     const u64 m = tables.degree / 4;
     for (u64 g = begin / 4; g < (begin + count) / 4; ++g) {
@@ -37,7 +37,7 @@ void ScalarForm::forwardTail(u64* a, u64 begin, u64 count, const rows::Transform
         forwardButterfly<Lanes>(x[1], x[3], w, p);
         forwardButterfly<Lanes>(x[0], x[1], splat<Lanes>(tables.twiddle(2 * (m + g))), p);
         forwardButterfly<Lanes>(x[2], x[3], splat<Lanes>(tables.twiddle(2 * (m + g) + 1)), p);
-        for (u64 i = 0; i < 4; ++i) x[i] = fromRangeFour<range, Lanes>(x[i], p);
+        for (u64 i = 0; i < 4; ++i) x[i] = fromForwardRange<range, Lanes>(x[i], p);
     }
 }
 

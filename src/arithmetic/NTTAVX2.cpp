@@ -6,13 +6,12 @@ namespace Torvo::AVX2 {
 
 namespace {
 
-using Lanes = AVX2Lanes;
 using rows::backwardButterfly, rows::forwardButterfly, rows::splat, rows::TransformTables;
-using Words = Lanes::Words;
-using LaneTwiddle = rows::Twiddle<Lanes>;
+using Words = AVX2Lanes::Words;
 
 /// Twiddles of four consecutive groups.
-[[gnu::always_inline]] inline LaneTwiddle loadTwiddles(const TransformTables& tables, u64 i) {
+template <class Lanes>
+[[gnu::always_inline]] inline rows::Twiddle<Lanes> loadTwiddles(const TransformTables& tables, u64 i) {
     return {Lanes::load(tables.powers + i), Lanes::load(tables.companions + i)};
 }
 
@@ -23,8 +22,8 @@ struct EvenOdd {
 };
 
 [[gnu::always_inline]] inline EvenOdd loadEvenOdd(const u64* table) {
-    const Words low = Lanes::load(table);
-    const Words high = Lanes::load(table + 4);
+    const Words low = AVX2Lanes::load(table);
+    const Words high = AVX2Lanes::load(table + 4);
     return {_mm256_permute2x128_si256(low, high, 0x20), _mm256_permute2x128_si256(low, high, 0x31)};
 }
 
@@ -35,14 +34,14 @@ struct Square {
 };
 
 [[gnu::always_inline]] inline Square loadSquare(const u64* x) {
-    return {Lanes::load(x), Lanes::load(x + 4), Lanes::load(x + 8), Lanes::load(x + 12)};
+    return {AVX2Lanes::load(x), AVX2Lanes::load(x + 4), AVX2Lanes::load(x + 8), AVX2Lanes::load(x + 12)};
 }
 
 [[gnu::always_inline]] inline void storeSquare(u64* x, const Square& s) {
-    Lanes::store(x, s.v0);
-    Lanes::store(x + 4, s.v1);
-    Lanes::store(x + 8, s.v2);
-    Lanes::store(x + 12, s.v3);
+    AVX2Lanes::store(x, s.v0);
+    AVX2Lanes::store(x + 4, s.v1);
+    AVX2Lanes::store(x + 8, s.v2);
+    AVX2Lanes::store(x + 12, s.v3);
 }
 
 [[gnu::always_inline]] inline void transpose(Square& s) {
@@ -56,17 +55,18 @@ struct Square {
     s.v3 = _mm256_permute2x128_si256(b, d, 0x31);
 }
 
-template <int range>
-[[gnu::always_inline]] inline void fromRangeFour(Square& s, u64 p) {
-    s.v0 = rows::fromRangeFour<range, Lanes>(s.v0, p);
-    s.v1 = rows::fromRangeFour<range, Lanes>(s.v1, p);
-    s.v2 = rows::fromRangeFour<range, Lanes>(s.v2, p);
-    s.v3 = rows::fromRangeFour<range, Lanes>(s.v3, p);
+template <int range, class Lanes>
+[[gnu::always_inline]] inline void fromForwardRange(Square& s, u64 p) {
+    s.v0 = rows::fromForwardRange<range, Lanes>(s.v0, p);
+    s.v1 = rows::fromForwardRange<range, Lanes>(s.v1, p);
+    s.v2 = rows::fromForwardRange<range, Lanes>(s.v2, p);
+    s.v3 = rows::fromForwardRange<range, Lanes>(s.v3, p);
 }
 
 /// The vector form of the transform. The stages of distance 8, 4, 2 and 1 go in one pass, in registers: on
 /// the rows of sixteen words the first two, on their columns the last two.
-struct VectorForm : rows::WordPasses<AVX2Lanes> {
+template <class Lanes>
+struct VectorForm : rows::WordPasses<Lanes> {
     static constexpr int tailStages = 4;
 
     template <int range>
@@ -81,14 +81,14 @@ struct VectorForm : rows::WordPasses<AVX2Lanes> {
             forwardButterfly<Lanes>(s.v0, s.v1, splat<Lanes>(tables.twiddle(n / 8 + 2 * g)), p);
             forwardButterfly<Lanes>(s.v2, s.v3, splat<Lanes>(tables.twiddle(n / 8 + 2 * g + 1)), p);
             transpose(s);
-            const auto w2 = loadTwiddles(tables, n / 4 + 4 * g);
+            const auto w2 = loadTwiddles<Lanes>(tables, n / 4 + 4 * g);
             forwardButterfly<Lanes>(s.v0, s.v2, w2, p);
             forwardButterfly<Lanes>(s.v1, s.v3, w2, p);
             const EvenOdd w1 = loadEvenOdd(tables.lastStagePowers + 8 * g);
             const EvenOdd w1Companion = loadEvenOdd(tables.lastStageCompanions + 8 * g);
             forwardButterfly<Lanes>(s.v0, s.v1, {w1.even, w1Companion.even}, p);
             forwardButterfly<Lanes>(s.v2, s.v3, {w1.odd, w1Companion.odd}, p);
-            fromRangeFour<range>(s, p);
+            fromForwardRange<range, Lanes>(s, p);
             transpose(s);
             storeSquare(a + 16 * g, s);
         }
@@ -106,7 +106,7 @@ struct VectorForm : rows::WordPasses<AVX2Lanes> {
             const EvenOdd w1Companion = loadEvenOdd(tables.lastStageCompanions + 8 * g);
             backwardButterfly<Lanes>(s.v0, s.v1, {w1.even, w1Companion.even}, p);
             backwardButterfly<Lanes>(s.v2, s.v3, {w1.odd, w1Companion.odd}, p);
-            const auto w2 = loadTwiddles(tables, base2 + 4 * g);
+            const auto w2 = loadTwiddles<Lanes>(tables, base2 + 4 * g);
             backwardButterfly<Lanes>(s.v0, s.v2, w2, p);
             backwardButterfly<Lanes>(s.v1, s.v3, w2, p);
             transpose(s);
@@ -124,15 +124,15 @@ struct VectorForm : rows::WordPasses<AVX2Lanes> {
 template <class Butterfly>
 [[gnu::always_inline]] inline void stageOne(u64* a, const TransformTables& tables, Butterfly butterfly) {
     for (u64 i = 0; i < tables.degree; i += 8) {
-        const Words low = Lanes::load(a + i);
-        const Words high = Lanes::load(a + i + 4);
+        const Words low = AVX2Lanes::load(a + i);
+        const Words high = AVX2Lanes::load(a + i + 4);
         Words x = _mm256_unpacklo_epi64(low, high);
         Words y = _mm256_unpackhi_epi64(low, high);
-        const LaneTwiddle w{Lanes::load(tables.lastStagePowers + i / 2),
-                            Lanes::load(tables.lastStageCompanions + i / 2)};
+        const rows::Twiddle<AVX2Lanes> w{AVX2Lanes::load(tables.lastStagePowers + i / 2),
+                                         AVX2Lanes::load(tables.lastStageCompanions + i / 2)};
         butterfly(x, y, w, tables.p);
-        Lanes::store(a + i, _mm256_unpacklo_epi64(x, y));
-        Lanes::store(a + i + 4, _mm256_unpackhi_epi64(x, y));
+        AVX2Lanes::store(a + i, _mm256_unpacklo_epi64(x, y));
+        AVX2Lanes::store(a + i + 4, _mm256_unpackhi_epi64(x, y));
     }
 }
 
@@ -141,17 +141,17 @@ template <class Butterfly>
 [[gnu::always_inline]] inline void stageTwo(u64* a, u64 base, const TransformTables& tables,
                                             Butterfly butterfly) {
     for (u64 i = 0; i < tables.degree; i += 8) {
-        const Words low = Lanes::load(a + i);
-        const Words high = Lanes::load(a + i + 4);
+        const Words low = AVX2Lanes::load(a + i);
+        const Words high = AVX2Lanes::load(a + i + 4);
         Words x = _mm256_permute2x128_si256(low, high, 0x20);
         Words y = _mm256_permute2x128_si256(low, high, 0x31);
-        const auto first = splat<Lanes>(tables.twiddle(base + i / 4));
-        const auto second = splat<Lanes>(tables.twiddle(base + i / 4 + 1));
-        const LaneTwiddle w{_mm256_blend_epi32(first.value, second.value, 0b11110000),
-                            _mm256_blend_epi32(first.companion, second.companion, 0b11110000)};
+        const auto first = splat<AVX2Lanes>(tables.twiddle(base + i / 4));
+        const auto second = splat<AVX2Lanes>(tables.twiddle(base + i / 4 + 1));
+        const rows::Twiddle<AVX2Lanes> w{_mm256_blend_epi32(first.value, second.value, 0b11110000),
+                                         _mm256_blend_epi32(first.companion, second.companion, 0b11110000)};
         butterfly(x, y, w, tables.p);
-        Lanes::store(a + i, _mm256_permute2x128_si256(x, y, 0x20));
-        Lanes::store(a + i + 4, _mm256_permute2x128_si256(x, y, 0x31));
+        AVX2Lanes::store(a + i, _mm256_permute2x128_si256(x, y, 0x20));
+        AVX2Lanes::store(a + i + 4, _mm256_permute2x128_si256(x, y, 0x31));
     }
 }
 
@@ -161,55 +161,55 @@ template <class Butterfly>
 
 template <>
 void forwardTransform<1>(u64* a, const TransformTables& tables) {
-    rows::forwardTransform<1, VectorForm>(a, tables);
+    rows::forwardTransform<1, VectorForm<EstimatingLanes>>(a, tables);
 }
 
 template <>
 void forwardTransform<2>(u64* a, const TransformTables& tables) {
-    rows::forwardTransform<2, VectorForm>(a, tables);
+    rows::forwardTransform<2, VectorForm<AVX2Lanes>>(a, tables);
 }
 
 template <>
 void forwardTransform<4>(u64* a, const TransformTables& tables) {
-    rows::forwardTransform<4, VectorForm>(a, tables);
+    rows::forwardTransform<4, VectorForm<AVX2Lanes>>(a, tables);
 }
 
 template <>
 void backwardTransform<1>(u64* a, const TransformTables& tables) {
-    rows::backwardTransform<1, VectorForm>(a, tables);
+    rows::backwardTransform<1, VectorForm<EstimatingLanes>>(a, tables);
 }
 
 template <>
 void backwardTransform<2>(u64* a, const TransformTables& tables) {
-    rows::backwardTransform<2, VectorForm>(a, tables);
+    rows::backwardTransform<2, VectorForm<AVX2Lanes>>(a, tables);
 }
 
 void forwardStage(u64* a, u64 t, const TransformTables& tables) {
-    rows::forwardStage<Lanes>(a, t, rows::groupsWithin(0, tables.degree, t), tables);
+    rows::forwardStage<AVX2Lanes>(a, t, rows::groupsWithin(0, tables.degree, t), tables);
 }
 
 void forwardStageTwo(u64* a, const TransformTables& tables) {
-    stageTwo(a, tables.degree / 4, tables, forwardButterfly<Lanes>);
+    stageTwo(a, tables.degree / 4, tables, forwardButterfly<AVX2Lanes>);
 }
 
 void forwardStageOne(u64* a, const TransformTables& tables) {
-    stageOne(a, tables, forwardButterfly<Lanes>);
+    stageOne(a, tables, forwardButterfly<AVX2Lanes>);
 }
 
 void backwardStage(u64* a, u64 t, const TransformTables& tables) {
-    rows::backwardStage<Lanes>(a, t, rows::groupsWithin(0, tables.degree, t), tables);
+    rows::backwardStage<AVX2Lanes>(a, t, rows::groupsWithin(0, tables.degree, t), tables);
 }
 
 void backwardStageTwo(u64* a, const TransformTables& tables) {
-    stageTwo(a, rows::backwardBase(tables.degree, 2), tables, backwardButterfly<Lanes>);
+    stageTwo(a, rows::backwardBase(tables.degree, 2), tables, backwardButterfly<AVX2Lanes>);
 }
 
 void backwardStageOne(u64* a, const TransformTables& tables) {
-    stageOne(a, tables, backwardButterfly<Lanes>);
+    stageOne(a, tables, backwardButterfly<AVX2Lanes>);
 }
 
 void backwardLastStage(u64* a, const TransformTables& tables) {
-    rows::backwardLastStage<2, Lanes>(a, tables);
+    rows::backwardLastStage<2, AVX2Lanes>(a, tables);
 }
 
 } // namespace Torvo::AVX2

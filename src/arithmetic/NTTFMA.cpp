@@ -112,7 +112,7 @@ struct Four {
 
 /// Words in range 4 as reals in [0, p).
 [[gnu::always_inline]] inline Reals loadRangeFour(const u64* a, u64 p) {
-    return L::fromWords(rows::fromRangeFour<1, AVX2Lanes>(AVX2Lanes::load(a), p), L::splat(0));
+    return L::fromWords(rows::fromForwardRange<1, AVX2Lanes>(AVX2Lanes::load(a), p), L::splat(0));
 }
 
 /// Words in range 2 as reals in [0, p), minus `offset`.

@@ -8,6 +8,8 @@ namespace Torvo {
 struct ScalarLanes {
     using Words = u64;
     static constexpr u64 width = 1;
+    /// Shoup products lie in [0, productRange * p).
+    static constexpr u64 productRange = 2;
 
     static Words load(const u64* from) { return *from; }
     static void store(u64* to, Words x) { *to = x; }
@@ -17,6 +19,7 @@ struct ScalarLanes {
     static Words mulLow(Words x, Words y) { return x * y; }
     /// v*w - x*y.
     static Words mulLowDifference(Words v, Words w, Words x, Words y) { return v * w - x * y; }
+    static Words shoupQuotient(Words x, Words companion) { return mulHigh(x, companion); }
     static Words mulHigh(Words x, Words y) { return static_cast<u64>(u128{x} * y >> 64); }
     /// Low word of the product x * y shifted right by `shift` < 64, and the low word of the product itself.
     static Words mulShifted(Words x, Words y, u64 shift, Words& low) {

@@ -5,8 +5,12 @@
 
 #include <bit>
 
-/// The butterflies and stages of NTT, each formula once, over a lanes type: ScalarLanes or AVX2Lanes. As in
-/// ModulusRows.hpp, a lanes type with internal linkage keeps every instantiation within its unit.
+/// The butterflies and stages of NTT, each formula once, over a lanes type: ScalarLanes or AVX2Lanes, or
+/// EstimatingLanes where only range 1 is asked for. As in ModulusRows.hpp, a lanes type with internal linkage
+/// keeps every instantiation within its unit.
+///
+/// R is L::productRange, 2 or 4. Forward words lie in [0, 2R p) between stages, backward words in [0, R p); a
+/// comparison by the sign of the difference is right for both, since R p < 2^63.
 namespace Torvo::rows {
 
 /// What one direction of the transform reads. A row of `degree` words modulo p < 2^61; the twiddle of a
@@ -47,28 +51,48 @@ template <class L>
 template <class L>
 [[gnu::always_inline]] inline typename L::Words shoupProduct(typename L::Words x, const Twiddle<L>& w,
                                                              u64 p) {
-    const auto quotient = L::mulHigh(x, w.companion);
+    const auto quotient = L::shoupQuotient(x, w.companion);
     return L::mulLowDifference(x, w.value, quotient, L::splat(p));
 }
 
-/// (x, y) := (x + w*y, x - w*y) with words in range 4 before and after: x is brought to range 2, the product
-/// lies in range 2.
+/// (x, y) := (x + w*y, x - w*y) with words in range 2R before and after: x is brought to range R, the product
+/// lies in range R.
 template <class L>
 [[gnu::always_inline]] inline void forwardButterfly(typename L::Words& x, typename L::Words& y,
                                                     const Twiddle<L>& w, u64 p) {
-    const auto u = L::subtractIfNotBelow(x, L::splat(2 * p));
+    const auto rangeR = L::splat(L::productRange * p);
+    const auto u = L::subtractIfNotBelow(x, rangeR);
     const auto v = shoupProduct<L>(y, w, p);
     x = L::add(u, v);
-    y = L::sub(L::add(u, L::splat(2 * p)), v);
+    y = L::sub(L::add(u, rangeR), v);
 }
 
-/// (x, y) := (x + y, w*(x - y)) with words in range 2 before and after.
+/// (x, y) := (x + y, w*(x - y)) with words in range R before and after.
 template <class L>
 [[gnu::always_inline]] inline void backwardButterfly(typename L::Words& x, typename L::Words& y,
                                                      const Twiddle<L>& w, u64 p) {
-    const auto d = L::sub(L::add(x, L::splat(2 * p)), y);
-    x = L::subtractIfNotBelow(L::add(x, y), L::splat(2 * p));
+    const auto rangeR = L::splat(L::productRange * p);
+    const auto d = L::sub(L::add(x, rangeR), y);
+    x = L::subtractIfNotBelow(L::add(x, y), rangeR);
     y = shoupProduct<L>(d, w, p);
+}
+
+/// A word in range R brought to range `range`; with R = 4 only 1 will do.
+template <int range, class L>
+[[gnu::always_inline]] inline typename L::Words fromProductRange(typename L::Words x, u64 p) {
+    static_assert(L::productRange == 2 || range == 1);
+    if constexpr (L::productRange == 4) x = L::subtractIfNotBelow(x, L::splat(2 * p));
+    return toRange<range, L>(x, p);
+}
+
+/// A word of the forward transform, in range 2R, brought to range `range`.
+template <int range, class L>
+[[gnu::always_inline]] inline typename L::Words fromForwardRange(typename L::Words x, u64 p) {
+    if constexpr (range == 2 * L::productRange) {
+        return x;
+    } else {
+        return fromProductRange<range, L>(L::subtractIfNotBelow(x, L::splat(L::productRange * p)), p);
+    }
 }
 
 /// The last butterfly: (x, y) := (x + y) / N, w*(x - y) / N, into range `range`.
@@ -76,20 +100,11 @@ template <int range, class L>
 [[gnu::always_inline]] inline void lastButterfly(typename L::Words& x, typename L::Words& y,
                                                  const TransformTables& tables) {
     const u64 p = tables.p;
-    const auto e = L::subtractIfNotBelow(L::add(x, y), L::splat(2 * p));
-    const auto d = L::sub(L::add(x, L::splat(2 * p)), y);
-    x = toRange<range, L>(shoupProduct<L>(e, tables.degreeInverse, p), p);
-    y = toRange<range, L>(shoupProduct<L>(d, tables.degreeInverseRoot, p), p);
-}
-
-/// A word in range 4 brought to range `range`.
-template <int range, class L>
-[[gnu::always_inline]] inline typename L::Words fromRangeFour(typename L::Words x, u64 p) {
-    if constexpr (range == 4) {
-        return x;
-    } else {
-        return toRange<range, L>(L::subtractIfNotBelow(x, L::splat(2 * p)), p);
-    }
+    const auto rangeR = L::splat(L::productRange * p);
+    const auto e = L::subtractIfNotBelow(L::add(x, y), rangeR);
+    const auto d = L::sub(L::add(x, rangeR), y);
+    x = fromProductRange<range, L>(shoupProduct<L>(e, tables.degreeInverse, p), p);
+    y = fromProductRange<range, L>(shoupProduct<L>(d, tables.degreeInverseRoot, p), p);
 }
 
 /// Index of the first twiddle of the backward stage of distance t.
