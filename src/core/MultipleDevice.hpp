@@ -43,6 +43,11 @@ public:
         return map_.at(device);
     }
 
+    bool contains(const Device& device) const {
+        const std::lock_guard lock(mutex_);
+        return map_.contains(device);
+    }
+
     /// Makes or replaces the value on `device`.
     void set(const Device& device, T value) {
         const std::lock_guard lock(mutex_);

@@ -43,7 +43,7 @@ public:
 
     const Context& getContext() const { return context_; }
     const KeyPack& getKeyPack() const { return keyPack_; }
-    const EnDecoder& getEnDecoder() const { return *enDecoder_; }
+    const std::shared_ptr<EnDecoder>& getEnDecoder() const { return enDecoder_; }
     const KeySwitcher& getKeySwitcher() const { return *keySwitcher_; }
 
     // ---- messages

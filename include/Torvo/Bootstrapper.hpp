@@ -1,0 +1,96 @@
+#pragma once
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/Export.hpp>
+#include <Torvo/HomEvaluator.hpp>
+
+#include <memory>
+#include <set>
+
+namespace Torvo {
+
+class BootstrapperImpl;
+
+/// Gives an exhausted ciphertext its levels back: takes a ciphertext of level 3 or higher and returns one of
+/// the same message at `getLevelAfterFullSlotBootstrap()`.
+///
+/// The message must lie within the unit disc (real and imaginary part in [-1, 1] each), and the ciphertext
+/// must owe no rescale. Besides the keys for multiplication and conjugation, the evaluator's pack must hold
+/// the rotation keys of `KeyGenerator::genRotKeysForBootstrap`, made with the same `compact` as
+/// `sequential_rotations` here. Precision and failure probability of each preset: docs/bootstrapping.md.
+///
+/// A shared handle. Const members may run at once on different outputs; `makeBootConstants` must not run
+/// beside any other call on the same object. The output may be the input.
+///
+/// The steps, in the order in which they run: down to level 3, slots to coefficients (three levels), modulus
+/// raise, coefficients to slots (three levels), sine.
+class TORVO_API Bootstrapper {
+public:
+    /// Builds the constants for full slots.
+    /// @param sequential_rotations  false: a rotation key for each index, batched rotations, fast; true: few
+    ///                              keys, one rotation after the other, slow and small
+    /// @throws RuntimeException "The Parameter does not support bootstrap"
+    explicit Bootstrapper(const HomEvaluator& eval, bool sequential_rotations = false);
+    /// Builds the constants for `log_slots`.
+    /// @throws RuntimeException also "log_slots should not exceed " and log2 of the number of slots
+    Bootstrapper(const HomEvaluator& eval, unsigned long log_slots, bool sequential_rotations = false);
+    /// With a second context for sparse secret encapsulation.
+    /// @throws RuntimeException also "[Bootstrapper] context does not support sparse secret encapsulation",
+    ///         "[Bootstrapper] parameter of context and context_sparse does not match"
+    Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, bool sequential_rotations = false);
+    Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, unsigned long log_slots,
+                 bool sequential_rotations = false);
+
+    /// Whether the constants for `log_slots` are there; a message of one slot needs none.
+    bool isBootstrapReady(unsigned long log_slots) const;
+    /// Builds the constants for `log_slots` unless they are there.
+    /// @throws RuntimeException "log_slots should not exceed " and log2 of the number of slots
+    void makeBootConstants(unsigned long log_slots);
+    /// Copies the constants to `device` unless they are there.
+    /// @throws RuntimeException "Bootstrapping constants for log slots ", log_slots, " do not exist."
+    void loadBootConstants(unsigned long log_slots, const Device& device) const;
+
+    /// The level of a bootstrapped ciphertext. (One-slot messages on `FVa` come out one level higher.)
+    unsigned long getLevelAfterFullSlotBootstrap() const;
+    /// The lowest level that a ciphertext to be bootstrapped may have: 3.
+    unsigned long getMinLevelForBootstrap() const;
+
+    /// @param is_complex  false keeps the real parts alone, at about half the cost of the sine
+    /// @throws RuntimeException in this order: "The operand have to encode the message on its slots";
+    ///         "[bootstrap] Level of ciphertext should be >= 3."; "[bootstrap] Size should be 2"; "The
+    ///         Operand should have rescale counter zero"; "Bootstrapping constants for log slots ", log
+    ///         slots, " do not exist."; the evaluator's refusals for missing keys
+    void bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
+    /// Real and imaginary parts apart, each as a real message.
+    void bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
+
+    /// Two passes, the second on what the first left over: more bits, at twice the time. Needs one level
+    /// more, and the constants for full slots.
+    /// @throws RuntimeException in this order: "The operand have to encode the message on its slots" (one
+    ///         output); "This parameter does not support extended bootstrap"; "[bootstrap extended] Level of
+    ///         ciphertext should be >= 4."; "[bootstrap extended] Size should be 2"; "The Operand should have
+    ///         rescale counter zero"
+    void bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
+    void bootstrapExtended(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
+
+    /// The first half: a coefficient-encoded ciphertext at level 0.
+    /// @throws RuntimeException "The operand have to encode the message on its slots"; "[slotToCoeff] Level
+    /// of
+    ///         ciphertext should be >= 3"
+    void slotToCoeff(const Ciphertext& in, Ciphertext& out) const;
+    /// The second half: from coefficients back to slots at a high level.
+    /// @throws RuntimeException "The operand have to encode the message on its coefficients"; then as
+    /// `bootstrap`
+    void halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
+
+private:
+    std::shared_ptr<BootstrapperImpl> impl_;
+};
+
+/// The signed rotation indices that bootstrapping at `log_slots` needs, batched form.
+/// @throws RuntimeException "The parameter dose not support bootstrap."
+TORVO_API std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots);
+
+} // namespace Torvo

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "bootstrap/SparseComplexMatrix.hpp"
+#include "core/Integers.hpp"
+#include "core/MultipleDevice.hpp"
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/EnDecoder.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace Torvo {
+
+/// The two linear transforms of bootstrapping for one `log_slots`, factored into at most three stages, each
+/// stage cut into diagonals, each diagonal scaled, rotated back by its giant step and encoded at the level of
+/// its use. Read by many threads.
+class BootConstants {
+public:
+    BootConstants(u64 log_slots, double coeff_to_slot_constant, double slot_to_coeff_constant,
+                  const Context& context, std::shared_ptr<EnDecoder> encoder);
+
+    bool isIn(const Device& device) const;
+    /// The slot-to-coefficient stages on `device`.
+    /// @throws std::out_of_range "map::at"
+    const std::vector<std::vector<Plaintext>>& getV0(const Device& device) const;
+    /// The coefficient-to-slot stages.
+    const std::vector<std::vector<Plaintext>>& getInvV0(const Device& device) const;
+    /// Copies both to `device` unless they are there.
+    void load(const Device& device);
+
+    /// The radix-2 factors M[0] ... M[L-1] of the transform from coefficient pairs to slots.
+    void buildV0(std::vector<SparseComplexMatrix>& matrices) const;
+    /// Entry i is element (i, i + diag mod cols).
+    Message extractDiagonal(const SparseComplexMatrix& matrix, long diag) const;
+    /// Writes one butterfly block of size `size` at (`row`, `col`).
+    void buildPartialMatrix(u64 row, u64 col, u64 size, SparseComplexMatrix& matrix) const;
+
+private:
+    bool isIn_(const Device& device) const;
+    /// The diagonals of a stage, times `factor`, each turned back by its giant step, encoded at `level`.
+    std::vector<Plaintext> encodeStage(const SparseComplexMatrix& matrix, u64 stage, double factor,
+                                       u64 level) const;
+    void generateDFTEncodings(double coeff_to_slot_constant, double slot_to_coeff_constant);
+
+    u64 log_slots_;
+    u64 num_slots_;
+    Context context_;
+    std::shared_ptr<EnDecoder> encoder_;
+    MultipleDevice<std::vector<std::vector<Plaintext>>> v0_encodings_;
+    MultipleDevice<std::vector<std::vector<Plaintext>>> inv_v0_encodings_;
+    mutable std::mutex mutex_;
+};
+
+} // namespace Torvo

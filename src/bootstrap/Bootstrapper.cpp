@@ -1,0 +1,64 @@
+#include <Torvo/Bootstrapper.hpp>
+
+#include "bootstrap/BootstrapperImpl.hpp"
+
+namespace Torvo {
+
+Bootstrapper::Bootstrapper(const HomEvaluator& eval, bool sequential_rotations)
+    : impl_(std::make_shared<BootstrapperImpl>(eval, std::nullopt, std::nullopt, sequential_rotations)) {}
+
+Bootstrapper::Bootstrapper(const HomEvaluator& eval, unsigned long log_slots, bool sequential_rotations)
+    : impl_(std::make_shared<BootstrapperImpl>(eval, std::nullopt, log_slots, sequential_rotations)) {}
+
+Bootstrapper::Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, bool sequential_rotations)
+    : impl_(std::make_shared<BootstrapperImpl>(eval, context_sparse, std::nullopt, sequential_rotations)) {}
+
+Bootstrapper::Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, unsigned long log_slots,
+                           bool sequential_rotations)
+    : impl_(std::make_shared<BootstrapperImpl>(eval, context_sparse, log_slots, sequential_rotations)) {}
+
+bool Bootstrapper::isBootstrapReady(unsigned long log_slots) const {
+    return impl_->isBootstrapReady(log_slots);
+}
+
+void Bootstrapper::makeBootConstants(unsigned long log_slots) {
+    impl_->makeBootConstants(log_slots);
+}
+
+void Bootstrapper::loadBootConstants(unsigned long log_slots, const Device& device) const {
+    impl_->loadBootConstants(log_slots, device);
+}
+
+unsigned long Bootstrapper::getLevelAfterFullSlotBootstrap() const {
+    return impl_->getLevelAfterFullSlotBootstrap();
+}
+
+unsigned long Bootstrapper::getMinLevelForBootstrap() const {
+    return impl_->getMinLevelForBootstrap();
+}
+
+void Bootstrapper::bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
+    impl_->bootstrap(in, out, is_complex);
+}
+
+void Bootstrapper::bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const {
+    impl_->bootstrap(in, out_real, out_imag);
+}
+
+void Bootstrapper::bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
+    impl_->bootstrapExtended(in, out, is_complex);
+}
+
+void Bootstrapper::bootstrapExtended(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const {
+    impl_->bootstrapExtended(in, out_real, out_imag);
+}
+
+void Bootstrapper::slotToCoeff(const Ciphertext& in, Ciphertext& out) const {
+    impl_->levelDownAndSlotToCoeff(in, out);
+}
+
+void Bootstrapper::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
+    impl_->halfBoot(in, out, is_complex);
+}
+
+} // namespace Torvo

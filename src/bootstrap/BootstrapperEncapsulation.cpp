@@ -1,0 +1,62 @@
+#include "bootstrap/BootstrapperImpl.hpp"
+#include "bootstrap/Messages.hpp"
+#include "core/Failure.hpp"
+#include "evaluator/Messages.hpp"
+
+#include <utility>
+#include <vector>
+
+namespace Torvo {
+
+namespace {
+
+/// Brings a polynomial to NTT form or out of it.
+void setForm(const PrimeModuli& primes, Polynomial& polynomial, bool ntt) {
+    if (polynomial.isNTT() == ntt) return;
+    if (ntt)
+        primes.forwardNTT(polynomial, polynomial);
+    else
+        primes.backwardNTT(polynomial, polynomial);
+}
+
+/// `in` under another secret: its second element switched by `key`, its first added, both in form `ntt`.
+Ciphertext switchSecret(const KeySwitcher& switcher, const PrimeModuli& primes, const Ciphertext& in,
+                        EvaluationKey& key, bool ntt) {
+    std::vector<Polynomial> blocks;
+    switcher.modUpPQ(in.getPoly(1), blocks);
+    Ciphertext out(in.getContext(), false);
+    switcher.modDown(switcher.multEvalKey(blocks, key), out, ntt);
+    Polynomial first = in.getPoly(0);
+    setForm(primes, first, ntt);
+    primes.add(out.getPoly(0), first, out.getPoly(0));
+    out.setLogSlots(in.getLogSlots());
+    out.setRescaleCounter(in.getRescaleCounter());
+    return out;
+}
+
+} // namespace
+
+std::shared_ptr<SparseSecretEncapsulationKey> BootstrapperImpl::encapsulationKey() const {
+    auto key = evaluator_->getKeyPack().getSparseSecretEncapsulationKey();
+    require(key != nullptr, message::noEncapsulationKey);
+    return key;
+}
+
+void BootstrapperImpl::switchKeyDTS(const Ciphertext& in, Ciphertext& out, bool ntt) const {
+    Ciphertext sparse(*context_sparse_, in);
+    require(sparse.getNumPoly() == 2, message::sizeNotTwo);
+    for (u64 i = 0; i < 2; ++i) sparse.getPoly(i).setNTT(in.getPoly(0).isNTT());
+    const auto key = encapsulationKey();
+    // At level 0 both contexts have the same prime.
+    out = Ciphertext(context_,
+                     switchSecret(*sparse_key_switcher_, context_->primes, sparse, *key->getDTSPart(), ntt));
+    for (u64 i = 0; i < 2; ++i) out.getPoly(i).setNTT(ntt);
+}
+
+void BootstrapperImpl::switchKeySTD(const Ciphertext& in, Ciphertext& out, bool ntt) const {
+    require(in.getNumPoly() == 2, message::sizeNotTwo);
+    const auto key = encapsulationKey();
+    out = switchSecret(evaluator_->getKeySwitcher(), context_->primes, in, *key->getSTDPart(), ntt);
+}
+
+} // namespace Torvo

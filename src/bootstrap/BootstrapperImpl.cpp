@@ -1,0 +1,240 @@
+#include "bootstrap/BootstrapperImpl.hpp"
+
+#include "bootstrap/Messages.hpp"
+#include "core/Failure.hpp"
+#include "crypto/Messages.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
+#include "evaluator/Messages.hpp"
+
+#include <cmath>
+#include <string>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+constexpr u64 minLevel = 3; // what slot-to-coefficient spends
+
+void requireOnSlots(const Ciphertext& in) {
+    require(in.getEncodingType() == EncodingType::Slot, message::notOnSlots);
+}
+
+u64 levelsOfArcsine(u64 degree) {
+    switch (degree) {
+    case 1:
+        return 0;
+    case 3:
+        return 2;
+    case 7:
+        return 3;
+    default:
+        throw RuntimeException(message::arcsineDegreeNotSupported);
+    }
+}
+
+} // namespace
+
+BootstrapperImpl::BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse,
+                                   std::optional<u64> log_slots, bool sequential_rotations)
+    : context_(eval.getContext()), evaluator_(eval.getImpl()), parameter_(context_),
+      context_sparse_(std::move(context_sparse)), sequential_rotations_(sequential_rotations) {
+    if (context_sparse_) sparse_key_switcher_.emplace(*context_sparse_);
+    require(context_->parameter.has_bootstrap, message::noBootstrap);
+    if (context_sparse_) {
+        require(isSparseSecretEncapsulationSupported(context_), message::noEncapsulation);
+        require(getSparseParameterPresetFor(context_->parameter.preset) ==
+                    (*context_sparse_)->parameter.preset,
+                message::encapsulationMismatch);
+    }
+    boot_constants_[0] = nullptr; // one slot needs no matrices
+    makeBootConstants(log_slots.value_or(getLogFullSlots(context_)));
+}
+
+// ---- constants
+
+bool BootstrapperImpl::isBootstrapReady(u64 log_slots) const {
+    return boot_constants_.contains(log_slots);
+}
+
+void BootstrapperImpl::makeBootConstants(u64 log_slots) {
+    const u64 logFull = getLogFullSlots(context_);
+    if (log_slots > logFull) throw RuntimeException(message::logSlotsTooLarge + std::to_string(logFull));
+    if (isBootstrapReady(log_slots)) return;
+    boot_constants_[log_slots] = std::make_unique<BootConstants>(log_slots, parameter_.coeff_to_slot_constant,
+                                                                 parameter_.slot_to_coeff_constant, context_,
+                                                                 evaluator_->getEnDecoder());
+}
+
+void BootstrapperImpl::loadBootConstants(u64 log_slots, const Device& device) const {
+    if (log_slots == 0) return;
+    if (!isBootstrapReady(log_slots))
+        throw RuntimeException("Bootstrapping constants for log slots " + std::to_string(log_slots) +
+                               " do not exist.");
+    boot_constants_.at(log_slots)->load(device);
+}
+
+u64 BootstrapperImpl::getLevelAfterFullSlotBootstrap() const {
+    // From the top level, one below the chain length: three levels of coefficient-to-slot, three and one per
+    // doubling of the blocks for the cosine.
+    return context_->parameter.chain_length - parameter_.log_cosine_blocks - 7 -
+           parameter_.double_angle_count - (parameter_.separate_normalization ? 1 : 0) -
+           levelsOfArcsine(parameter_.arcsine_degree);
+}
+
+u64 BootstrapperImpl::getMinLevelForBootstrap() const {
+    return minLevel;
+}
+
+// ---- guards
+
+void BootstrapperImpl::checkBootstrappable(const Ciphertext& in) const {
+    require(in.getEncodingType() == EncodingType::Coefficient || in.getLevel() >= minLevel,
+            message::bootstrapLevelTooLow);
+    require(in.getNumPoly() == 2, message::bootstrapSizeNotTwo);
+    require(in.getRescaleCounter() == 0, message::operandOwesRescale);
+}
+
+void BootstrapperImpl::checkExtendedBootstrappable(const Ciphertext& in) const {
+    require(context_->parameter.has_extended_bootstrap, message::noExtendedBootstrap);
+    require(in.getLevel() >= minLevel + 1, message::extendedLevelTooLow);
+    require(in.getNumPoly() == 2, message::extendedSizeNotTwo);
+    require(in.getRescaleCounter() == 0, message::operandOwesRescale);
+}
+
+// ---- public flows
+
+void BootstrapperImpl::bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
+    requireOnSlots(in);
+    checkBootstrappable(in);
+    bootstrapOnce(in, out, is_complex, 1.0);
+}
+
+void BootstrapperImpl::bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const {
+    requireOnSlots(in);
+    checkBootstrappable(in);
+    bootstrapTwoOutput(in, out_real, out_imag, 1.0);
+}
+
+void BootstrapperImpl::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
+    require(in.getEncodingType() == EncodingType::Coefficient, message::notOnCoefficients);
+    checkBootstrappable(in);
+    bootstrapOnce(in, out, is_complex, 1.0);
+}
+
+void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext& out) const {
+    requireOnSlots(in);
+    if (in.getLevel() < minLevel)
+        throw RuntimeException(message::slotToCoeffLevelTooLow + std::to_string(minLevel));
+    loadBootConstants(in.getLogSlots(), in.getDevice());
+    evaluator_->levelDown(in, minLevel, out);
+    slotToCoeff(out, out);
+    out.setEncodingType(EncodingType::Coefficient);
+    for (u64 i = 0; i < out.getNumPoly(); ++i) context_->primes.backwardNTT(out.getPoly(i), out.getPoly(i));
+}
+
+void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
+    requireOnSlots(in);
+    checkExtendedBootstrappable(in);
+    const u64 logSlots = in.getLogSlots();
+    // The coarse pass, on a message so small that the sine is nearly straight on it.
+    Ciphertext coarse(context_), residual(context_);
+    evaluator_->mult(in, std::pow(2.0, -static_cast<double>(parameter_.extended_high_shift)), coarse);
+    bootstrapOnce(coarse, coarse, is_complex, 1.0);
+    evaluator_->multInteger(coarse, 1L << parameter_.extended_high_shift, coarse);
+    // The fine pass, on what it left over.
+    evaluator_->sub(in, coarse, residual);
+    evaluator_->multInteger(residual, 1L << parameter_.extended_low_shift, residual);
+    residual.setLogSlots(getLogFullSlots(context_)); // so that nothing is folded
+    bootstrapOnce(residual, residual, true,
+                  std::pow(2.0, -static_cast<double>(parameter_.extended_low_shift)));
+    residual.setLogSlots(logSlots);
+    evaluator_->add(coarse, residual, out);
+}
+
+void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out_real,
+                                         Ciphertext& out_imag) const {
+    checkExtendedBootstrappable(in);
+    const u64 logSlots = in.getLogSlots();
+    const auto high = static_cast<double>(parameter_.extended_high_shift);
+    const auto low = static_cast<double>(parameter_.extended_low_shift);
+    Ciphertext real(context_), imag(context_), residual(context_);
+    evaluator_->mult(in, std::pow(2.0, -high), residual);
+    bootstrapTwoOutput(residual, real, imag, std::pow(2.0, high - 1)); // half, for the next step doubles
+    for (Ciphertext* part : {&real, &imag}) {                          // exactly real
+        Ciphertext conjugated(context_);
+        evaluator_->conjugate(*part, conjugated);
+        evaluator_->add(*part, conjugated, *part);
+    }
+    Ciphertext coarse(context_);
+    evaluator_->multImagUnit(imag, coarse);
+    evaluator_->add(real, coarse, coarse);
+    evaluator_->sub(in, coarse, residual);
+    evaluator_->multInteger(residual, 1L << parameter_.extended_low_shift, residual);
+    residual.setLogSlots(getLogFullSlots(context_));
+    bootstrapTwoOutput(residual, out_real, out_imag, std::pow(2.0, -low));
+    out_real.setLogSlots(logSlots);
+    out_imag.setLogSlots(logSlots);
+    evaluator_->add(real, out_real, out_real);
+    evaluator_->add(imag, out_imag, out_imag);
+}
+
+// ---- one pass
+
+void BootstrapperImpl::bootstrapOnce(const Ciphertext& in, Ciphertext& out, bool is_complex,
+                                     double factor) const {
+    if (is_complex) {
+        Ciphertext real(context_), imag(context_);
+        bootstrapTwoOutput(in, real, imag, factor);
+        evaluator_->multImagUnit(imag, imag);
+        evaluator_->add(real, imag, out);
+        return;
+    }
+    Ciphertext t = bootstrapExceptRemoveI(in), conjugated(context_);
+    evaluator_->conjugate(t, conjugated);
+    evaluator_->add(t, conjugated, t);
+    evaluator_->rescale(t);
+    removeI(t, out, factor);
+}
+
+void BootstrapperImpl::bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag,
+                                          double factor) const {
+    const Ciphertext t = bootstrapExceptRemoveI(in);
+    Ciphertext conjugated(context_);
+    evaluator_->conjugate(t, conjugated);
+    evaluator_->add(t, conjugated, out_real);
+    evaluator_->sub(conjugated, t, out_imag);
+    evaluator_->multImagUnit(out_imag, out_imag);
+    evaluator_->rescale(out_real);
+    evaluator_->rescale(out_imag);
+    removeI(out_real, out_real, factor);
+    removeI(out_imag, out_imag, factor);
+}
+
+Ciphertext BootstrapperImpl::bootstrapExceptRemoveI(const Ciphertext& in) const {
+    const u64 logSlots = in.getLogSlots();
+    loadBootConstants(logSlots, in.getDevice());
+    Ciphertext t(context_), turned(context_);
+    if (in.getEncodingType() == EncodingType::Slot) {
+        evaluator_->levelDown(in, minLevel, t);
+        evaluator_->multInteger(t, static_cast<long>(parameter_.pre_raise_factor), t);
+        slotToCoeff(t, t);
+    } else {
+        t = in;
+        t.setEncodingType(EncodingType::Slot);
+        evaluator_->levelDown(t, 0, t);
+        evaluator_->multInteger(t, static_cast<long>(parameter_.pre_raise_factor), t);
+    }
+    raiseModulus(t);
+    // The fold: projects the raised polynomial onto the subring of the message.
+    for (u64 i = logSlots; i < getLogFullSlots(context_); ++i) {
+        evaluator_->leftRotate(t, u64{1} << i, turned);
+        evaluator_->add(t, turned, t);
+    }
+    evaluator_->multInteger(t, static_cast<long>(parameter_.post_raise_factor), t);
+    coeffToSlot(t, t);
+    t.setLogSlots(logSlots);
+    return t;
+}
+
+} // namespace Torvo

@@ -1,0 +1,100 @@
+#pragma once
+
+#include "bootstrap/BootConstants.hpp"
+#include "bootstrap/BootParameter.hpp"
+#include "bootstrap/RadixDecomposition.hpp"
+#include "context/ContextContent.hpp"
+#include "core/Integers.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+#include "evaluator/KeySwitcher.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/HomEvaluator.hpp>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace Torvo {
+
+/// The work behind `Bootstrapper`, whose documentation holds for the members of the same name. Units:
+/// BootstrapperImpl (construction, guards, public flows), BootstrapperTransforms (stage procedure, modulus
+/// raise), BootstrapperSine (cosine, arcsine, removal of the multiples of the base prime),
+/// BootstrapperEncapsulation (the switches around the raise).
+class BootstrapperImpl {
+public:
+    /// Constants for `log_slots`, or for full slots when it is empty.
+    BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse,
+                     std::optional<u64> log_slots, bool sequential_rotations);
+
+    bool isBootstrapReady(u64 log_slots) const;
+    void makeBootConstants(u64 log_slots);
+    void loadBootConstants(u64 log_slots, const Device& device) const;
+    u64 getLevelAfterFullSlotBootstrap() const;
+    u64 getMinLevelForBootstrap() const;
+
+    void bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex) const;
+    void bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
+    void bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex) const;
+    void bootstrapExtended(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
+    void levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext& out) const;
+    void halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex) const;
+
+    // The phases, in the order in which they run. `factor` multiplies the final values.
+
+    void checkBootstrappable(const Ciphertext& in) const;
+    void checkExtendedBootstrappable(const Ciphertext& in) const;
+    void bootstrapOnce(const Ciphertext& in, Ciphertext& out, bool is_complex, double factor) const;
+    void bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag,
+                            double factor) const;
+    /// Everything up to the sine; one rescale is still owed.
+    Ciphertext bootstrapExceptRemoveI(const Ciphertext& in) const;
+    void slotToCoeff(const Ciphertext& in, Ciphertext& out) const;
+    /// From the dense secret to the sparse one, at level 0; `ntt` is the form in which `out` is left.
+    void switchKeyDTS(const Ciphertext& in, Ciphertext& out, bool ntt) const;
+    /// From the sparse secret back to the dense one.
+    void switchKeySTD(const Ciphertext& in, Ciphertext& out, bool ntt) const;
+    /// The modulus raise: residues of the base prime, read as centred, written to every prime.
+    void levelRecover(const Ciphertext& in, Ciphertext& out) const;
+    void coeffToSlot(const Ciphertext& in, Ciphertext& out) const;
+    /// factor * q0 * sin(2 pi x / q0) / (2 pi * pre_raise_factor) of the raised value x.
+    void removeI(const Ciphertext& in, Ciphertext& out, double factor) const;
+    void cosineApprox(const Ciphertext& in, Ciphertext& out, double factor) const;
+    void arcsineApprox(const Ciphertext& in, Ciphertext& out, u64 degree, double factor) const;
+
+    const BootParameter& getParameter() const { return parameter_; }
+
+private:
+    const BootConstants& constants(u64 log_slots) const;
+    double primeZero() const { return static_cast<double>(context_->primes.getPrime(0)); }
+    void raiseModulus(Ciphertext& t) const;
+
+    // One stage of a linear transform, by baby steps and giant steps.
+    void applyStage(const RadixDecomposition& plan, u64 stage, const std::vector<Plaintext>& diagonals,
+                    Ciphertext& x) const;
+    std::vector<Ciphertext> babyRotations(const RadixDecomposition& plan, u64 stage,
+                                          const Ciphertext& x) const;
+    std::vector<Ciphertext> groupSums(const RadixDecomposition& plan, u64 stage,
+                                      const std::vector<Plaintext>& diagonals,
+                                      const std::vector<Ciphertext>& turned) const;
+    void combineInSequence(const RadixDecomposition& plan, u64 stage, const std::vector<Ciphertext>& sums,
+                           Ciphertext& x) const;
+    /// Stands in for the stages that a short transform lacks: all but `stages` of three multiplications.
+    void multiplyForMissingStages(Ciphertext& x, u64 stages) const;
+
+    void doubleAngles(Ciphertext& x, double amplitude) const;
+    std::shared_ptr<SparseSecretEncapsulationKey> encapsulationKey() const;
+
+    Context context_;
+    std::shared_ptr<HomEvaluatorImpl> evaluator_;
+    BootParameter parameter_;
+    std::map<u64, std::unique_ptr<BootConstants>> boot_constants_;
+    std::optional<Context> context_sparse_;
+    std::optional<KeySwitcher> sparse_key_switcher_;
+    bool sequential_rotations_;
+};
+
+} // namespace Torvo
