@@ -51,6 +51,17 @@ public:
     /// held already or the index comes to 0.
     void genRotKeyIfNotExist(long index) const;
 
+    /// The rotation keys for bootstrapping messages of 2^logSlots slots, unless they are held already.
+    /// @param compact  false: a key for each index of the plan; true: the few that rotations one after the
+    ///                 other need. The same value goes to `Bootstrapper` as `sequential_rotations`
+    /// @throws RuntimeException "The parameter dose not support bootstrap."
+    void genRotKeysForBootstrap(unsigned long logSlots, bool compact = false) const;
+    /// The keys between the secret and a new sparse one that nobody keeps, for bootstrapping with sparse
+    /// secret encapsulation; replaces those held.
+    /// @throws RuntimeException "Key Generator is not constructed for the parameter supporting sparse secret
+    ///         encapsulation" without a second context
+    void genSparseSecretEncapsulationKey() const;
+
     /// The pack that the keys go to.
     const KeyPack& getKeyPack() const;
     /// Writes the keys held into a key directory, as `KeyPack::save`.

@@ -1,6 +1,7 @@
 #pragma once
 
 /// Everything that an application needs.
+#include <Torvo/Bootstrapper.hpp>
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Context.hpp>
 #include <Torvo/CudaTools.hpp>

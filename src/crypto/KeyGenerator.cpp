@@ -53,6 +53,14 @@ void KeyGenerator::genRotKeyIfNotExist(long index) const {
     impl_->genRotKeyIfNotExist(index);
 }
 
+void KeyGenerator::genRotKeysForBootstrap(unsigned long logSlots, bool compact) const {
+    impl_->genRotKeysForBootstrap(logSlots, compact);
+}
+
+void KeyGenerator::genSparseSecretEncapsulationKey() const {
+    impl_->genSparseSecretEncapsulationKey();
+}
+
 const KeyPack& KeyGenerator::getKeyPack() const {
     return keyPack_;
 }

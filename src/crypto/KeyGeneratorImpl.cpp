@@ -49,11 +49,17 @@ const SecretKey& KeyGeneratorImpl::secretKey() const {
     return *secretKey_;
 }
 
+void KeyGeneratorImpl::fillSwitchingKey(const Context& context, const RNSDecomposeData& decomposeData,
+                                        EvaluationKey& key, const Polynomial& sFrom,
+                                        const Polynomial& sTo) const {
+    Polynomial* ax = key.getAxIter(Device{});
+    genSwitchingKeyAxWithGerm(context, ax);
+    genSwitchingKeyBx(context, decomposeData, sFrom, sTo, ax, key.getBxIter(Device{}));
+}
+
 std::shared_ptr<EvaluationKey> KeyGeneratorImpl::switchingKey(std::unique_ptr<EvaluationKey> key,
                                                               const Polynomial& sFrom) const {
-    Polynomial* ax = key->getAxIter(Device{});
-    genSwitchingKeyAxWithGerm(context_, ax);
-    genSwitchingKeyBx(context_, decomposeData_, sFrom, secretKey().getSx(0), ax, key->getBxIter(Device{}));
+    fillSwitchingKey(context_, decomposeData_, *key, sFrom, secretKey().getSx(0));
     return key;
 }
 
@@ -104,6 +110,28 @@ void KeyGeneratorImpl::genRotKeyIfNotExist(long index) const {
     secretKey();
     const u64 left = static_cast<u64>(index) & (context_->parameter.num_slots - 1);
     if (left != 0) genRotKeyUnlessLoaded(left);
+}
+
+void KeyGeneratorImpl::genRotKeysForBootstrap(u64 logSlots, bool compact) const {
+    secretKey();
+    for (const long index : context_->getRotIndicesForBootstrap(logSlots, compact))
+        genRotKeyIfNotExist(index);
+}
+
+void KeyGeneratorImpl::genSparseSecretEncapsulationKey() const {
+    const SecretKey& dense = secretKey();
+    require(decomposeDataSparse_.has_value(), message::keyGeneratorWithoutSparseContext);
+    keyPack_->sparseKey.replace([&] {
+        // The same coefficients under both rings; the sparse secret is forgotten with this call.
+        const SecretKey denseInSparse(contextSparse_, dense.getCoefficients());
+        const SecretKey sparse(contextSparse_);
+        const SecretKey sparseInMain(context_, sparse.getCoefficients());
+        auto key = makeEmptySparseSecretEncapsulationKey(context_, contextSparse_);
+        fillSwitchingKey(contextSparse_, *decomposeDataSparse_, *key->getDTSPart(), denseInSparse.getSx(0),
+                         sparse.getSx(0));
+        fillSwitchingKey(context_, decomposeData_, *key->getSTDPart(), sparseInMain.getSx(0), dense.getSx(0));
+        return std::shared_ptr<SparseSecretEncapsulationKey>(std::move(key));
+    });
 }
 
 void KeyGeneratorImpl::genRotKeyUnlessLoaded(u64 index) const {

@@ -27,6 +27,8 @@ public:
     void genRightRotKey(u64 index) const;
     void genRotKeyBundle() const;
     void genRotKeyIfNotExist(long index) const;
+    void genRotKeysForBootstrap(u64 logSlots, bool compact) const;
+    void genSparseSecretEncapsulationKey() const;
     void flushKeyPack(std::shared_ptr<KeyPackImpl> keyPack);
 
 private:
@@ -36,6 +38,9 @@ private:
     /// An empty key, filled with the switch from `sFrom` to the secret key.
     std::shared_ptr<EvaluationKey> switchingKey(std::unique_ptr<EvaluationKey> key,
                                                 const Polynomial& sFrom) const;
+    /// Fills `key`, of `context`, with the switch from `sFrom` to `sTo`.
+    void fillSwitchingKey(const Context& context, const RNSDecomposeData& decomposeData, EvaluationKey& key,
+                          const Polynomial& sFrom, const Polynomial& sTo) const;
     void genRotKeyUnlessLoaded(u64 index) const;
     /// @throws RuntimeException "Wrong rotation index"
     void requireRotation(u64 index) const;

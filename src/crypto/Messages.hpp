@@ -46,6 +46,8 @@ inline constexpr const char* keyGeneratorOtherSparseContext =
     "[KeyGenerator] parameter of context and context_sparse does not match";
 inline constexpr const char* keyGeneratorWithoutSecretKey =
     "[KeyGenerator] The KeyGenerator was constructed without a default secret key";
+inline constexpr const char* keyGeneratorWithoutSparseContext =
+    "Key Generator is not constructed for the parameter supporting sparse secret encapsulation";
 inline constexpr const char* wrongRotationIndex = "Wrong rotation index";
 
 } // namespace Torvo::message
