@@ -24,8 +24,8 @@ public:
     /// gadget_rank.
     bool operator==(const ContextContent& other) const;
 
-    /// The signed rotation indices that bootstrapping at `log_slots` needs, in ascending order; `compact`: for
-    /// rotations taken one after the other. Defined beside the plan of the stages.
+    /// The signed rotation indices that bootstrapping at `log_slots` needs, in ascending order; `compact`:
+    /// for rotations taken one after the other. Defined beside the plan of the stages.
     /// @throws RuntimeException "The parameter dose not support bootstrap."
     std::set<long> getRotIndicesForBootstrap(u64 log_slots, bool compact) const;
 
