@@ -13,6 +13,10 @@ namespace Torvo {
 
 /// Decrypts with the secret key. Thread-safe on different outputs.
 ///
+/// The output may have been used for anything before; it takes level, log slots and rescale counter from the
+/// ciphertext, and a plaintext comes out in NTT form. A ciphertext out of NTT form is transformed on the way,
+/// in a copy.
+///
 /// The low bits of a decrypted message are noise that depends on the secret key: do not publish raw
 /// decryptions, nor hand them to whoever chose the ciphertexts (SECURITY.md).
 ///

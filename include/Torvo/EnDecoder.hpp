@@ -13,7 +13,8 @@ namespace Torvo {
 ///
 /// A plaintext at level l that owes r rescales carries its message at scale 2^log_scale[l - r], multiplied by
 /// the r primes it is to lose (scales: `getDefaultScaleFactorList`). Rounding is to the nearest integer, half
-/// away from zero; so the error of a slot is about sqrt(degree / 12) / scale. Thread-safe.
+/// away from zero; so the error of a slot is about sqrt(degree / 12) / scale. A negative counter is refused
+/// with "Rescale counter should be greater than or equal to zero". Thread-safe.
 class TORVO_API EnDecoder {
 public:
     explicit EnDecoder(const Context& context);
@@ -28,20 +29,26 @@ public:
     Plaintext encode(const Message& message, unsigned long level, int rescale_counter = 0) const;
     /// The same, left in coefficient form.
     Plaintext encodeWithoutNTT(const Message& message, unsigned long level, int rescale_counter = 0) const;
-    /// Puts reals on the coefficients directly, at regular strides, without the embedding. The plaintext
-    /// counts as `coefficients.size() / 2` slots.
+    /// Puts reals on the coefficients directly, at regular strides, without the embedding, and leaves them
+    /// there. The plaintext counts as `coefficients.size() / 2` slots.
     /// @param coefficients  a power-of-two count from 2 to the degree
     /// @throws RuntimeException in this order: "[encode] The target level is greater than the maximum
     /// possible
-    ///         level"; "[encode] The message size should be a power of two" (above the degree); "[encode] The
-    ///         target rescale counter should be less than or equal to the target level."
+    ///         level"; "[encode] Cannot encode a message with a size less than 2"; "[encode] The message size
+    ///         should be a power of two" (above the degree); "[encode] The target rescale counter should be
+    ///         less than or equal to the target level."; "[embeddingToN] The degree of polynomial should be
+    ///         divided by the size of message."
     Plaintext encodeWithoutNTT(const std::vector<double>& coefficients, unsigned long level,
                                int rescale_counter = 0) const;
 
     /// The message of a plaintext, after the rescales it owes. Reads at most two primes, so the scaled values
-    /// must stay below half the product of primes 0 and 1 (below half of prime 0 at level 0).
+    /// must stay below half the product of primes 0 and 1 (below half of prime 0 when it comes down to level
+    /// 0). The message comes to be where the plaintext is.
+    /// @throws RuntimeException "[encode] Message size is too large." for more slots than the ring has, then
+    ///         "Rescale counter should be less than or equal to the level"
     Message decode(const Plaintext& plaintext) const;
     /// The coefficients under the message: `2 << log_slots` reals, the values before the embedding.
+    /// Throws as `decode`.
     std::vector<double> decodeWithoutFFT(const Plaintext& plaintext) const;
 
 private:

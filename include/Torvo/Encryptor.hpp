@@ -15,6 +15,9 @@ namespace Torvo {
 /// Encrypts under the public key of a pack (RLWE) or under a secret key (RLWE and MLWE), with randomness of
 /// the calling thread. Thread-safe on different outputs. The input is never changed.
 ///
+/// The output may have been used for anything before. It comes out on slots and in NTT form (but for the
+/// coefficient forms), at the level of the plaintext, with its log slots and rescale counter.
+///
 /// Forms without level and rescale counter take the encryption level and 0. Encoding errors are those of
 /// `EnDecoder::encode`.
 class TORVO_API Encryptor {
@@ -43,7 +46,7 @@ public:
     /// Puts reals on the coefficients; the ciphertext comes out coefficient-encoded and out of NTT form.
     /// @throws RuntimeException "[encode] Cannot encode a message with a size less than 2", then "[encode]
     /// The
-    ///         message size should be a power of two"
+    ///         message size should be a power of two", then as encoding and encryption do
     template <EncryptionType E>
     void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
                  CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const;

@@ -2,7 +2,6 @@
 
 #include "context/ContextContent.hpp"
 #include "crypto/RandomSampler.hpp"
-#include "crypto/SecretPolynomial.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
@@ -469,7 +468,7 @@ TEST(Encryptor, RefusesCoefficientsInTheOrderOfTheRules) {
         "[encode] The target rescale counter should be less than or equal to the target level.");
 }
 
-// ---- threads and secrets
+// ---- threads
 
 TEST(Encryptor, ServesManyThreads) {
     const Plaintext plaintext = samplePlaintexts(fx())[4];
@@ -486,14 +485,6 @@ TEST(Encryptor, ServesManyThreads) {
         EXPECT_LE(test::largestOf(error), bound);
         for (u64 j = 0; j < i; ++j) EXPECT_FALSE(sameWords(outputs[i].getPoly(1), outputs[j].getPoly(1)));
     }
-}
-
-TEST(SecretPolynomial, HasTheRowsOfItsLevel) {
-    const SecretPolynomial plain(fx().context, false, 3), modUp(fx().context, true, 3);
-    EXPECT_EQ(plain.getLevel(), 3U);
-    EXPECT_EQ(plain.getData().size(), 4U * 64);
-    EXPECT_EQ(modUp.getLevel(), 3U);
-    EXPECT_EQ(modUp.getData().size(), 30U * 64);
 }
 
 } // namespace
