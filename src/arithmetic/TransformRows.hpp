@@ -115,6 +115,7 @@ template <int range, class L>
 /// One forward stage of distance t >= L::width on the words of `groups`; group g works on [2tg, 2tg + 2t).
 template <class L>
 void forwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 p = tables.p;
     const u64 m = tables.degree / (2 * t);
     for (u64 g = groups.begin; g < groups.end; ++g) {
         const auto w = splat<L>(tables.twiddle(m + g));
@@ -122,7 +123,7 @@ void forwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) {
         for (u64 j = 0; j < t; j += L::width) {
             auto x0 = L::load(x + j);
             auto x1 = L::load(x + j + t);
-            forwardButterfly<L>(x0, x1, w, tables.p);
+            forwardButterfly<L>(x0, x1, w, p);
             L::store(x + j, x0);
             L::store(x + j + t, x1);
         }
@@ -133,6 +134,7 @@ void forwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) {
 /// t.
 template <class L>
 void forwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 p = tables.p;
     const u64 m = tables.degree / (2 * t);
     const u64 quarter = t / 2;
     for (u64 g = groups.begin; g < groups.end; ++g) {
@@ -145,10 +147,10 @@ void forwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& table
             auto x1 = L::load(x + j + quarter);
             auto x2 = L::load(x + j + 2 * quarter);
             auto x3 = L::load(x + j + 3 * quarter);
-            forwardButterfly<L>(x0, x2, w, tables.p);
-            forwardButterfly<L>(x1, x3, w, tables.p);
-            forwardButterfly<L>(x0, x1, wLow, tables.p);
-            forwardButterfly<L>(x2, x3, wHigh, tables.p);
+            forwardButterfly<L>(x0, x2, w, p);
+            forwardButterfly<L>(x1, x3, w, p);
+            forwardButterfly<L>(x0, x1, wLow, p);
+            forwardButterfly<L>(x2, x3, wHigh, p);
             L::store(x + j, x0);
             L::store(x + j + quarter, x1);
             L::store(x + j + 2 * quarter, x2);
@@ -160,6 +162,7 @@ void forwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& table
 /// One backward stage of distance t >= L::width, t < N/2, on the words of `groups`.
 template <class L>
 void backwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 p = tables.p;
     const u64 base = backwardBase(tables.degree, t);
     for (u64 g = groups.begin; g < groups.end; ++g) {
         const auto w = splat<L>(tables.twiddle(base + g));
@@ -167,7 +170,7 @@ void backwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) 
         for (u64 j = 0; j < t; j += L::width) {
             auto x0 = L::load(x + j);
             auto x1 = L::load(x + j + t);
-            backwardButterfly<L>(x0, x1, w, tables.p);
+            backwardButterfly<L>(x0, x1, w, p);
             L::store(x + j, x0);
             L::store(x + j + t, x1);
         }
@@ -178,6 +181,7 @@ void backwardStage(u64* a, u64 t, Groups groups, const TransformTables& tables) 
 /// distance 2t.
 template <class L>
 void backwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& tables) {
+    const u64 p = tables.p;
     const u64 base = backwardBase(tables.degree, t);
     const u64 nextBase = backwardBase(tables.degree, 2 * t);
     for (u64 g = groups.begin; g < groups.end; ++g) {
@@ -190,10 +194,10 @@ void backwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& tabl
             auto x1 = L::load(x + j + t);
             auto x2 = L::load(x + j + 2 * t);
             auto x3 = L::load(x + j + 3 * t);
-            backwardButterfly<L>(x0, x1, wLow, tables.p);
-            backwardButterfly<L>(x2, x3, wHigh, tables.p);
-            backwardButterfly<L>(x0, x2, w, tables.p);
-            backwardButterfly<L>(x1, x3, w, tables.p);
+            backwardButterfly<L>(x0, x1, wLow, p);
+            backwardButterfly<L>(x2, x3, wHigh, p);
+            backwardButterfly<L>(x0, x2, w, p);
+            backwardButterfly<L>(x1, x3, w, p);
             L::store(x + j, x0);
             L::store(x + j + t, x1);
             L::store(x + j + 2 * t, x2);
