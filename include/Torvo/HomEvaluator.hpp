@@ -34,10 +34,9 @@ class HomEvaluatorImpl;
 ///   - "The operand have to encode the message on its slots": coefficient-encoded operand;
 ///   - "The operands have to encode the message on its slots": the same, in `sub`, `tensor` and `mult` of two
 ///     ciphertexts;
-///   - "Two operands have different logSlots", "Two operands have different RescaleCounter", "Two operands
-///   are
-///     in different devices", "Two operands are encoding messages in different way": operands that do not
-///     match, tested in this order;
+///   - "Two operands have different logSlots", "Two operands have different RescaleCounter",
+///     "Two operands are in different devices", "Two operands are encoding messages in different way":
+///     operands that do not match, tested in this order;
 ///   - "The level of the operand is zero": no prime left to rescale by;
 ///   - "The Operand should have rescale counter zero", "The Operands should have rescale counter zero":
 ///     multiplication of operands that owe a rescale;
@@ -93,9 +92,9 @@ public:
     /// @throws RuntimeException "[rescale] Rescale Counter of the Plaintext is zero or less"
     void rescale(Plaintext& inOut) const;
     /// Multiplies by the prime of the next level: owes one rescale more, one level higher.
-    /// @throws RuntimeException "[inverseRescale] Cannot inverseRescale when the level is greater than or
-    /// equal
-    ///         to the maximum level"
+    /// @throws RuntimeException
+    ///   "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum
+    ///   level"
     void inverseRescale(Plaintext& inOut) const;
     /// Decodes and encodes again at `targetLevel`.
     /// @throws RuntimeException "[relevel] target_level too big"
@@ -163,9 +162,9 @@ public:
     template <EncryptionType E>
     void rescale(CiphertextBase<E>& inOut) const;
     /// Multiplies by the prime of the next level: owes one rescale more, one level higher.
-    /// @throws RuntimeException "[inverseRescale] Cannot inverseRescale when the level is greater than or
-    /// equal
-    ///         to the maximum level"
+    /// @throws RuntimeException
+    ///   "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum
+    ///   level"
     void inverseRescale(Ciphertext& inOut) const;
 
     /// Brings a ciphertext to `targetLevel`, at the cost of one multiplication by a constant.
@@ -199,25 +198,25 @@ public:
     /// Slot i of the output is slot i + index of the input, cyclically. Without the key for `index` the
     /// rotation is composed of rotations by powers of two, at one key switch each.
     /// @throws RuntimeException "[Load Rotation Key] no left rotation key for index " and the index, when
-    /// even
-    ///         those are missing
+    ///         even those are missing; the output is then as it was
     void leftRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
     void rightRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
+    /// The encoding type of `out` stays as it was.
     /// @throws RuntimeException "Failed to load the conjugation key"
     void conjugate(const Ciphertext& in, Ciphertext& out) const;
     /// The real parts. Spends one level.
     void killImag(const Ciphertext& in, Ciphertext& out) const;
     /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with about log2(count) rotations; a count of 0
-    /// gives the ciphertext itself.
+    /// gives the ciphertext itself. `count` is at most 2^63.
     void leftRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
                           Ciphertext& out) const;
     void rightRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
                            Ciphertext& out) const;
     /// Sum over k of `cts[k]` rotated to the left by `indices[k]`, with one division by the temporary primes
     /// for all of them. Needs the key of every index that is not 0.
-    /// @throws RuntimeException "ctxt and rot_idx have different size."; "Failed to load the left rotation
-    /// key
-    ///         for index " and the index
+    /// All must be of one level and match in what sums ask for.
+    /// @throws RuntimeException "ctxt and rot_idx have different size.";
+    ///         "Failed to load the left rotation key for index " and the index
     void rotSum(const std::vector<Ciphertext>& cts, const std::vector<unsigned long>& indices,
                 Ciphertext& out) const;
     /// @}
