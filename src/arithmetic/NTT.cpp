@@ -140,8 +140,9 @@ NTT::NTT(unsigned long degree, unsigned long prime)
     degreeInverse_ = rows::makeShoupConstant(degreeInverse, prime);
     degreeInverseRoot_ =
         rows::makeShoupConstant(modulus.mult(degreeInverse, inversePowerTable_[degree - 1]), prime);
-    if (runsAVX2()) initAVX2Constants();
-    if (runsAVX2() && detail::processorHasFMA() && prime <= greatestFloatPrime) initFMAConstants();
+    if (!runsAVX2()) return;
+    initAVX2Constants();
+    if (detail::processorHasFMA() && prime <= greatestFloatPrime) initFMAConstants();
 }
 
 void NTT::initAVX2Constants() {

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <bit>
 #include <optional>
+#include <thread>
 
 namespace Torvo::test {
 namespace {
@@ -266,6 +267,21 @@ TEST_P(Ntt, IsLinear) {
     ntt.computeForward<1>(b.data());
     ntt.computeForward<1>(sum.data());
     for (u64 i = 0; i < n; ++i) ASSERT_EQ(sum[i], wideAdd(a[i], b[i], p)) << i;
+}
+
+TEST_P(Ntt, ServesManyThreadsAtOnce) {
+    SCOPED_TRACE(random_.describe());
+    const u64 n = 4096;
+    const NTT ntt(n, 0x7fffffc900001);
+    std::vector<std::vector<u64>> rows, expected;
+    for (int i = 0; i < 8; ++i) {
+        rows.push_back(random_.row(n, ntt.getPrime()));
+        expected.push_back(forwardByRule(ntt.getPowerTable(), rows.back(), ntt.getPrime(), 1));
+    }
+    std::vector<std::thread> threads;
+    for (auto& row : rows) threads.emplace_back([&] { ntt.computeForward<1>(row.data()); });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(rows, expected);
 }
 
 // ---- single stages
