@@ -6,6 +6,7 @@
 #include <Torvo/Export.hpp>
 #include <Torvo/HomEvaluator.hpp>
 
+#include <concepts>
 #include <memory>
 #include <set>
 
@@ -28,18 +29,23 @@ class BootstrapperImpl;
 /// raise, coefficients to slots (three levels), sine.
 class TORVO_API Bootstrapper {
 public:
-    /// Builds the constants for full slots.
+    /// Builds the constants for full slots. The flag is a `bool` and nothing that only converts to one, so
+    /// that a number in its place is a `log_slots`.
     /// @param sequential_rotations  false: a rotation key for each index, batched rotations, fast; true: few
     ///                              keys, one rotation after the other, slow and small
     /// @throws RuntimeException "The Parameter does not support bootstrap"
-    explicit Bootstrapper(const HomEvaluator& eval, bool sequential_rotations = false);
+    template <std::same_as<bool> Flag = bool>
+    explicit Bootstrapper(const HomEvaluator& eval, Flag sequential_rotations = false)
+        : Bootstrapper(eval, getLogFullSlots(eval.getContext()), sequential_rotations) {}
     /// Builds the constants for `log_slots`.
     /// @throws RuntimeException also "log_slots should not exceed " and log2 of the number of slots
     Bootstrapper(const HomEvaluator& eval, unsigned long log_slots, bool sequential_rotations = false);
     /// With a second context for sparse secret encapsulation.
     /// @throws RuntimeException also "[Bootstrapper] context does not support sparse secret encapsulation",
     ///         "[Bootstrapper] parameter of context and context_sparse does not match"
-    Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, bool sequential_rotations = false);
+    template <std::same_as<bool> Flag = bool>
+    Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, Flag sequential_rotations = false)
+        : Bootstrapper(eval, context_sparse, getLogFullSlots(eval.getContext()), sequential_rotations) {}
     Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, unsigned long log_slots,
                  bool sequential_rotations = false);
 

@@ -4,14 +4,8 @@
 
 namespace Torvo {
 
-Bootstrapper::Bootstrapper(const HomEvaluator& eval, bool sequential_rotations)
-    : impl_(std::make_shared<BootstrapperImpl>(eval, std::nullopt, std::nullopt, sequential_rotations)) {}
-
 Bootstrapper::Bootstrapper(const HomEvaluator& eval, unsigned long log_slots, bool sequential_rotations)
     : impl_(std::make_shared<BootstrapperImpl>(eval, std::nullopt, log_slots, sequential_rotations)) {}
-
-Bootstrapper::Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, bool sequential_rotations)
-    : impl_(std::make_shared<BootstrapperImpl>(eval, context_sparse, std::nullopt, sequential_rotations)) {}
 
 Bootstrapper::Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, unsigned long log_slots,
                            bool sequential_rotations)

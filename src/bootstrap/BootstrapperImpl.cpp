@@ -36,7 +36,7 @@ u64 levelsOfArcsine(u64 degree) {
 } // namespace
 
 BootstrapperImpl::BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse,
-                                   std::optional<u64> log_slots, bool sequential_rotations)
+                                   u64 log_slots, bool sequential_rotations)
     : context_(eval.getContext()), evaluator_(eval.getImpl()), parameter_(context_),
       context_sparse_(std::move(context_sparse)), sequential_rotations_(sequential_rotations) {
     if (context_sparse_) sparse_key_switcher_.emplace(*context_sparse_);
@@ -48,7 +48,7 @@ BootstrapperImpl::BootstrapperImpl(const HomEvaluator& eval, std::optional<Conte
                 message::encapsulationMismatch);
     }
     boot_constants_[0] = nullptr; // one slot needs no matrices
-    makeBootConstants(log_slots.value_or(getLogFullSlots(context_)));
+    makeBootConstants(log_slots);
 }
 
 // ---- constants

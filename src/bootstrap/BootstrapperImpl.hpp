@@ -26,9 +26,8 @@ namespace Torvo {
 /// BootstrapperEncapsulation (the switches around the raise).
 class BootstrapperImpl {
 public:
-    /// Constants for `log_slots`, or for full slots when it is empty.
-    BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse,
-                     std::optional<u64> log_slots, bool sequential_rotations);
+    BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse, u64 log_slots,
+                     bool sequential_rotations);
 
     bool isBootstrapReady(u64 log_slots) const;
     void makeBootConstants(u64 log_slots);
