@@ -24,6 +24,13 @@ double largestError(const Message& a, const Message& b) {
     return largest;
 }
 
+/// The index with its lowest `bits` bits in reverse order.
+unsigned long reversed(unsigned long index, unsigned long bits) {
+    unsigned long result = 0;
+    for (unsigned long b = 0; b < bits; ++b) result |= (index >> b & 1) << (bits - 1 - b);
+    return result;
+}
+
 } // namespace
 
 int main() {
@@ -58,15 +65,17 @@ int main() {
                 std::log2(largestError(before, message)));
 
     // First half: from slots to coefficients. The last three levels go into a DFT after which the polynomial
-    // itself has the message as its coefficients: the real parts, then the imaginary parts.
+    // itself has the message as its coefficients: the real parts, then the imaginary parts, each in
+    // bit-reversed order, which the way back undoes.
     double seconds =
         example::timed("slots to coefficients", [&] { bootstrapper.slotToCoeff(exhausted, coefficients); });
     std::vector<double> values;
     decryptor.decrypt(coefficients, secretKey, values);
     double error = 0;
     for (unsigned long i = 0; i < message.getSize(); ++i) {
-        error = std::max(error, std::abs(values[i] - before[i].real()));
-        error = std::max(error, std::abs(values[i + message.getSize()] - before[i].imag()));
+        const unsigned long k = reversed(i, logSlots);
+        error = std::max(error, std::abs(values[k] - before[i].real()));
+        error = std::max(error, std::abs(values[k + message.getSize()] - before[i].imag()));
     }
     std::printf("level %lu: on its coefficients, error 2^%.1f (%.1f s)\n", coefficients.getLevel(),
                 std::log2(error), seconds);
