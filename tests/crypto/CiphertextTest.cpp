@@ -276,6 +276,12 @@ TEST(Ciphertext, RefusesToCopyFromAboveTheTopOfTheOtherContext) {
     EXPECT_EQ(Ciphertext(longerContext(), Ciphertext(smallContext())).getLevel(), 1U);
 }
 
+TEST(Ciphertext, RefusesToCopyASingleElement) {
+    Ciphertext single(longerContext());
+    single.getPolys().setSize(1);
+    EXPECT_REFUSED(Ciphertext(smallContext(), single), "The size of a ciphertext should be greater than 1");
+}
+
 TEST(Ciphertext, RefusesToCopyFromARingOfAnotherDegree) {
     static const Context wide = makeContext(7, 2, 50, 40, 60, 2);
     EXPECT_REFUSED(Ciphertext(smallContext(), Ciphertext(wide)), levelDoesNotFit);
