@@ -1,0 +1,244 @@
+#include "bootstrap/BootConstants.hpp"
+
+#include "bootstrap/RadixDecomposition.hpp"
+#include "support/BootScheme.hpp"
+#include "support/Contexts.hpp"
+#include "support/Expect.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <memory>
+#include <numbers>
+#include <stdexcept>
+#include <vector>
+
+namespace Torvo {
+namespace {
+
+using Complex = std::complex<double>;
+using Wide = std::complex<long double>;
+using Slots = std::vector<Wide>;
+
+constexpr Device cpu{}, otherCpu{DeviceType::CPU, 1};
+
+/// A context of at least `logSlots` slots and just three levels above 0, which is all that constants need.
+Context smallContext(u64 logSlots) {
+    return makeContext(std::max<u64>(6, logSlots + 1), 4, 58, 55, 58, 2);
+}
+
+BootConstants makeConstants(const Context& context, u64 logSlots, double inverse = 1.0, double forward = 1.0) {
+    return BootConstants(logSlots, inverse, forward, context, std::make_shared<EnDecoder>(context));
+}
+
+Slots turned(const Slots& x, long left) {
+    const auto n = static_cast<long>(x.size());
+    Slots out(x.size());
+    for (long i = 0; i < n; ++i)
+        out[static_cast<u64>(i)] = x[static_cast<u64>(((i + left) % n + n) % n)];
+    return out;
+}
+
+/// What one stage does to the slots: the sum over k of the rotation by (k - giant / 2) * gap of the sum over
+/// j of P[k * baby + j] times the rotation by j * step. A stage after the first has no P for k = j = 0.
+Slots applyStage(const Context& context, u64 logSlots, u64 stage, const std::vector<Plaintext>& P,
+                 const Slots& x) {
+    const EnDecoder encoder(context);
+    const RadixDecomposition plan(logSlots);
+    const auto baby = static_cast<long>(plan.babySteps[stage]), giant = static_cast<long>(plan.giantSteps[stage]);
+    const auto step = static_cast<long>(plan.step[stage]);
+    const long skipped = stage == 0 ? 0 : 1;
+    Slots out(x.size());
+    for (long k = 0; k < giant; ++k) {
+        Slots sum(x.size());
+        for (long j = k == 0 ? skipped : 0; j < baby; ++j) {
+            const Message diagonal = encoder.decode(P[static_cast<u64>(k * baby + j - skipped)]);
+            const Slots rotated = turned(x, j * step);
+            for (u64 i = 0; i < x.size(); ++i) sum[i] += Wide(diagonal[i]) * rotated[i];
+        }
+        const Slots group = turned(sum, (k - giant / 2) * baby * step);
+        for (u64 i = 0; i < x.size(); ++i) out[i] += group[i];
+    }
+    return out;
+}
+
+/// Slot j of the polynomial with coefficients Re u_k at k and Im u_k at k + n: its value at the 4n-th root of
+/// unity to the power 5^j, where X^n is i. That is the sum of u_k * root^k; and x holds u_k at the bit
+/// reversal of k.
+Slots denseForward(const Slots& x, u64 logSlots) {
+    const u64 n = x.size();
+    Slots out(n);
+    for (u64 j = 0, power = 1; j < n; ++j, power = power * 5 % (4 * n))
+        for (u64 k = 0; k < n; ++k) {
+            const long double angle = 2 * std::numbers::pi_v<long double> *
+                                      static_cast<long double>(power * k % (4 * n)) / (4 * n);
+            out[j] += x[test::reversedSlot(k, logSlots)] * std::polar(1.0L, angle);
+        }
+    return out;
+}
+
+Slots denseInverse(const Slots& z, u64 logSlots) {
+    const u64 n = z.size();
+    Slots out(n);
+    for (u64 j = 0, power = 1; j < n; ++j, power = power * 5 % (4 * n))
+        for (u64 k = 0; k < n; ++k) {
+            const long double angle = 2 * std::numbers::pi_v<long double> *
+                                      static_cast<long double>(power * k % (4 * n)) / (4 * n);
+            out[test::reversedSlot(k, logSlots)] +=
+                z[j] * std::polar(1.0L, -angle) / static_cast<long double>(n);
+        }
+    return out;
+}
+
+long double largestDistance(const Slots& a, const Slots& b, long double factor) {
+    long double largest = 0;
+    for (u64 i = 0; i < a.size(); ++i) largest = std::max(largest, std::abs(a[i] - factor * b[i]));
+    return largest;
+}
+
+// Diagonals are numbers of modulus at most 1, encoded at a scale near 2^55 with roundings whose sum over 2n
+// coefficients is below 2^11 / 2, merged in doubles with a relative error of a few 2^-53; a stage adds up at
+// most 32 of them, and three stages of the forward transform of 2^10 slots of modulus up to sqrt(2) make
+// values up to 2^10.5. So each stage is off by less than 32 * 2^-44 of its largest value, all together by less
+// than 2^-26 forward and 2^-36 backward, where values stay below sqrt(2).
+TEST(BootConstants, StagesMakeTheDenseTransformInBothDirections) {
+    for (u64 logSlots = 1; logSlots <= 10; ++logSlots) {
+        SCOPED_TRACE(logSlots);
+        const Context context = smallContext(logSlots);
+        const double c2s = 0.4, s2c = 1.7;
+        const BootConstants constants = makeConstants(context, logSlots, c2s, s2c);
+        const u64 stages = RadixDecomposition(logSlots).numStages;
+        const double share = static_cast<double>(stages) / 3; // the cube root of the constant in each stage
+        test::Seeded random(logSlots);
+        for (int repeat = 0; repeat < (logSlots < 9 ? 3 : 1); ++repeat) {
+            const Message message = random.message(logSlots);
+            const Slots x(message.begin(), message.end());
+
+            Slots forward = x;
+            for (u64 s = stages; s-- > 0;)
+                forward = applyStage(context, logSlots, s, constants.getV0(cpu)[s], forward);
+            EXPECT_LT(largestDistance(forward, denseForward(x, logSlots), std::pow(s2c, share)), 0x1p-26L);
+
+            Slots inverse = x;
+            for (u64 s = 0; s < stages; ++s)
+                inverse = applyStage(context, logSlots, s, constants.getInvV0(cpu)[s], inverse);
+            // The fold of a message in fewer slots than the ring has is divided out.
+            const double folded = c2s / std::exp2(getLogFullSlots(context) - logSlots);
+            EXPECT_LT(largestDistance(inverse, denseInverse(x, logSlots), std::pow(folded, share)), 0x1p-36L);
+        }
+    }
+}
+
+TEST(BootConstants, HoldAPlaintextForEachDiagonalAtTheLevelOfItsUse) {
+    for (u64 logSlots = 1; logSlots <= 9; ++logSlots) {
+        SCOPED_TRACE(logSlots);
+        const Context context = smallContext(logSlots);
+        const BootConstants constants = makeConstants(context, logSlots);
+        const RadixDecomposition plan(logSlots);
+        const auto &forward = constants.getV0(cpu), &inverse = constants.getInvV0(cpu);
+        ASSERT_EQ(forward.size(), plan.numStages);
+        ASSERT_EQ(inverse.size(), plan.numStages);
+        for (u64 s = 0; s < plan.numStages; ++s) {
+            const u64 count = s == 0 ? plan.radix[0] : 2 * plan.radix[s] - 1;
+            EXPECT_EQ(forward[s].size(), count);
+            EXPECT_EQ(inverse[s].size(), count);
+            for (u64 i = 0; i < count; ++i) {
+                EXPECT_EQ(forward[s][i].getLevel(), s + 1);
+                EXPECT_EQ(inverse[s][i].getLevel(), 3 - s);
+                EXPECT_EQ(inverse[s][i].getRescaleCounter(), 0);
+                EXPECT_EQ(inverse[s][i].getLogSlots(), logSlots);
+                EXPECT_TRUE(forward[s][i].getMx().isNTT());
+            }
+        }
+    }
+}
+
+TEST(BootConstants, HaveTwoPlaintextsInOneStageForTwoSlots) {
+    const BootConstants constants = makeConstants(smallContext(1), 1);
+    ASSERT_EQ(constants.getV0(cpu).size(), 1U);
+    EXPECT_EQ(constants.getV0(cpu)[0].size(), 2U);
+    EXPECT_EQ(constants.getInvV0(cpu)[0].size(), 2U);
+}
+
+// 32, 63, 63 diagonals; that of 2^15 slots costs memory of its own to test.
+TEST(BootConstants, OfFullRealPresetsHaveStagesOf32And63Diagonals) {
+    const RadixDecomposition plan(15);
+    EXPECT_EQ(plan.radix[0], 32U);
+    for (const u64 s : {1, 2}) EXPECT_EQ(2 * plan.radix[s] - 1, 63U);
+}
+
+TEST(BootConstants, LieOnTheCPUAtFirst) {
+    const BootConstants constants = makeConstants(smallContext(2), 2);
+    EXPECT_TRUE(constants.isIn(cpu));
+    EXPECT_FALSE(constants.isIn(otherCpu));
+    EXPECT_THROW_TEXT(constants.getV0(otherCpu), std::out_of_range, "map::at");
+    EXPECT_THROW_TEXT(constants.getInvV0(otherCpu), std::out_of_range, "map::at");
+}
+
+TEST(BootConstants, AreCopiedToADeviceOnce) {
+    BootConstants constants = makeConstants(smallContext(2), 2);
+    const auto* original = constants.getV0(cpu).data();
+    constants.load(cpu);
+    EXPECT_EQ(constants.getV0(cpu).data(), original);
+
+    constants.load(otherCpu);
+    EXPECT_TRUE(constants.isIn(otherCpu));
+    EXPECT_EQ(constants.getV0(otherCpu)[0][0].getDevice(), otherCpu);
+    EXPECT_EQ(constants.getInvV0(otherCpu)[0][0].getDevice(), otherCpu);
+    EXPECT_EQ(constants.getV0(cpu)[0][0].getDevice(), cpu);
+    const auto *forward = constants.getV0(otherCpu).data(), *inverse = constants.getInvV0(otherCpu).data();
+    constants.load(otherCpu);
+    EXPECT_EQ(constants.getV0(otherCpu).data(), forward);
+    EXPECT_EQ(constants.getInvV0(otherCpu).data(), inverse);
+}
+
+TEST(BootConstants, BuildFactorsThatAreUnitaryButForATwo) {
+    const u64 logSlots = 4, n = 16;
+    const BootConstants constants = makeConstants(smallContext(logSlots), logSlots);
+    std::vector<SparseComplexMatrix> factors;
+    constants.buildV0(factors);
+    ASSERT_EQ(factors.size(), logSlots);
+    for (const auto& factor : factors) {
+        SparseComplexMatrix transposed = factor;
+        transposed.conjugateTranspose();
+        const SparseComplexMatrix product = factor * transposed;
+        for (u64 i = 0; i < n; ++i)
+            for (u64 j = 0; j < n; ++j)
+                EXPECT_LT(std::abs(product.coeff(i, j) - (i == j ? 2.0 : 0.0)), 0x1p-50);
+    }
+}
+
+TEST(BootConstants, BuildAButterflyBlockFromPowersOfFive) {
+    const BootConstants constants = makeConstants(smallContext(3), 3);
+    SparseComplexMatrix matrix(8, 8, 2, 2);
+    constants.buildPartialMatrix(4, 2, 4, matrix);
+    for (u64 i = 0; i < 2; ++i) {
+        const double angle = 2 * std::numbers::pi * (i == 0 ? 1 : 5) / 16;
+        EXPECT_EQ(matrix.coeff(4 + i, 2 + i), Complex(1.0));
+        EXPECT_EQ(matrix.coeff(6 + i, 2 + i), Complex(1.0));
+        EXPECT_LT(std::abs(matrix.coeff(4 + i, 4 + i) - std::polar(1.0, angle)), 0x1p-51);
+        EXPECT_EQ(matrix.coeff(6 + i, 4 + i), -matrix.coeff(4 + i, 4 + i));
+    }
+    EXPECT_EQ(matrix.coeff(0, 0), Complex(0.0));
+}
+
+TEST(BootConstants, ExtractDiagonalsAroundTheCorner) {
+    const BootConstants constants = makeConstants(smallContext(2), 2);
+    SparseComplexMatrix matrix(4, 4, 4, 4);
+    for (u64 i = 0; i < 4; ++i)
+        for (u64 j = 0; j < 4; ++j)
+            if (j != (i + 2) % 4) matrix.coeffRef(i, j) = static_cast<double>(10 * i + j);
+    const auto diagonal = [&](long diag) {
+        const Message message = constants.extractDiagonal(matrix, diag);
+        return std::vector<Complex>(message.begin(), message.end());
+    };
+    EXPECT_EQ(diagonal(0), (std::vector<Complex>{0, 11, 22, 33}));
+    EXPECT_EQ(diagonal(1), (std::vector<Complex>{1, 12, 23, 30}));
+    EXPECT_EQ(diagonal(-1), (std::vector<Complex>{3, 10, 21, 32}));
+    EXPECT_EQ(diagonal(-7), diagonal(1)); // lifted twice
+    EXPECT_EQ(diagonal(2), (std::vector<Complex>{0, 0, 0, 0}));
+}
+
+} // namespace
+} // namespace Torvo
