@@ -28,15 +28,15 @@ Context smallContext(u64 logSlots) {
     return makeContext(std::max<u64>(6, logSlots + 1), 4, 58, 55, 58, 2);
 }
 
-BootConstants makeConstants(const Context& context, u64 logSlots, double inverse = 1.0, double forward = 1.0) {
+BootConstants makeConstants(const Context& context, u64 logSlots, double inverse = 1.0,
+                            double forward = 1.0) {
     return BootConstants(logSlots, inverse, forward, context, std::make_shared<EnDecoder>(context));
 }
 
 Slots turned(const Slots& x, long left) {
     const auto n = static_cast<long>(x.size());
     Slots out(x.size());
-    for (long i = 0; i < n; ++i)
-        out[static_cast<u64>(i)] = x[static_cast<u64>(((i + left) % n + n) % n)];
+    for (long i = 0; i < n; ++i) out[static_cast<u64>(i)] = x[static_cast<u64>(((i + left) % n + n) % n)];
     return out;
 }
 
@@ -46,7 +46,8 @@ Slots applyStage(const Context& context, u64 logSlots, u64 stage, const std::vec
                  const Slots& x) {
     const EnDecoder encoder(context);
     const RadixDecomposition plan(logSlots);
-    const auto baby = static_cast<long>(plan.babySteps[stage]), giant = static_cast<long>(plan.giantSteps[stage]);
+    const auto baby = static_cast<long>(plan.babySteps[stage]),
+               giant = static_cast<long>(plan.giantSteps[stage]);
     const auto step = static_cast<long>(plan.step[stage]);
     const long skipped = stage == 0 ? 0 : 1;
     Slots out(x.size());
@@ -71,8 +72,8 @@ Slots denseForward(const Slots& x, u64 logSlots) {
     Slots out(n);
     for (u64 j = 0, power = 1; j < n; ++j, power = power * 5 % (4 * n))
         for (u64 k = 0; k < n; ++k) {
-            const long double angle = 2 * std::numbers::pi_v<long double> *
-                                      static_cast<long double>(power * k % (4 * n)) / (4 * n);
+            const long double angle =
+                2 * std::numbers::pi_v<long double> * static_cast<long double>(power * k % (4 * n)) / (4 * n);
             out[j] += x[test::reversedSlot(k, logSlots)] * std::polar(1.0L, angle);
         }
     return out;
@@ -83,8 +84,8 @@ Slots denseInverse(const Slots& z, u64 logSlots) {
     Slots out(n);
     for (u64 j = 0, power = 1; j < n; ++j, power = power * 5 % (4 * n))
         for (u64 k = 0; k < n; ++k) {
-            const long double angle = 2 * std::numbers::pi_v<long double> *
-                                      static_cast<long double>(power * k % (4 * n)) / (4 * n);
+            const long double angle =
+                2 * std::numbers::pi_v<long double> * static_cast<long double>(power * k % (4 * n)) / (4 * n);
             out[test::reversedSlot(k, logSlots)] +=
                 z[j] * std::polar(1.0L, -angle) / static_cast<long double>(n);
         }
@@ -100,8 +101,8 @@ long double largestDistance(const Slots& a, const Slots& b, long double factor) 
 // Diagonals are numbers of modulus at most 1, encoded at a scale near 2^55 with roundings whose sum over 2n
 // coefficients is below 2^11 / 2, merged in doubles with a relative error of a few 2^-53; a stage adds up at
 // most 32 of them, and three stages of the forward transform of 2^10 slots of modulus up to sqrt(2) make
-// values up to 2^10.5. So each stage is off by less than 32 * 2^-44 of its largest value, all together by less
-// than 2^-26 forward and 2^-36 backward, where values stay below sqrt(2).
+// values up to 2^10.5. So each stage is off by less than 32 * 2^-44 of its largest value, all together by
+// less than 2^-26 forward and 2^-36 backward, where values stay below sqrt(2).
 TEST(BootConstants, StagesMakeTheDenseTransformInBothDirections) {
     for (u64 logSlots = 1; logSlots <= 10; ++logSlots) {
         SCOPED_TRACE(logSlots);
@@ -161,11 +162,14 @@ TEST(BootConstants, HaveTwoPlaintextsInOneStageForTwoSlots) {
     EXPECT_EQ(constants.getInvV0(cpu)[0].size(), 2U);
 }
 
-// 32, 63, 63 diagonals; that of 2^15 slots costs memory of its own to test.
-TEST(BootConstants, OfFullRealPresetsHaveStagesOf32And63Diagonals) {
-    const RadixDecomposition plan(15);
-    EXPECT_EQ(plan.radix[0], 32U);
-    for (const u64 s : {1, 2}) EXPECT_EQ(2 * plan.radix[s] - 1, 63U);
+TEST(BootConstantsOfRealPreset, Have32And63And63Plaintexts) {
+    const BootConstants constants = makeConstants(smallContext(15), 15);
+    for (const auto* stages : {&constants.getInvV0(cpu), &constants.getV0(cpu)}) {
+        ASSERT_EQ(stages->size(), 3U);
+        EXPECT_EQ((*stages)[0].size(), 32U);
+        EXPECT_EQ((*stages)[1].size(), 63U);
+        EXPECT_EQ((*stages)[2].size(), 63U);
+    }
 }
 
 TEST(BootConstants, LieOnTheCPUAtFirst) {

@@ -41,7 +41,8 @@ template <class... Arguments>
 constexpr bool isMadeFrom = std::is_constructible_v<Bootstrapper, const HomEvaluator&, Arguments...>;
 static_assert(isMadeFrom<> && isMadeFrom<bool> && isMadeFrom<int> && isMadeFrom<unsigned long>);
 static_assert(isMadeFrom<int, bool> && isMadeFrom<unsigned long, bool>);
-static_assert(isMadeFrom<const Context&> && isMadeFrom<const Context&, bool> && isMadeFrom<const Context&, int>);
+static_assert(isMadeFrom<const Context&> && isMadeFrom<const Context&, bool> &&
+              isMadeFrom<const Context&, int>);
 static_assert(isMadeFrom<const Context&, int, bool>);
 
 TEST(Bootstrapper, TellsAFlagFromANumberOfSlots) {
@@ -160,7 +161,8 @@ TEST(SlotToCoeff, RefusesOperandsInOrder) {
     in.setEncodingType(EncodingType::Slot);
     EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out), "[slotToCoeff] Level of ciphertext should be >= 3");
     in = toy().encrypt(Message(5, 0.5), 3);
-    EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out), "Bootstrapping constants for log slots 5 do not exist.");
+    EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out),
+                   "Bootstrapping constants for log slots 5 do not exist.");
 }
 
 TEST(BootstrapExtended, RefusesOperandsInOrder) {
@@ -214,19 +216,24 @@ struct Form {
     bool sequential;
 };
 
+std::string formName(const testing::TestParamInfo<Form>& tested) {
+    return std::string(tested.param.sequential ? "Sequential" : "Batched") +
+           std::to_string(tested.param.logSlots);
+}
+
 class BootstrapFlow : public testing::TestWithParam<Form> {
 protected:
     const BootstrapperImpl& bootstrapper() const { return boot().of(GetParam().sequential); }
     Message message(u64 seed, double radius = 1.0) const {
         return test::Seeded(seed).message(GetParam().logSlots, radius);
     }
-    void expectDecrypts(const Ciphertext& out, const Message& message, double bound) const {
-        EXPECT_EQ(out.getLevel(), 12U);
-        EXPECT_EQ(out.getLogSlots(), GetParam().logSlots);
-        EXPECT_EQ(out.getRescaleCounter(), 0);
-        EXPECT_EQ(out.getEncodingType(), EncodingType::Slot);
-        EXPECT_TRUE(out.isNTT());
-        EXPECT_LT(test::maxError(toy().decrypt(out), message), bound);
+    void expectDecrypts(const Ciphertext& got, const Message& expected, double bound) const {
+        EXPECT_EQ(got.getLevel(), 12U);
+        EXPECT_EQ(got.getLogSlots(), GetParam().logSlots);
+        EXPECT_EQ(got.getRescaleCounter(), 0);
+        EXPECT_EQ(got.getEncodingType(), EncodingType::Slot);
+        EXPECT_TRUE(got.isNTT());
+        EXPECT_LT(test::maxError(toy().decrypt(got), expected), bound);
     }
     /// The input's own error comes on top of that of the bootstrap.
     static double fresh(u64 level) { return toy().errors.atLevel(toy().errors.encryption(), level); }
@@ -281,7 +288,8 @@ TEST_P(BootstrapFlow, HalvesMakeAWhole) {
 TEST_P(BootstrapFlow, ExtendedIsMorePrecise) {
     const Message m = message(6);
     bootstrapper().bootstrapExtended(toy().encrypt(m, 4), out, true);
-    // The fine pass takes the residual times 4, far below 2^-4 and so without bend; its noise is divided by 4.
+    // The fine pass takes the residual times 4, far below 2^-4 and so without bend; its noise is divided
+    // by 4.
     const double bound = boot().noise() / 2 + boot().bend(0x1p-4) + fresh(4);
     expectDecrypts(out, m, bound);
     bootstrapper().bootstrapExtended(toy().encrypt(m, 12), out, imag);
@@ -298,10 +306,7 @@ INSTANTIATE_TEST_SUITE_P(EverySize, BootstrapFlow,
                          testing::Values(Form{0, false}, Form{0, true}, Form{1, false}, Form{1, true},
                                          Form{2, false}, Form{2, true}, Form{3, false}, Form{3, true},
                                          Form{4, false}, Form{4, true}, Form{5, false}, Form{5, true}),
-                         [](const auto& info) {
-                             return std::string(info.param.sequential ? "Sequential" : "Batched") +
-                                    std::to_string(info.param.logSlots);
-                         });
+                         formName);
 
 // ---- levels, places, keys
 
