@@ -81,14 +81,18 @@ public:
     void bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
     void bootstrapExtended(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
 
-    /// The first half: a coefficient-encoded ciphertext at level 0.
-    /// @throws RuntimeException "The operand have to encode the message on its slots"; "[slotToCoeff] Level
-    /// of
-    ///         ciphertext should be >= 3"
+    /// The first half: a coefficient-encoded ciphertext at level 0, out of NTT form. For n slots coefficient
+    /// k below n is the real part, and coefficient n + k the imaginary part, of the slot whose index is k
+    /// with its log2(n) bits reversed: the transform is left in the order in which it comes, which `halfBoot`
+    /// takes.
+    /// @throws RuntimeException in this order: "The operand have to encode the message on its slots";
+    ///         "[slotToCoeff] Level of ciphertext should be >= 3"; "Bootstrapping constants for log slots ",
+    ///         log slots, " do not exist."
     void slotToCoeff(const Ciphertext& in, Ciphertext& out) const;
-    /// The second half: from coefficients back to slots at a high level.
+    /// The second half: from the coefficients that `slotToCoeff` leaves, at any level, back to slots at a
+    /// high level.
     /// @throws RuntimeException "The operand have to encode the message on its coefficients"; then as
-    /// `bootstrap`
+    ///         `bootstrap`, but for its rule about levels
     void halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
 
 private:

@@ -43,6 +43,8 @@ std::shared_ptr<SparseSecretEncapsulationKey> BootstrapperImpl::encapsulationKey
 }
 
 void BootstrapperImpl::switchKeyDTS(const Ciphertext& in, Ciphertext& out, bool ntt) const {
+    // A bootstrapper built without the sparse context has no key to switch to either.
+    require(context_sparse_.has_value(), message::noEncapsulationKey);
     Ciphertext sparse(*context_sparse_, in);
     require(sparse.getNumPoly() == 2, message::sizeNotTwo);
     for (u64 i = 0; i < 2; ++i) sparse.getPoly(i).setNTT(in.getPoly(0).isNTT());

@@ -28,21 +28,23 @@ public:
     const BootstrapperImpl& of(bool sequential) const { return sequential ? inSequence : batched; }
 
     /// Like `Scheme::encrypt`, at any level, above that of encryption too, and without an error: b = m - a s.
-    Ciphertext encryptAt(const Message& message, u64 level, u64 seed = 7) const {
-        const Plaintext plaintext = scheme.encoder.encode(message, level);
+    Ciphertext encryptAt(const Message& message, u64 level) const {
+        return encryptPlaintext(scheme.encoder.encode(message, level));
+    }
+    Ciphertext encryptPlaintext(const Plaintext& plaintext) const {
+        const PrimeModuli& primes = scheme.context->primes;
+        Polynomial m = plaintext.getMx();
+        if (!m.isNTT()) primes.forwardNTT(m, m);
+        Polynomial a = m, masked = m;
+        Seeded random(7);
+        for (u64 i = 0; i <= a.getLevel(); ++i)
+            std::ranges::copy(random.row(a.getDegree(), primes.getPrime(i)), a.getRow(i));
+        primes.hadamardMult(a, scheme.secretKey.getSx(), masked);
         Ciphertext out(scheme.context);
         out.setNumPoly(2);
-        Polynomial a = plaintext.getMx();
-        Seeded random(seed);
-        for (u64 i = 0; i <= level; ++i) {
-            const auto row = random.row(a.getDegree(), scheme.context->primes.getPrime(i));
-            std::copy(row.begin(), row.end(), a.getRow(i));
-        }
-        Polynomial masked = a;
-        scheme.context->primes.hadamardMult(a, scheme.secretKey.getSx(), masked);
-        scheme.context->primes.sub(plaintext.getMx(), masked, out.getPoly(0));
+        primes.sub(m, masked, out.getPoly(0));
         out.getPoly(1) = a;
-        out.setLogSlots(message.getLogSlots());
+        out.setLogSlots(plaintext.getLogSlots());
         return out;
     }
 
