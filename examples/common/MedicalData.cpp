@@ -92,20 +92,22 @@ LogisticModel fit(const std::vector<std::vector<double>>& rows, const std::vecto
     return model;
 }
 
-std::vector<double> fitSigmoid(double bound) {
-    // Chebyshev coefficients of sigmoid(bound * y) - 1/2, which is odd, from 64 Chebyshev points.
+std::vector<double> chebyshevOfSigmoid(double bound) {
     constexpr int points = 64;
-    const auto coefficient = [&](int k) {
-        double sum = 0;
+    std::vector<double> t(8);
+    for (int k = 1; k < 8; k += 2)
         for (int j = 0; j < points; ++j) {
             const double angle = std::numbers::pi * (j + 0.5) / points;
-            sum += (sigmoid(bound * std::cos(angle)) - 0.5) * std::cos(k * angle);
+            t[k] += 2 * (sigmoid(bound * std::cos(angle)) - 0.5) * std::cos(k * angle) / points;
         }
-        return 2 * sum / points;
-    };
-    const double t1 = coefficient(1), t3 = coefficient(3), t5 = coefficient(5), t7 = coefficient(7);
+    return t;
+}
+
+std::vector<double> fitSigmoid(double bound) {
+    const std::vector<double> t = chebyshevOfSigmoid(bound);
     // T3 = 4y^3 - 3y, T5 = 16y^5 - 20y^3 + 5y, T7 = 64y^7 - 112y^5 + 56y^3 - 7y.
-    return {t1 - 3 * t3 + 5 * t5 - 7 * t7, 4 * t3 - 20 * t5 + 56 * t7, 16 * t5 - 112 * t7, 64 * t7};
+    return {t[1] - 3 * t[3] + 5 * t[5] - 7 * t[7], 4 * t[3] - 20 * t[5] + 56 * t[7], 16 * t[5] - 112 * t[7],
+            64 * t[7]};
 }
 
 } // namespace example

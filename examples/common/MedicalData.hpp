@@ -42,8 +42,11 @@ LogisticModel fit(const std::vector<std::vector<double>>& rows, const std::vecto
 
 double sigmoid(double z);
 
-/// Odd coefficients c1, c3, c5, c7 with sigmoid(bound * y) ~ 0.5 + c1 y + c3 y^3 + c5 y^5 + c7 y^7 on [-1,
-/// 1]: the least-squares fit on the Chebyshev points, by the discrete orthogonality of Chebyshev polynomials.
+/// Coefficients t[k], k odd up to 7, of the Chebyshev series of sigmoid(bound * y) - 1/2 on [-1, 1], which is
+/// odd: least squares on the Chebyshev points, by the discrete orthogonality of Chebyshev polynomials.
+std::vector<double> chebyshevOfSigmoid(double bound);
+
+/// Coefficients c1, c3, c5, c7 with sigmoid(bound * y) ~ 0.5 + c1 y + c3 y^3 + c5 y^5 + c7 y^7 on [-1, 1].
 std::vector<double> fitSigmoid(double bound);
 
 } // namespace example
