@@ -21,7 +21,6 @@ namespace {
 
 using namespace Torvo;
 using namespace example;
-
 constexpr unsigned long width = 32; // slots per patient: 30 features, a one for the bias, a zero
 
 // One patient after the other, `width` slots each, in as many slots as the next power of two.
@@ -110,7 +109,6 @@ int main(int argc, char** argv) {
         for (unsigned long step = 1; step < width; step *= 2) keyGenerator.genLeftRotKey(step);
     });
     const KeyPack keys = keyGenerator.getKeyPack();
-
     // The client encrypts; the server, with public keys only, classifies; the client decrypts.
     const Message message = pack(test);
     Ciphertext encrypted(context), answer(context);

@@ -20,7 +20,6 @@ namespace {
 
 using namespace Torvo;
 using namespace example;
-
 constexpr unsigned long width = 32, rows = 256;      // a batch: one patient a row, 30 features and a one
 constexpr unsigned long logWidth = 5, logBatch = 13; // log2 of the slots of a weight vector and of a batch
 constexpr int iterations = 8;
@@ -107,7 +106,6 @@ int main() {
     const KeyPack keys = keyGenerator.getKeyPack();
     const HomEvaluator evaluator(context, keys);
     const Bootstrapper bootstrapper(evaluator, logWidth);
-
     Trainer<Ciphertext> server{evaluator, double(patients.training.size()) / 2};
     Trainer<Message> clear{evaluator, server.count};
     for (unsigned long i = 0; i < rows; ++i)
@@ -119,8 +117,7 @@ int main() {
     const Encryptor encryptor(context);
     for (int b = 0; b < 2; ++b) encryptor.encrypt(batches[b], keys, encryptedBatches[b]);
     encryptor.encrypt(weights, keys, encryptedWeights);
-    encryptor.encrypt(ahead, keys, encryptedAhead);
-
+    encryptedAhead = encryptedWeights;
     for (int i = 0; i < iterations; ++i) {
         const double momentum = i / (i + 3.0);
         clear.iterate(batches[i % 2], momentum, weights, ahead);
