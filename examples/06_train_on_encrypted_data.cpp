@@ -65,12 +65,11 @@ struct Trainer {
         weights = next;
     }
 };
-
 std::size_t rightAnswers(const std::vector<Patient>& patients, const Standardiser& standardise,
                          const Message& w) {
     return std::ranges::count_if(patients, [&](const Patient& p) {
-        double score = w[p.features.size()].real();
         const std::vector<double> x = standardise(p.features);
+        double score = w[x.size()].real();
         for (std::size_t f = 0; f < x.size(); ++f) score += x[f] * w[f].real();
         return (score > 0) == (p.benign > 0.5);
     });
@@ -110,7 +109,6 @@ int main() {
     Trainer<Message> clear{evaluator, server.count};
     for (unsigned long i = 0; i < rows; ++i)
         clear.firstColumn[i * width] = server.firstColumn[i * width] = 1 / bound;
-
     Message weights(logBatch, 0.0), ahead(logBatch, 0.0), decrypted;
     std::vector<Ciphertext> encryptedBatches(2, Ciphertext(context));
     Ciphertext encryptedWeights(context), encryptedAhead(context), both(context);
