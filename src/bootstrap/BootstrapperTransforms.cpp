@@ -56,8 +56,8 @@ void BootstrapperImpl::coeffToSlot(const Ciphertext& in, Ciphertext& out) const 
 /// Three multiplications in all, stages included, the last of which stays unrescaled. The constant is that of
 /// the whole transform, by cube roots.
 void BootstrapperImpl::multiplyForMissingStages(Ciphertext& x, u64 stages) const {
-    const auto foldedSlots = static_cast<double>(context_->parameter.num_slots / x.getNumberOfSlots());
-    const double constant = parameter_.coeff_to_slot_constant / foldedSlots;
+    const u64 folded = context_->parameter.num_slots / x.getNumberOfSlots();
+    const double constant = parameter_.coeff_to_slot_constant / static_cast<double>(folded);
     // One slot on FVa takes two levels only.
     const bool isShort = stages == 0 && context_->parameter.preset == ParameterPreset::FVa;
     const double root = isShort ? std::sqrt(constant) : std::cbrt(constant);
