@@ -1,28 +1,18 @@
-#include "arithmetic/PrimeModuli.hpp"
-#include "bootstrap/BootstrapperImpl.hpp"
-#include "context/ContextContent.hpp"
+#include "support/BootScheme.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
-#include "support/Scheme.hpp"
-#include "support/WideArithmetic.hpp"
 
 #include <Torvo/Bootstrapper.hpp>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <complex>
-#include <numbers>
 #include <optional>
-#include <string>
-#include <vector>
 
 namespace Torvo {
 namespace {
-
-using test::Scheme;
 
 const Context& sparseContext() {
     return test::contextOf(ParameterPreset::SGd0);
@@ -186,21 +176,13 @@ TEST(EncapsulationRealPreset, BootstrapsAndTakesAnyNewKey) {
     pair().genSwitchKeys();
     const Message m(0, {0.75, -0.5});
     const Ciphertext in = pair().encrypt(m, 3);
-    const auto& context = *pair().context;
-    const double q0 = static_cast<double>(context.primes.getPrime(0));
-    const double eps = 8 * std::exp2(context.scale_factors.log_scale[0]) / q0;
-    // The sine's bend, (2 pi eps)^2 / 6 of the cube of each part. The rest is noise: roundings at level 0
-    // times the secret's size (6 sqrt(192)), and above the raise 64 of them times K / eps = 2^17.8 at a scale
-    // of 2^58.
-    const auto& e = pair().errors;
-    const double small = e.rescale() + e.keySwitch();
-    const double noise = 8 * e.atLevel(small, 0) + 64 * small * std::exp2(-58) * 28 / eps + 1e-10;
-    const double bound = std::numbers::sqrt2 * std::pow(2 * std::numbers::pi * eps, 2) / 6 * 0.43 + noise;
+    const test::BootErrorModel errors(pair().context, pair().bootstrapper.getParameter(), 9.0e-15);
+    const double bound = errors.complexBound(0.75);
     for (int repeat = 0; repeat < 2; ++repeat) {
         Ciphertext out(pair().context);
         pair().bootstrapper.bootstrap(in, out, true);
         EXPECT_EQ(out.getLevel(), 12U);
-        EXPECT_LT(test::maxError(pair().decrypt(out), m), bound) << "bound " << bound;
+        EXPECT_LT(test::maxError(pair().decrypt(out), m), bound);
         // Both halves of a key are used within one bootstrap: a new one changes nothing for ciphertexts.
         pair().generator.genSparseSecretEncapsulationKey();
     }

@@ -277,7 +277,7 @@ TEST_P(BootstrapFlow, HalvesMakeAWhole) {
     const Ciphertext before = coefficients;
     bootstrapper().halfBoot(coefficients, out, true);
     // Here the noise of the first half is not small against eps: the gain of 8 comes after it.
-    const double bound = boot().complexBound() + 16 * boot().noise() + fresh(6);
+    const double bound = boot().complexBound() + 8 * boot().noise() + fresh(6);
     expectDecrypts(out, m, bound);
     EXPECT_TRUE(test::sameWords(coefficients, before));
     EXPECT_EQ(coefficients.getEncodingType(), EncodingType::Coefficient);

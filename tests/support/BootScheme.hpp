@@ -17,6 +17,56 @@ inline u64 reversedSlot(u64 k, u64 logSlots) {
     return logSlots == 0 ? 0 : reversedBits(k, static_cast<int>(logSlots));
 }
 
+/// How far a bootstrapped slot may lie from the message, for presets without arcsine.
+class BootErrorModel {
+public:
+    /// @param cosineError  of the preset's cosine table
+    BootErrorModel(const Context& context, const BootParameter& parameter, double cosineError)
+        : errors_(context), rangeBound_(parameter.range_bound),
+          angles_(std::exp2(2.0 * static_cast<double>(parameter.double_angle_count))),
+          topScale_(errors_.logScale(context->parameter.chain_length - 4)),
+          gain_(static_cast<double>(parameter.pre_raise_factor)), cosineError_(cosineError) {
+        const double q0 = static_cast<double>(context->primes.getPrime(0));
+        eps_ = gain_ * std::exp2(context->scale_factors.log_scale[0]) / q0;
+    }
+
+    /// What the message is multiplied by under the sine, whose period is 1.
+    double eps() const { return eps_; }
+
+    /// How far sin(2 pi eps m) / (2 pi eps) lies from m at most: (2 pi eps)^2 / 6 * |m|^3.
+    double bend(double m) const {
+        const double x = 2 * std::numbers::pi * eps_;
+        return x * x / 6 * m * m * m;
+    }
+
+    /// The rest of the error.
+    /// Below the raise: four roundings (to level 3 and on the three levels below) and as many key switches,
+    /// at scales no lower than that of level 0, after the gain.
+    /// Above it, an error of y comes out K / eps times larger, by the steepest place of sin(2 pi K y) /
+    /// (2 pi eps). Errors of the Chebyshev polynomials on the way to the cosine count for more: that of T_2
+    /// with the slope (pi R)^2 / 4 of the cosine in it, those of T_4, T_8, ... with slopes that fall by 4
+    /// from one to the next. With the tables' coefficients the slopes of all roundings together come to less
+    /// than 128 times K / eps. Key switches count less: those of products are divided by the rescale that
+    /// follows, and those of the baby rotations by the constant of coefficient-to-slot: to less than one in
+    /// all. The cosine polynomial's own error is multiplied by 4 in each double-angle step, and by the
+    /// amplitude 1 / (2 pi eps) in the end.
+    double noise() const {
+        const double above = errors_.keySwitch() + 128 * errors_.rescale();
+        return errors_.atLevel(4 * (errors_.rescale() + errors_.keySwitch()), 0) / gain_ +
+               above * std::exp2(-topScale_) * rangeBound_ / eps_ +
+               cosineError_ * angles_ / (2 * std::numbers::pi * eps_);
+    }
+
+    /// Of one part of a bootstrapped message whose parts are at most m.
+    double realBound(double m = 1.0) const { return bend(m) + noise(); }
+    /// Of a complex slot: both parts, each with its own bend.
+    double complexBound(double m = 1.0) const { return std::numbers::sqrt2 * bend(m) + 2 * noise(); }
+
+private:
+    ErrorModel errors_;
+    double eps_, rangeBound_, angles_, topScale_, gain_, cosineError_;
+};
+
 /// The toy preset with all that bootstrapping needs for every number of slots, made once per process.
 class BootScheme {
 public:
@@ -48,48 +98,22 @@ public:
         return out;
     }
 
-    /// What the message is divided by under the sine: its period is q0, the message's scale 2^log_scale[0].
-    double eps() const {
-        const auto& context = *scheme.context;
-        const double q0 = static_cast<double>(context.primes.getPrime(0));
-        return static_cast<double>(parameter.pre_raise_factor) *
-               std::exp2(context.scale_factors.log_scale[0]) / q0;
-    }
-
-    /// How far sin(2 pi eps m) / (2 pi eps) lies from m at most: (2 pi eps)^2 / 6 * |m|^3.
-    double bend(double m) const {
-        const double x = 2 * std::numbers::pi * eps();
-        return x * x / 6 * m * m * m;
-    }
-
-    /// The rest of the error. Below the raise: four roundings (to level 3 and on the three levels below) and
-    /// as many key switches, at scales no lower than that of level 0. Above it, an error of y comes out
-    /// K / eps times larger, that of the steepest place of sin(2 pi K y) / (2 pi eps). No later step is taken
-    /// for worse; there are fewer than 64, each with a rounding and a switch. The cosine polynomial's own
-    /// error, 9.0e-15, is multiplied by 4 in each double-angle step and by the amplitude 1 / (2 pi eps) in
-    /// all.
-    double noise() const {
-        const ErrorModel& e = scheme.errors;
-        const double step = e.rescale() + e.keySwitch();
-        const double top = e.logScale(scheme.topLevel() - 3);
-        const double angles = std::exp2(2.0 * static_cast<double>(parameter.double_angle_count));
-        return 8 * e.atLevel(step, 0) + 64 * step * std::exp2(-top) * parameter.range_bound / eps() +
-               9.0e-15 * angles / (2 * std::numbers::pi * eps());
-    }
-
-    /// Of one part of a bootstrapped message whose parts are at most m.
-    double realBound(double m = 1.0) const { return bend(m) + noise(); }
-    /// Of a complex slot: both parts, each with its own bend.
-    double complexBound(double m = 1.0) const { return std::numbers::sqrt2 * bend(m) + 2 * noise(); }
+    double eps() const { return errors.eps(); }
+    double bend(double m) const { return errors.bend(m); }
+    double noise() const { return errors.noise(); }
+    double realBound(double m = 1.0) const { return errors.realBound(m); }
+    double complexBound(double m = 1.0) const { return errors.complexBound(m); }
 
     const Scheme& scheme;
     BootstrapperImpl batched, inSequence;
     const BootParameter& parameter;
+    BootErrorModel errors;
 
 private:
     BootScheme()
         : scheme(withKeys()), batched(scheme.evaluator, std::nullopt, 5, false),
-          inSequence(scheme.evaluator, std::nullopt, 5, true), parameter(batched.getParameter()) {
+          inSequence(scheme.evaluator, std::nullopt, 5, true), parameter(batched.getParameter()),
+          errors(scheme.context, parameter, 9.0e-15) {
         for (u64 logSlots = 0; logSlots < 5; ++logSlots) {
             batched.makeBootConstants(logSlots);
             inSequence.makeBootConstants(logSlots);
