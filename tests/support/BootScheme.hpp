@@ -17,7 +17,27 @@ inline u64 reversedSlot(u64 k, u64 logSlots) {
     return logSlots == 0 ? 0 : reversedBits(k, static_cast<int>(logSlots));
 }
 
-/// How far a bootstrapped slot may lie from the message, for presets without arcsine.
+/// An encryption at any level, above that of encryption too, and without an error: b = m - a s.
+inline Ciphertext encryptAbove(const Context& context, const SecretKey& secretKey,
+                               const Plaintext& plaintext) {
+    const PrimeModuli& primes = context->primes;
+    Polynomial m = plaintext.getMx();
+    if (!m.isNTT()) primes.forwardNTT(m, m);
+    Polynomial a = m, masked = m;
+    Seeded random(7);
+    for (u64 i = 0; i <= a.getLevel(); ++i)
+        std::ranges::copy(random.row(a.getDegree(), primes.getPrime(i)), a.getRow(i));
+    primes.hadamardMult(a, secretKey.getSx(), masked);
+    Ciphertext out(context);
+    out.setNumPoly(2);
+    primes.sub(m, masked, out.getPoly(0));
+    out.getPoly(1) = a;
+    out.setLogSlots(plaintext.getLogSlots());
+    return out;
+}
+
+/// How far a bootstrapped slot may lie from the message. `bend` and the bounds are for presets without
+/// arcsine.
 class BootErrorModel {
 public:
     /// @param cosineError  of the preset's cosine table
@@ -77,25 +97,12 @@ public:
 
     const BootstrapperImpl& of(bool sequential) const { return sequential ? inSequence : batched; }
 
-    /// Like `Scheme::encrypt`, at any level, above that of encryption too, and without an error: b = m - a s.
+    /// Like `Scheme::encrypt`, at any level.
     Ciphertext encryptAt(const Message& message, u64 level) const {
         return encryptPlaintext(scheme.encoder.encode(message, level));
     }
     Ciphertext encryptPlaintext(const Plaintext& plaintext) const {
-        const PrimeModuli& primes = scheme.context->primes;
-        Polynomial m = plaintext.getMx();
-        if (!m.isNTT()) primes.forwardNTT(m, m);
-        Polynomial a = m, masked = m;
-        Seeded random(7);
-        for (u64 i = 0; i <= a.getLevel(); ++i)
-            std::ranges::copy(random.row(a.getDegree(), primes.getPrime(i)), a.getRow(i));
-        primes.hadamardMult(a, scheme.secretKey.getSx(), masked);
-        Ciphertext out(scheme.context);
-        out.setNumPoly(2);
-        primes.sub(m, masked, out.getPoly(0));
-        out.getPoly(1) = a;
-        out.setLogSlots(plaintext.getLogSlots());
-        return out;
+        return encryptAbove(scheme.context, scheme.secretKey, plaintext);
     }
 
     double eps() const { return errors.eps(); }
