@@ -1,5 +1,6 @@
 #include "arithmetic/NTT.hpp"
 
+#include "arithmetic/BitReversal.hpp"
 #include "arithmetic/Feature.hpp"
 #include "arithmetic/Messages.hpp"
 #include "arithmetic/Modulus.hpp"
@@ -45,12 +46,6 @@ void ScalarForm::backwardHead(u64* a, u64 begin, u64 count, const rows::Transfor
     rows::backwardTwoStages<Lanes>(a, 1, rows::groupsWithin(begin, count, 2), tables);
 }
 
-u64 reverseBits(u64 i, int bits) {
-    u64 reversed = 0;
-    for (int b = 0; b < bits; ++b) reversed |= (i >> b & 1) << (bits - 1 - b);
-    return reversed;
-}
-
 /// The smallest primitive 2N-th root of unity: the odd powers of any one are all of them.
 u64 smallestPrimitiveRoot(const Modulus& modulus, u64 degree) {
     const u64 p = modulus.getPrime();
@@ -66,7 +61,7 @@ u64 smallestPrimitiveRoot(const Modulus& modulus, u64 degree) {
 
 /// table[rev(i)] = root^i.
 void fillPowers(DeviceSpecificArray<unsigned long>& table, const Modulus& modulus, u64 root) {
-    const int bits = std::countr_zero(table.size());
+    const auto bits = static_cast<u64>(std::countr_zero(table.size()));
     u64 power = 1;
     for (u64 i = 0; i < table.size(); ++i) {
         table[reverseBits(i, bits)] = power;

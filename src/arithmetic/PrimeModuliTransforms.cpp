@@ -1,3 +1,4 @@
+#include "arithmetic/BitReversal.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/PrimeModuliShape.hpp"
 #include "core/Failure.hpp"
@@ -21,14 +22,6 @@ template <int range>
 void backwardRow(const Modulus& modulus, const u64* in, u64* out, u64 n) {
     if (in != out) std::copy_n(in, n, out);
     modulus.getNTT().computeBackward<range>(out);
-}
-
-/// x with its lowest `bits` bits in reverse order, for 0 < bits and x < 2^bits.
-u64 reverseBits(u64 x, u64 bits) {
-    x = (x >> 1 & 0x5555555555555555) | (x & 0x5555555555555555) << 1;
-    x = (x >> 2 & 0x3333333333333333) | (x & 0x3333333333333333) << 2;
-    x = (x >> 4 & 0x0f0f0f0f0f0f0f0f) | (x & 0x0f0f0f0f0f0f0f0f) << 4;
-    return __builtin_bswap64(x) >> (64 - bits);
 }
 
 /// The automorphism X -> X^k on transformed rows: position j of the image takes the word of position

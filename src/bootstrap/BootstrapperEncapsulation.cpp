@@ -3,9 +3,6 @@
 #include "core/Failure.hpp"
 #include "evaluator/Messages.hpp"
 
-#include <utility>
-#include <vector>
-
 namespace Torvo {
 
 namespace {
@@ -22,10 +19,7 @@ void setForm(const PrimeModuli& primes, Polynomial& polynomial, bool ntt) {
 /// `in` under another secret: its second element switched by `key`, its first added, both in form `ntt`.
 Ciphertext switchSecret(const KeySwitcher& switcher, const PrimeModuli& primes, const Ciphertext& in,
                         EvaluationKey& key, bool ntt) {
-    std::vector<Polynomial> blocks;
-    switcher.modUpPQ(in.getPoly(1), blocks);
-    Ciphertext out(in.getContext(), false);
-    switcher.modDown(switcher.multEvalKey(blocks, key), out, ntt);
+    Ciphertext out = switcher.switchKey(in.getPoly(1), key, ntt);
     Polynomial first = in.getPoly(0);
     setForm(primes, first, ntt);
     primes.add(out.getPoly(0), first, out.getPoly(0));

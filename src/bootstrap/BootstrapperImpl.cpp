@@ -2,6 +2,7 @@
 
 #include "bootstrap/Messages.hpp"
 #include "core/Failure.hpp"
+#include "crypto/KeyPackImpl.hpp"
 #include "crypto/Messages.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/Messages.hpp"
@@ -15,10 +16,6 @@ namespace Torvo {
 namespace {
 
 constexpr u64 minLevel = 3; // what slot-to-coefficient spends
-
-void requireOnSlots(const Ciphertext& in) {
-    require(in.getEncodingType() == EncodingType::Slot, message::notOnSlots);
-}
 
 u64 levelsOfArcsine(u64 degree) {
     switch (degree) {
@@ -41,12 +38,9 @@ BootstrapperImpl::BootstrapperImpl(const HomEvaluator& eval, std::optional<Conte
       context_sparse_(std::move(context_sparse)), sequential_rotations_(sequential_rotations) {
     if (context_sparse_) sparse_key_switcher_.emplace(*context_sparse_);
     require(context_->parameter.has_bootstrap, message::noBootstrap);
-    if (context_sparse_) {
-        require(isSparseSecretEncapsulationSupported(context_), message::noEncapsulation);
-        require(getSparseParameterPresetFor(context_->parameter.preset) ==
-                    (*context_sparse_)->parameter.preset,
-                message::encapsulationMismatch);
-    }
+    if (context_sparse_)
+        requireSparsePartner(context_, *context_sparse_, message::noEncapsulation,
+                             message::encapsulationMismatch);
     boot_constants_[0] = nullptr; // one slot needs no matrices
     makeBootConstants(log_slots);
 }
@@ -105,13 +99,13 @@ void BootstrapperImpl::checkExtendedBootstrappable(const Ciphertext& in) const {
 // ---- public flows
 
 void BootstrapperImpl::bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
-    requireOnSlots(in);
+    utils::throwIfCoeff(in);
     checkBootstrappable(in);
     bootstrapOnce(in, out, is_complex, 1.0);
 }
 
 void BootstrapperImpl::bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const {
-    requireOnSlots(in);
+    utils::throwIfCoeff(in);
     checkBootstrappable(in);
     bootstrapTwoOutput(in, out_real, out_imag, 1.0);
 }
@@ -123,7 +117,7 @@ void BootstrapperImpl::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_c
 }
 
 void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext& out) const {
-    requireOnSlots(in);
+    utils::throwIfCoeff(in);
     if (in.getLevel() < minLevel)
         throw RuntimeException(message::slotToCoeffLevelTooLow + std::to_string(minLevel));
     loadBootConstants(in.getLogSlots(), in.getDevice());
@@ -134,7 +128,7 @@ void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext&
 }
 
 void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
-    requireOnSlots(in);
+    utils::throwIfCoeff(in);
     checkExtendedBootstrappable(in);
     const u64 logSlots = in.getLogSlots();
     // The coarse pass, on a message so small that the sine is nearly straight on it.

@@ -53,10 +53,10 @@ void KeySwitcher::modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) con
     out = baseConv_.modDown(in, isNTT);
 }
 
-Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key) const {
+Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT) const {
     std::vector<Polynomial> blocks;
     modUpPQ(poly, blocks);
-    return baseConv_.modDown(multEvalKey(blocks, key), true);
+    return baseConv_.modDown(multEvalKey(blocks, key), isNTT);
 }
 
 } // namespace Torvo

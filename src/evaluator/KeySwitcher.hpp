@@ -27,8 +27,9 @@ public:
     Ciphertext multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const;
     /// out = in / P; rescale counter 0 and all slots, for the caller to set.
     void modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const;
-    /// The three in a row: a ciphertext, in NTT form, of what `poly` times the secret of the key decrypts to.
-    Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key) const;
+    /// The three in a row: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the key
+    /// switches from.
+    Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT = true) const;
 
 private:
     Context context_;
