@@ -3,6 +3,9 @@
 #include <Torvo/Context.hpp>
 #include <Torvo/Export.hpp>
 #include <Torvo/KeyPack.hpp>
+#include <Torvo/LWESecretKey.hpp>
+#include <Torvo/ModPackKeyBundle.hpp>
+#include <Torvo/RingSwitchKey.hpp>
 #include <Torvo/SecretKey.hpp>
 
 #include <memory>
@@ -61,6 +64,39 @@ public:
     /// @throws RuntimeException "Key Generator is not constructed for the parameter supporting sparse secret
     ///         encapsulation" without a second context
     void genSparseSecretEncapsulationKey() const;
+
+    /// The key of `RingPacker::compose`: from `in_key`, of a small ring laid into the generator's, to the
+    /// generator's secret key.
+    /// @throws RuntimeException in this order: without a secret key; "[genComposeKey] The degree of input
+    ///         ciphertext does not divide the RLWE encryption degree"; "[genComposeKey] The encryption primes
+    ///         of the ciphertext to switch from is not subset of the primes of the RLWE encryption"
+    RingSwitchKey genComposeKey(const SecretKey& in_key) const;
+    /// The key of `RingPacker::decompose`: from the generator's secret key to `out_key`, of a small ring. The
+    /// key is of `switch_context`, a ring of the generator's degree whose modulus is no larger than the small
+    /// ring's security allows (`FGbL0` for `FGb` to `FGbD12L0`).
+    /// @throws RuntimeException in this order: without a secret key; "[genDecomposeKey] The degree of the
+    ///         switch key is not same to the RLWE encryption degree"; "[genDecomposeKey] The degree of output
+    ///         ciphertexts does not divide the degree of ciphertext to switch to"; "[genDecomposeKey] The
+    ///         encryption primes of the ciphertext to switch to is not subset of the primes of the RLWE
+    ///         encryption"; "[genDecomposeKey] The encryption primes of the ciphertext to switch to is not
+    ///         subset of the primes of the switching key"
+    RingSwitchKey genDecomposeKey(const Context& switch_context, const SecretKey& out_key) const;
+    /// The keys of `RingPacker::modPack`, of the generator's context, from `in_key` (higher rank, lower
+    /// degree) to `out_key`. Needs no secret key of the generator.
+    /// @throws RuntimeException in this order: "[genModPackKeyBundle] Total dimension of output secret key is
+    ///         not equal to the RLWE encryption dimension"; "[genModPackKeyBundle] The degree of input secret
+    ///         key does not divide the degree of output secret key"; "[genModPackKeyBundle] The rank of
+    ///         output secret key does not divide the rank of input secret key"; "[genModPackKeyBundle] The
+    ///         encryption primes of the ciphertext to pack to is not subset of the primes of the switching
+    ///         key";
+    ///         "[genModPackKeyBundle] The encryption primes of the ciphertext to pack to is not subset of the
+    ///         primes of the output ciphertext"
+    template <EncryptionType E>
+    ModPackKeyBundle genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
+                                         const SecretKeyBase<E>& out_key) const;
+    /// The same from plain LWE, whose dimension stands for the rank of `in_key`.
+    template <EncryptionType E>
+    ModPackKeyBundle genModPackKeyBundle(const LWE::SecretKey& in_key, const SecretKeyBase<E>& out_key) const;
 
     /// The pack that the keys go to.
     const KeyPack& getKeyPack() const;

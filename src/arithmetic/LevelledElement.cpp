@@ -1,5 +1,6 @@
 #include "arithmetic/LevelledElement.hpp"
 
+#include "arithmetic/LWEChain.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/Ring.hpp"
@@ -8,18 +9,30 @@
 
 namespace Torvo {
 
-LevelledElement::LevelledElement(const Context& context, bool modUp) : modUp_(modUp) {
-    const Ring ring = ringOf(context);
-    numPrimes_ = modUp ? ring.total() : ring.numBase;
-    level_ = numPrimes_ - 1;
-    data_ = DeviceSpecificArray<u64>(numPrimes_);
+LevelledElement::LevelledElement(u64 numPrimes, bool modUp)
+    : numPrimes_(numPrimes), level_(numPrimes - 1), modUp_(modUp), data_(numPrimes) {
     std::fill(data_.begin(), data_.end(), 0);
 }
+
+LevelledElement::LevelledElement(const Context& context, bool modUp)
+    : LevelledElement(modUp ? ringOf(context).total() : ringOf(context).numBase, modUp) {}
 
 LevelledElement::LevelledElement(long value, const Context& context, bool modUp, unsigned long level)
     : LevelledElement(context, modUp) {
     setLevel(level);
-    const PrimeModuli& primes = ringOf(context).primes;
+    setValue(value, ringOf(context).primes);
+}
+
+LevelledElement::LevelledElement(const LWE::Context& context)
+    : LevelledElement(LWE::chainOf(context).numPrimes, false) {}
+
+LevelledElement::LevelledElement(long value, const LWE::Context& context, unsigned long level)
+    : LevelledElement(context) {
+    level_ = level;
+    setValue(value, LWE::chainOf(context).primes);
+}
+
+void LevelledElement::setValue(long value, const PrimeModuli& primes) {
     for (u64 i = 0; i < data_.size(); ++i) data_[i] = primes[i].residue(value);
 }
 

@@ -5,8 +5,11 @@
 #include "persistence/ArchiveForward.hpp"
 
 #include <Torvo/Context.hpp>
+#include <Torvo/LWEContext.hpp>
 
 namespace Torvo {
+
+class PrimeModuli;
 
 /// An integer in RNS form: one word per prime. Level and mod-up state as for a polynomial.
 class LevelledElement {
@@ -16,6 +19,11 @@ public:
     /// `value` modulo each prime up to `level` (all rows if `modUp`): |value| reduced, negated as p - r, so a
     /// negative multiple of p is exactly p, which is kept.
     LevelledElement(long value, const Context& context, bool modUp, unsigned long level);
+
+    /// The same over the chain of a plain LWE context; never mod-up.
+    explicit LevelledElement(const LWE::Context& context);
+    /// All rows are kept, whatever the level.
+    LevelledElement(long value, const LWE::Context& context, unsigned long level);
 
     u64 getNumPrimes() const { return numPrimes_; }
     u64 getLevel() const { return level_; }
@@ -35,6 +43,10 @@ public:
     void load(InputArchive& archive);
 
 private:
+    /// Zero, at the top row.
+    LevelledElement(u64 numPrimes, bool modUp);
+    void setValue(long value, const PrimeModuli& primes);
+
     u64 numPrimes_ = 0;
     u64 level_ = 0;
     bool modUp_ = false;

@@ -4,6 +4,8 @@
 #include "core/Integers.hpp"
 #include "persistence/ArchiveForward.hpp"
 
+#include <Torvo/LWEContext.hpp>
+
 namespace Torvo {
 
 /// A vector of integers in RNS form, without ring structure: (level + 1) rows of `dimension` words.
@@ -11,6 +13,9 @@ class LevelledVector {
 public:
     /// Data unset.
     LevelledVector(u64 dimension, u64 level);
+
+    /// Of the dimension of the context, at its top level; data unset.
+    explicit LevelledVector(const LWE::Context& context);
 
     u64 getDimension() const { return dimension_; }
     u64 getLevel() const { return level_; }

@@ -159,4 +159,10 @@ void PrimeModuli::initInvPrimeData() {
             inverses[i * count + j] = moduli_[j].inverse(moduli_[j].reduce(getPrime(i)));
 }
 
+std::vector<unsigned long> PrimeModuli::getPrimes() const {
+    std::vector<unsigned long> primes;
+    for (const Modulus& modulus : moduli_) primes.push_back(modulus.getPrime());
+    return primes;
+}
+
 } // namespace Torvo

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "arithmetic/LWEParameterPreset.hpp"
 #include "arithmetic/LevelledElement.hpp"
 #include "arithmetic/LevelledVector.hpp"
 #include "arithmetic/Modulus.hpp"
@@ -9,6 +8,7 @@
 #include "arithmetic/Validators.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "core/MultipleDevice.hpp"
+#include <Torvo/LWEParameterPreset.hpp>
 
 #include <Torvo/Device.hpp>
 #include <Torvo/ParameterPreset.hpp>
@@ -53,6 +53,8 @@ public:
     const Modulus& operator[](u64 i) const { return moduli_[i]; }
     const std::vector<Modulus>& getModuli() const { return moduli_; }
     u64 getPrime(u64 i) const { return moduli_[i].getPrime(); }
+    /// All primes in chain order.
+    std::vector<unsigned long> getPrimes() const;
     u64 size() const { return moduli_.size(); }
     u64 getDegree() const { return degree_; }
     const std::set<Device>& getDevices() const { return devices_; }

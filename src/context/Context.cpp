@@ -90,10 +90,7 @@ std::vector<double> getDefaultScaleFactorList(const Context& context) {
 }
 
 std::vector<unsigned long> getPrimeList(const Context& context) {
-    const u64 count = context->parameter.chain_length + context->parameter.numTP;
-    std::vector<unsigned long> primes(count);
-    for (u64 i = 0; i < count; ++i) primes[i] = context->primes.getPrime(i);
-    return primes;
+    return context->primes.getPrimes();
 }
 
 bool isBootstrappableParameter(const Context& context) {

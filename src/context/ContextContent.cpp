@@ -19,19 +19,13 @@ u64 combine(u64 h, u64 v) {
     return h ^ (mix(v) + 0x9e3779b9 + (h << 6) + (h >> 2));
 }
 
-std::vector<unsigned long> valuesOf(const PrimeModuli& primes) {
-    std::vector<unsigned long> values;
-    for (const Modulus& modulus : primes.getModuli()) values.push_back(modulus.getPrime());
-    return values;
-}
-
 } // namespace
 
 ContextContent::ContextContent(const ParameterPreset& preset, const std::set<Device>& cudaDevices)
     : devices(cudaDevices), parameter(preset),
       primes(preset, parameter.chain_length + parameter.numTP, parameter.degree, devices),
       scale_factors(preset), fft(parameter.degree, devices),
-      context_hash(computeContextHash(valuesOf(primes), parameter.degree)) {}
+      context_hash(computeContextHash(primes.getPrimes(), parameter.degree)) {}
 
 ContextContent::ContextContent(u64 log_degree, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
                                u64 log_tpsize, u64 gadget_rank, u64 rank, const std::set<Device>& cudaDevices)
@@ -39,7 +33,7 @@ ContextContent::ContextContent(u64 log_degree, u64 chain_length, u64 log_bpsize,
       parameter(log_degree, chain_length, gadget_rank, log_bpsize, log_tpsize, log_qpsize, rank),
       primes(log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize, gadget_rank, devices),
       scale_factors(parameter, primes), fft(parameter.degree, devices),
-      context_hash(computeContextHash(valuesOf(primes), parameter.degree)) {}
+      context_hash(computeContextHash(primes.getPrimes(), parameter.degree)) {}
 
 bool ContextContent::operator==(const ContextContent& other) const {
     const Parameter &a = parameter, &b = other.parameter;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "arithmetic/LWEParameterPreset.hpp"
 #include "context/Parameter.hpp"
 #include "core/Integers.hpp"
+#include <Torvo/LWEParameterPreset.hpp>
 
 #include <Torvo/SecurityLevel.hpp>
 

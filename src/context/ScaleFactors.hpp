@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/LWEParameterPreset.hpp"
+#include <Torvo/LWEParameterPreset.hpp>
 #include "core/Integers.hpp"
 
 #include <Torvo/ParameterPreset.hpp>

@@ -3,6 +3,7 @@
 #include "arithmetic/RowLoop.hpp"
 #include "arithmetic/UniformResidue.hpp"
 #include "context/ContextContent.hpp"
+#include "context/LWEContextContent.hpp"
 #include "core/SecureWipe.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 
@@ -49,6 +50,14 @@ void fillGaussian(SmallCoefficients& coefficients, double sigma) {
         std::tie(coefficients[i], coefficients[i + 1]) = gaussianPair(generator(), sigma);
 }
 
+/// One row of uniform residues, from the executing thread's generator.
+void fillUniform(u64 prime, u64* row, u64 count) {
+    auto& generator = threadGenerator();
+    const UniformResidue residue(prime);
+    generator.getRandomNumbers(row, count);
+    for (u64 k = 0; k < count; ++k) row[k] = residue(row[k], generator);
+}
+
 /// A coefficient from the two low bits: 0 for 00 and 01, -1 for 10, +1 for 11.
 long ternary(u64 bits) {
     if ((bits & 2) == 0) return 0;
@@ -81,12 +90,13 @@ void spread(const SmallCoefficients& coefficients, const PrimeModuli& primes, Po
 } // namespace
 
 void RandomSampler::sampleUniform(Polynomial& poly, const Context& context) const {
-    forEachIndex(poly.rowEnd(), [&](u64 i) {
-        auto& generator = threadGenerator();
-        const UniformResidue residue(context->primes.getPrime(i));
-        u64* row = poly.getRow(i);
-        generator.getRandomNumbers(row, poly.getDegree());
-        for (u64 k = 0; k < poly.getDegree(); ++k) row[k] = residue(row[k], generator);
+    forEachIndex(poly.rowEnd(),
+                 [&](u64 i) { fillUniform(context->primes.getPrime(i), poly.getRow(i), poly.getDegree()); });
+}
+
+void RandomSampler::sampleUniform(LevelledVector& vector, const LWE::Context& context) const {
+    forEachIndex(vector.getLevel() + 1, [&](u64 i) {
+        fillUniform(context->primes.getPrime(i), vector.getRow(i), vector.getDimension());
     });
 }
 
@@ -94,6 +104,12 @@ void RandomSampler::sampleGaussian(Polynomial& poly, const Context& context) con
     SmallCoefficients coefficients(poly.getDegree());
     fillGaussian(coefficients, context->parameter.gaussian_stddev);
     spread(coefficients, context->primes, poly);
+}
+
+void RandomSampler::sampleGaussian(LevelledElement& element, const LWE::Context& context) const {
+    SmallCoefficients pair(2);
+    fillGaussian(pair, context->parameter.gaussian_stddev);
+    element = LevelledElement(pair[0], context, element.getLevel());
 }
 
 void RandomSampler::sampleZO(Polynomial& poly, const Context& context) const {

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "arithmetic/LevelledElement.hpp"
+#include "arithmetic/LevelledVector.hpp"
 #include "arithmetic/Polynomial.hpp"
 #include "core/DeviceSpecificArray.hpp"
 
 #include <Torvo/Context.hpp>
+#include <Torvo/LWEContext.hpp>
 
 namespace Torvo {
 
@@ -13,9 +16,12 @@ public:
     /// Uniform residues in every row, exactly (by rejection). Each OpenMP thread draws its rows from its own
     /// generator, so the outcome depends on the number of threads.
     void sampleUniform(Polynomial& poly, const Context& context) const;
+    void sampleUniform(LevelledVector& vector, const LWE::Context& context) const;
     /// One small polynomial with coefficients lround(sigma * N(0, 1)), the same in all rows, by Box-Muller on
     /// the calling thread. Leaves coefficient form.
     void sampleGaussian(Polynomial& poly, const Context& context) const;
+    /// One value of the same distribution, the first of a pair; all rows of the context.
+    void sampleGaussian(LevelledElement& element, const LWE::Context& context) const;
     /// Coefficients 0 with chance 1/2, +1 and -1 with 1/4 each. Leaves coefficient form.
     void sampleZO(Polynomial& poly, const Context& context) const;
     /// `size` ints of which exactly `weight` are +1 or -1, at uniform positions. weight <= size (unchecked).

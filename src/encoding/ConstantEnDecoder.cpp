@@ -1,24 +1,44 @@
 #include "encoding/ConstantEnDecoder.hpp"
 
 #include "context/ContextContent.hpp"
+#include "context/LWEContextContent.hpp"
 #include "encoding/OwedPrimes.hpp"
 
 namespace Torvo {
 
-ConstantEnDecoder::ConstantEnDecoder(const Context& context) : context_(context) {}
+namespace {
 
-LevelledElement ConstantEnDecoder::encodeConst(const double& value, unsigned long level,
-                                               int rescaleCounter) const {
-    const PrimeModuli& primes = context_->primes;
-    const auto owed = static_cast<u64>(rescaleCounter);
-    const double logScale = context_->scale_factors.log_scale[level - owed];
-    LevelledElement element(context_, false);
-    element.setLevel(level);
+void encodeRows(const PrimeModuli& primes, double value, double logScale, u64 owed,
+                LevelledElement& element) {
+    const u64 level = element.getLevel();
     for (u64 i = 0; i <= level; ++i) {
         const u64 x = primes[i].makeInteger(value, logScale);
         element[i] = owed == 0 ? x : primes[i].mult(x, owedPrimes(primes, i, level, owed));
     }
-    return element;
+}
+
+LevelledElement zeroOf(const Context& context) {
+    return LevelledElement(context, false);
+}
+LevelledElement zeroOf(const LWE::Context& context) {
+    return LevelledElement(context);
+}
+
+} // namespace
+
+ConstantEnDecoder::ConstantEnDecoder(const Context& context) : context_(context) {}
+ConstantEnDecoder::ConstantEnDecoder(const LWE::Context& context) : context_(context) {}
+
+LevelledElement ConstantEnDecoder::encodeConst(const double& value, unsigned long level,
+                                               int rescaleCounter) const {
+    const auto encode = [&](const auto& context) {
+        const auto owed = static_cast<u64>(rescaleCounter);
+        LevelledElement element = zeroOf(context);
+        element.setLevel(level);
+        encodeRows(context->primes, value, context->scale_factors.log_scale[level - owed], owed, element);
+        return element;
+    };
+    return std::visit(encode, context_);
 }
 
 } // namespace Torvo

@@ -3,6 +3,9 @@
 #include "arithmetic/LevelledElement.hpp"
 
 #include <Torvo/Context.hpp>
+#include <Torvo/LWEContext.hpp>
+
+#include <variant>
 
 namespace Torvo {
 
@@ -10,13 +13,14 @@ namespace Torvo {
 class ConstantEnDecoder {
 public:
     explicit ConstantEnDecoder(const Context& context);
+    explicit ConstantEnDecoder(const LWE::Context& context);
 
     /// trunc(|value| * 2^log_scale[level - rescaleCounter]) with the sign of `value`, times the
     /// `rescaleCounter` top primes, modulo each prime up to `level`. Checks nothing: callers have.
     LevelledElement encodeConst(const double& value, unsigned long level, int rescaleCounter) const;
 
 private:
-    Context context_;
+    std::variant<Context, LWE::Context> context_;
 };
 
 } // namespace Torvo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <Torvo/Export.hpp>
+#include <Torvo/LWECiphertext.hpp>
+#include <Torvo/LWEContext.hpp>
+#include <Torvo/LWESecretKey.hpp>
+
+namespace Torvo::LWE {
+
+/// Encrypts one real number under a secret key, with randomness of the calling thread. Thread-safe on
+/// different outputs. Two errors enter: the rounding of the number at the scale of the level (at most one
+/// unit), and a discrete gaussian of standard deviation 3.2 units.
+class TORVO_API Encryptor {
+public:
+    explicit Encryptor(const Context& context);
+
+    /// At the encryption level, owing nothing.
+    void encrypt(double message, const SecretKey& key, Ciphertext& out) const;
+    /// @param level            0 to the encryption level
+    /// @param rescale_counter  rescales that the ciphertext shall owe, 0 to `level`
+    /// @throws RuntimeException "[encrypt] Level of an input Plaintext cannot be greater than encryption
+    ///         level"; "Rescale counter should be less than or equal to the level"; "Rescale counter should
+    ///         be greater than or equal to zero"
+    void encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
+                 int rescale_counter) const;
+
+private:
+    Context context_;
+};
+
+} // namespace Torvo::LWE

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/EvaluationKey.hpp>
+#include <Torvo/Export.hpp>
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Torvo {
+
+/// The keys of `RingPacker::modPack`, with tag `p`, all of one large ring: one for each group of secret
+/// components that makes one component of the output. Made by `KeyGenerator::genModPackKeyBundle`.
+/// Copies share the keys.
+class TORVO_API ModPackKeyBundle {
+public:
+    /// `num_keys` unset keys of `context`, the large ring, to load into.
+    ModPackKeyBundle(const Context& context, unsigned long num_keys);
+
+    const Context& getContext() const { return context_; }
+    unsigned long getNumKeys() const;
+    /// @throws std::out_of_range past the end
+    std::shared_ptr<EvaluationKey> getModPackKey(unsigned long index) const;
+
+    /// Keeps each key on `device` only.
+    void to(const Device& device);
+
+    /// The file does not tell the number of keys: load into a bundle of the right number. Format:
+    /// docs/files.md.
+    /// @throws RuntimeException "Cannot open file " and the path
+    void save(const std::string& path) const;
+    void save(std::ostream& stream) const;
+    /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
+    ///         deserializing objects."; the archive's exception on a short read
+    void load(const std::string& path);
+    void load(std::istream& stream);
+
+private:
+    Context context_;
+    std::vector<std::shared_ptr<EvaluationKey>> keys_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Device.hpp>
+#include <Torvo/EvaluationKey.hpp>
+#include <Torvo/Export.hpp>
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+namespace Torvo {
+
+/// The key of `RingPacker::compose` or of `RingPacker::decompose`: one switching key with tag `w`, between
+/// the secret of a large ring and a secret of a small ring laid into it. Made by
+/// `KeyGenerator::genComposeKey` and `genDecomposeKey`. A shared handle: copies see the same key.
+class TORVO_API RingSwitchKey {
+public:
+    /// An unset key of `context`, the large ring, to load into.
+    explicit RingSwitchKey(const Context& context);
+
+    const Context& getContext() const;
+    EvaluationKey& getKey() const;
+
+    /// Keeps the key on `device` only.
+    void to(const Device& device);
+
+    /// The format is that of `EvaluationKey`.
+    /// @throws RuntimeException "Cannot open file " and the path
+    void save(const std::string& path) const;
+    void save(std::ostream& stream) const;
+    /// @throws RuntimeException as `EvaluationKey::load`
+    void load(const std::string& path);
+    void load(std::istream& stream);
+
+private:
+    std::shared_ptr<EvaluationKey> key_;
+};
+
+} // namespace Torvo

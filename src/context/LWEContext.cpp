@@ -1,0 +1,104 @@
+#include "context/ContextContent.hpp"
+#include "context/CudaIdsToDevices.hpp"
+#include "context/LWEContextContent.hpp"
+#include "context/Messages.hpp"
+#include "core/Failure.hpp"
+#include "persistence/Serialize.hpp"
+
+#include <Torvo/LWEContext.hpp>
+
+#include <algorithm>
+
+namespace Torvo {
+
+namespace LWE {
+
+namespace {
+
+/// What a context file holds: enough to build the context anew.
+struct ContextRecipe {
+    ParameterPreset preset;
+    u64 dimension;
+    u64 log_bpsize;
+    u64 log_qpsize;
+    u64 chain_length;
+
+    template <class Archive>
+    void serialize(Archive& archive) {
+        archive(preset, dimension, log_bpsize, log_qpsize, chain_length);
+    }
+};
+
+ContextRecipe recipeOf(const Parameter& p) {
+    return {p.preset, p.dimension, p.log_bpsize, p.log_qpsize, p.chain_length};
+}
+
+} // namespace
+
+Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids) {
+    return std::make_shared<ContextContent>(preset, cudaIdsToDevices(cuda_device_ids));
+}
+
+Context makeContext(unsigned long dimension, unsigned long chain_length, unsigned long log_bpsize,
+                    unsigned long log_qpsize, const std::set<int>& cuda_device_ids) {
+    return std::make_shared<ContextContent>(dimension, chain_length, log_bpsize, log_qpsize,
+                                            cudaIdsToDevices(cuda_device_ids));
+}
+
+Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {
+    ContextRecipe recipe{};
+    Serialize::load(path, recipe);
+    if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
+    return makeContext(recipe.dimension, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
+                       cuda_device_ids);
+}
+
+void saveContextToFile(const Context& context, const std::string& path) {
+    Serialize::save(path, recipeOf(context->parameter));
+}
+
+std::vector<double> getDefaultScaleFactorList(const Context& context) {
+    const auto& scales = context->scale_factors.log_scale;
+    return {scales.begin(), scales.begin() + static_cast<std::ptrdiff_t>(context->parameter.chain_length)};
+}
+
+std::vector<unsigned long> getPrimeList(const Context& context) {
+    return context->primes.getPrimes();
+}
+
+unsigned long getEncryptionLevel(const Context& context) {
+    return context->parameter.numQP;
+}
+
+unsigned long getDimension(const Context& context) {
+    return context->parameter.dimension;
+}
+
+unsigned long getSecurityLevel(const Context& context) {
+    return static_cast<unsigned long>(context->parameter.security_level);
+}
+
+} // namespace LWE
+
+namespace {
+
+template <class A, class B>
+unsigned long maxCompatibleLevel(const A& a, const B& b) {
+    require(a->primes.getPrime(0) == b->primes.getPrime(0), message::incompatibleContexts);
+    const u64 shorter = std::min(a->parameter.chain_length, b->parameter.chain_length);
+    u64 level = 0;
+    while (level + 1 < shorter && a->primes.getPrime(level + 1) == b->primes.getPrime(level + 1)) ++level;
+    return level;
+}
+
+} // namespace
+
+unsigned long getMaxCompatibleLevel(const Context& a, const Context& b) {
+    return maxCompatibleLevel(a, b);
+}
+
+unsigned long getMaxCompatibleLevel(const LWE::Context& a, const Context& b) {
+    return maxCompatibleLevel(a, b);
+}
+
+} // namespace Torvo

@@ -1,0 +1,23 @@
+#include "context/LWEContextContent.hpp"
+
+#include "arithmetic/LWEChain.hpp"
+#include "context/ContextContent.hpp"
+
+namespace Torvo::LWE {
+
+ContextContent::ContextContent(const ParameterPreset& preset, const std::set<Device>& devices)
+    : parameter(preset), primes(preset, parameter.chain_length, parameter.dimension, devices),
+      scale_factors(preset), context_hash(computeContextHash(primes.getPrimes(), parameter.dimension)) {}
+
+ContextContent::ContextContent(u64 dimension, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
+                               const std::set<Device>& devices)
+    : parameter(dimension, chain_length, log_bpsize, log_qpsize),
+      primes(dimension, chain_length, log_bpsize, log_qpsize, devices), scale_factors(parameter, primes),
+      context_hash(computeContextHash(primes.getPrimes(), parameter.dimension)) {}
+
+Chain chainOf(const Context& context) {
+    return {context->primes, context->parameter.dimension, context->parameter.chain_length,
+            context->context_hash};
+}
+
+} // namespace Torvo::LWE

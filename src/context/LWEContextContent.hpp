@@ -1,0 +1,28 @@
+#pragma once
+
+#include "arithmetic/PrimeModuli.hpp"
+#include "context/LWEParameter.hpp"
+#include "context/ScaleFactors.hpp"
+
+#include <Torvo/Device.hpp>
+#include <Torvo/LWEContext.hpp>
+
+#include <set>
+
+namespace Torvo::LWE {
+
+/// The one immutable object built per plain LWE parameter set.
+class ContextContent {
+public:
+    ContextContent(const ParameterPreset& preset, const std::set<Device>& devices);
+    ContextContent(u64 dimension, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
+                   const std::set<Device>& devices);
+
+    Parameter parameter;
+    PrimeModuli primes;
+    ScaleFactors scale_factors;
+    u64 context_hash; ///< stamp on saved objects, see `computeContextHash`; the dimension stands for the
+                      ///< degree
+};
+
+} // namespace Torvo::LWE
