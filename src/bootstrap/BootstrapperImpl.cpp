@@ -208,23 +208,9 @@ void BootstrapperImpl::bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_
 Ciphertext BootstrapperImpl::bootstrapExceptRemoveI(const Ciphertext& in) const {
     const u64 logSlots = in.getLogSlots();
     loadBootConstants(logSlots, in.getDevice());
-    Ciphertext t(context_), turned(context_);
-    if (in.getEncodingType() == EncodingType::Slot) {
-        evaluator_->levelDown(in, minLevel, t);
-        evaluator_->multInteger(t, static_cast<long>(parameter_.pre_raise_factor), t);
-        slotToCoeff(t, t);
-    } else {
-        t = in;
-        t.setEncodingType(EncodingType::Slot);
-        evaluator_->levelDown(t, 0, t);
-        evaluator_->multInteger(t, static_cast<long>(parameter_.pre_raise_factor), t);
-    }
+    Ciphertext t = takeDown(in);
     raiseModulus(t);
-    // The fold: projects the raised polynomial onto the subring of the message.
-    for (u64 i = logSlots; i < getLogFullSlots(context_); ++i) {
-        evaluator_->leftRotate(t, u64{1} << i, turned);
-        evaluator_->add(t, turned, t);
-    }
+    fold(t, logSlots);
     evaluator_->multInteger(t, static_cast<long>(parameter_.post_raise_factor), t);
     coeffToSlot(t, t);
     t.setLogSlots(logSlots);

@@ -51,13 +51,19 @@ public:
                             double factor) const;
     /// Everything up to the sine; one rescale is still owed.
     Ciphertext bootstrapExceptRemoveI(const Ciphertext& in) const;
+    /// At level 0 with the message, times the first gain, on the coefficients.
+    Ciphertext takeDown(const Ciphertext& in) const;
     void slotToCoeff(const Ciphertext& in, Ciphertext& out) const;
+    /// From level 0 out of NTT form, or in it, to the top level in it, under the dense secret.
+    void raiseModulus(Ciphertext& t) const;
     /// From the dense secret to the sparse one, at level 0; `ntt` is the form in which `out` is left.
     void switchKeyDTS(const Ciphertext& in, Ciphertext& out, bool ntt) const;
     /// From the sparse secret back to the dense one.
     void switchKeySTD(const Ciphertext& in, Ciphertext& out, bool ntt) const;
     /// The modulus raise: residues of the base prime, read as centred, written to every prime.
     void levelRecover(const Ciphertext& in, Ciphertext& out) const;
+    /// Projects the raised polynomial onto the subring of a message of 2^log_slots slots, times its index.
+    void fold(Ciphertext& t, u64 log_slots) const;
     void coeffToSlot(const Ciphertext& in, Ciphertext& out) const;
     /// factor * q0 * sin(2 pi x / q0) / (2 pi * pre_raise_factor) of the raised value x.
     void removeI(const Ciphertext& in, Ciphertext& out, double factor) const;
@@ -69,7 +75,6 @@ public:
 private:
     const BootConstants& constants(u64 log_slots) const;
     double primeZero() const { return static_cast<double>(context_->primes.getPrime(0)); }
-    void raiseModulus(Ciphertext& t) const;
 
     // One stage of a linear transform, by baby steps and giant steps.
     void applyStage(const RadixDecomposition& plan, u64 stage, const std::vector<Plaintext>& diagonals,

@@ -11,7 +11,23 @@ const BootConstants& BootstrapperImpl::constants(u64 log_slots) const {
     return *boot_constants_.at(log_slots);
 }
 
-// ---- the modulus raise
+// ---- down to level 0 and up again
+
+Ciphertext BootstrapperImpl::takeDown(const Ciphertext& in) const {
+    const auto gain = static_cast<long>(parameter_.pre_raise_factor);
+    Ciphertext t(context_, false);
+    if (in.getEncodingType() == EncodingType::Slot) {
+        evaluator_->levelDown(in, getMinLevelForBootstrap(), t);
+        evaluator_->multInteger(t, gain, t);
+        slotToCoeff(t, t);
+    } else {
+        t = in;
+        t.setEncodingType(EncodingType::Slot); // as the operations ask; what it holds is on coefficients
+        evaluator_->levelDown(t, 0, t);
+        evaluator_->multInteger(t, gain, t);
+    }
+    return t;
+}
 
 void BootstrapperImpl::raiseModulus(Ciphertext& t) const {
     if (context_->parameter.has_sparse_encapsulation) {
@@ -39,6 +55,14 @@ void BootstrapperImpl::levelRecover(const Ciphertext& in, Ciphertext& out) const
     raised.setRescaleCounter(in.getRescaleCounter());
     raised.setEncodingType(in.getEncodingType());
     out = std::move(raised);
+}
+
+void BootstrapperImpl::fold(Ciphertext& t, u64 log_slots) const {
+    Ciphertext turned(context_, false);
+    for (u64 i = log_slots; i < getLogFullSlots(context_); ++i) {
+        evaluator_->leftRotate(t, u64{1} << i, turned);
+        evaluator_->add(t, turned, t);
+    }
 }
 
 // ---- the linear transforms

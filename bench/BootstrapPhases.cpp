@@ -1,0 +1,322 @@
+// Tells what bootstrapping costs, phase by phase: seconds, and memory.
+//
+//     BootstrapPhases [--batched] [--real] [--log-slots L] [--threads N,...] [--runs R] preset ...
+//     BootstrapPhases --sizes
+//
+// The first form measures: for each number of threads it makes the keys anew, bootstraps R times phase by
+// phase and R times as a whole, and takes medians. `resident` is the memory that the process holds after a
+// step and `peak` the most it held within the step (that of the last number of threads, from
+// /proc/self/status, Linux). Without --batched rotations run one after the other; without --log-slots all
+// slots are used. The second form computes, for full slots, the sizes of rotation keys and constants.
+
+#include "bootstrap/BootstrapperImpl.hpp"
+#include "bootstrap/RadixDecomposition.hpp"
+#include "context/ContextContent.hpp"
+
+#include <Torvo/Torvo.hpp>
+
+#include <omp.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Torvo;
+
+struct Options {
+    bool isBatched = false;
+    bool isReal = false;
+    bool isForSizes = false;
+    long logSlots = -1;
+    int runs = 1;
+    std::vector<int> threads{1, 2};
+    std::vector<std::string> presets;
+};
+
+std::vector<int> parseList(const std::string& list) {
+    std::vector<int> numbers;
+    std::istringstream stream(list);
+    for (std::string number; std::getline(stream, number, ',');) numbers.push_back(std::stoi(number));
+    return numbers;
+}
+
+Options parse(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (argument == "--batched")
+            options.isBatched = true;
+        else if (argument == "--real")
+            options.isReal = true;
+        else if (argument == "--sizes")
+            options.isForSizes = true;
+        else if (argument == "--log-slots" && hasValue)
+            options.logSlots = std::stol(argv[++i]);
+        else if (argument == "--runs" && hasValue)
+            options.runs = std::stoi(argv[++i]);
+        else if (argument == "--threads" && hasValue)
+            options.threads = parseList(argv[++i]);
+        else
+            options.presets.push_back(argument);
+    }
+    return options;
+}
+
+constexpr ParameterPreset bootstrappable[] = {
+    ParameterPreset::FVa, ParameterPreset::FVb, ParameterPreset::FVc,
+    ParameterPreset::FGa, ParameterPreset::FGb, ParameterPreset::FGd,
+    ParameterPreset::FTa, ParameterPreset::FTb, ParameterPreset::FX};
+
+ParameterPreset presetOf(const std::string& name) {
+    const auto* found = std::ranges::find_if(
+        bootstrappable, [&](ParameterPreset preset) { return Parameter(preset).name == name; });
+    if (found == std::end(bootstrappable)) throw RuntimeException("no bootstrappable preset " + name);
+    return *found;
+}
+
+constexpr double mebibyte = 1 << 20;
+
+// ---- sizes
+
+u64 bytesOfKey(const Parameter& p) {
+    return 2 * p.gadget_rank * (p.chain_length + p.numTP) * p.degree * sizeof(u64);
+}
+
+u64 rotationKeys(const Context& context, u64 logSlots, bool compact) {
+    std::set<u64> distinct;
+    for (const long index : context->getRotIndicesForBootstrap(logSlots, compact))
+        distinct.insert(static_cast<u64>(index) & (context->parameter.num_slots - 1));
+    distinct.erase(0);
+    return distinct.size();
+}
+
+/// Of one direction: each stage has one plaintext per diagonal, at the level of its use.
+template <class Level>
+u64 bytesOfStages(const Parameter& p, const RadixDecomposition& plan, Level&& levelOfStage) {
+    u64 rows = 0;
+    for (u64 s = 0; s < plan.numStages; ++s)
+        rows += (s == 0 ? plan.radix[s] : 2 * plan.radix[s] - 1) * (levelOfStage(s) + 1);
+    return rows * p.degree * sizeof(u64);
+}
+
+void printSizes(ParameterPreset preset) {
+    const Context context = makeContext(preset);
+    const Parameter& p = context->parameter;
+    const u64 logSlots = getLogFullSlots(context), key = bytesOfKey(p);
+    const u64 batched = rotationKeys(context, logSlots, false),
+              compact = rotationKeys(context, logSlots, true);
+    const RadixDecomposition plan(logSlots);
+    const u64 down = bytesOfStages(p, plan, [](u64 s) { return s + 1; });
+    const u64 up = bytesOfStages(p, plan, [&](u64 s) { return p.chain_length - 1 - s; });
+    const auto mib = [](u64 bytes) { return static_cast<double>(bytes) / mebibyte; };
+    std::printf("| `%s` | %lu | %.1f | %lu | %.0f | %lu | %.0f | %.0f | %.0f |\n", p.name.c_str(), logSlots,
+                mib(key), batched, mib(batched * key), compact, mib(compact * key), mib(down), mib(up));
+}
+
+// ---- memory
+
+/// A line of /proc/self/status, in MiB.
+double statusOf(const std::string& field) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with(field + ":")) return std::stod(line.substr(field.size() + 1)) / 1024;
+    return 0;
+}
+
+/// The peak counts from here on.
+void resetPeak() {
+    std::ofstream("/proc/self/clear_refs") << 5;
+}
+
+// ---- time
+
+struct Step {
+    std::string name;
+    std::vector<double> seconds; ///< one per run
+    double resident = 0;         ///< MiB
+    double peak = 0;             ///< MiB
+
+    double median() const {
+        std::vector<double> sorted = seconds;
+        std::ranges::sort(sorted);
+        return (sorted[(sorted.size() - 1) / 2] + sorted[sorted.size() / 2]) / 2;
+    }
+};
+
+/// Steps by name, in the order in which they first run.
+class Steps {
+public:
+    template <class Work>
+    void time(const std::string& name, Work&& work) {
+        Step& step = stepOf(name);
+        resetPeak();
+        const auto start = std::chrono::steady_clock::now();
+        work();
+        step.seconds.push_back(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        step.resident = statusOf("VmRSS");
+        step.peak = std::max(step.peak, statusOf("VmHWM"));
+    }
+
+    const std::vector<Step>& all() const { return steps_; }
+
+private:
+    Step& stepOf(const std::string& name) {
+        const auto found = std::ranges::find(steps_, name, &Step::name);
+        if (found != steps_.end()) return *found;
+        steps_.push_back({name, {}});
+        return steps_.back();
+    }
+
+    std::vector<Step> steps_;
+};
+
+Message randomMessage(u64 logSlots, bool isReal) {
+    std::mt19937_64 random(1); // NOLINT(bugprone-random-generator-seed): the same message in every run
+    std::uniform_real_distribution<double> uniform(-0.7, 0.7);
+    Message message(logSlots);
+    for (auto& slot : message) slot = {uniform(random), isReal ? 0.0 : uniform(random)};
+    return message;
+}
+
+/// A preset's keys and bootstrapper, and a bootstrap in pieces.
+class Phases {
+public:
+    Phases(ParameterPreset preset, const Options& options, Steps& steps)
+        : preset_(preset), options_(options), steps_(steps) {}
+
+    void run() {
+        prepare();
+        const Context& c = *context_;
+        Ciphertext in(c);
+        Encryptor(c).encrypt(randomMessage(logSlots_, options_.isReal), *secretKey_, in,
+                             bootstrapper_->getMinLevelForBootstrap(), 0);
+        for (int i = 0; i < options_.runs; ++i) phaseByPhase(in);
+        Ciphertext out(c);
+        for (int i = 0; i < options_.runs; ++i)
+            steps_.time("whole bootstrap", [&] { bootstrapper_->bootstrap(in, out, !options_.isReal); });
+    }
+
+private:
+    void prepare() {
+        steps_.time("context", [&] {
+            context_ = makeContext(preset_);
+            if (isSparseSecretEncapsulationSupported(*context_))
+                sparse_ = makeContext(getSparseParameterPresetFor(preset_));
+        });
+        const Context& c = *context_;
+        logSlots_ = options_.logSlots < 0 ? getLogFullSlots(c) : static_cast<u64>(options_.logSlots);
+        const bool compact = !options_.isBatched;
+        secretKey_.emplace(c);
+        const KeyPack pack = sparse_ ? KeyPack(c, *sparse_) : KeyPack(c);
+        const KeyGenerator generator =
+            sparse_ ? KeyGenerator(c, *sparse_, *secretKey_, pack) : KeyGenerator(c, *secretKey_, pack);
+        steps_.time(sparse_ ? "keys: multiplication, conjugation, encapsulation"
+                            : "keys: multiplication, conjugation",
+                    [&] {
+                        generator.genMultKey();
+                        generator.genConjKey();
+                        if (sparse_) generator.genSparseSecretEncapsulationKey();
+                    });
+        steps_.time("keys: " + std::to_string(rotationKeys(c, logSlots_, compact)) + " rotations",
+                    [&] { generator.genRotKeysForBootstrap(logSlots_, compact); });
+        const HomEvaluator evaluator(c, pack);
+        evaluator_ = evaluator.getImpl();
+        steps_.time("`Bootstrapper`", [&] {
+            bootstrapper_ = std::make_unique<BootstrapperImpl>(evaluator, sparse_, logSlots_, compact);
+        });
+    }
+
+    /// The steps of `BootstrapperImpl::bootstrapTwoOutput`, or of its form for reals.
+    void phaseByPhase(const Ciphertext& in) {
+        const BootstrapperImpl& b = *bootstrapper_;
+        Ciphertext t(*context_), other(*context_), out(*context_);
+        steps_.time("down, slot to coefficient", [&] { t = b.takeDown(in); });
+        steps_.time("raise", [&] { b.raiseModulus(t); });
+        if (logSlots_ < getLogFullSlots(*context_)) steps_.time("fold", [&] { b.fold(t, logSlots_); });
+        steps_.time("coefficient to slot", [&] {
+            evaluator_->multInteger(t, static_cast<long>(b.getParameter().post_raise_factor), t);
+            b.coeffToSlot(t, t);
+            t.setLogSlots(logSlots_);
+        });
+        steps_.time("conjugation", [&] {
+            evaluator_->conjugate(t, other);
+            if (options_.isReal) {
+                evaluator_->add(t, other, t);
+            } else {
+                Ciphertext sum(*context_);
+                evaluator_->add(t, other, sum);
+                evaluator_->sub(other, t, other);
+                evaluator_->multImagUnit(other, other);
+                evaluator_->rescale(other);
+                t = std::move(sum);
+            }
+            evaluator_->rescale(t);
+        });
+        steps_.time("sine of the real part", [&] { b.removeI(t, t, 1.0); });
+        if (options_.isReal) return;
+        steps_.time("sine of the imaginary part", [&] {
+            b.removeI(other, other, 1.0);
+            evaluator_->multImagUnit(other, other);
+            evaluator_->add(t, other, out);
+        });
+    }
+
+    ParameterPreset preset_;
+    const Options& options_;
+    Steps& steps_;
+    u64 logSlots_ = 0;
+    std::optional<Context> context_, sparse_;
+    std::optional<SecretKey> secretKey_;
+    std::shared_ptr<HomEvaluatorImpl> evaluator_;
+    std::unique_ptr<BootstrapperImpl> bootstrapper_;
+};
+
+void measure(const std::string& name, const Options& options) {
+    std::vector<Steps> byThreads;
+    for (const int threads : options.threads) {
+        omp_set_num_threads(threads);
+        Phases(presetOf(name), options, byThreads.emplace_back()).run();
+    }
+    std::printf("\n`%s`, %s slots, %s, %s\n\n| step |", name.c_str(),
+                options.logSlots < 0 ? "full" : ("2^" + std::to_string(options.logSlots)).c_str(),
+                options.isBatched ? "batched" : "sequential", options.isReal ? "real" : "complex");
+    for (const int threads : options.threads)
+        std::printf(" %d thread%s, s |", threads, threads == 1 ? "" : "s");
+    std::printf(" resident, MiB | peak, MiB |\n| --- |");
+    for (u64 i = 0; i < options.threads.size() + 2; ++i) std::printf(" --- |");
+    std::printf("\n");
+    const std::vector<Step>& last = byThreads.back().all();
+    for (u64 k = 0; k < last.size(); ++k) {
+        std::printf("| %s |", last[k].name.c_str());
+        for (const Steps& steps : byThreads) std::printf(" %.3f |", steps.all()[k].median());
+        std::printf(" %.1f | %.1f |\n", last[k].resident, last[k].peak);
+    }
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const Options options = parse(argc, argv);
+    if (options.isForSizes) {
+        std::printf("| preset | log slots | rotation key, MiB | keys, batched | MiB | keys, sequential | MiB "
+                    "| slot to coefficient, MiB | coefficient to slot, MiB |\n"
+                    "| --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
+        for (const ParameterPreset preset : bootstrappable) printSizes(preset);
+    }
+    for (const std::string& name : options.presets) measure(name, options);
+    return 0;
+}
