@@ -16,10 +16,12 @@ namespace Torvo {
 class KeyGeneratorImpl;
 
 /// Makes public keys from a secret key, straight into a `KeyPack`, with randomness of the calling thread.
-/// Generators may run side by side on one pack.
+/// Generators may run side by side on one pack. The keys between rings, which `RingPacker` works with, are
+/// handed to the caller instead.
 ///
 /// Every generating call of a generator without a secret key throws RuntimeException "[KeyGenerator] The
-/// KeyGenerator was constructed without a default secret key".
+/// KeyGenerator was constructed without a default secret key", except `genModPackKeyBundle`, which is given
+/// both its keys.
 class TORVO_API KeyGenerator {
 public:
     /// Without a secret key.

@@ -61,6 +61,26 @@ void KeyGenerator::genSparseSecretEncapsulationKey() const {
     impl_->genSparseSecretEncapsulationKey();
 }
 
+RingSwitchKey KeyGenerator::genComposeKey(const SecretKey& in_key) const {
+    return impl_->genComposeKey(in_key);
+}
+
+RingSwitchKey KeyGenerator::genDecomposeKey(const Context& switch_context, const SecretKey& out_key) const {
+    return impl_->genDecomposeKey(switch_context, out_key);
+}
+
+template <EncryptionType E>
+ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
+                                                   const SecretKeyBase<E>& out_key) const {
+    return impl_->genModPackKeyBundle(in_key, out_key);
+}
+
+template <EncryptionType E>
+ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const LWE::SecretKey& in_key,
+                                                   const SecretKeyBase<E>& out_key) const {
+    return impl_->genModPackKeyBundle(in_key, out_key);
+}
+
 const KeyPack& KeyGenerator::getKeyPack() const {
     return keyPack_;
 }
@@ -73,5 +93,10 @@ void KeyGenerator::flush() {
     keyPack_ = KeyPack(context_);
     impl_->flushKeyPack(keyPack_.getImpl());
 }
+
+template ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
+                                                            const SecretKeyBase<EncryptionType::MLWE>&) const;
+template ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
+                                                            const SecretKeyBase<EncryptionType::RLWE>&) const;
 
 } // namespace Torvo

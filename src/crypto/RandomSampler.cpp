@@ -4,7 +4,7 @@
 #include "arithmetic/UniformResidue.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
-#include "core/SecureWipe.hpp"
+#include "core/WipedVector.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 
 #include <algorithm>
@@ -17,21 +17,8 @@ namespace Torvo {
 
 namespace {
 
-/// Small signed coefficients, wiped when they are no longer needed: they are errors or ephemeral secrets.
-class SmallCoefficients {
-public:
-    explicit SmallCoefficients(u64 degree) : values_(degree) {}
-    ~SmallCoefficients() { utils::wipe(values_.data(), values_.size() * sizeof(long)); }
-    SmallCoefficients(const SmallCoefficients&) = delete;
-    SmallCoefficients& operator=(const SmallCoefficients&) = delete;
-
-    u64 size() const { return values_.size(); }
-    long& operator[](u64 i) { return values_[i]; }
-    long operator[](u64 i) const { return values_[i]; }
-
-private:
-    std::vector<long> values_;
-};
+/// Small signed coefficients of an error or of an ephemeral secret.
+using SmallCoefficients = utils::WipedVector<long>;
 
 /// Two independent values lround(sigma * N(0, 1)) out of one word, by the Box-Muller transform. The 1 added
 /// to the low half keeps the logarithm's argument above 0.

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "core/Integers.hpp"
+#include "core/SecureWipe.hpp"
+
+#include <vector>
+
+namespace Torvo::utils {
+
+/// A fixed number of small values that tell a secret, all 0 at first. They are wiped when they go, and there
+/// are no copies of them.
+template <class T>
+class WipedVector {
+public:
+    explicit WipedVector(u64 size) : values_(size) {}
+    ~WipedVector() { wipe(values_.data(), values_.size() * sizeof(T)); }
+    WipedVector(const WipedVector&) = delete;
+    WipedVector& operator=(const WipedVector&) = delete;
+
+    u64 size() const { return values_.size(); }
+    const T* data() const { return values_.data(); }
+    T& operator[](u64 i) { return values_[i]; }
+    const T& operator[](u64 i) const { return values_[i]; }
+
+private:
+    std::vector<T> values_;
+};
+
+} // namespace Torvo::utils
