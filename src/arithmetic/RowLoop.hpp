@@ -4,6 +4,8 @@
 
 #include <omp.h>
 
+#include <algorithm>
+
 namespace Torvo {
 
 /// How a row loop behaves when its caller already is in a parallel region: run with one thread, or open a
@@ -20,6 +22,17 @@ void forEachIndex(u64 count, Body&& body) {
     const int threads = alone ? 1 : omp_get_max_threads();
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (u64 i = 0; i < count; ++i) body(i);
+}
+
+/// Calls body(begin, end) for ranges that together are the indices below `count`, one range for each thread
+/// of a guarded team. Ranges begin at multiples of eight, so that two threads meet in no cache line of words.
+template <class Body>
+void forEachShare(u64 count, Body&& body) {
+    const u64 shares = static_cast<u64>(omp_get_max_threads());
+    const u64 length = ((count + shares - 1) / shares + 7) / 8 * 8;
+    if (length == 0) return;
+    forEachIndex((count + length - 1) / length,
+                 [&](u64 t) { body(t * length, std::min((t + 1) * length, count)); });
 }
 
 } // namespace Torvo
