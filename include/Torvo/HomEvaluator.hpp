@@ -41,7 +41,9 @@ class HomEvaluatorImpl;
 ///   - "The Operand should have rescale counter zero", "The Operands should have rescale counter zero":
 ///     multiplication of operands that owe a rescale;
 ///   - "Operands have different levels.": where levels are not matched for the caller;
-///   - "Message that is GPU-allocated is not supported.": messages are computed on the CPU.
+///   - "Message that is GPU-allocated is not supported.": messages are computed on the CPU;
+///   - "Operands are not of the ring of the generated context.": an operand of another degree, or with more
+///     primes. (Rings that differ in their primes only are not told apart.)
 class TORVO_API HomEvaluator {
 public:
     /// An evaluator with the keys of a key directory, each read when first needed; the multiplication key at

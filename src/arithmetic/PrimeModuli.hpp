@@ -78,6 +78,8 @@ public:
     }
     /// The same for operands of which the first is on `device`, and all others if `isCommon`.
     Device checkDevice(const Device& device, bool isCommon) const;
+    /// Whether a polynomial has the degree of this ring, and no more live rows than it has primes.
+    bool isOwn(const Polynomial& p) const { return p.getDegree() == degree_ && p.rowEnd() <= size(); }
 
     /// One constant per row: a copy of the words.
     DeviceSpecificArray<u64> computeConstantCoefficients(const LevelledElement& real) const;

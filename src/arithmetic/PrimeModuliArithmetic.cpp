@@ -63,6 +63,7 @@ void PrimeModuli::tensor(const Polynomial& x, const Polynomial& y, const Polynom
 
 bool PrimeModuli::isZero(const Polynomial& p) const {
     requireBackend(getCommonDeviceAndCheck(p), {"isZeroCUDA", "isZero"});
+    require(isOwn(p), message::operandsOfOtherRing);
     const RowBound bound{p.getLevel(), p.getNumBase(), p.rowEnd()};
     std::atomic<u64> nonZeroRows = 0;
     forEachRow(bound.live(), [&](u64 i) {
@@ -75,19 +76,21 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
                                Polynomial& out2) const {
     require(!pairs.empty(), message::noOperand);
     const Polynomial& first = *pairs.front().a;
-    bool sameLevel = true, sameModUp = true, sameDevice = true, overwritten = false;
+    bool sameLevel = true, sameModUp = true, sameDevice = true, own = true, overwritten = false;
     for (const auto& [a, x, y] : pairs) {
         sameLevel = sameLevel && a->getLevel() == first.getLevel();
         for (const Polynomial* operand : {a, x, y}) {
             sameLevel = sameLevel && operand->getLevel() >= first.getLevel();
             sameModUp = sameModUp && operand->isModUp() == first.isModUp();
             sameDevice = sameDevice && operand->getDevice() == first.getDevice();
+            own = own && isOwn(*operand);
             overwritten = overwritten || operand == &out1 || operand == &out2;
         }
     }
     require(sameLevel, message::operandsDifferInLevel);
     require(sameModUp, message::operandsDifferInModUp);
     checkDevice(first.getDevice(), sameDevice);
+    require(own, message::operandsOfOtherRing);
     if (overwritten) {
         // The sums grow while operands are still to be read: they cannot grow in an operand's place.
         Polynomial sum1 = out1.sameShape(), sum2 = out2.sameShape();

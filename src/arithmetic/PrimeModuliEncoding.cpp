@@ -72,6 +72,7 @@ void PrimeModuli::coefficientsToPolyVector(const DeviceSpecificArray<int>& ints,
     for (Polynomial& poly : polys.getPolys()) {
         requireBackend(getCommonDeviceAndCheck(ints, poly),
                        {"coefficientsToPolyVector", "coefficientsToPolyVector"});
+        require(isOwn(poly), message::operandsOfOtherRing);
         const RowBound bound{poly.getLevel(), poly.getNumBase(), poly.rowEnd()};
         forEachRow(bound.live(), [&](u64 i) {
             residues(moduli_[i], coefficients, poly.getRow(i), degree_);

@@ -1,5 +1,7 @@
+#include "arithmetic/Messages.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/PrimeModuliShape.hpp"
+#include "core/Failure.hpp"
 
 #include <algorithm>
 
@@ -47,6 +49,7 @@ void PrimeModuli::rescale(Polynomial& p) const {
     const u64 level = p.getLevel();
     p.setLevel(level - 1); // the top row stays in the capacity
     const Device device = getCommonDeviceAndCheck(p);
+    require(isOwn(p), message::operandsOfOtherRing);
     requireBackend(device, p.isNTT() ? FailureNames{"execinttBatch", "backwardNTT"}
                                      : FailureNames{"normalizeModCUDA", "normalizeMod"});
     const u64* inverses = getInvPrimeData(device).getData() + level * size();

@@ -1,5 +1,6 @@
 #include "arithmetic/PrimeModuliShape.hpp"
 
+#include "arithmetic/Messages.hpp"
 #include "core/Failure.hpp"
 
 #include <algorithm>
@@ -12,10 +13,10 @@ void requireBackend(const Device& device, FailureNames names) {
 }
 
 Operand::Operand(const Polynomial& polynomial)
-    : level(polynomial.getLevel()), rowEnd(polynomial.rowEnd()), device(polynomial.getDevice()) {}
+    : degree(polynomial.getDegree()), level(polynomial.getLevel()), rowEnd(polynomial.rowEnd()), device(polynomial.getDevice()) {}
 
 Operand::Operand(const LevelledElement& element)
-    : level(element.getLevel()), rowEnd(element.isModUp() ? element.getNumPrimes() : element.getLevel() + 1),
+    : degree(0), level(element.getLevel()), rowEnd(element.isModUp() ? element.getNumPrimes() : element.getLevel() + 1),
       device(element.getDevice()) {}
 
 RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initializer_list<Operand> operands,
@@ -23,17 +24,21 @@ RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initial
     const Device first = operands.begin()->device;
     RowBound bound{operands.begin()->level, outputs.begin()->polynomial.getNumBase(),
                    operands.begin()->rowEnd};
-    bool isCommon = true;
+    bool isCommon = true, isOwn = true;
     for (const Operand& operand : operands) {
         bound.level = std::min(bound.level, operand.level);
         bound.end = std::min(bound.end, operand.rowEnd);
         isCommon = isCommon && operand.device == first;
+        isOwn = isOwn && operand.rowEnd <= primes.size() &&
+                (operand.degree == 0 || operand.degree == primes.getDegree());
     }
     for (const Output& output : outputs) {
         output.polynomial.setLevel(bound.level);
         bound.end = std::min(bound.end, output.polynomial.rowEnd());
+        isOwn = isOwn && output.polynomial.getDegree() == primes.getDegree();
     }
     const Device device = primes.checkDevice(first, isCommon);
+    require(isOwn, message::operandsOfOtherRing);
     for (const Output& output : outputs) {
         output.polynomial.allocate(device);
         output.polynomial.setNTT(output.isNTT);

@@ -33,8 +33,9 @@ struct Operand {
     Operand(const LevelledElement& element);
     /// An operand of which the operation takes the rows up to `rowLevel` only.
     Operand(u64 rowLevel, const Device& itsDevice)
-        : level(rowLevel), rowEnd(rowLevel + 1), device(itsDevice) {}
+        : degree(0), level(rowLevel), rowEnd(rowLevel + 1), device(itsDevice) {}
 
+    u64 degree; ///< 0: not a polynomial
     u64 level;
     u64 rowEnd; ///< one past its last row
     Device device;
@@ -66,8 +67,8 @@ struct RowBound {
 };
 
 /// Gives the outputs the level, device and NTT state of the result, in this order: the smallest level of the
-/// operands goes to each output; the operands' devices are compared and checked; outputs that lie elsewhere
-/// are allocated; a device without backend is refused. The bound is that of the operand, or output, with the
+/// operands goes to each output; the operands' devices are compared and checked; whatever is not of the ring of
+/// `primes` is refused; outputs that lie elsewhere are allocated; a device without backend is refused. The bound is that of the operand, or output, with the
 /// fewest rows.
 RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initializer_list<Operand> operands,
                      std::initializer_list<Output> outputs);
