@@ -21,8 +21,9 @@ void PrimeModuli::add(const Polynomial& a, const Polynomial& b, Polynomial& out)
 template <class Validator>
 void PrimeModuli::add(const Polynomial& a, const Polynomial& b, Polynomial& out, Validator validator) const {
     const auto bound = shapeResult(*this, {"addCUDA", "add"}, {a, b}, {{out, a.isNTT()}});
-    forEachRow(bound.where(validator),
-               [&](u64 i) { moduli_[i].addVector(out.getRow(i), a.getRow(i), b.getRow(i), degree_); });
+    forEachRow<Nesting::Guarded>(bound.where(validator), [&](u64 i) {
+        moduli_[i].addVector(out.getRow(i), a.getRow(i), b.getRow(i), degree_);
+    });
 }
 
 void PrimeModuli::sub(const Polynomial& a, const Polynomial& b, Polynomial& out) const {

@@ -12,6 +12,11 @@ namespace Torvo {
 /// team of the default size all the same.
 enum class Nesting { Guarded, Default };
 
+/// Threads of a guarded team: how many sums to keep where each thread adds up its own.
+inline u64 teamSize() {
+    return omp_in_parallel() != 0 ? 1 : static_cast<u64>(omp_get_max_threads());
+}
+
 /// Calls body(i) for i < count, shared out among an OpenMP team in contiguous blocks; all threads have left
 /// before it returns. The body must not throw: an exception that left it would end the process.
 template <Nesting nesting = Nesting::Guarded, class Body>

@@ -13,4 +13,27 @@ inline constexpr const char* vectorsMissDegree =
 inline constexpr const char* polynomialsMissDimension =
     "The number of Polynomials does not match to the dimension of LevelledVector";
 
+inline constexpr const char* composeOutputDegree =
+    "[compose] Degree of input ciphertext(s) should divide of degree output ciphertext";
+inline constexpr const char* composeDimension =
+    "[compose] The dimension of input ciphertext(s) should be equal to output ciphertext unless the case of "
+    "embedding a single ciphertext";
+inline constexpr const char* decomposeInputDegree =
+    "[decompose] Degree of output ciphertext(s) should divide of degree input ciphertext";
+inline constexpr const char* decomposeDimension = "[decompose] The dimension of output ciphertext(s) should "
+                                                  "be equal to input ciphertext unless the case of "
+                                                  "extracting a single ciphertext";
+inline constexpr const char* decomposeLevel = "[decompose] The level of given ciphertext is more than the "
+                                              "level of max encryption level of the output ciphertext(s)";
+inline constexpr const char* modPackTotalDimension =
+    "[modPack] Total dimension of encrypting messages of input and output does not match";
+inline constexpr const char* modPackKeysDoNotFit =
+    "[modPack] Input or output ciphertexts is not compatible to the given modpack keys";
+inline constexpr const char* modPackLevel = "[modPack] The level of given ciphertext(s) is more than the "
+                                            "level of max encryption level of the output ciphertext";
+inline constexpr const char* unPackDegree =
+    "[unPack] Input Ciphertext degree should be equal to the number of output LWE Ciphertexts";
+inline constexpr const char* unPackLevel = "[unPack] The level of given ciphertext is more than the level of "
+                                           "max encryption level of the output ciphertext(s)";
+
 } // namespace Torvo::message

@@ -1,0 +1,142 @@
+#include "ring/MLWEKeySwitch.hpp"
+
+#include "arithmetic/RowLoop.hpp"
+#include "context/ContextContent.hpp"
+#include "crypto/OutputShape.hpp"
+#include "evaluator/KeySwitcher.hpp"
+#include "ring/RingSwitcher.hpp"
+
+#include <algorithm>
+#include <optional>
+#include <span>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+/// Nothing but its shape, out of NTT form.
+Polynomial coefficientsOf(const Context& context, u64 level, const Device& device) {
+    Polynomial polynomial(context, false, false);
+    polynomial.setLevel(level);
+    polynomial.allocate(device);
+    return polynomial;
+}
+
+/// The key switches of several groups of components, one after the other, and their sum before the division
+/// by the temporary primes.
+class GroupSum {
+public:
+    GroupSum(const Context& small, const Context& large, u64 rank, u64 level, const Device& device)
+        : small_(small), large_(large), interleaved_(coefficientsOf(large, level, device)), parts_(rank) {
+        for (u64 i = 1; i < rank; ++i) shifted_.push_back(coefficientsOf(small, level, device));
+    }
+
+    void add(const KeySwitcher& switcher, std::span<const Polynomial> group, EvaluationKey& key) {
+        interleave(group);
+        switcher.modUpPQ(interleaved_, digits_);
+        add(switcher.multEvalKey(digits_, key));
+    }
+    void add(Ciphertext&& product) {
+        if (!sum_) {
+            sum_ = std::move(product);
+            return;
+        }
+        for (u64 j = 0; j < 2; ++j)
+            large_->primes.add(sum_->getPoly(j), product.getPoly(j), sum_->getPoly(j));
+    }
+
+    Ciphertext& sum() { return *sum_; }
+
+private:
+    /// sum over i of group[i](X^r) X^-i: times the interleaved secret it has the sum of the products of the
+    /// components at the multiples of X^r. X^-i is X^(r - i) times an X^-1 of the small ring.
+    void interleave(std::span<const Polynomial> group) {
+        const u64 rank = group.size();
+        parts_[0] = &group[0];
+        for (u64 i = 1; i < rank; ++i) {
+            small_->primes.multMonomial(group[i], shifted_[i - 1], -1);
+            parts_[rank - i] = &shifted_[i - 1];
+        }
+        RingSwitcher{}.combine(parts_, interleaved_);
+    }
+
+    Context small_, large_;
+    Polynomial interleaved_;
+    std::vector<Polynomial> shifted_;
+    std::vector<const Polynomial*> parts_;
+    std::vector<Polynomial> digits_;
+    std::optional<Ciphertext> sum_;
+};
+
+/// The sum of the key switches of all groups. Each thread adds up a share of its own: a sum for every group
+/// would take as much memory as the keys.
+Ciphertext sumOverGroups(const KeySwitcher& switcher, std::span<const Polynomial> components,
+                         const ModPackKeyBundle& keys, const Context& small) {
+    const u64 numKeys = keys.getNumKeys(), rank = components.size() / numKeys;
+    const Device device = components.front().getDevice();
+    std::vector<EvaluationKey*> keyOf;
+    for (u64 k = 0; k < numKeys; ++k) {
+        keyOf.push_back(keys.getModPackKey(k).get());
+        keyOf.back()->copyTo(device); // so that nothing is left to fail in the loop
+    }
+    const u64 numShares = std::min(numKeys, teamSize());
+    std::vector<GroupSum> shares;
+    for (u64 t = 0; t < numShares; ++t)
+        shares.emplace_back(small, keys.getContext(), rank, components.front().getLevel(), device);
+
+    forEachIndex(numShares, [&](u64 t) {
+        for (u64 k = t * numKeys / numShares; k < (t + 1) * numKeys / numShares; ++k)
+            shares[t].add(switcher, components.subspan(k * rank, rank), *keyOf[k]);
+    });
+    for (u64 t = 1; t < numShares; ++t) shares[0].add(std::move(shares[t].sum()));
+    return std::move(shares[0].sum());
+}
+
+/// out[1 + i] = component i, of rank r, that times s_i adds up to the multiples of X^r in `a` times the
+/// interleaved secret: the coefficients of `a` at c r - i.
+template <EncryptionType E>
+void splitComponents(const Polynomial& a, CiphertextBase<E>& out) {
+    const Context& context = out.getContext();
+    const u64 rank = out.getNumPoly() - 1;
+    std::vector<Polynomial> pieces;
+    for (u64 i = 1; i < rank; ++i) pieces.push_back(coefficientsOf(context, a.getLevel(), a.getDevice()));
+    std::vector<Polynomial*> parts{&out.getPoly(1)};
+    for (Polynomial& piece : pieces) parts.push_back(&piece);
+    RingSwitcher{}.split(a, parts);
+    const std::vector<Polynomial>& pieceOf = pieces;
+    forEachIndex(pieces.size(),
+                 [&](u64 i) { context->primes.multMonomial(pieceOf[i], out.getPoly(rank - i), 1); });
+}
+
+} // namespace
+
+template <EncryptionType E>
+void mlweKeySwitch(const std::vector<Polynomial>& polys, const ModPackKeyBundle& keys,
+                   CiphertextBase<E>& out) {
+    const Context context = out.getContext();
+    const PrimeModuli& primes = context->primes;
+    const Polynomial& b = polys.front();
+    primes.getCommonDeviceAndCheck(b);
+    keys.getContext()->primes.getCommonDeviceAndCheck(b);
+
+    const KeySwitcher switcher(keys.getContext());
+    Ciphertext switched(keys.getContext());
+    switcher.modDown(sumOverGroups(switcher, std::span(polys).subspan(1), keys, context), switched, false);
+
+    const u64 numPoly = out.getNumPoly();
+    shapeOutput(context, false, out);
+    out.getPolys().setSize(numPoly);
+    out.setLevel(b.getLevel());
+    out.allocate(b.getDevice());
+    splitComponents(switched.getPoly(1), out);
+    RingSwitcher{}.extract(switched.getPoly(0), out.getPoly(0));
+    primes.add(out.getPoly(0), b, out.getPoly(0));
+}
+
+template void mlweKeySwitch(const std::vector<Polynomial>&, const ModPackKeyBundle&,
+                            CiphertextBase<EncryptionType::MLWE>&);
+template void mlweKeySwitch(const std::vector<Polynomial>&, const ModPackKeyBundle&,
+                            CiphertextBase<EncryptionType::RLWE>&);
+
+} // namespace Torvo

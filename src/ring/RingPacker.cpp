@@ -1,0 +1,275 @@
+#include <Torvo/RingPacker.hpp>
+
+#include "arithmetic/Messages.hpp"
+#include "arithmetic/RowLoop.hpp"
+#include "context/ContextContent.hpp"
+#include "context/LWEContextContent.hpp"
+#include "crypto/OutputShape.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
+#include "evaluator/KeySwitcher.hpp"
+#include "ring/MLWEKeySwitch.hpp"
+#include "ring/Messages.hpp"
+#include "ring/RingSwitcher.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+constexpr RingSwitcher ringSwitcher;
+
+// ---- what operands say of themselves
+
+template <EncryptionType E>
+u64 degreeOf(const CiphertextBase<E>& ciphertext) {
+    return ciphertext.getContext()->parameter.degree;
+}
+/// Plain LWE is a module over the integers, of as many components as its dimension.
+u64 degreeOf(const LWE::Ciphertext&) {
+    return 1;
+}
+
+template <EncryptionType E>
+u64 rankOf(const CiphertextBase<E>& ciphertext) {
+    return ciphertext.getNumPoly() - 1;
+}
+u64 rankOf(const LWE::Ciphertext& ciphertext) {
+    return ciphertext.getAx().getDimension();
+}
+
+u64 encryptionLevelOf(const Context& context) {
+    return context->parameter.encryption_level;
+}
+
+// ---- guards
+
+template <class AnyCiphertext>
+void requireOnCoefficients(const AnyCiphertext& operand) {
+    require(!utils::WithEncodingType<AnyCiphertext> || !utils::isOnSlots(operand),
+            message::notOnCoefficients);
+}
+
+/// Whether ciphertexts may become one.
+template <class AnyCiphertext>
+void requireAlike(const std::vector<const AnyCiphertext*>& operands) {
+    const AnyCiphertext& first = *operands.front();
+    for (const AnyCiphertext* operand : operands) utils::checkPrecondition(first, *operand);
+    for (const AnyCiphertext* operand : operands)
+        require(operand->getLevel() == first.getLevel(), message::operandsDifferInLevel);
+    utils::requireCounterWithinLevel(first);
+}
+
+void requireTwoElements(const Ciphertext& operand) {
+    require(operand.getNumPoly() == 2, message::sizeNotTwo);
+}
+
+/// Whether the residues of a ciphertext at `level` may be read as those of `context`.
+void requireFit(const Context& context, u64 degree, u64 level) {
+    require(context->parameter.degree == degree && level < context->parameter.chain_length,
+            message::ciphertextDoesNotFit);
+}
+
+/// Whether `in` fill the degree `whole` together.
+template <class AnyCiphertext>
+bool fillTogether(const std::vector<const AnyCiphertext*>& in, u64 whole) {
+    return !in.empty() && in.size() * degreeOf(*in.front()) == whole &&
+           std::ranges::all_of(in,
+                               [&](const auto* part) { return degreeOf(*part) == degreeOf(*in.front()); });
+}
+
+/// Whether the keys are as many as the groups of components, and of the ring in which the output lies.
+template <class AnyCiphertext, EncryptionType E>
+bool keysFit(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBundle& keys,
+             const CiphertextBase<E>& out) {
+    const u64 rank = rankOf(*in.front());
+    return rank % rankOf(out) == 0 && rank / rankOf(out) == keys.getNumKeys() && keys.getNumKeys() > 0 &&
+           std::ranges::all_of(in, [&](const auto* operand) { return rankOf(*operand) == rank; }) &&
+           keys.getContext()->parameter.degree == rankOf(out) * degreeOf(out);
+}
+
+// ---- outputs
+
+/// Makes `out` a ciphertext of `context` with two elements, whatever it was used for before.
+void shapePair(const Context& context, Ciphertext& out) {
+    utils::fitElements(context, 2, false, out);
+}
+
+template <EncryptionType E>
+void stamp(int rescaleCounter, CiphertextBase<E>& out) {
+    out.setLogSlots(getLogFullSlots(out.getContext()));
+    out.setRescaleCounter(rescaleCounter);
+    out.setEncodingType(EncodingType::Coefficient);
+}
+
+// ---- pieces of the operations
+
+template <EncryptionType E>
+std::vector<const Polynomial*> elementsAt(u64 index, const std::vector<const CiphertextBase<E>*>& in) {
+    std::vector<const Polynomial*> elements;
+    for (const auto* ciphertext : in) elements.push_back(&ciphertext->getPoly(index));
+    return elements;
+}
+
+/// Brings a ciphertext in coefficients from the secret that `key` switches from to that which it switches to.
+void switchKey(const RingSwitchKey& key, Ciphertext& ciphertext) {
+    const KeySwitcher switcher(key.getContext());
+    Ciphertext switched = switcher.switchKey(ciphertext.getPoly(1), key.getKey(), false);
+    ciphertext.getContext()->primes.add(ciphertext.getPoly(0), switched.getPoly(0), ciphertext.getPoly(0));
+    // The words alone: the ring is that of the ciphertext, which may have more primes than the key's.
+    ciphertext.getPoly(1).setData(std::move(switched.getPoly(1).getData()));
+}
+
+/// `count` polynomials of `context` at `level`, out of NTT form, contents unset.
+std::vector<Polynomial> coefficientPolynomials(const Context& context, u64 count, u64 level) {
+    Polynomial shape(context, false, false);
+    shape.setLevel(level);
+    std::vector<Polynomial> polys;
+    polys.reserve(count);
+    for (u64 i = 0; i < count; ++i) polys.push_back(shape.sameShape());
+    return polys;
+}
+
+/// One ciphertext of large rank for all of `in`, in the ring of the output: b, then the components.
+std::vector<Polynomial> combined(const std::vector<const CiphertextBase<EncryptionType::MLWE>*>& in,
+                                 const Context& context) {
+    auto polys = coefficientPolynomials(context, in.front()->getNumPoly(), in.front()->getLevel());
+    for (u64 j = 0; j < polys.size(); ++j) ringSwitcher.combine(elementsAt(j, in), polys[j]);
+    return polys;
+}
+
+std::vector<Polynomial> combined(const std::vector<const LWE::Ciphertext*>& in, const Context& context) {
+    auto polys = coefficientPolynomials(context, rankOf(*in.front()) + 1, in.front()->getLevel());
+    std::vector<const LevelledVector*> vectors;
+    std::vector<const LevelledElement*> numbers;
+    for (const LWE::Ciphertext* ciphertext : in) {
+        vectors.push_back(&ciphertext->getAx());
+        numbers.push_back(&ciphertext->getBx());
+    }
+    std::vector<Polynomial*> components;
+    for (u64 j = 1; j < polys.size(); ++j) components.push_back(&polys[j]);
+    ringSwitcher.combineBatch(vectors, components);
+    ringSwitcher.combine(numbers, polys[0]);
+    return polys;
+}
+
+template <class AnyCiphertext, EncryptionType E>
+void modPackAny(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBundle& keys,
+                CiphertextBase<E>& out) {
+    require(fillTogether(in, degreeOf(out)), message::modPackTotalDimension);
+    require(keysFit(in, keys, out), message::modPackKeysDoNotFit);
+    requireOnCoefficients(*in.front());
+    requireAlike(in);
+    const u64 level = in.front()->getLevel();
+    require(level <= encryptionLevelOf(out.getContext()), message::modPackLevel);
+    requireFit(keys.getContext(), rankOf(out) * degreeOf(out), level);
+    const int counter = in.front()->getRescaleCounter();
+    mlweKeySwitch(combined(in, out.getContext()), keys, out);
+    stamp(counter, out);
+}
+
+/// Makes an output of `unPack` fit for `context` and `level`.
+void shapeUnpacked(const LWE::Context& context, u64 level, const Device& device, LWE::Ciphertext& out) {
+    if (out.getContext()->context_hash != context->context_hash) out = LWE::Ciphertext(context);
+    out.setLevel(level);
+    out.getAx().allocate(device);
+    out.getBx().allocate(device);
+}
+
+} // namespace
+
+void RingPacker::compose(const std::vector<const Ciphertext*>& in, const RingSwitchKey& key,
+                         Ciphertext& out) const {
+    require(!in.empty(), message::composeDimension);
+    const Ciphertext& first = *in.front();
+    const Context context = out.getContext();
+    require(degreeOf(out) % degreeOf(first) == 0, message::composeOutputDegree);
+    require(in.size() == 1 || fillTogether(in, degreeOf(out)), message::composeDimension);
+    requireOnCoefficients(first);
+    requireAlike(in);
+    for (const Ciphertext* operand : in) requireTwoElements(*operand);
+    for (const Context& ring : {context, key.getContext()}) requireFit(ring, degreeOf(out), first.getLevel());
+
+    const int counter = first.getRescaleCounter();
+    shapePair(context, out);
+    for (u64 j = 0; j < 2; ++j) {
+        if (in.size() == 1)
+            ringSwitcher.embed(first.getPoly(j), out.getPoly(j));
+        else
+            ringSwitcher.combine(elementsAt(j, in), out.getPoly(j));
+    }
+    switchKey(key, out);
+    stamp(counter, out);
+}
+
+void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
+                           std::vector<Ciphertext*>& out) const {
+    require(!out.empty(), message::decomposeDimension);
+    const Context context = out.front()->getContext();
+    const u64 degree = context->parameter.degree;
+    require(degreeOf(in) % degree == 0, message::decomposeInputDegree);
+    require(out.size() == 1 || out.size() == degreeOf(in) / degree, message::decomposeDimension);
+    requireOnCoefficients(in);
+    require(in.getLevel() <= encryptionLevelOf(context), message::decomposeLevel);
+    requireTwoElements(in);
+    utils::requireCounterWithinLevel(in);
+
+    const int counter = in.getRescaleCounter();
+    Ciphertext switched(key.getContext(), in);
+    switchKey(key, switched);
+    for (Ciphertext* part : out) shapePair(context, *part);
+    for (u64 j = 0; j < 2; ++j) {
+        std::vector<Polynomial*> parts;
+        for (Ciphertext* part : out) parts.push_back(&part->getPoly(j));
+        if (parts.size() == 1)
+            ringSwitcher.extract(switched.getPoly(j), *parts.front());
+        else
+            ringSwitcher.split(switched.getPoly(j), parts);
+    }
+    for (Ciphertext* part : out) stamp(counter, *part);
+}
+
+template <EncryptionType E>
+void RingPacker::modPack(const std::vector<const CiphertextBase<EncryptionType::MLWE>*>& in,
+                         const ModPackKeyBundle& keys, CiphertextBase<E>& out) const {
+    modPackAny(in, keys, out);
+}
+
+template <EncryptionType E>
+void RingPacker::modPack(const std::vector<const LWE::Ciphertext*>& in, const ModPackKeyBundle& keys,
+                         CiphertextBase<E>& out) const {
+    modPackAny(in, keys, out);
+}
+
+void RingPacker::unPack(const Ciphertext& in, const std::vector<LWE::Ciphertext*>& out) const {
+    require(out.size() == degreeOf(in), message::unPackDegree);
+    requireOnCoefficients(in);
+    const LWE::Context context = out.front()->getContext();
+    require(in.getLevel() <= context->parameter.numQP, message::unPackLevel);
+    requireTwoElements(in);
+    utils::requireCounterWithinLevel(in);
+
+    LevelledVector a(context);
+    ringSwitcher.split(in.getPoly(1), a);
+    context->primes.getCommonDeviceAndCheck(a);
+    std::vector<LevelledElement*> numbers;
+    for (LWE::Ciphertext* part : out) {
+        shapeUnpacked(context, in.getLevel(), in.getDevice(), *part);
+        numbers.push_back(&part->getBx());
+    }
+    ringSwitcher.split(in.getPoly(0), numbers);
+    forEachIndex(out.size(), [&](u64 i) { context->primes.conjugateInvert(a, out[i]->getAx(), i); });
+    for (LWE::Ciphertext* part : out) part->setRescaleCounter(in.getRescaleCounter());
+}
+
+template void RingPacker::modPack(const std::vector<const CiphertextBase<EncryptionType::MLWE>*>&,
+                                  const ModPackKeyBundle&, CiphertextBase<EncryptionType::MLWE>&) const;
+template void RingPacker::modPack(const std::vector<const CiphertextBase<EncryptionType::MLWE>*>&,
+                                  const ModPackKeyBundle&, CiphertextBase<EncryptionType::RLWE>&) const;
+template void RingPacker::modPack(const std::vector<const LWE::Ciphertext*>&, const ModPackKeyBundle&,
+                                  CiphertextBase<EncryptionType::MLWE>&) const;
+template void RingPacker::modPack(const std::vector<const LWE::Ciphertext*>&, const ModPackKeyBundle&,
+                                  CiphertextBase<EncryptionType::RLWE>&) const;
+
+} // namespace Torvo
