@@ -67,6 +67,10 @@ public:
     ///         encapsulation" without a second context
     void genSparseSecretEncapsulationKey() const;
 
+    // Keys between rings. Primes are compared from the base prime up to the level of fresh encryptions of the
+    // small ring; where already the base primes differ, the calls throw "The given two contexts are not
+    // compatible at any level" instead of their own text.
+
     /// The key of `RingPacker::compose`: from `in_key`, of a small ring laid into the generator's, to the
     /// generator's secret key.
     /// @throws RuntimeException in this order: without a secret key; "[genComposeKey] The degree of input
@@ -84,15 +88,15 @@ public:
     ///         subset of the primes of the switching key"
     RingSwitchKey genDecomposeKey(const Context& switch_context, const SecretKey& out_key) const;
     /// The keys of `RingPacker::modPack`, of the generator's context, from `in_key` (higher rank, lower
-    /// degree) to `out_key`. Needs no secret key of the generator.
+    /// degree) to `out_key`: as many as the rank of `out_key` goes into that of `in_key`. Needs no secret key
+    /// of the generator, whose context stands for the large ring only.
     /// @throws RuntimeException in this order: "[genModPackKeyBundle] Total dimension of output secret key is
     ///         not equal to the RLWE encryption dimension"; "[genModPackKeyBundle] The degree of input secret
     ///         key does not divide the degree of output secret key"; "[genModPackKeyBundle] The rank of
     ///         output secret key does not divide the rank of input secret key"; "[genModPackKeyBundle] The
     ///         encryption primes of the ciphertext to pack to is not subset of the primes of the switching
-    ///         key";
-    ///         "[genModPackKeyBundle] The encryption primes of the ciphertext to pack to is not subset of the
-    ///         primes of the output ciphertext"
+    ///         key"; "[genModPackKeyBundle] The encryption primes of the ciphertext to pack to is not subset
+    ///         of the primes of the output ciphertext"
     template <EncryptionType E>
     ModPackKeyBundle genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
                                          const SecretKeyBase<E>& out_key) const;

@@ -39,48 +39,6 @@ std::vector<Context> contexts() {
             makeContext(6, 4, 50, 42, 50, 1)};
 }
 
-/// P * hatQ_j modulo prime `row`: the gadget element of digit j, which is 0 on the rows outside the digit.
-u64 gadgetResidue(const Context& context, u64 j, u64 row) {
-    const auto primes = getPrimeList(context);
-    const u64 numBase = context->parameter.chain_length;
-    const u64 size = numBase / context->parameter.gadget_rank;
-    const BigInt P = productOf(slice(primes, numBase, primes.size()));
-    const BigInt hatQ =
-        productOf(slice(primes, 0, numBase)) / productOf(slice(primes, j * size, (j + 1) * size));
-    return wordResidueOf(P * hatQ, primes[row]);
-}
-
-/// The error of digit j on a row: bx_j + ax_j * s - P * hatQ_j * sFrom.
-SmallPolynomial errorOfDigit(const Context& context, const Polynomial& bx, const Polynomial& ax,
-                             const SmallPolynomial& s, const SmallPolynomial& sFrom, u64 j, u64 row) {
-    const u64 p = getPrimeList(context)[row];
-    auto error = decryptedRow(context, bx, ax, s, row);
-    const auto source = residuesOf(sFrom, p);
-    const u64 gadget = gadgetResidue(context, j, row);
-    for (u64 k = 0; k < degree; ++k) error[k] = wideSub(error[k], wideMul(gadget, source[k], p), p);
-    return centred(error, p);
-}
-
-/// bx_j + ax_j * s - P * hatQ_j * sFrom is one small error on all rows, a fresh one for each digit.
-void expectSwitches(const Context& context, const Polynomial* bx, const Polynomial* ax,
-                    const SmallPolynomial& s, const SmallPolynomial& sFrom) {
-    std::set<SmallPolynomial> errors;
-    for (u64 j = 0; j < context->parameter.gadget_rank; ++j) {
-        const SmallPolynomial error = errorOfDigit(context, bx[j], ax[j], s, sFrom, j, 0);
-        expectIsError(error);
-        for (u64 row = 1; row < getPrimeList(context).size(); ++row)
-            EXPECT_EQ(errorOfDigit(context, bx[j], ax[j], s, sFrom, j, row), error)
-                << "digit " << j << " row " << row;
-        errors.insert(error);
-    }
-    EXPECT_EQ(errors.size(), context->parameter.gadget_rank);
-}
-
-void expectSwitches(const Context& context, const EvaluationKey& key, const SmallPolynomial& s,
-                    const SmallPolynomial& sFrom) {
-    expectSwitches(context, key.getBxIter(Device{}), key.getAxIter(Device{}), s, sFrom);
-}
-
 u64 powerOfFive(u64 r) {
     u64 power = 1;
     for (; r > 0; --r) power = power * 5 % (2 * degree);

@@ -8,6 +8,7 @@
 #include "support/Bytes.hpp"
 #include "support/DamagedFiles.hpp"
 #include "support/Expect.hpp"
+#include "support/ObjectFiles.hpp"
 #include "support/PolynomialBytes.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -26,50 +27,15 @@ namespace Torvo {
 namespace {
 
 using test::Bytes;
+using test::contentOf;
+using test::expectFile;
+using test::expectRobust;
+using test::loadFrom;
+using test::saved;
 using test::smallContext;
 
 u64 hash() {
     return smallContext()->context_hash;
-}
-
-template <class T>
-std::string saved(const T& object) {
-    return test::bytesOf([&](std::ostream& stream) { object.save(stream); });
-}
-
-template <class T>
-void loadFrom(const std::string& bytes, T& object) {
-    std::istringstream stream(bytes);
-    object.load(stream);
-}
-
-std::string contentOf(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-/// Saves, loads into `other` and saves again; through a stream and through a file.
-template <class T>
-void expectFile(const T& object, const std::string& file, T& other) {
-    EXPECT_EQ(saved(object), file);
-    loadFrom(file, other);
-    EXPECT_EQ(saved(other), file);
-    const test::TemporaryDirectory directory;
-    const std::string path = directory.path() + "/object.bin";
-    object.save(path);
-    EXPECT_EQ(contentOf(path), file);
-    other.load(path);
-    EXPECT_EQ(saved(other), file);
-    const std::string absent = directory.path() + "/absent/object.bin";
-    EXPECT_REFUSED(object.save(absent), "Cannot open file " + absent);
-    EXPECT_REFUSED(other.load(absent), "Cannot open file " + absent);
-}
-
-template <class T>
-void expectRobust(const std::string& file, u64 headLength, T& object) {
-    const auto load = [&](std::istream& stream) { object.load(stream); };
-    test::expectShortReads(file, load);
-    test::expectNoHarmFromDamage(file, headLength, load);
 }
 
 TEST(ContextFile, IsTheRecipeIn69Bytes) {
@@ -212,28 +178,10 @@ TEST(EncryptionKeyFile, IsBxInFullAndTheGermOfAx) {
     expectRobust(file.str(), 90, other);
 }
 
-/// The fields of a key after its frame: two polynomials each, filled with numbers.
-std::string evaluationKeyFields(char type, u64 index) {
-    Bytes bytes;
-    bytes.u32(1).u64s({hash()}).u8(static_cast<std::uint8_t>(type)).u64s({index});
-    for (const u64 first : {0UL, 5000UL})
-        bytes.u64s({2})
-            .raw(test::smallPolynomial(true, true, 1, first))
-            .raw(test::smallPolynomial(true, true, 1, first + 1000));
-    return bytes.str();
-}
-
-void fill(EvaluationKey& key) {
-    for (u64 j = 0; j < 2; ++j) {
-        test::fillWithNumbers(key.impl().ax.at(Device{})[j], 1000 * j);
-        test::fillWithNumbers(key.impl().bx.at(Device{})[j], 5000 + 1000 * j);
-    }
-}
-
 TEST(EvaluationKeyFile, IsThatOfItsTable) {
     const auto key = makeEmptyRotKey(smallContext(), 5);
-    fill(*key);
-    const std::string file = Bytes::frame().raw(evaluationKeyFields('r', 5)).str();
+    test::fillWithNumbers(*key);
+    const std::string file = Bytes::frame().raw(test::smallEvaluationKeyFields('r', 5)).str();
     EXPECT_EQ(saved(*key), file);
     const auto other = makeEmptyMultKey(smallContext());
     loadFrom(file, *other);
@@ -251,7 +199,7 @@ std::string germFields(const PolyGerm& germ) {
 
 TEST(EvaluationKeyFile, HoldsTheGermsOfAxAsLongAsTheyAreThere) {
     const auto key = makeEmptyMultKey(smallContext());
-    fill(*key);
+    test::fillWithNumbers(*key);
     const u64 inFull = saved(*key).size();
     auto& ax = key->impl().ax.at(Device{});
     for (auto& poly : ax) populateUniformPoly(poly, true);
@@ -268,7 +216,7 @@ TEST(EvaluationKeyFile, HoldsTheGermsOfAxAsLongAsTheyAreThere) {
 }
 
 TEST(KeyPackStream, IsTheKeysBehindTheirPresenceInOrder) {
-    const auto fields = [](char type, u64 index) { return evaluationKeyFields(type, index); };
+    const auto fields = [](char type, u64 index) { return test::smallEvaluationKeyFields(type, index); };
     const EncryptionKey encryptionKey(smallContext(), SecretKey(smallContext()));
     const std::string file = Bytes::frame()
                                  .u8(1)

@@ -5,6 +5,7 @@
 #include "support/BigIntegers.hpp"
 #include "support/WideArithmetic.hpp"
 
+#include <Torvo/EvaluationKey.hpp>
 #include <Torvo/SecretKey.hpp>
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <set>
 #include <vector>
 
 /// The equations that public keys obey, looked at on coefficients with plain integers.
@@ -60,14 +62,22 @@ inline SmallPolynomial substituted(const SmallPolynomial& a, u64 g) {
     return out;
 }
 
-/// Row `row` of bx + ax * s, on coefficients.
+/// Row `row` of bx + ax * s, on coefficients, summed in integers: words below 2^61, at most 2^20 of them and
+/// a secret with |s| < 2^40 stay below 2^121.
 inline std::vector<u64> decryptedRow(const Context& context, const Polynomial& bx, const Polynomial& ax,
                                      const SmallPolynomial& s, u64 row) {
-    const u64 p = ringOf(context).primes.getPrime(row);
-    auto sum = coefficientRow(context, bx, row);
-    const auto masked = negacyclicProduct(coefficientRow(context, ax, row), residuesOf(s, p), p);
-    for (std::size_t k = 0; k < sum.size(); ++k) sum[k] = wideAdd(sum[k], masked[k], p);
-    return sum;
+    const auto masked = coefficientRow(context, ax, row), rest = coefficientRow(context, bx, row);
+    const std::size_t n = rest.size();
+    std::vector<i128> sum(rest.begin(), rest.end());
+    for (std::size_t j = 0; j < n; ++j) {
+        if (s[j] == 0) continue;
+        for (std::size_t i = 0; i < n - j; ++i) sum[i + j] += i128{s[j]} * masked[i];
+        for (std::size_t i = n - j; i < n; ++i) sum[i + j - n] -= i128{s[j]} * masked[i];
+    }
+    const i128 p = ringOf(context).primes.getPrime(row);
+    std::vector<u64> residues;
+    for (const i128 x : sum) residues.push_back(static_cast<u64>((x % p + p) % p));
+    return residues;
 }
 
 /// Residues as signed numbers of least absolute value.
@@ -85,6 +95,48 @@ inline void expectIsError(const SmallPolynomial& error) {
     for (const long c : error) largest = std::max(largest, std::labs(c));
     EXPECT_LE(largest, bound);
     EXPECT_GT(largest, 0);
+}
+
+/// P * hatQ_j modulo prime `row`: the gadget element of digit j, which is 0 on the rows outside the digit.
+inline u64 gadgetResidue(const Context& context, u64 j, u64 row) {
+    const auto primes = getPrimeList(context);
+    const Ring ring = ringOf(context);
+    const u64 numBase = ring.numBase, size = numBase / ring.gadgetRank;
+    const BigInt P = productOf(slice(primes, numBase, primes.size()));
+    const BigInt hatQ =
+        productOf(slice(primes, 0, numBase)) / productOf(slice(primes, j * size, (j + 1) * size));
+    return wordResidueOf(P * hatQ, primes[row]);
+}
+
+/// The error of digit j on a row: bx_j + ax_j * s - P * hatQ_j * sFrom.
+inline SmallPolynomial errorOfDigit(const Context& context, const Polynomial& bx, const Polynomial& ax,
+                                    const SmallPolynomial& s, const SmallPolynomial& sFrom, u64 j, u64 row) {
+    const u64 p = getPrimeList(context)[row];
+    auto error = decryptedRow(context, bx, ax, s, row);
+    const auto source = residuesOf(sFrom, p);
+    const u64 gadget = gadgetResidue(context, j, row);
+    for (u64 k = 0; k < error.size(); ++k) error[k] = wideSub(error[k], wideMul(gadget, source[k], p), p);
+    return centred(error, p);
+}
+
+/// bx_j + ax_j * s - P * hatQ_j * sFrom is one small error on all rows, a fresh one for each digit.
+inline void expectSwitches(const Context& context, const Polynomial* bx, const Polynomial* ax,
+                           const SmallPolynomial& s, const SmallPolynomial& sFrom) {
+    std::set<SmallPolynomial> errors;
+    for (u64 j = 0; j < ringOf(context).gadgetRank; ++j) {
+        const SmallPolynomial error = errorOfDigit(context, bx[j], ax[j], s, sFrom, j, 0);
+        expectIsError(error);
+        for (u64 row = 1; row < getPrimeList(context).size(); ++row)
+            EXPECT_EQ(errorOfDigit(context, bx[j], ax[j], s, sFrom, j, row), error)
+                << "digit " << j << " row " << row;
+        errors.insert(error);
+    }
+    EXPECT_EQ(errors.size(), ringOf(context).gadgetRank);
+}
+
+inline void expectSwitches(const Context& context, const EvaluationKey& key, const SmallPolynomial& s,
+                           const SmallPolynomial& sFrom) {
+    expectSwitches(context, key.getBxIter(Device{}), key.getAxIter(Device{}), s, sFrom);
 }
 
 } // namespace Torvo::test
