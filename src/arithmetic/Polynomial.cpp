@@ -8,15 +8,18 @@
 
 namespace Torvo {
 
-Polynomial::Polynomial(const Context& context, bool modUp, bool isNTT) : modUp_(modUp), isNTT_(isNTT) {
+Polynomial::Polynomial(const Context& context, bool modUp, bool isNTT)
+    : Polynomial(context, modUp, isNTT, ringOf(context).numBase - 1) {}
+
+Polynomial::Polynomial(const Context& context, bool modUp, bool isNTT, u64 level)
+    : level_(level), modUp_(modUp), isNTT_(isNTT) {
     const Ring ring = ringOf(context);
     degree_ = ring.degree;
     numBase_ = ring.numBase;
     numRows_ = modUp ? ring.total() : ring.numBase;
-    level_ = numBase_ - 1;
     primes_.reserve(numRows_);
     for (u64 i = 0; i < numRows_; ++i) primes_.push_back(ring.primes.getPrime(i));
-    data_ = DeviceSpecificArray<u64>(degree_ * numRows_);
+    data_ = DeviceSpecificArray<u64>(degree_ * (modUp ? numRows_ : level + 1));
 }
 
 void Polynomial::setLevel(u64 level) {

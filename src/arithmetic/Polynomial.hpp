@@ -29,6 +29,8 @@ public:
     Polynomial() = default;
     /// At the top level on the CPU, data unset.
     Polynomial(const Context& context, bool modUp, bool isNTT);
+    /// The same at `level`, with storage for no more rows than that asks for.
+    Polynomial(const Context& context, bool modUp, bool isNTT, u64 level);
 
     u64 getDegree() const { return degree_; }
     u64 getNumBase() const { return numBase_; }

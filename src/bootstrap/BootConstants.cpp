@@ -140,7 +140,10 @@ void BootConstants::generateDFTEncodings(double coeff_to_slot_constant, double s
     }
     for (u64 s = 0, offset = 0; s < plan.numStages; offset += plan.logRadix[s], ++s) {
         SparseComplexMatrix merged = std::move(factors[offset]);
-        for (u64 k = 1; k < plan.logRadix[s]; ++k) merged = factors[offset + k] * merged;
+        for (u64 k = 1; k < plan.logRadix[s]; ++k) {
+            const SparseComplexMatrix factor = std::move(factors[offset + k]); // its memory goes with it
+            merged = factor * merged;
+        }
         inverseStages.push_back(encodeStage(merged, s, inverseFactor, top - s));
         // Each merged factor has taken 0.5: together they are undone by the radix.
         merged.conjugateTranspose();

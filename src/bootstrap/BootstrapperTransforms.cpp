@@ -141,11 +141,13 @@ std::vector<Ciphertext> BootstrapperImpl::groupSums(const RadixDecomposition& pl
                                                     const std::vector<Ciphertext>& turned) const {
     const u64 baby = plan.babySteps[stage];
     const u64 skipped = stage == 0 ? 0 : 1;
-    std::vector<Ciphertext> sums(plan.giantSteps[stage], Ciphertext(context_, false));
-    for (u64 k = 0; k < sums.size(); ++k) {
+    std::vector<Ciphertext> sums;
+    sums.reserve(plan.giantSteps[stage]);
+    for (u64 k = 0; k < plan.giantSteps[stage]; ++k) {
         const u64 first = k == 0 ? skipped : 0;
         const Plaintext* begin = diagonals.data() + k * baby + first - skipped;
-        evaluator_->innerProduct(begin, begin + (baby - first), turned.data() + first, sums[k]);
+        evaluator_->innerProduct(begin, begin + (baby - first), turned.data() + first,
+                                 sums.emplace_back(context_, false));
     }
     return sums;
 }

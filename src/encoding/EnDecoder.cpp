@@ -34,8 +34,8 @@ Plaintext blankPlaintext(const Context& context, u64 logSlots, const Device& dev
                          int rescaleCounter) {
     Plaintext plaintext(context);
     plaintext.setLogSlots(logSlots);
+    plaintext.getMx() = Polynomial(context, false, true, level); // plaintexts are kept: no rows to spare
     plaintext.allocate(device);
-    plaintext.setLevel(level);
     plaintext.setRescaleCounter(rescaleCounter);
     return plaintext;
 }

@@ -49,6 +49,18 @@ TEST(Polynomial, InTheModUpStateHasTheTemporaryRowsToo) {
     EXPECT_EQ(p.getData().size(), 6 * 64u);
 }
 
+TEST(Polynomial, MadeAtALevelHasStorageForThatLevelAndNoMore) {
+    const Polynomial p(smallContext(), false, true, 1);
+    EXPECT_EQ(p.getLevel(), 1u);
+    EXPECT_EQ(p.getNumBase(), 4u);
+    EXPECT_EQ(p.getNumRows(), 4u);
+    EXPECT_EQ(p.getData().size(), 2 * 64u);
+    EXPECT_EQ(p.getData().capacity(), 2 * 64u);
+    const Polynomial raised(smallContext(), true, true, 1);
+    EXPECT_EQ(raised.getLevel(), 1u);
+    EXPECT_EQ(raised.getData().size(), 6 * 64u); // temporary rows stay where they are
+}
+
 TEST(Polynomial, FollowsItsLevelInSizeWithoutGivingMemoryBack) {
     Polynomial p(smallContext(), false, false);
     const u64* first = p.getRow(0);

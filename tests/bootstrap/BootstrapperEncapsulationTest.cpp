@@ -176,7 +176,7 @@ TEST(EncapsulationRealPreset, BootstrapsAndTakesAnyNewKey) {
     pair().genSwitchKeys();
     const Message m(0, {0.75, -0.5});
     const Ciphertext in = pair().encrypt(m, 3);
-    const test::BootErrorModel errors(pair().context, pair().bootstrapper.getParameter(), 9.0e-15);
+    const test::BootErrorModel errors(pair().context, pair().bootstrapper.getParameter());
     const double bound = errors.complexBound(0.75);
     for (int repeat = 0; repeat < 2; ++repeat) {
         Ciphertext out(pair().context);

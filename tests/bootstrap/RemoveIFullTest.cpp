@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <numbers>
 #include <optional>
 
 // The sine of the presets that straighten it by an arcsine, at their own degrees and chains: there alone the
@@ -12,15 +11,8 @@
 namespace Torvo {
 namespace {
 
-/// How far the arcsine's Taylor polynomial lies from it: 1.1 times the first term left out, for the small s
-/// here, and divided by the amplitude's 2 pi eps.
-double remainder(u64 degree, double eps) {
-    const double s = 2 * std::numbers::pi * eps;
-    return 1.1 * (degree == 3 ? 3.0 / 40 * std::pow(s, 4) : 35.0 / 1152 * std::pow(s, 8));
-}
-
-/// Slots x / q0 = eps m + I come out as m. `cosineError` is that of the preset's table.
-void expectMessageBack(ParameterPreset preset, double cosineError) {
+/// Slots x / q0 = eps m + I come out as m.
+void expectMessageBack(ParameterPreset preset) {
     const Context context = makeContext(preset);
     const SecretKey secretKey(context);
     const KeyGenerator generator(context, secretKey);
@@ -30,7 +22,7 @@ void expectMessageBack(ParameterPreset preset, double cosineError) {
     const BootParameter& parameter = bootstrapper.getParameter();
 
     const double q0 = static_cast<double>(context->primes.getPrime(0));
-    const test::BootErrorModel errors(context, parameter, cosineError);
+    const test::BootErrorModel errors(context, parameter);
     const double eps = errors.eps();
     const u64 top = context->parameter.chain_length - 1;
     double scale = 1 / parameter.range_bound;
@@ -51,23 +43,20 @@ void expectMessageBack(ParameterPreset preset, double cosineError) {
     EXPECT_EQ(x.getLevel(), bootstrapper.getLevelAfterFullSlotBootstrap());
     Message got;
     Decryptor(context).decrypt(x, secretKey, got);
-    // The arcsine's own roundings, at the scale of the user's levels, are fewer than 8, times at most 8.
-    const test::ErrorModel below(context);
-    EXPECT_LT(test::maxError(got, m), remainder(parameter.arcsine_degree, eps) + errors.noise() +
-                                          64 * below.atLevel(below.rescale(), x.getLevel()));
+    EXPECT_LT(test::maxError(got, m), errors.realBound());
 }
 
 TEST(RemoveIFull, OnFVa) {
-    expectMessageBack(ParameterPreset::FVa, 1.1e-14);
+    expectMessageBack(ParameterPreset::FVa);
 }
 TEST(RemoveIFull, OnFGa) {
-    expectMessageBack(ParameterPreset::FGa, 1.1e-13);
+    expectMessageBack(ParameterPreset::FGa);
 }
 TEST(RemoveIFull, OnFVb) {
-    expectMessageBack(ParameterPreset::FVb, 1.6e-14);
+    expectMessageBack(ParameterPreset::FVb);
 }
 TEST(RemoveIFull, OnFVc) {
-    expectMessageBack(ParameterPreset::FVc, 1.6e-14);
+    expectMessageBack(ParameterPreset::FVc);
 }
 
 } // namespace

@@ -203,6 +203,13 @@ TEST(EnDecoder, StampsLevelCounterSlotsAndForm) {
     }
 }
 
+TEST(EnDecoder, TakesMemoryForTheLevelOnly) {
+    for (const u64 level : {0, 3, 24}) {
+        const Plaintext plaintext = EnDecoder(fx()).encode(Message(5, 0.5), level);
+        EXPECT_EQ(plaintext.getMx().getData().capacity(), (level + 1) * 64);
+    }
+}
+
 TEST(EnDecoder, CountsHalfTheCoefficientsAsSlots) {
     for (u64 logSize = 1; logSize <= 6; ++logSize) {
         const std::vector<double> coefficients(u64{1} << logSize, 1.0);

@@ -36,16 +36,34 @@ inline Ciphertext encryptAbove(const Context& context, const SecretKey& secretKe
     return out;
 }
 
-/// How far a bootstrapped slot may lie from the message. `bend` and the bounds are for presets without
-/// arcsine.
+/// The largest error of the cosine polynomial of a preset on [-1, 1].
+inline double cosineErrorOf(ParameterPreset preset) {
+    switch (preset) {
+    case ParameterPreset::FVa:
+        return 1.1e-14;
+    case ParameterPreset::FVb:
+    case ParameterPreset::FVc:
+        return 1.6e-14;
+    case ParameterPreset::FGa:
+        return 1.1e-13;
+    case ParameterPreset::FTa:
+    case ParameterPreset::FTb:
+        return 5.2e-11;
+    default: // FGb, FGd, FX
+        return 9.0e-15;
+    }
+}
+
+/// How far a bootstrapped slot may lie from the message.
 class BootErrorModel {
 public:
-    /// @param cosineError  of the preset's cosine table
-    BootErrorModel(const Context& context, const BootParameter& parameter, double cosineError)
-        : errors_(context), rangeBound_(parameter.range_bound),
+    BootErrorModel(const Context& context, const BootParameter& parameter)
+        : errors_(context), arcsineDegree_(parameter.arcsine_degree),
+          userLevel_(context->parameter.encryption_level), rangeBound_(parameter.range_bound),
           angles_(std::exp2(2.0 * static_cast<double>(parameter.double_angle_count))),
           topScale_(errors_.logScale(context->parameter.chain_length - 4)),
-          gain_(static_cast<double>(parameter.pre_raise_factor)), cosineError_(cosineError) {
+          gain_(static_cast<double>(parameter.pre_raise_factor)),
+          cosineError_(cosineErrorOf(context->parameter.preset)) {
         const double q0 = static_cast<double>(context->primes.getPrime(0));
         eps_ = gain_ * std::exp2(context->scale_factors.log_scale[0]) / q0;
     }
@@ -53,9 +71,13 @@ public:
     /// What the message is multiplied by under the sine, whose period is 1.
     double eps() const { return eps_; }
 
-    /// How far sin(2 pi eps m) / (2 pi eps) lies from m at most: (2 pi eps)^2 / 6 * |m|^3.
+    /// How far sin(2 pi eps m) / (2 pi eps) lies from m at most: (2 pi eps)^2 / 6 * |m|^3. An arcsine
+    /// polynomial of degree 3 or 7 takes the sine back but for the first term of the series that it leaves
+    /// out, 3/40 s^5 or 35/1152 s^9; the further terms are less than a tenth of it for the small s here.
     double bend(double m) const {
         const double x = 2 * std::numbers::pi * eps_;
+        if (arcsineDegree_ == 3) return 1.1 * 3.0 / 40 * std::pow(x, 4) * std::pow(m, 5);
+        if (arcsineDegree_ == 7) return 1.1 * 35.0 / 1152 * std::pow(x, 8) * std::pow(m, 9);
         return x * x / 6 * m * m * m;
     }
 
@@ -69,10 +91,12 @@ public:
     /// than 128 times K / eps. Key switches count less: those of products are divided by the rescale that
     /// follows, and those of the baby rotations by the constant of coefficient-to-slot: to less than one in
     /// all. The cosine polynomial's own error is multiplied by 4 in each double-angle step, and by the
-    /// amplitude 1 / (2 pi eps) in the end.
+    /// amplitude 1 / (2 pi eps) in the end. An arcsine has fewer than 8 roundings of its own, at the scale of
+    /// the user's levels, each multiplied by 8 at most.
     double noise() const {
         const double above = errors_.keySwitch() + 128 * errors_.rescale();
-        return errors_.atLevel(4 * (errors_.rescale() + errors_.keySwitch()), 0) / gain_ +
+        const double arcsine = arcsineDegree_ == 1 ? 0 : 64 * errors_.atLevel(errors_.rescale(), userLevel_);
+        return errors_.atLevel(4 * (errors_.rescale() + errors_.keySwitch()), 0) / gain_ + arcsine +
                above * std::exp2(-topScale_) * rangeBound_ / eps_ +
                cosineError_ * angles_ / (2 * std::numbers::pi * eps_);
     }
@@ -84,6 +108,7 @@ public:
 
 private:
     ErrorModel errors_;
+    u64 arcsineDegree_, userLevel_;
     double eps_, rangeBound_, angles_, topScale_, gain_, cosineError_;
 };
 
@@ -120,7 +145,7 @@ private:
     BootScheme()
         : scheme(withKeys()), batched(scheme.evaluator, std::nullopt, 5, false),
           inSequence(scheme.evaluator, std::nullopt, 5, true), parameter(batched.getParameter()),
-          errors(scheme.context, parameter, 9.0e-15) {
+          errors(scheme.context, parameter) {
         for (u64 logSlots = 0; logSlots < 5; ++logSlots) {
             batched.makeBootConstants(logSlots);
             inSequence.makeBootConstants(logSlots);
