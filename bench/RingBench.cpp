@@ -10,7 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
-#include <memory>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -70,37 +70,43 @@ struct Batch {
     std::vector<Polynomial*> out;
 };
 
-/// Seconds of `run`: the median of some calls after a first one.
-double secondsOf(const std::function<void()>& run) {
-    run();
-    std::vector<double> seconds(9);
-    for (double& each : seconds) {
+/// Seconds of the fastest of some calls of each, taken in turn: what else the machine does then slows
+/// neither.
+struct Fastest {
+    double move = infinite, copy = infinite;
+
+    template <class Move, class Copy>
+    Fastest(Move&& runMove, Copy&& runCopy) {
+        for (int round = 0; round < 25; ++round) {
+            move = std::min(move, secondsOf(runMove));
+            copy = std::min(copy, secondsOf(runCopy));
+        }
+    }
+
+private:
+    static constexpr double infinite = std::numeric_limits<double>::infinity();
+
+    template <class Run>
+    static double secondsOf(Run&& run) {
         const auto begin = Clock::now();
         run();
-        each = std::chrono::duration<double>(Clock::now() - begin).count();
+        return std::chrono::duration<double>(Clock::now() - begin).count();
     }
-    std::sort(seconds.begin(), seconds.end());
-    return seconds[seconds.size() / 2];
-}
-
-/// Seconds to copy `words` words, each thread of the team a share of them.
-double secondsToCopy(u64 words) {
-    std::vector<u64> from(words, 1), to(words, 2);
-    return secondsOf([&] {
-        forEachShare(words, [&](u64 begin, u64 end) {
-            std::memcpy(&to[begin], &from[begin], (end - begin) * sizeof(u64));
-        });
-        benchmark::ClobberMemory();
-    });
-}
+};
 
 /// Times `move`, which writes `words` words.
 void time(benchmark::State& state, int threads, u64 words, const std::function<void()>& move) {
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
-    const double copy = secondsToCopy(words);
     for ([[maybe_unused]] auto _ : state) move();
-    state.counters["ofMemcpy"] = copy / secondsOf(move);
+    std::vector<u64> from(words, 1), to(words, 2);
+    const Fastest fastest(move, [&] {
+        forEachShare(words, [&](u64 begin, u64 end) {
+            std::memcpy(&to[begin], &from[begin], (end - begin) * sizeof(u64));
+        });
+        benchmark::ClobberMemory();
+    });
+    state.counters["ofMemcpy"] = fastest.copy / fastest.move;
     state.SetBytesProcessed(static_cast<int64_t>(words * sizeof(u64)) * state.iterations());
     omp_set_num_threads(before);
 }

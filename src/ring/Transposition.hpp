@@ -9,12 +9,11 @@ namespace Torvo {
 /// Transpositions of words at the speed of memory: target(j)[i] = source(i)[j], where source(i) and target(j)
 /// give the first word of a row. Sources and targets must not overlap.
 ///
-/// Both sides are touched in whole cache lines of eight words: eight sources are read at eight columns into a
-/// block on the stack and leave it as eight words for each of eight targets. Without the block rows that lie
-/// a power of two apart, as polynomials do, would put each other out of the cache before a line is used up.
+/// A block of 32 sources at 32 columns is gathered on the stack and leaves it as 32 words for each of 32
+/// targets. So both sides are read and written in runs of several cache lines, although rows that lie a power
+/// of two apart, as those of polynomials do, compete for the same few lines of the first-level cache.
 namespace transposition {
 
-inline constexpr u64 lineWords = 8;
 /// Side of a tile: what a tile touches of both sides stays in a second-level cache.
 inline constexpr u64 tileWords = 256;
 
@@ -24,9 +23,17 @@ struct Range {
     u64 end;
 };
 
+/// Calls body(i) for i = begin, begin + step, ... as long as a whole step fits before `end`; the first index
+/// left over.
+template <u64 step, class Body>
+u64 inSteps(u64 begin, u64 end, Body&& body) {
+    for (; begin + step <= end; begin += step) body(begin);
+    return begin;
+}
+
 /// Columns j to j + width - 1 of the sources i to i + height - 1.
 template <u64 height, u64 width, class Source, class Target>
-inline void moveBlock(u64 i, u64 j, const Source& source, const Target& target) {
+void moveBlock(u64 i, u64 j, const Source& source, const Target& target) {
     u64 block[width][height];
     for (u64 a = 0; a < height; ++a) {
         const u64* row = source(i + a) + j;
@@ -39,16 +46,18 @@ inline void moveBlock(u64 i, u64 j, const Source& source, const Target& target) 
 template <u64 height, class Source, class Target>
 void moveStrip(u64 i, Range columns, const Source& source, const Target& target) {
     u64 j = columns.begin;
-    for (; j + lineWords <= columns.end; j += lineWords) moveBlock<height, lineWords>(i, j, source, target);
-    for (; j < columns.end; ++j) moveBlock<height, 1>(i, j, source, target);
+    j = inSteps<32>(j, columns.end, [&](u64 at) { moveBlock<height, 32>(i, at, source, target); });
+    j = inSteps<8>(j, columns.end, [&](u64 at) { moveBlock<height, 8>(i, at, source, target); });
+    inSteps<1>(j, columns.end, [&](u64 at) { moveBlock<height, 1>(i, at, source, target); });
 }
 
 template <class Source, class Target>
 void moveTile(Range rows, Range columns, const Source& source, const Target& target) {
     u64 i = rows.begin;
-    for (; i + lineWords <= rows.end; i += lineWords) moveStrip<lineWords>(i, columns, source, target);
-    for (; i + 2 <= rows.end; i += 2) moveStrip<2>(i, columns, source, target);
-    if (i < rows.end) moveStrip<1>(i, columns, source, target);
+    i = inSteps<32>(i, rows.end, [&](u64 at) { moveStrip<32>(at, columns, source, target); });
+    i = inSteps<8>(i, rows.end, [&](u64 at) { moveStrip<8>(at, columns, source, target); });
+    i = inSteps<2>(i, rows.end, [&](u64 at) { moveStrip<2>(at, columns, source, target); });
+    inSteps<1>(i, rows.end, [&](u64 at) { moveStrip<1>(at, columns, source, target); });
 }
 
 /// Number of tiles along `length` indices.
