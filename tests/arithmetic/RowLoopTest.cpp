@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
 #include <vector>
 
 namespace Torvo::test {
@@ -49,6 +50,22 @@ TEST_F(RowLoop, OpensATeamInsideATeamUnlessItIsGuarded) {
     }
     EXPECT_EQ(guarded, (std::vector<int>{0, 0, 0, 0}));
     EXPECT_EQ(unguarded, (std::vector<int>{0, 0, 1, 1}));
+}
+
+TEST_F(RowLoop, SharesOutRangesThatBeginAtWholeCacheLines) {
+    using Ranges = std::vector<std::pair<u64, u64>>;
+    omp_set_num_threads(3);
+    const auto rangesOf = [](u64 count) {
+        Ranges ranges(3);
+        forEachShare(count, [&](u64 begin, u64 end) {
+            ranges[static_cast<u64>(omp_get_thread_num())] = {begin, end};
+        });
+        return ranges;
+    };
+    EXPECT_EQ(rangesOf(64), (Ranges{{0, 24}, {24, 48}, {48, 64}}));
+    EXPECT_EQ(rangesOf(48), (Ranges{{0, 16}, {16, 32}, {32, 48}}));
+    EXPECT_EQ(rangesOf(9), (Ranges{{0, 8}, {8, 9}, {0, 0}}));
+    EXPECT_EQ(rangesOf(0), Ranges(3));
 }
 
 } // namespace
