@@ -1,5 +1,4 @@
-#include "arithmetic/PrimeModuli.hpp"
-#include "context/ContextContent.hpp"
+#include "support/NoiseModel.hpp"
 #include "support/Seeded.hpp"
 
 #include <Torvo/Torvo.hpp>
@@ -9,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
-#include <numeric>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -21,8 +19,10 @@
 namespace Torvo {
 namespace {
 
+using test::NoiseModel;
+using test::Variance;
+
 constexpr int keyCount = 5;
-constexpr double sigmaSquared = 3.2 * 3.2 + 1.0 / 12;
 
 /// E|slot|^2 of the sum of squares over many slots, and the largest error seen.
 struct Measured {
@@ -41,68 +41,7 @@ struct Measured {
     double rms() const { return std::sqrt(sumOfSquares / count); }
 };
 
-/// Variance of a coefficient of an error, as a plain part and products of two small polynomials, whose slots
-/// have a longer tail.
-struct Variance {
-    double plain = 0;
-    std::vector<double> products;
-
-    double total() const { return std::accumulate(products.begin(), products.end(), plain); }
-    friend Variance operator+(Variance a, const Variance& b) {
-        a.plain += b.plain;
-        a.products.insert(a.products.end(), b.products.begin(), b.products.end());
-        return a;
-    }
-    friend Variance operator*(double factor, Variance v) {
-        v.plain *= factor;
-        for (double& product : v.products) product *= factor;
-        return v;
-    }
-};
-
-/// The parameters of docs/noise.md for one preset.
-struct Model {
-    explicit Model(const Context& context)
-        : content(*context), N(static_cast<double>(content.parameter.degree)),
-          h(static_cast<double>(content.parameter.hamming_weight)),
-          K(static_cast<double>(content.parameter.numTP)) {}
-
-    double scale(u64 level) const { return std::pow(2.0, content.scale_factors.log_scale[level]); }
-    Variance encryption() const {
-        return {sigmaSquared + 1.0 / 12, {sigmaSquared * N / 2, sigmaSquared * h}};
-    }
-    Variance secretKeyEncryption() const { return {sigmaSquared + 1.0 / 12, {}}; }
-    Variance rescale() const { return {1.0 / 12, {h / 12}}; }
-    Variance keySwitch(u64 level) const {
-        Variance v{K / 12, {K * h / 12}};
-        const u64 alpha = content.parameter.numTP;
-        for (u64 first = 0; first <= level; first += alpha) {
-            double logRatio = 0; // log2(Q_j / P), Q_j being the product of the whole digit
-            for (u64 i = 0; i < alpha; ++i)
-                logRatio +=
-                    std::log2(prime(first + i)) - std::log2(prime(content.parameter.chain_length + i));
-            const auto live = static_cast<double>(std::min(alpha, level + 1 - first));
-            v.products.push_back(N * sigmaSquared * live * std::pow(4.0, logRatio) / 12);
-        }
-        return v;
-    }
-
-    /// E|slot|^2, in units of the message, of a variance at `level`.
-    Variance slots(const Variance& v, u64 level) const { return N / std::pow(scale(level), 2) * v; }
-    /// Exceeded by a slot of a ciphertext with chance 2^-40 per part.
-    double bound(const Variance& slotVariance) const {
-        const double L = std::log(std::pow(2.0, 40) * N / 2);
-        double sum = std::sqrt(slotVariance.plain * L);
-        for (const double product : slotVariance.products) sum += (L / 2 + 1) * std::sqrt(product);
-        return sum;
-    }
-    double prime(u64 i) const { return static_cast<double>(content.primes.getPrime(i)); }
-
-    const ContextContent& content;
-    double N, h, K;
-};
-
-void expectPredicted(const Measured& measured, const Variance& slotVariance, const Model& model) {
+void expectPredicted(const Measured& measured, const Variance& slotVariance, const NoiseModel& model) {
     const double predicted = std::sqrt(slotVariance.total());
     EXPECT_LT(measured.largest, model.bound(slotVariance));
     EXPECT_GT(measured.rms(), 0.1 * predicted);
@@ -144,7 +83,7 @@ protected:
     }
 
     Context context = makeContext(GetParam().preset);
-    Model model{context};
+    NoiseModel model{context};
     u64 level = getEncryptionLevel(context);
     Decryptor decryptor{context};
     test::Seeded random{7};

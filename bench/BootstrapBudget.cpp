@@ -1,0 +1,108 @@
+// Where a bootstrap loses its bits: for each preset, with all slots in use, the mean of -log2 of the error
+// that the bend of the sine alone makes, that of the cosine's polynomial, that of the rounded scales, and
+// that of each phase's roundings, and of all together. Simulated (docs/bootstrapping.md), without keys.
+//
+//     BootstrapBudget [--log-slots L] [--real] preset ...
+
+#include "BootstrapMessages.hpp"
+#include "support/ErrorBits.hpp"
+#include "support/SimulatedBootstrap.hpp"
+
+#include <Torvo/Torvo.hpp>
+
+#include <cmath>
+#include <cstdio>
+#include <numbers>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Torvo;
+
+constexpr unsigned long allSlots = ~0UL;
+constexpr unsigned long sample = 12; // log2 of how many slots are simulated
+
+/// What the sine, straightened by its arcsine polynomial, leaves of a part of the message.
+double bent(const Context& context, const BootParameter& boot, double part) {
+    const double epsilon = static_cast<double>(boot.pre_raise_factor) *
+                           std::exp2(context->scale_factors.log_scale[0]) /
+                           static_cast<double>(context->primes.getPrime(0));
+    const double s = 2 * std::numbers::pi * epsilon * part;
+    if (boot.arcsine_degree == 1) return part - part * s * s / 6;
+    if (boot.arcsine_degree == 3) return part - part * 3 * std::pow(s, 4) / 40;
+    return part - part * 35 * std::pow(s, 8) / 1152;
+}
+
+Message bent(const Context& context, const Message& message) {
+    const BootParameter boot(context);
+    Message out = message;
+    for (auto& slot : out) slot = {bent(context, boot, slot.real()), bent(context, boot, slot.imag())};
+    return out;
+}
+
+class Budget {
+public:
+    Budget(const std::string& name, unsigned long logSlots, bool isComplex)
+        : context_(makeContext(bench::bootstrappable.at(name))), logSlots_(logSlots), isComplex_(isComplex),
+          message_(randomMessage()) {
+        if (logSlots_ == allSlots) logSlots_ = getLogFullSlots(context_);
+    }
+
+    void print(const std::string& name) const {
+        const Message straight = bent(context_, message_),
+                      exact = simulated({false, false, false, false, false, false});
+        std::printf("| `%s` | %.1f | %.1f |", name.c_str(), bits(straight, message_), bits(exact, straight));
+        const bool hasArcsine = BootParameter(context_).arcsine_degree > 1;
+        for (int phase = 0; phase < 6; ++phase) {
+            const Message noisy =
+                simulated({phase == 0, phase == 1, phase == 2, phase == 3, phase == 4, phase == 5});
+            if (phase < 5 || hasArcsine)
+                std::printf(" %.1f |", bits(noisy, exact));
+            else
+                std::printf(" |");
+        }
+        std::printf(" %.1f |\n", bits(simulated({}), message_));
+    }
+
+private:
+    Message simulated(test::ErrorSources sources) const {
+        return test::SimulatedBootstrap(context_, logSlots_, true, sources).bootstrap(message_, isComplex_);
+    }
+    static double bits(const Message& got, const Message& expected) {
+        return test::ErrorBits(got, expected).mean();
+    }
+    Message randomMessage() const {
+        std::mt19937_64 random(1); // NOLINT(bugprone-random-generator-seed): the same in every run
+        return bench::randomMessage(random, sample, isComplex_);
+    }
+
+    Context context_;
+    unsigned long logSlots_;
+    bool isComplex_;
+    Message message_;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    unsigned long logSlots = allSlots;
+    bool isComplex = true;
+    std::vector<std::string> presets;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument == "--log-slots" && i + 1 < argc)
+            logSlots = std::stoul(argv[++i]);
+        else if (argument == "--real")
+            isComplex = false;
+        else
+            presets.push_back(argument);
+    }
+    std::printf(
+        "| preset | bend | polynomial | scales | slot to coefficient | coefficient to slot | cosine | double "
+        "angle | arcsine | all |\n"
+        "| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
+    for (const std::string& name : presets) Budget(name, logSlots, isComplex).print(name);
+    return 0;
+}
