@@ -1,0 +1,60 @@
+#pragma once
+
+#include "support/RingFamily.hpp"
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Message.hpp>
+
+#include <complex>
+#include <string>
+#include <vector>
+
+/// What the files of tests/archives hold: known to the program that once wrote them and to the test that
+/// reads them.
+namespace Torvo::test::archives {
+
+/// Of degree 64, two primes and one temporary one.
+inline Context ring() {
+    return makeContext(6, 2, 50, 40, 60, 2);
+}
+
+/// The ring of one prime that sparse secrets live in.
+inline Context partner() {
+    return makeContext(6, 1, 50, 42, 51, 1);
+}
+
+/// Rings of degree 64 and 128 with the same ciphertext primes.
+inline Context narrow() {
+    return newFamilyRing(6, 2);
+}
+inline Context wide() {
+    return newFamilyRing(7, 2);
+}
+
+inline double number(unsigned long i) {
+    return static_cast<double>(i * 37 % 64) / 64 - 0.5;
+}
+
+/// 2^logSlots slots in the square [-0.5, 0.5]^2.
+inline Message message(unsigned long logSlots) {
+    Message slots(logSlots);
+    for (unsigned long i = 0; i < slots.getSize(); ++i) slots[i] = {number(i), number(3 * i + 11)};
+    return slots;
+}
+
+inline std::vector<double> coefficients(unsigned long count) {
+    std::vector<double> numbers;
+    for (unsigned long i = 0; i < count; ++i) numbers.push_back(number(5 * i + 2));
+    return numbers;
+}
+
+/// A secret of -1, 0 and 1, for a key that nothing drew.
+inline std::vector<int> givenSecret(unsigned long count) {
+    std::vector<int> secret;
+    for (unsigned long i = 0; i < count; ++i) secret.push_back(static_cast<int>(i * i % 7 % 3) - 1);
+    return secret;
+}
+
+constexpr unsigned long rotation = 5;
+
+} // namespace Torvo::test::archives
