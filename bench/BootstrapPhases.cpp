@@ -15,6 +15,7 @@
 
 #include <Torvo/Torvo.hpp>
 
+#include <malloc.h>
 #include <omp.h>
 
 #include <algorithm>
@@ -289,6 +290,7 @@ void measure(const std::string& name, const Options& options) {
     for (const int threads : options.threads) {
         omp_set_num_threads(threads);
         Phases(presetOf(name), options, byThreads.emplace_back()).run();
+        malloc_trim(0); // so that the next round does not count what this one gave back
     }
     std::printf("\n`%s`, %s slots, %s, %s\n\n| step |", name.c_str(),
                 options.logSlots < 0 ? "full" : ("2^" + std::to_string(options.logSlots)).c_str(),

@@ -20,7 +20,8 @@ class BootstrapperImpl;
 /// The message must lie within the unit disc (real and imaginary part in [-1, 1] each), and the ciphertext
 /// must owe no rescale. Besides the keys for multiplication and conjugation, the evaluator's pack must hold
 /// the rotation keys of `KeyGenerator::genRotKeysForBootstrap`, made with the same `compact` as
-/// `sequential_rotations` here. Precision and failure probability of each preset: docs/bootstrapping.md.
+/// `sequential_rotations` here. Precision, failure probability, time and memory of each preset:
+/// docs/bootstrapping.md.
 ///
 /// A shared handle. Const members may run at once on different outputs; `makeBootConstants` must not run
 /// beside any other call on the same object. The output may be the input.
@@ -29,8 +30,10 @@ class BootstrapperImpl;
 /// raise, coefficients to slots (three levels), sine.
 class TORVO_API Bootstrapper {
 public:
-    /// Builds the constants for full slots. The flag is a `bool` and nothing that only converts to one, so
-    /// that a number in its place is a `log_slots`.
+    /// Builds the constants for full slots. They take 8 N bytes for each diagonal of a transform and prime of
+    /// its level, 2.1 GiB on `FGb` and 5.9 GiB on `FVa`, and fewer slots take less; the rotation keys
+    /// take 5.6 GiB more on `FGb`, or 1.2 GiB in sequence (docs/bootstrapping.md, "Memory"). The flag is a
+    /// `bool` and nothing that only converts to one, so that a number in its place is a `log_slots`.
     /// @param sequential_rotations  false: a rotation key for each index, batched rotations, fast; true: few
     ///                              keys, one rotation after the other, slow and small
     /// @throws RuntimeException "The Parameter does not support bootstrap"

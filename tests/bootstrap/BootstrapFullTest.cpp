@@ -9,9 +9,12 @@ namespace {
 
 using test::BootRoundTrip;
 
-TEST(BootstrapFull, OneSlotAndFullSlotsOnFVa) {
-    const BootRoundTrip boot(ParameterPreset::FVa, {0, 16});
-    boot.expectMessageBack(0, true);
+TEST(BootstrapFull, OneSlotOnFVa) {
+    BootRoundTrip(ParameterPreset::FVa, {0}).expectMessageBack(0, true);
+}
+
+TEST(BootstrapFull, FullSlotsOnFVa) {
+    const BootRoundTrip boot(ParameterPreset::FVa, {16});
     boot.expectMessageBack(boot.logFullSlots(), true);
 }
 
