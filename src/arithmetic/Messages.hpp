@@ -27,6 +27,7 @@ inline constexpr const char* deviceNotServed =
     "The generated context does not support the operation with current operands; check the device.";
 inline constexpr const char* operandsOfOtherRing = "Operands are not of the ring of the generated context.";
 inline constexpr const char* operandsDifferInLevel = "Operands have different levels.";
+inline constexpr const char* operandsDifferInDimension = "Operands have different dimensions.";
 inline constexpr const char* operandsDifferInModUp = "Operands have different mod-up states.";
 inline constexpr const char* noOperand = "Operand is empty so device is not defined";
 

@@ -187,17 +187,19 @@ public:
         innerProduct(pairs, out1, out2);
     }
 
-    // ---- integers and vectors in RNS form; equal levels, or RuntimeException "Operands have different
-    // levels."
+    // ---- integers and vectors in RNS form. Operands of another level or dimension are refused with
+    // "Operands have different levels.", two vectors first of all with "Operands have different dimensions."
 
     void add(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const;
     void sub(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const;
     void mult(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const;
+    void negate(const LevelledElement& a, LevelledElement& out) const;
     void rescale(LevelledElement& e) const;
     void add(const LevelledVector& a, const LevelledVector& b, LevelledVector& out) const;
     void sub(const LevelledVector& a, const LevelledVector& b, LevelledVector& out) const;
     void negate(const LevelledVector& a, LevelledVector& out) const;
     void constMult(const LevelledVector& a, const LevelledElement& e, LevelledVector& out) const;
+    /// out = <a, b>, at the lower of the two levels: a key keeps all its rows, whatever it meets.
     void innerProduct(const LevelledVector& a, const LevelledVector& b, LevelledElement& out) const;
     void rescale(LevelledVector& v) const;
     /// out = X^k * v(X^-1).

@@ -9,14 +9,33 @@ namespace Torvo {
 
 namespace {
 
-/// Gives `out` the common level and device of the operands, refused in the order: levels, devices, backend.
+/// Gives `out` the level and the common device of the operands, refused in the order: devices, backend.
+template <class A, class B, class Out>
+void shapeLevelledAt(u64 level, const PrimeModuli& primes, FailureNames names, const A& a, const B& b,
+                     Out& out) {
+    const Device device = primes.getCommonDeviceAndCheck(a, b);
+    out.setLevel(level);
+    out.allocate(device);
+    requireBackend(device, names);
+}
+
+/// The same for operands of one level, which comes first.
 template <class A, class B, class Out>
 void shapeLevelled(const PrimeModuli& primes, FailureNames names, const A& a, const B& b, Out& out) {
     require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
-    const Device device = primes.getCommonDeviceAndCheck(a, b);
-    out.setLevel(a.getLevel());
-    out.allocate(device);
-    requireBackend(device, names);
+    shapeLevelledAt(a.getLevel(), primes, names, a, b, out);
+}
+
+/// As `shapeLevelled`; an output of another dimension, which is no operand, is made anew.
+template <class B>
+void shapeVector(const PrimeModuli& primes, FailureNames names, const LevelledVector& a, const B& b,
+                 LevelledVector& out) {
+    shapeLevelled(primes, names, a, b, out);
+    if (out.getDimension() != a.getDimension()) out = LevelledVector(a.getDimension(), a.getLevel());
+}
+
+void requireSameDimension(const LevelledVector& a, const LevelledVector& b) {
+    require(a.getDimension() == b.getDimension(), message::operandsDifferInDimension);
 }
 
 /// out = a op b, word by word: op(modulus, x, y).
@@ -32,7 +51,8 @@ void combineWords(const PrimeModuli& primes, FailureNames names, const LevelledE
 template <class RowOperation>
 void combineRows(const PrimeModuli& primes, FailureNames names, const LevelledVector& a,
                  const LevelledVector& b, LevelledVector& out, RowOperation&& op) {
-    shapeLevelled(primes, names, a, b, out);
+    requireSameDimension(a, b);
+    shapeVector(primes, names, a, b, out);
     forEachIndex<Nesting::Default>(a.getLevel() + 1,
                                    [&](u64 i) { op(i, a.getRow(i), b.getRow(i), out.getRow(i)); });
 }
@@ -52,6 +72,11 @@ void PrimeModuli::sub(const LevelledElement& a, const LevelledElement& b, Levell
 void PrimeModuli::mult(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const {
     combineWords(*this, {"multCUDA", "mult"}, a, b, out,
                  [](const Modulus& modulus, u64 x, u64 y) { return modulus.mult(x, y); });
+}
+
+void PrimeModuli::negate(const LevelledElement& a, LevelledElement& out) const {
+    combineWords(*this, {"negateCUDA", "negate"}, a, a, out,
+                 [](const Modulus& modulus, u64 x, u64) { return modulus.negate(x); });
 }
 
 void PrimeModuli::add(const LevelledVector& a, const LevelledVector& b, LevelledVector& out) const {
@@ -75,21 +100,23 @@ void PrimeModuli::negate(const LevelledVector& a, LevelledVector& out) const {
 }
 
 void PrimeModuli::constMult(const LevelledVector& a, const LevelledElement& e, LevelledVector& out) const {
-    shapeLevelled(*this, {"constMultCUDA", "constMult"}, a, e, out);
+    shapeVector(*this, {"constMultCUDA", "constMult"}, a, e, out);
     forEachIndex<Nesting::Default>(a.getLevel() + 1, [&](u64 i) {
         moduli_[i].constMult<1>(a.getRow(i), e[i], out.getRow(i), a.getDimension());
     });
 }
 
 void PrimeModuli::innerProduct(const LevelledVector& a, const LevelledVector& b, LevelledElement& out) const {
-    shapeLevelled(*this, {"innerProductCUDA", "innerProduct"}, a, b, out);
-    forEachIndex<Nesting::Default>(a.getLevel() + 1, [&](u64 i) {
+    requireSameDimension(a, b);
+    const u64 level = std::min(a.getLevel(), b.getLevel());
+    shapeLevelledAt(level, *this, {"innerProductCUDA", "innerProduct"}, a, b, out);
+    forEachIndex<Nesting::Default>(level + 1, [&](u64 i) {
         moduli_[i].innerProduct(a.getRow(i), b.getRow(i), &out[i], a.getDimension());
     });
 }
 
 void PrimeModuli::conjugateInvert(const LevelledVector& v, LevelledVector& out, u64 k) const {
-    shapeLevelled(*this, {"conjugateInvertCUDA", "conjugateInvert"}, v, v, out);
+    shapeVector(*this, {"conjugateInvertCUDA", "conjugateInvert"}, v, v, out);
     const u64 n = v.getDimension();
     ScratchRows scratch(&out == &v ? n : 0);
     forEachIndex<Nesting::Guarded>(v.getLevel() + 1, [&](u64 i) {

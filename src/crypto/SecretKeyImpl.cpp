@@ -5,7 +5,6 @@
 #include "core/SecureWipe.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/RandomSampler.hpp"
-#include "crypto/UniformRandomBitGenerator.hpp"
 #include "persistence/CerealAdaptor.hpp"
 #include "persistence/Serialize.hpp"
 #include "persistence/Verifier.hpp"
@@ -14,42 +13,6 @@
 #include <utility>
 
 namespace Torvo {
-
-namespace {
-
-/// While it lives, the calling thread draws from the stored state; then it goes on where it stood.
-class BorrowedGenerator {
-public:
-    explicit BorrowedGenerator(const std::string& state) : previous_(threadGenerator().getState()) {
-        threadGenerator().setState(state);
-    }
-    ~BorrowedGenerator() {
-        threadGenerator().setState(previous_);
-        utils::wipe(previous_.data(), previous_.size());
-    }
-    BorrowedGenerator(const BorrowedGenerator&) = delete;
-    BorrowedGenerator& operator=(const BorrowedGenerator&) = delete;
-
-private:
-    std::string previous_;
-};
-
-template <class T>
-void wipeArray(DeviceSpecificArray<T>& array) noexcept {
-    if (array.getDevice().type == DeviceType::CPU) utils::wipe(array.getData(), array.capacityInBytes());
-}
-
-void saveState(OutputArchive& archive, const std::string& state) {
-    archive(static_cast<u64>(state.size()));
-    archive(cereal::binary_data(state.data(), state.size()));
-}
-
-template <EncryptionType E>
-auto adapt(const SecretKeyImpl<E>& key, int option) {
-    return detail::CerealAdaptor<const SecretKeyImpl<E>>(key, option);
-}
-
-} // namespace
 
 template <EncryptionType E>
 SecretKeyImpl<E>::SecretKeyImpl(const Context& context_, Unset)
@@ -60,8 +23,7 @@ SecretKeyImpl<E>::SecretKeyImpl(const Context& context_, Unset)
 
 template <EncryptionType E>
 SecretKeyImpl<E>::SecretKeyImpl(const Context& context_) : SecretKeyImpl(context_, Unset{}) {
-    is_random = true;
-    rng_state = threadGenerator().getState();
+    seed = SeedState::ofThread();
     sample();
 }
 
@@ -89,8 +51,7 @@ template <EncryptionType E>
 SecretKeyImpl<E>& SecretKeyImpl<E>::operator=(const SecretKeyImpl& other) {
     SecretKeyImpl copy(other);
     std::swap(context, copy.context);
-    std::swap(is_random, copy.is_random);
-    std::swap(rng_state, copy.rng_state);
+    std::swap(seed, copy.seed);
     std::swap(coefficients, copy.coefficients);
     std::swap(sx, copy.sx);
     return *this;
@@ -103,9 +64,8 @@ SecretKeyImpl<E>::~SecretKeyImpl() {
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::wipe() noexcept {
-    utils::wipe(rng_state.data(), rng_state.size());
-    wipeArray(coefficients);
-    for (auto& poly : sx.getPolys()) wipeArray(poly.getData());
+    utils::wipe(coefficients);
+    for (auto& poly : sx.getPolys()) utils::wipe(poly.getData());
 }
 
 template <EncryptionType E>
@@ -122,40 +82,38 @@ void SecretKeyImpl<E>::deriveSx() {
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::save(std::ostream& stream) const {
-    Serialize::save(stream, adapt(*this, detail::SerializeOption::full));
+    Serialize::save(stream, detail::adapt(*this, detail::SerializeOption::full));
 }
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::save(const std::string& path) const {
-    Serialize::save(path, adapt(*this, detail::SerializeOption::full));
+    Serialize::save(path, detail::adapt(*this, detail::SerializeOption::full));
 }
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::saveSeedOnly(std::ostream& stream) const {
-    require(is_random, message::keyNotRandom);
-    Serialize::save(stream, adapt(*this, detail::SerializeOption::seedOnly));
+    require(seed.isRandom(), message::keyNotRandom);
+    Serialize::save(stream, detail::adapt(*this, detail::SerializeOption::seedOnly));
 }
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::saveSeedOnly(const std::string& path) const {
-    require(is_random, message::keyNotRandom);
-    Serialize::save(path, adapt(*this, detail::SerializeOption::seedOnly));
+    require(seed.isRandom(), message::keyNotRandom);
+    Serialize::save(path, detail::adapt(*this, detail::SerializeOption::seedOnly));
 }
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::saveFull(OutputArchive& archive) const {
     archive(encryption_type);
     saveHashAndTag(archive, context->context_hash, ObjectTag::SecretKey);
-    archive(detail::Flag(is_random));
-    saveState(archive, rng_state);
-    archive(coefficients, sx);
+    archive(seed, coefficients, sx);
 }
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::saveSeed(OutputArchive& archive) const {
     archive(encryption_type);
     saveTag(archive, ObjectTag::SecretKey);
-    saveState(archive, rng_state);
+    seed.saveState(archive);
 }
 
 template <EncryptionType E>
@@ -163,9 +121,7 @@ void SecretKeyImpl<E>::loadFull(InputArchive& archive) {
     const u64 size = coefficients.size(), rank = sx.getSize();
     loadEncryptionType(archive);
     verifyHashAndTag(archive, context->context_hash, ObjectTag::SecretKey);
-    archive(detail::Flag(is_random));
-    loadState(archive, true);
-    archive(coefficients);
+    archive(seed, coefficients);
     verify(coefficients.size() == size);
     archive(sx);
     verify(sx.getSize() == rank && sx.isModUp() && sx.isNTT());
@@ -175,9 +131,8 @@ template <EncryptionType E>
 void SecretKeyImpl<E>::loadSeed(InputArchive& archive) {
     loadEncryptionType(archive);
     verifyTag(archive, ObjectTag::SecretKey);
-    loadState(archive, false);
-    is_random = true;
-    const BorrowedGenerator generator(rng_state);
+    seed.loadState(archive);
+    const BorrowedGenerator generator(seed);
     sample();
 }
 
@@ -186,15 +141,6 @@ void SecretKeyImpl<E>::loadEncryptionType(InputArchive& archive) const {
     EncryptionType found{};
     archive(found);
     require(found == E, E == EncryptionType::RLWE ? message::savedKeyNotRLWE : message::savedKeyNotMLWE);
-}
-
-template <EncryptionType E>
-void SecretKeyImpl<E>::loadState(InputArchive& archive, bool mayBeEmpty) {
-    u64 length = 0;
-    archive(length);
-    verify(length == UniformRandomBitGenerator::stateBytes || (mayBeEmpty && length == 0));
-    rng_state.resize(length);
-    archive(cereal::binary_data(rng_state.data(), length));
 }
 
 template class SecretKeyImpl<EncryptionType::RLWE>;

@@ -2,6 +2,7 @@
 
 #include "arithmetic/PolynomialVector.hpp"
 #include "core/DeviceSpecificArray.hpp"
+#include "crypto/SeedState.hpp"
 #include "persistence/ArchiveForward.hpp"
 
 #include <Torvo/Context.hpp>
@@ -40,8 +41,7 @@ public:
     void loadSeed(InputArchive& archive);
 
     Context context;
-    bool is_random = false;
-    std::string rng_state; ///< generator state just before sampling; empty for a given key
+    SeedState seed; ///< just before sampling; none for a given key
     DeviceSpecificArray<int> coefficients;
     PolynomialVector sx;
     EncryptionType encryption_type = E;
@@ -55,7 +55,6 @@ private:
     void sample();
     void deriveSx();
     void loadEncryptionType(InputArchive& archive) const;
-    void loadState(InputArchive& archive, bool mayBeEmpty);
     void wipe() noexcept;
 };
 

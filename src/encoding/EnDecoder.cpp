@@ -3,6 +3,7 @@
 #include "arithmetic/Polynomial.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "encoding/CentredInteger.hpp"
 #include "encoding/Messages.hpp"
 #include "encoding/OwedPrimes.hpp"
 
@@ -72,36 +73,21 @@ private:
     DeviceSpecificArray<u64> words_;
 };
 
-/// The integer nearest to zero in the class of x modulo q, times 2^-logScale; x < q.
-template <class Integer>
-double centred(Integer x, Integer q, double logScale) {
-    const double factor = std::pow(2.0, -logScale);
-    return x > q >> 1 ? -static_cast<double>(q - x) * factor : static_cast<double>(x) * factor;
-}
-
 std::vector<double> decodeFromOnePrime(const PrimeModuli& primes, const Polynomial& mx, u64 count,
-                                       double logScale) {
+                                       double factor) {
     const StridedRow row(primes, mx, 0, primes.getDegree() / count);
     std::vector<double> values(count);
-    for (u64 i = 0; i < count; ++i) values[i] = centred(row[i], primes.getPrime(0), logScale);
+    for (u64 i = 0; i < count; ++i) values[i] = centred(row[i], primes.getPrime(0)) * factor;
     return values;
 }
 
-/// By the Chinese remainder theorem: y = q0 * (x1 / q0 mod q1) + q1 * (x0 / q1 mod q0) modulo q0 * q1. With
-/// both primes below 2^61 the sum stays below 2^123, and below twice the modulus.
 std::vector<double> decodeFromTwoPrimes(const PrimeModuli& primes, const Polynomial& mx, u64 count,
-                                        double logScale) {
-    const Modulus &m0 = primes[0], &m1 = primes[1];
-    const u128 q0 = m0.getPrime(), q1 = m1.getPrime(), product = q0 * q1;
-    const u64 u0 = m0.inverse(m0.reduce(m1.getPrime())), u1 = m1.inverse(m1.reduce(m0.getPrime()));
+                                        double factor) {
+    const TwoPrimeReader read(primes);
     const u64 step = primes.getDegree() / count;
     const StridedRow row0(primes, mx, 0, step), row1(primes, mx, 1, step);
     std::vector<double> values(count);
-    for (u64 i = 0; i < count; ++i) {
-        u128 y = q0 * m1.mult(row1[i], u1) + q1 * m0.mult(row0[i], u0);
-        if (y >= product) y -= product;
-        values[i] = centred(y, product, logScale);
-    }
+    for (u64 i = 0; i < count; ++i) values[i] = read(row0[i], row1[i]) * factor;
     return values;
 }
 
@@ -120,9 +106,9 @@ Plaintext onHost(Plaintext plaintext) {
 
 std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, u64 logSlots) {
     const u64 count = u64{2} << logSlots;
-    const double logScale = context->scale_factors.log_scale[mx.getLevel()];
-    return mx.getLevel() == 0 ? decodeFromOnePrime(context->primes, mx, count, logScale)
-                              : decodeFromTwoPrimes(context->primes, mx, count, logScale);
+    const double factor = std::pow(2.0, -context->scale_factors.log_scale[mx.getLevel()]);
+    return mx.getLevel() == 0 ? decodeFromOnePrime(context->primes, mx, count, factor)
+                              : decodeFromTwoPrimes(context->primes, mx, count, factor);
 }
 
 } // namespace

@@ -151,8 +151,8 @@ void copyStamp(const T& in, T& out) {
 
 struct Plus {
     static constexpr const char* refusalOfModUpLevels = message::addOfModUpLevels;
-    static void combine(const PrimeModuli& primes, const Polynomial& a, const Polynomial& b,
-                        Polynomial& out) {
+    template <class T>
+    static void combine(const PrimeModuli& primes, const T& a, const T& b, T& out) {
         primes.add(a, b, out);
     }
     /// 0 + b.
@@ -161,8 +161,8 @@ struct Plus {
 
 struct Minus {
     static constexpr const char* refusalOfModUpLevels = message::subOfModUpLevels;
-    static void combine(const PrimeModuli& primes, const Polynomial& a, const Polynomial& b,
-                        Polynomial& out) {
+    template <class T>
+    static void combine(const PrimeModuli& primes, const T& a, const T& b, T& out) {
         primes.sub(a, b, out);
     }
     /// 0 - b.

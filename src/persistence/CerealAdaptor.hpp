@@ -65,4 +65,10 @@ private:
     std::optional<int> option_;
 };
 
+/// To save `object` in the form of `option`.
+template <class T>
+CerealAdaptor<const T> adapt(const T& object, int option) {
+    return CerealAdaptor<const T>(object, option);
+}
+
 } // namespace Torvo::detail

@@ -1,0 +1,70 @@
+#include "crypto/SeedState.hpp"
+
+#include "core/SecureWipe.hpp"
+#include "crypto/UniformRandomBitGenerator.hpp"
+#include "persistence/Archive.hpp"
+#include "persistence/Verifier.hpp"
+
+#include <utility>
+
+namespace Torvo {
+
+SeedState SeedState::ofThread() {
+    SeedState seed;
+    seed.isRandom_ = true;
+    seed.state_ = threadGenerator().getState();
+    return seed;
+}
+
+SeedState::SeedState(SeedState&& other) noexcept : isRandom_(std::exchange(other.isRandom_, false)) {
+    state_.swap(other.state_);
+}
+
+// The argument takes away, and wipes, what stood here.
+SeedState& SeedState::operator=(SeedState other) noexcept {
+    std::swap(isRandom_, other.isRandom_);
+    state_.swap(other.state_);
+    return *this;
+}
+
+SeedState::~SeedState() {
+    utils::wipe(state_.data(), state_.size());
+}
+
+void SeedState::save(OutputArchive& archive) const {
+    archive(detail::Flag(isRandom_));
+    saveState(archive);
+}
+
+void SeedState::saveState(OutputArchive& archive) const {
+    archive(static_cast<u64>(state_.size()));
+    archive(cereal::binary_data(state_.data(), state_.size()));
+}
+
+void SeedState::load(InputArchive& archive) {
+    archive(detail::Flag(isRandom_));
+    loadState(archive, true);
+}
+
+void SeedState::loadState(InputArchive& archive) {
+    loadState(archive, false);
+    isRandom_ = true;
+}
+
+void SeedState::loadState(InputArchive& archive, bool mayBeEmpty) {
+    u64 length = 0;
+    archive(length);
+    verify(length == UniformRandomBitGenerator::stateBytes || (mayBeEmpty && length == 0));
+    state_.resize(length);
+    archive(cereal::binary_data(state_.data(), length));
+}
+
+BorrowedGenerator::BorrowedGenerator(const SeedState& seed) : previous_(SeedState::ofThread()) {
+    threadGenerator().setState(seed.getState());
+}
+
+BorrowedGenerator::~BorrowedGenerator() {
+    threadGenerator().setState(previous_.getState());
+}
+
+} // namespace Torvo

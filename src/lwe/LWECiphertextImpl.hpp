@@ -1,0 +1,35 @@
+#pragma once
+
+#include "arithmetic/LevelledElement.hpp"
+#include "arithmetic/LevelledVector.hpp"
+#include "core/Integers.hpp"
+#include "encoding/RescaleCounter.hpp"
+#include "persistence/ArchiveForward.hpp"
+
+#include <Torvo/LWECiphertext.hpp>
+
+namespace Torvo::LWE {
+
+/// The record behind a ciphertext handle. Level and device are not stored but asked of `ax`.
+class CiphertextImpl {
+public:
+    explicit CiphertextImpl(const Context& context);
+
+    void setLevel(u64 level);
+    void setRescaleCounter(int r);
+
+    /// Hash, tag, counter, `ax`, `bx` (docs/files.md).
+    void save(OutputArchive& archive) const;
+    void load(InputArchive& archive);
+
+    Context context;
+    RescaleCounter rescale_counter;
+    LevelledVector ax;
+    LevelledElement bx;
+};
+
+/// Makes `out` an object of `context`, whatever it was used for before; one that already is, or is of a
+/// context with the same primes and dimension, keeps its storage and contents.
+void shapeOutput(const Context& context, Ciphertext& out);
+
+} // namespace Torvo::LWE

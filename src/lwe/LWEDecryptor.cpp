@@ -1,0 +1,39 @@
+#include <Torvo/LWEDecryptor.hpp>
+
+#include "context/LWEContextContent.hpp"
+#include "core/Failure.hpp"
+#include "encoding/CentredInteger.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
+#include "lwe/Messages.hpp"
+#include "lwe/SecretElement.hpp"
+
+#include <cmath>
+
+namespace Torvo::LWE {
+
+namespace {
+
+/// The integer that `t` holds, centred on zero, over the scale of its level.
+double decode(const Context& context, const LevelledElement& t) {
+    const PrimeModuli& primes = context->primes;
+    const double integer =
+        t.getLevel() == 0 ? centred(t[0], primes.getPrime(0)) : TwoPrimeReader(primes)(t[0], t[1]);
+    return integer / std::pow(2.0, context->scale_factors.log_scale[t.getLevel()]);
+}
+
+} // namespace
+
+Decryptor::Decryptor(const Context& context) : context_(context) {}
+
+void Decryptor::decrypt(const Ciphertext& in, const SecretKey& key, double& out) const {
+    require(in.getAx().getDimension() == key.getSx().getDimension(), message::decryptOtherDimension);
+    utils::requireCounterWithinLevel(in);
+    const PrimeModuli& primes = context_->primes;
+    SecretElement t(context_);
+    primes.innerProduct(in.getAx(), key.getSx(), t);
+    primes.add(t, in.getBx(), t);
+    for (int i = 0; i < in.getRescaleCounter(); ++i) primes.rescale(t);
+    out = decode(context_, t);
+}
+
+} // namespace Torvo::LWE

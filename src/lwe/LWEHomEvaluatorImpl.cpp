@@ -1,0 +1,139 @@
+#include "lwe/LWEHomEvaluatorImpl.hpp"
+
+#include "context/LWEContextContent.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
+#include "lwe/LWECiphertextImpl.hpp"
+
+#include <cmath>
+
+namespace Torvo::LWE {
+
+HomEvaluatorImpl::HomEvaluatorImpl(const Context& context) : context_(context), constantEnDecoder_(context) {}
+
+LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescaleCounter,
+                                                 const Device& device) const {
+    LevelledElement residues = constantEnDecoder_.encodeConst(c, level, rescaleCounter);
+    if (residues.getDevice() != device) residues.to(device);
+    return residues;
+}
+
+void HomEvaluatorImpl::negate(const Ciphertext& in, Ciphertext& out) const {
+    shapeOutput(in.getContext(), out);
+    context_->primes.negate(in.getAx(), out.getAx());
+    context_->primes.negate(in.getBx(), out.getBx());
+    out.setRescaleCounter(in.getRescaleCounter());
+}
+
+void HomEvaluatorImpl::add(const Ciphertext& in, double c, Ciphertext& out) const {
+    utils::requireCounterWithinLevel(in);
+    const int owed = in.getRescaleCounter();
+    const LevelledElement constant = encodeConstant(c, in.getLevel(), owed, in.getDevice());
+    shapeOutput(in.getContext(), out);
+    if (&in != &out) out.getAx() = in.getAx();
+    context_->primes.add(in.getBx(), constant, out.getBx());
+    out.setRescaleCounter(owed);
+}
+
+void HomEvaluatorImpl::sub(const Ciphertext& in, double c, Ciphertext& out) const {
+    add(in, -c, out);
+}
+
+// ---- sums
+
+/// Brings the higher of two operands down, then combines.
+template <class Sign>
+void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    utils::checkPrecondition(a, b);
+    if (a.getLevel() == b.getLevel()) return combineParts<Sign>(a, b, out);
+    Ciphertext lowered(context_);
+    if (a.getLevel() > b.getLevel()) {
+        levelDown(a, b.getLevel(), lowered);
+        combineParts<Sign>(lowered, b, out);
+    } else {
+        levelDown(b, a.getLevel(), lowered);
+        combineParts<Sign>(a, lowered, out);
+    }
+}
+
+template <class Sign>
+void HomEvaluatorImpl::combineParts(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    shapeOutput(a.getContext(), out);
+    Sign::combine(context_->primes, a.getAx(), b.getAx(), out.getAx());
+    Sign::combine(context_->primes, a.getBx(), b.getBx(), out.getBx());
+    out.setRescaleCounter(a.getRescaleCounter());
+}
+
+void HomEvaluatorImpl::add(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    combine<utils::Plus>(a, b, out);
+}
+
+void HomEvaluatorImpl::sub(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    combine<utils::Minus>(a, b, out);
+}
+
+// ---- products
+
+/// out = in * factor, part by part.
+void HomEvaluatorImpl::multParts(const Ciphertext& in, const LevelledElement& factor, Ciphertext& out) const {
+    shapeOutput(in.getContext(), out);
+    context_->primes.constMult(in.getAx(), factor, out.getAx());
+    context_->primes.mult(in.getBx(), factor, out.getBx());
+}
+
+void HomEvaluatorImpl::multInteger(const Ciphertext& in, long n, Ciphertext& out) const {
+    if (n == 1) {
+        out = in;
+        return;
+    }
+    if (n == -1) return negate(in, out);
+    LevelledElement residues(n, in.getContext(), in.getLevel());
+    if (residues.getDevice() != in.getDevice()) residues.to(in.getDevice());
+    multParts(in, residues, out);
+    out.setRescaleCounter(in.getRescaleCounter());
+}
+
+void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& in, double c, Ciphertext& out) const {
+    const int owed = in.getRescaleCounter();
+    require(static_cast<u64>(owed) < in.getLevel(), message::rescaleCounterAboveLevel);
+    multParts(in, encodeConstant(c, in.getLevel(), 0, in.getDevice()), out);
+    out.setRescaleCounter(owed + 1);
+}
+
+void HomEvaluatorImpl::mult(const Ciphertext& in, double c, Ciphertext& out) const {
+    utils::requireLevelAboveZero(in);
+    multWithoutRescale(in, c, out);
+    rescale(out);
+}
+
+// ---- levels
+
+void HomEvaluatorImpl::rescale(Ciphertext& ct) const {
+    utils::requireLevelAboveZero(ct);
+    const int owed = ct.getRescaleCounter();
+    require(owed > 0, message::ciphertextOwesNoRescale);
+    context_->primes.rescale(ct.getAx());
+    context_->primes.rescale(ct.getBx());
+    ct.setRescaleCounter(owed - 1);
+}
+
+void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 target, Ciphertext& out) const {
+    const u64 level = in.getLevel();
+    require(target <= level, message::levelDownUpwards);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    out = in;
+    if (target == level) return;
+    const auto& logScale = context_->scale_factors.log_scale;
+    const double exponent = logScale[target + 1] - logScale[level];
+    out.setLevel(target + 1);
+    multWithoutRescale(out, std::pow(2.0, exponent), out);
+    rescale(out);
+}
+
+void HomEvaluatorImpl::levelDownOne(const Ciphertext& in, Ciphertext& out) const {
+    utils::requireLevelAboveZero(in);
+    require(utils::owesNothing(in), message::operandOwesRescale);
+    multWithoutRescale(in, 1.0, out);
+    rescale(out);
+}
+
+} // namespace Torvo::LWE

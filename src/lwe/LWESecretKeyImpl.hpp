@@ -1,0 +1,56 @@
+#pragma once
+
+#include "arithmetic/LevelledVector.hpp"
+#include "core/DeviceSpecificArray.hpp"
+#include "crypto/SeedState.hpp"
+#include "persistence/ArchiveForward.hpp"
+
+#include <Torvo/LWEContext.hpp>
+
+#include <iosfwd>
+#include <string>
+
+namespace Torvo::LWE {
+
+/// The record behind a secret key handle. The coefficients are the key; `sx` is derived from them. All that
+/// tells the key is wiped on destruction and before it is assigned over.
+class SecretKeyImpl {
+public:
+    /// A random key, drawn from the calling thread's generator.
+    explicit SecretKeyImpl(const Context& context);
+    SecretKeyImpl(const Context& context, const int* coefficients);
+    /// Of either saved form.
+    SecretKeyImpl(const Context& context, std::istream& stream);
+    SecretKeyImpl(const Context& context, const std::string& path);
+
+    SecretKeyImpl(const SecretKeyImpl&) = default;
+    SecretKeyImpl& operator=(const SecretKeyImpl& other);
+    ~SecretKeyImpl();
+
+    void save(std::ostream& stream) const;
+    void save(const std::string& path) const;
+    void saveSeedOnly(std::ostream& stream) const;
+    void saveSeedOnly(const std::string& path) const;
+
+    // The two forms, for detail::CerealAdaptor.
+    void saveFull(OutputArchive& archive) const;
+    void saveSeed(OutputArchive& archive) const;
+    void loadFull(InputArchive& archive);
+    void loadSeed(InputArchive& archive);
+
+    Context context;
+    SeedState seed; ///< just before sampling; none for a given key
+    DeviceSpecificArray<int> coefficients;
+    LevelledVector sx;
+
+private:
+    /// Tells the other constructors, which size all members by the context, from the public ones.
+    struct Unset {};
+    /// Data unset, at its final size: what is written into it leaves no copy behind.
+    SecretKeyImpl(const Context& context, Unset);
+
+    void sample();
+    void deriveSx();
+};
+
+} // namespace Torvo::LWE

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "arithmetic/LevelledElement.hpp"
+#include "core/SecureWipe.hpp"
+
+#include <utility>
+
+namespace Torvo::LWE {
+
+/// An integer from which the message or the key could be told: its words are wiped when it goes. It starts at
+/// its highest level; operations may lower it, and must not raise it, since a reallocation would leave the
+/// old words behind.
+class SecretElement : public LevelledElement {
+public:
+    /// Zero, at the top level.
+    explicit SecretElement(const Context& context) : LevelledElement(context) {}
+    explicit SecretElement(LevelledElement&& element) : LevelledElement(std::move(element)) {}
+    SecretElement(const SecretElement&) = delete;
+    SecretElement& operator=(const SecretElement&) = delete;
+    ~SecretElement() { utils::wipe(getData()); }
+};
+
+} // namespace Torvo::LWE
