@@ -98,5 +98,9 @@ template ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const SecretKeyBase<
                                                             const SecretKeyBase<EncryptionType::MLWE>&) const;
 template ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
                                                             const SecretKeyBase<EncryptionType::RLWE>&) const;
+template ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const LWE::SecretKey&,
+                                                            const SecretKeyBase<EncryptionType::MLWE>&) const;
+template ModPackKeyBundle KeyGenerator::genModPackKeyBundle(const LWE::SecretKey&,
+                                                            const SecretKeyBase<EncryptionType::RLWE>&) const;
 
 } // namespace Torvo

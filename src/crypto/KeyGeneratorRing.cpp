@@ -115,5 +115,11 @@ KeyGeneratorImpl::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&
 template ModPackKeyBundle
 KeyGeneratorImpl::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
                                       const SecretKeyBase<EncryptionType::RLWE>&) const;
+template ModPackKeyBundle
+KeyGeneratorImpl::genModPackKeyBundle(const LWE::SecretKey&,
+                                      const SecretKeyBase<EncryptionType::MLWE>&) const;
+template ModPackKeyBundle
+KeyGeneratorImpl::genModPackKeyBundle(const LWE::SecretKey&,
+                                      const SecretKeyBase<EncryptionType::RLWE>&) const;
 
 } // namespace Torvo
