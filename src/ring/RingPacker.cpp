@@ -171,7 +171,9 @@ void modPackAny(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBun
 
 /// Makes an output of `unPack` fit for `context` and `level`.
 void shapeUnpacked(const LWE::Context& context, u64 level, const Device& device, LWE::Ciphertext& out) {
-    if (out.getContext()->context_hash != context->context_hash) out = LWE::Ciphertext(context);
+    const bool fits = out.getContext()->context_hash == context->context_hash &&
+                      out.getAx().getDimension() == context->parameter.dimension;
+    if (!fits) out = LWE::Ciphertext(context);
     out.setLevel(level);
     out.getAx().allocate(device);
     out.getBx().allocate(device);
