@@ -1,6 +1,7 @@
 // Where a bootstrap loses its bits: for each preset, with all slots in use, the mean of -log2 of the error
 // that the bend of the sine alone makes, that of the cosine's polynomial, that of the rounded scales, and
-// that of each phase's roundings, and of all together. Simulated (docs/bootstrapping.md), without keys.
+// that of each phase's roundings, and of all together, in one pass and extended. Simulated
+// (docs/bootstrapping.md), without keys.
 //
 //     BootstrapBudget [--log-slots L] [--real] preset ...
 
@@ -63,12 +64,19 @@ public:
             else
                 std::printf(" |");
         }
-        std::printf(" %.1f |\n", bits(simulated({}), message_));
+        std::printf(" %.1f |", bits(simulated({}), message_));
+        if (context_->parameter.has_extended_bootstrap)
+            std::printf(" %.1f |\n", bits(extended(), message_));
+        else
+            std::printf(" |\n");
     }
 
 private:
     Message simulated(test::ErrorSources sources) const {
         return test::SimulatedBootstrap(context_, logSlots_, true, sources).bootstrap(message_, isComplex_);
+    }
+    Message extended() const {
+        return test::SimulatedBootstrap(context_, logSlots_, true).bootstrapExtended(message_, isComplex_);
     }
     static double bits(const Message& got, const Message& expected) {
         return test::ErrorBits(got, expected).mean();
@@ -101,8 +109,8 @@ int main(int argc, char** argv) {
     }
     std::printf(
         "| preset | bend | polynomial | scales | slot to coefficient | coefficient to slot | cosine | double "
-        "angle | arcsine | all |\n"
-        "| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
+        "angle | arcsine | all | extended |\n"
+        "| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
     for (const std::string& name : presets) Budget(name, logSlots, isComplex).print(name);
     return 0;
 }

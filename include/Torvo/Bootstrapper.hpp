@@ -20,8 +20,8 @@ class BootstrapperImpl;
 /// The message must lie within the unit disc (real and imaginary part in [-1, 1] each), and the ciphertext
 /// must owe no rescale. Besides the keys for multiplication and conjugation, the evaluator's pack must hold
 /// the rotation keys of `KeyGenerator::genRotKeysForBootstrap`, made with the same `compact` as
-/// `sequential_rotations` here. Precision, failure probability, time and memory of each preset:
-/// docs/bootstrapping.md.
+/// `sequential_rotations` here. Precision and failure probability of each preset: `ParameterPreset`; their
+/// derivation, time and memory: docs/bootstrapping.md.
 ///
 /// A shared handle. Const members may run at once on different outputs; `makeBootConstants` must not run
 /// beside any other call on the same object. The output may be the input.
@@ -75,8 +75,12 @@ public:
     /// Real and imaginary parts apart, each as a real message.
     void bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
 
-    /// Two passes, the second on what the first left over: more bits, at twice the time. Needs one level
-    /// more, and the constants for full slots.
+    /// Two passes, the second on what the first left over: more bits (hardly any on `FVa`), at
+    /// twice the time. Needs one level more, and the constants for full slots.
+    /// @param is_complex  with false the message must be real: only the first pass, which it saves a sine,
+    ///                    drops an imaginary part. The second takes that for something that the first left
+    ///                    over, and so returns it, but shifted up before: more bent than by `bootstrap`, or
+    ///                    wrapped around where it leaves the range of the sine (`FVc`)
     /// @throws RuntimeException in this order: "The operand have to encode the message on its slots" (one
     ///         output); "This parameter does not support extended bootstrap"; "[bootstrap extended] Level of
     ///         ciphertext should be >= 4."; "[bootstrap extended] Size should be 2"; "The Operand should have
