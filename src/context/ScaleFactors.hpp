@@ -1,7 +1,7 @@
 #pragma once
 
-#include <Torvo/LWEParameterPreset.hpp>
 #include "core/Integers.hpp"
+#include <Torvo/LWEParameterPreset.hpp>
 
 #include <Torvo/ParameterPreset.hpp>
 

@@ -11,7 +11,14 @@ namespace Torvo::test {
 SimulatedBootstrap::SimulatedBootstrap(const Context& context, u64 logSlots, bool isSequential,
                                        ErrorSources sources)
     : context_(context), boot_(context), sources_(sources), logSlots_(logSlots),
-      errors_(context, logSlots, logSlots, isSequential), isSequential_(isSequential) {}
+      errors_(context, logSlots, logSlots, isSequential), isSequential_(isSequential) {
+    const std::vector<double>& logScale = context->scale_factors.log_scale;
+    const auto q0 = Real(context->primes.getPrime(0));
+    epsilon_ = Real(boot_.pre_raise_factor) * std::exp2(Real(logScale[0])) / q0;
+    if (boot_.separate_normalization)
+        normalization_ = std::exp2(Real(logScale[context->parameter.chain_length - 1])) / q0 /
+                         (2 * boot_.range_bound * Real(boot_.post_raise_factor));
+}
 
 // ---- flows
 
@@ -59,47 +66,39 @@ Message SimulatedBootstrap::pass(const Message& in, bool isComplex, double facto
 
 // ---- the sine
 
-SimulatedBootstrap::Complex SimulatedBootstrap::removeI(double part, double factor,
-                                                        const Deviations& deviations) {
-    const auto& [logScale, correction] = context_->scale_factors;
-    const u64 top = context_->parameter.chain_length - 1;
-    const auto q0 = static_cast<long double>(context_->primes.getPrime(0));
-    const auto gain = static_cast<long double>(boot_.pre_raise_factor);
-    const long double scale = std::exp2(static_cast<long double>(logScale[0]));
-
-    const double noise = normal() * deviations.part;
+/// y - 1 / (4 K), a quarter of a period before y = x / (K q0).
+SimulatedBootstrap::Number SimulatedBootstrap::argument(double part, const Deviations& deviations) {
+    const double noise = normal() * deviations.part, error = normal() * deviations.argument;
     const double multiple = std::round(normal() * deviations.multiple);
-    const long double message = part + (sources_.slotToCoeff ? noise : 0);
-    Number y{(multiple + gain * scale / q0 * message) / boot_.range_bound, errors_.levelAfter()};
+    const Real message = part + (sources_.slotToCoeff ? noise : 0);
+    Number y{(multiple + epsilon_ * message) / boot_.range_bound, errors_.levelAfter()};
 
     isNoisy_ = sources_.coeffToSlot;
-    long double unit = 1; // of what coefficient-to-slot gives
-    if (boot_.separate_normalization)
-        unit = std::exp2(static_cast<long double>(logScale[top])) / q0 /
-               (2 * boot_.range_bound * static_cast<long double>(boot_.post_raise_factor));
-    for (u64 level = top; level > y.level; --level)
-        y.value *= liftOf(level) / static_cast<long double>(errors_.lift(level));
-    const double error = normal() * deviations.argument;
-    y.value = y.value / unit + static_cast<long double>(isNoisy_ ? error : 0);
+    for (u64 level = context_->parameter.chain_length - 1; level > y.level; --level)
+        y.value *= liftOf(level) / Real(errors_.lift(level));
+    y.value = y.value / normalization_ + Real(isNoisy_ ? error : 0);
     y.value += complexNormal(errors_.rescale(y.level));
 
     isNoisy_ = sources_.cosine;
-    if (boot_.separate_normalization) y = rescaled(y.value * unit, y.level);
+    if (boot_.separate_normalization) y = rescaled(y.value * normalization_, y.level);
     y.value -= 0.25L / boot_.range_bound;
+    return y;
+}
+
+SimulatedBootstrap::Complex SimulatedBootstrap::removeI(double part, double factor,
+                                                        const Deviations& deviations) {
+    const Number y = argument(part, deviations);
     // Seen at the scale below it, a value is lifted by the step between large and small primes.
     const u64 lowest = context_->parameter.encryption_level + 1;
-    const long double step = context_->parameter.preset == ParameterPreset::FVa
-                                 ? 1
-                                 : static_cast<long double>(errors_.lift(lowest));
-    const long double f = q0 / (scale * step * gain) * factor / (2 * std::numbers::pi_v<long double>);
+    const Real step = context_->parameter.preset == ParameterPreset::FVa ? 1 : errors_.lift(lowest);
+    const Real f = factor / (step * epsilon_ * 2 * std::numbers::pi_v<Real>);
     const bool hasArcsine = boot_.arcsine_degree > 1;
-    const long double amplitude =
-        hasArcsine ? 1 : std::pow(f, std::exp2(-static_cast<long double>(boot_.double_angle_count)));
+    const Real amplitude = hasArcsine ? 1 : std::pow(f, std::exp2(-Real(boot_.double_angle_count)));
     const Number sine = doubleAngles(cosine(y, amplitude), amplitude);
     return hasArcsine ? arcsine(sine, f).value : sine.value;
 }
 
-SimulatedBootstrap::Number SimulatedBootstrap::cosine(const Number& y, long double amplitude) {
+SimulatedBootstrap::Number SimulatedBootstrap::cosine(const Number& y, Real amplitude) {
     const Number t2 = chebyshevDouble(y), t4 = chebyshevDouble(t2);
     const Number t2a = lowered(t2), t2b = lowered(t2a), t4b = lowered(t4);
     Number t6 = rescaled(2.0L * t2a.value * t4.value, t4.level);
@@ -109,8 +108,8 @@ SimulatedBootstrap::Number SimulatedBootstrap::cosine(const Number& y, long doub
     const u64 count = u64{1} << boot_.log_cosine_blocks;
     for (u64 j = 0; j < count; ++j) {
         const double* given = &boot_.cosine_coefficients[4 * j];
-        const long double c0 = amplitude * given[0], c1 = amplitude * given[1], c2 = amplitude * given[2],
-                          c3 = amplitude * given[3];
+        const Real c0 = amplitude * given[0], c1 = amplitude * given[1], c2 = amplitude * given[2],
+                   c3 = amplitude * given[3];
         if (j + 1 < count) {
             blocks.push_back(rescaled(c1 * t2b.value + c2 * t4b.value + c3 * t6.value, t6.level));
         } else {
@@ -153,10 +152,10 @@ SimulatedBootstrap::Number SimulatedBootstrap::joinEight(std::vector<Number>& P,
     return sum;
 }
 
-SimulatedBootstrap::Number SimulatedBootstrap::doubleAngles(Number x, long double amplitude) {
+SimulatedBootstrap::Number SimulatedBootstrap::doubleAngles(Number x, Real amplitude) {
     isNoisy_ = sources_.doubleAngle;
     for (u64 i = 0; i < boot_.double_angle_count; ++i) {
-        const auto lift = static_cast<long double>(errors_.lift(x.level));
+        const auto lift = Real(errors_.lift(x.level));
         amplitude *= amplitude;
         Number product = rescaled(x.value * x.value, x.level);
         x = {2.0L * product.value - amplitude * lift, product.level};
@@ -164,14 +163,14 @@ SimulatedBootstrap::Number SimulatedBootstrap::doubleAngles(Number x, long doubl
     return x;
 }
 
-SimulatedBootstrap::Number SimulatedBootstrap::arcsine(const Number& s, long double factor) {
+SimulatedBootstrap::Number SimulatedBootstrap::arcsine(const Number& s, Real factor) {
     isNoisy_ = sources_.arcsine;
     Number u = rescaled(s.value * s.value, s.level);
     if (boot_.arcsine_degree == 3) {
         const Number v = rescaled(s.value * (factor / 6), s.level);
         return rescaled(v.value * (u.value + 6.0L), u.level);
     }
-    constexpr long double p = 2.966683928392619, q = -1.2866839283926188, r = 7.550517864616794;
+    constexpr Real p = 2.966683928392619, q = -1.2866839283926188, r = 7.550517864616794;
     const Number v = rescaled(u.value * u.value + q * u.value, u.level);
     const Number h = rescaled(s.value * (factor * 5 / 112), s.level);
     const Number x = rescaled(h.value * (u.value + p), u.level);
@@ -180,12 +179,11 @@ SimulatedBootstrap::Number SimulatedBootstrap::arcsine(const Number& s, long dou
 
 // ---- numbers with errors
 
-long double SimulatedBootstrap::liftOf(u64 level) const {
+SimulatedBootstrap::Real SimulatedBootstrap::liftOf(u64 level) const {
     if (!sources_.scales) return errors_.lift(level);
     const std::vector<double>& logScale = context_->scale_factors.log_scale;
-    const auto above = static_cast<long double>(logScale[level]);
-    return std::exp2(2 * above - static_cast<long double>(logScale[level - 1])) /
-           static_cast<long double>(context_->primes.getPrime(level));
+    const auto above = Real(logScale[level]);
+    return std::exp2(2 * above - Real(logScale[level - 1])) / Real(context_->primes.getPrime(level));
 }
 
 SimulatedBootstrap::Number SimulatedBootstrap::rescaled(Complex product, u64 level) {

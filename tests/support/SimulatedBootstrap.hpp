@@ -37,7 +37,8 @@ public:
     Message bootstrapExtended(const Message& in, bool isComplex);
 
 private:
-    using Complex = std::complex<long double>;
+    using Real = long double;
+    using Complex = std::complex<Real>;
     struct Number {
         Complex value;
         u64 level;
@@ -52,19 +53,20 @@ private:
 
     Message pass(const Message& in, bool isComplex, double factor, const TransformErrors& transforms,
                  double errorOfInput);
+    Number argument(double part, const Deviations& deviations);
     Complex removeI(double part, double factor, const Deviations& deviations);
-    Number cosine(const Number& y, long double amplitude);
+    Number cosine(const Number& y, Real amplitude);
     Number joinFour(std::vector<Number>& P, std::vector<Number>& U);
     Number joinEight(std::vector<Number>& P, std::vector<Number>& U);
-    Number doubleAngles(Number x, long double amplitude);
-    Number arcsine(const Number& s, long double factor);
+    Number doubleAngles(Number x, Real amplitude);
+    Number arcsine(const Number& s, Real factor);
 
     /// What becomes of a product of values at `level`.
     Number rescaled(Complex product, u64 level);
     Number lowered(const Number& a) { return rescaled(a.value, a.level); }
     Number chebyshevDouble(const Number& a);
     /// By what the rescale from a level multiplies a value.
-    long double liftOf(u64 level) const;
+    Real liftOf(u64 level) const;
     double normal() { return normal_(random_); }
     Complex complexNormal(double square);
     void drawSecret();
@@ -75,6 +77,8 @@ private:
     u64 logSlots_;
     TransformErrors errors_;
     bool isSequential_;
+    Real epsilon_;                 ///< what the message is multiplied by under the sine, whose period is 1
+    Real normalization_ = 1;       ///< what coefficient-to-slot leaves to be multiplied
     double secretSquare_ = 0;      ///< |s|^2 of the slot that is being worked on
     bool isNoisy_ = true;          ///< whether the current phase takes errors
     std::mt19937_64 random_{2026}; // NOLINT(bugprone-random-generator-seed): the same in every run
