@@ -114,6 +114,17 @@ public:
         generator.genModPackKeyBundle(from, to).save(path("packing_keys.bin"));
     }
 
+    void writePlainLWE() const {
+        LWE::saveContextToFile(plain_, path("lwe.context"));
+        LWE::saveContextToFile(LWE::makeContext(LWE::ParameterPreset::SD3), path("lwe_preset.context"));
+        const LWE::SecretKey secret(plain_);
+        secret.save(path("lwe_secret_key.bin"));
+        secret.saveSeedOnly(path("lwe_secret_key_seed.bin"));
+        LWE::Ciphertext ciphertext(plain_);
+        LWE::Encryptor(plain_).encrypt(archives::plainNumber, secret, ciphertext, 1, 1);
+        ciphertext.save(path("lwe_ciphertext.bin"));
+    }
+
 private:
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
@@ -134,6 +145,7 @@ private:
 
     std::string directory_;
     Context ring_ = archives::ring(), partner_ = archives::partner();
+    LWE::Context plain_ = archives::plain();
     Context module_ = makeContext(ParameterPreset::SD3D6R2);
     SecretKey secret_{ring_};
     SecretKeyBase<EncryptionType::MLWE> moduleSecret_{module_};
@@ -160,4 +172,5 @@ int main(int argc, char** argv) {
     archives.writeEncapsulationKey();
     archives.writeRingSwitchKey();
     archives.writePackingKeys();
+    archives.writePlainLWE();
 }

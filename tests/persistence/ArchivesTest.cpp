@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -295,6 +296,34 @@ TEST(Archives, ThePackingKeysSwitchFromGroupsOfComponents) {
             for (u64 c = 0; c < 64; ++c) source[c * 64 + i] = from.getCoefficients()[(16 * k + i) * 64 + c];
         expectSwitches(ring, *keys.getModPackKey(k), target, source);
     }
+}
+
+TEST(Archives, ContextsOfPlainLWEHaveThePrimesTheyHad) {
+    const auto expectContext = [](const std::string& name, u64 dimension, const std::vector<u64>& primes) {
+        const TemporaryDirectory directory;
+        const LWE::Context context = LWE::makeContextFromFile(pathOf(name));
+        EXPECT_EQ(LWE::getDimension(context), dimension) << name;
+        EXPECT_EQ(LWE::getPrimeList(context), primes) << name;
+        LWE::saveContextToFile(context, directory.path() + "/again.context");
+        EXPECT_EQ(contentOf(directory.path() + "/again.context"), archived(name));
+    };
+    expectContext("lwe.context", 16, {(u64{1} << 50) - 27, (u64{1} << 40) - 87});
+    expectContext("lwe_preset.context", 32, {140737487306753, 2199020634113, 2199023190017, 2199023288321});
+}
+
+TEST(Archives, PlainLWEDecryptsToItsNumberUnderEitherFormOfTheSecret) {
+    const LWE::Context context = LWE::makeContextFromFile(pathOf("lwe.context"));
+    const auto secret = fullKey<LWE::SecretKey>(context, "lwe_secret_key.bin");
+    const auto regrown = regrownKey<LWE::SecretKey>(context, "lwe_secret_key_seed.bin");
+    EXPECT_EQ(saved(regrown), archived("lwe_secret_key.bin"));
+    const auto ciphertext = loadedFrom("lwe_ciphertext.bin", LWE::Ciphertext(context));
+    EXPECT_EQ(ciphertext.getLevel(), 1U);
+    EXPECT_EQ(ciphertext.getRescaleCounter(), 1);
+    double number = 0;
+    LWE::Decryptor(context).decrypt(ciphertext, secret, number);
+    // An error is at most 21 units and is divided by the upper prime with the number; that rounds, by half a
+    // unit of the scale of level 0.
+    EXPECT_NEAR(number, archives::plainNumber, std::exp2(-LWE::getDefaultScaleFactorList(context)[0]));
 }
 
 TEST(Archives, EveryFileIsLoadedByATest) {

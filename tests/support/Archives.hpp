@@ -3,6 +3,7 @@
 #include "support/RingFamily.hpp"
 
 #include <Torvo/Context.hpp>
+#include <Torvo/LWEContext.hpp>
 #include <Torvo/Message.hpp>
 
 #include <complex>
@@ -31,6 +32,11 @@ inline Context wide() {
     return newFamilyRing(7, 2);
 }
 
+/// Vectors of 16 modulo primes of 50 and 40 bits.
+inline LWE::Context plain() {
+    return LWE::makeContext(16, 2, 50, 40);
+}
+
 inline double number(unsigned long i) {
     return static_cast<double>(i * 37 % 64) / 64 - 0.5;
 }
@@ -56,5 +62,6 @@ inline std::vector<int> givenSecret(unsigned long count) {
 }
 
 constexpr unsigned long rotation = 5;
+constexpr double plainNumber = 0.640625;
 
 } // namespace Torvo::test::archives
