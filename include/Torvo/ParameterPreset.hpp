@@ -12,7 +12,10 @@ namespace Torvo {
 /// `FV*` (ring degree 2^17), `FG*` (2^16) and `FT*` (2^15) can be bootstrapped; `ST*` (2^15), `SS7` (2^14)
 /// and `SD3` (2^13) are for shallow circuits, the digits telling the number of multiplicative levels.
 /// `FX` is a toy of degree 64 with the prime chain of `FGb` and no security at all, for tests. Names ending
-/// in "L0" are single-level partners of `FGb`; D and R in a name tell log2 of degree and rank.
+/// in "L0" are single-level partners of `FGb`; D and R in a name tell log2 of degree and rank. `FGbD12L0`,
+/// `FGbD8R4L0` and `FGbD6R6L0` have the scale of `FGb` at level 0, and their messages pass from one to the
+/// other; `FGbL0` has a scale of its own, of 58 bits, and no room for a message: it is the context of the
+/// keys with which `RingPacker::decompose` leads from `FGb` to `FGbD12L0`, and nothing else.
 /// `FGd` is `FGb` with sparse secret encapsulation, for which it needs a second context of preset `SGd0`.
 /// All presets but `FX` and `CUSTOM` are rated at 128 bits of security.
 ///

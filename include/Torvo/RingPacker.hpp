@@ -11,14 +11,24 @@
 namespace Torvo {
 
 /// Moves ciphertexts between parameter sets of different ring degree and rank, and plain LWE. All moves act
-/// on the coefficients, so operands are `EncodingType::Coefficient`; outputs come out so, out of NTT form,
-/// and take level, rescale counter and device from the (first) input.
+/// on the coefficients, so operands are `EncodingType::Coefficient` and out of NTT form, as
+/// `Encryptor::encrypt` of coefficients and `Bootstrapper::slotToCoeff` leave them. Outputs come out so, with
+/// all slots, and take level, rescale counter and device from the (first) input; they keep their context, and
+/// what they held before is of no account. An output may be an input. docs/packing.md draws the routes, and
+/// tells which keys each needs and what noise it adds.
 ///
 /// With Y = X^k a ring of degree n lies in a ring of degree k n: coefficient c of the j-th small ciphertext
 /// becomes coefficient c k + j of the large one, and the other way round.
 ///
 /// Stateless and const: calls may run at once on different outputs. The contexts of inputs, keys and outputs
 /// must have the same primes up to the level of the inputs; the key generation checks it.
+///
+/// After the rules that each member tells come, in this order and with RuntimeException too: "Operands have
+/// different levels."; "Rescale counter should be less than or equal to the level"; "Size should be 2" for
+/// ring ciphertexts that wait for relinearization; "The level of input ciphertext does not fit in current
+/// context" for keys or outputs of too few primes or another degree; "Polynomials should be of non-NTT form
+/// in ring switching."; "The generated context does not support the operation with current operands; check
+/// the device."
 class TORVO_API RingPacker {
 public:
     /// Several small-ring ciphertexts into one of a large ring (`getNumCiphertextsToFullCompose` of them); a
@@ -39,8 +49,9 @@ public:
     ///         than the level of max encryption level of the output ciphertext(s)"
     void decompose(const Ciphertext& in, const RingSwitchKey& key, std::vector<Ciphertext*>& out) const;
 
-    /// Several ciphertexts of high rank and low degree into one of lower rank and higher degree, by a key
-    /// switch for each group of secret components.
+    /// Several ciphertexts of high rank and low degree into one of lower rank and higher degree
+    /// (`getNumCiphertextsToModPack` of them), by a key switch for each group of secret components. Takes
+    /// memory for a copy of the inputs, and for one sum for each thread.
     /// @throws RuntimeException in this order: "[modPack] Total dimension of encrypting messages of input and
     ///         output does not match"; "[modPack] Input or output ciphertexts is not compatible to the given
     ///         modpack keys"; "The operand have to encode the message on its coefficients"; "Two operands
@@ -56,12 +67,13 @@ public:
                  CiphertextBase<E>& out) const;
 
     /// A ciphertext of degree n into n plain LWE ciphertexts of dimension n, one for each coefficient, under
-    /// the secret of `genLWESecretKeyAfterUnPack`. No key and no noise: for presets that exist in both forms.
+    /// the secret of `genLWESecretKeyAfterUnPack`. No key and no noise. For a preset that exists in both
+    /// forms with the degree of the one as the dimension of the other: `FGbD12L0`.
     /// @throws RuntimeException in this order: "[unPack] Input Ciphertext degree should be equal to the
-    /// number
-    ///         of output LWE Ciphertexts"; "The operand have to encode the message on its coefficients";
-    ///         "[unPack] The level of given ciphertext is more than the level of max encryption level of the
-    ///         output ciphertext(s)"
+    ///         number of output LWE Ciphertexts"; "The operand have to encode the message on its
+    ///         coefficients"; "[unPack] The level of given ciphertext is more than the level of max
+    ///         encryption level of the output ciphertext(s)"; "The total dimension of the operands are
+    ///         different" for plain LWE of another dimension
     void unPack(const Ciphertext& in, const std::vector<LWE::Ciphertext*>& out) const;
 };
 
