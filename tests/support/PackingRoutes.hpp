@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <vector>
 
 /// The routes that lead plain LWE of dimension 4096 through the single-level partners of `FGb`, and what the
@@ -69,17 +70,16 @@ inline RouteError errorOf(const std::vector<double>& got, const std::vector<doub
     return error;
 }
 
-/// The error lies below the bound, and, over so many numbers, near what was derived: half of it at least, so
-/// that a route that forgot its noise is noticed too.
+/// The error lies below the bound, and its root mean square near what was derived: within the 5 hundredths
+/// that the model is given and 6 deviations of a root mean square of so many numbers.
 inline void expectNumbers(const std::vector<double>& got, const std::vector<double>& expected,
                           const RouteNoise& noise, double logScale, const char* route) {
     const RouteError error = errorOf(got, expected);
+    const double derived = noise.rms(logScale);
+    const double slack = 0.05 + 6 / std::sqrt(2 * static_cast<double>(expected.size()));
     EXPECT_LT(error.largest, noise.bound(logScale)) << route;
-    EXPECT_GT(error.rms, noise.rms(logScale) / 2) << route;
-    EXPECT_LT(error.rms, noise.rms(logScale) * 2) << route;
-    if (expected.size() >= 4096) // for docs/packing.md
-        std::printf("%s: rms error 2^%.2f, derived 2^%.2f\n", route, std::log2(error.rms),
-                    std::log2(noise.rms(logScale)));
+    EXPECT_NEAR(error.rms / derived, 1, slack) << route;
+    std::printf("%s: rms error 2^%.2f, derived 2^%.2f\n", route, std::log2(error.rms), std::log2(derived));
 }
 
 template <EncryptionType E>
