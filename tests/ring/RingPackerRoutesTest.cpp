@@ -205,8 +205,8 @@ TEST(RingPackerRoutes, NumbersOfSD3HaveNoWayIntoItsModule) {
                    "The given two contexts are not compatible at any level");
 }
 
-TEST(RingPackerRoutes, TheSwitchRingAloneIsRefusedAsAHomeOfTheKeysOfACompose) {
-    // FGbL0 has one prime, FX has more: what FX encrypts cannot stand in it.
+TEST(RingPackerRoutes, KeysForAWayThatDoesNotExistAreRefusedWhenTheyAreMade) {
+    // FGbD12L0 has one prime, FX has more; and it is larger, so no context of the keys either.
     const KeyedRing<RLWE> toy(ParameterPreset::FX), small(ParameterPreset::FGbD12L0);
     EXPECT_REFUSED(KeyGenerator(small.context, small.key).genComposeKey(toy.key),
                    "[genComposeKey] The encryption primes of the ciphertext to switch from is not subset of "
