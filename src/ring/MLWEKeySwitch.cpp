@@ -53,7 +53,7 @@ private:
     /// components at the multiples of X^r. X^-i is X^(r - i) times an X^-1 of the small ring.
     void interleave(std::span<const Polynomial> group) {
         const u64 rank = group.size();
-        parts_[0] = &group[0];
+        parts_[0] = &group.front();
         for (u64 i = 1; i < rank; ++i) {
             small_->primes.multMonomial(group[i], shifted_[i - 1], -1);
             parts_[rank - i] = &shifted_[i - 1];

@@ -1,6 +1,7 @@
 #include <Torvo/RingPacker.hpp>
 
 #include "arithmetic/Messages.hpp"
+#include "arithmetic/PolynomialVector.hpp"
 #include "arithmetic/RowLoop.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
@@ -51,11 +52,15 @@ void requireOnCoefficients(const AnyCiphertext& operand) {
             message::notOnCoefficients);
 }
 
-/// Whether ciphertexts may become one.
 template <class AnyCiphertext>
-void requireAlike(const std::vector<const AnyCiphertext*>& operands) {
+void requireMatching(const std::vector<const AnyCiphertext*>& operands) {
+    for (const AnyCiphertext* operand : operands) utils::checkPrecondition(*operands.front(), *operand);
+}
+
+/// Whether the scales of all are the same, and defined.
+template <class AnyCiphertext>
+void requireLevels(const std::vector<const AnyCiphertext*>& operands) {
     const AnyCiphertext& first = *operands.front();
-    for (const AnyCiphertext* operand : operands) utils::checkPrecondition(first, *operand);
     for (const AnyCiphertext* operand : operands)
         require(operand->getLevel() == first.getLevel(), message::operandsDifferInLevel);
     utils::requireCounterWithinLevel(first);
@@ -63,6 +68,11 @@ void requireAlike(const std::vector<const AnyCiphertext*>& operands) {
 
 void requireTwoElements(const Ciphertext& operand) {
     require(operand.getNumPoly() == 2, message::sizeNotTwo);
+}
+
+void requireOutOfNTT(const Ciphertext& operand) {
+    for (const Polynomial& element : operand.getPolys().getPolys())
+        require(!element.isNTT(), message::ringSwitchingInNTTForm);
 }
 
 /// Whether the residues of a ciphertext at `level` may be read as those of `context`.
@@ -108,6 +118,7 @@ void stamp(int rescaleCounter, CiphertextBase<E>& out) {
 template <EncryptionType E>
 std::vector<const Polynomial*> elementsAt(u64 index, const std::vector<const CiphertextBase<E>*>& in) {
     std::vector<const Polynomial*> elements;
+    elements.reserve(in.size());
     for (const auto* ciphertext : in) elements.push_back(&ciphertext->getPoly(index));
     return elements;
 }
@@ -160,9 +171,10 @@ void modPackAny(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBun
     require(fillTogether(in, degreeOf(out)), message::modPackTotalDimension);
     require(keysFit(in, keys, out), message::modPackKeysDoNotFit);
     requireOnCoefficients(*in.front());
-    requireAlike(in);
+    requireMatching(in);
     const u64 level = in.front()->getLevel();
     require(level <= encryptionLevelOf(out.getContext()), message::modPackLevel);
+    requireLevels(in);
     requireFit(keys.getContext(), rankOf(out) * degreeOf(out), level);
     const int counter = in.front()->getRescaleCounter();
     mlweKeySwitch(combined(in, out.getContext()), keys, out);
@@ -189,9 +201,12 @@ void RingPacker::compose(const std::vector<const Ciphertext*>& in, const RingSwi
     require(degreeOf(out) % degreeOf(first) == 0, message::composeOutputDegree);
     require(in.size() == 1 || fillTogether(in, degreeOf(out)), message::composeDimension);
     requireOnCoefficients(first);
-    requireAlike(in);
+    requireMatching(in);
+    requireLevels(in);
     for (const Ciphertext* operand : in) requireTwoElements(*operand);
     for (const Context& ring : {context, key.getContext()}) requireFit(ring, degreeOf(out), first.getLevel());
+    for (const Ciphertext* operand : in) requireOutOfNTT(*operand);
+    key.getContext()->primes.getCommonDeviceAndCheck(first);
 
     const int counter = first.getRescaleCounter();
     shapePair(context, out);
@@ -219,10 +234,13 @@ void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
 
     const int counter = in.getRescaleCounter();
     Ciphertext switched(key.getContext(), in);
+    requireOutOfNTT(in);
+    key.getContext()->primes.getCommonDeviceAndCheck(in);
     switchKey(key, switched);
     for (Ciphertext* part : out) shapePair(context, *part);
     for (u64 j = 0; j < 2; ++j) {
         std::vector<Polynomial*> parts;
+        parts.reserve(out.size());
         for (Ciphertext* part : out) parts.push_back(&part->getPoly(j));
         if (parts.size() == 1)
             ringSwitcher.extract(switched.getPoly(j), *parts.front());

@@ -23,6 +23,8 @@ constexpr u64 chainLength = 3;
 constexpr RingPacker packer;
 
 const char* const notOnCoefficients = "The operand have to encode the message on its coefficients";
+const char* const deviceNotServed =
+    "The generated context does not support the operation with current operands; check the device.";
 const char* const inNTTForm = "Polynomials should be of non-NTT form in ring switching.";
 
 /// A ring of degree 256 with its key, and smaller rings of the same primes, each with a key of its own.
@@ -220,7 +222,15 @@ TEST(RingPackerCompose, RefusesInItsOrder) {
     Ciphertext tooShort(familyRing(8, 2));
     EXPECT_REFUSED(compose(four, tooShort), "The level of input ciphertext does not fit in current context");
     EXPECT_REFUSED(compose(four, out), inNTTForm);
-    for (Ciphertext& ciphertext : four) ciphertext.getPolys().getPoly(0).setNTT(false);
+    for (Ciphertext& ciphertext : four) {
+        ciphertext.getPolys().getPoly(0).setNTT(false);
+        ciphertext.to({DeviceType::CPU, 1});
+    }
+    EXPECT_REFUSED(compose(four, out), deviceNotServed);
+    // Nothing of the output has changed so far.
+    EXPECT_EQ(out.getEncodingType(), EncodingType::Slot);
+    EXPECT_TRUE(out.isNTT());
+    for (Ciphertext& ciphertext : four) ciphertext.to({});
     EXPECT_NO_THROW(compose(four, out));
 }
 
@@ -346,6 +356,11 @@ TEST(RingPackerDecompose, RefusesInItsOrder) {
     in = randomOnCoefficients<EncryptionType::RLWE>(rings.large, 1, random);
     for (const u64 j : {0, 1}) in.getPoly(j).setNTT(true);
     EXPECT_REFUSED(decompose(familyRing(6, 2), 4), inNTTForm);
+    for (const u64 j : {0, 1}) in.getPoly(j).setNTT(false);
+    in.to({DeviceType::CPU, 1});
+    EXPECT_REFUSED(decompose(familyRing(6, 2), 4), deviceNotServed);
+    in.to({});
+    EXPECT_NO_THROW(decompose(familyRing(6, 2), 4));
 }
 
 // ---- both
@@ -462,9 +477,7 @@ TEST(RingPackerUnPack, RefusesInItsOrder) {
     EXPECT_REFUSED(unPack(64), inNTTForm);
     for (const u64 j : {0, 1}) in.getPoly(j).setNTT(false);
     in.to({DeviceType::CPU, 1});
-    EXPECT_REFUSED(
-        unPack(64),
-        "The generated context does not support the operation with current operands; check the device.");
+    EXPECT_REFUSED(unPack(64), deviceNotServed);
     in.to({});
     EXPECT_NO_THROW(unPack(64));
 }
