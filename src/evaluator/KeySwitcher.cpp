@@ -38,13 +38,40 @@ void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) 
     out = std::move(blocks.getPolys());
 }
 
+Ciphertext KeySwitcher::unsetProduct(const Polynomial& digit) const {
+    Ciphertext product(context_, true);
+    product.setLevel(digit.getLevel());
+    if (product.getDevice() != digit.getDevice()) product.allocate(digit.getDevice());
+    return product;
+}
+
 Ciphertext KeySwitcher::multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const {
     const Device device = commonDevice(polys);
-    Ciphertext product(context_, true);
-    product.setLevel(polys.front().getLevel());
     key.copyTo(device);
-    if (product.getDevice() != device) product.allocate(device);
+    Ciphertext product = unsetProduct(polys.front());
     context_->primes.innerProduct(polys.begin(), polys.end(), key.getAxIter(device), key.getBxIter(device),
+                                  product.getPoly(1), product.getPoly(0));
+    return product;
+}
+
+Ciphertext KeySwitcher::multEvalKeys(const std::vector<std::vector<Polynomial>>& polys,
+                                     const std::vector<EvaluationKey*>& keys) const {
+    require(!polys.empty(), message::noOperand);
+    const Device device = commonDevice(polys.front());
+    std::vector<const Polynomial*> digits, ax, bx;
+    for (u64 i = 0; i < keys.size(); ++i) {
+        keys[i]->copyTo(device);
+        for (u64 j = 0; j < polys[i].size(); ++j) {
+            digits.push_back(&polys[i][j]);
+            ax.push_back(keys[i]->getAxIter(device) + j);
+            bx.push_back(keys[i]->getBxIter(device) + j);
+        }
+    }
+    Ciphertext product = unsetProduct(*digits.front());
+    const auto at = [](std::vector<const Polynomial*>::const_iterator it) {
+        return PolyIter(it, [](const Polynomial* p) -> const Polynomial& { return *p; });
+    };
+    context_->primes.innerProduct(at(digits.begin()), at(digits.end()), at(ax.begin()), at(bx.begin()),
                                   product.getPoly(1), product.getPoly(0));
     return product;
 }

@@ -25,6 +25,10 @@ public:
     /// @throws RuntimeException "Operand is empty so device is not defined"; "Elements of operand are in
     ///         different devices."
     Ciphertext multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const;
+    /// The sum of such products, polys[i] with *keys[i], in one pass. All are on one device, and at one
+    /// level.
+    Ciphertext multEvalKeys(const std::vector<std::vector<Polynomial>>& polys,
+                            const std::vector<EvaluationKey*>& keys) const;
     /// out = in / P; rescale counter 0 and all slots, for the caller to set.
     void modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const;
     /// The three in a row: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the key
@@ -32,6 +36,9 @@ public:
     Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT = true) const;
 
 private:
+    /// Fit for the products of such digits.
+    Ciphertext unsetProduct(const Polynomial& digit) const;
+
     Context context_;
     FastBaseConv baseConv_;
     RNSDecomposeData decomposeData_;

@@ -23,19 +23,38 @@ Polynomial coefficientsOf(const Context& context, u64 level, const Device& devic
     return polynomial;
 }
 
-/// The key switches of several groups of components, one after the other, and their sum before the division
-/// by the temporary primes.
+/// How many keys to multiply at once, which saves reductions and sums: as many as find room in a core's cache
+/// together with their digits.
+u64 keysAtOnce(const Context& large, u64 level) {
+    constexpr u64 cacheBytes = u64{1} << 20;
+    const Parameter& ring = large->parameter;
+    const u64 digits = level / ring.numTP + 1;
+    const u64 digitBytes = (ring.chain_length + ring.numTP) * ring.degree * sizeof(u64);
+    return std::max<u64>(1, cacheBytes / (3 * digits * digitBytes));
+}
+
+/// The key switches of several groups of components and their sum before the division by the temporary
+/// primes.
 class GroupSum {
 public:
     GroupSum(const Context& small, const Context& large, u64 rank, u64 level, const Device& device)
-        : small_(small), large_(large), interleaved_(coefficientsOf(large, level, device)), parts_(rank) {
+        : small_(small), large_(large), batch_(keysAtOnce(large, level)),
+          interleaved_(coefficientsOf(large, level, device)), parts_(rank) {
         for (u64 i = 1; i < rank; ++i) shifted_.push_back(coefficientsOf(small, level, device));
     }
 
+    /// Waits for company until there are enough groups, or until `finish`.
     void add(const KeySwitcher& switcher, std::span<const Polynomial> group, EvaluationKey& key) {
         interleave(group);
-        switcher.modUpPQ(interleaved_, digits_);
-        add(switcher.multEvalKey(digits_, key));
+        switcher.modUpPQ(interleaved_, digits_.emplace_back());
+        keys_.push_back(&key);
+        if (keys_.size() == batch_) finish(switcher);
+    }
+    void finish(const KeySwitcher& switcher) {
+        if (keys_.empty()) return;
+        add(switcher.multEvalKeys(digits_, keys_));
+        digits_.clear();
+        keys_.clear();
     }
     void add(Ciphertext&& product) {
         if (!sum_) {
@@ -62,10 +81,12 @@ private:
     }
 
     Context small_, large_;
+    u64 batch_;
     Polynomial interleaved_;
     std::vector<Polynomial> shifted_;
     std::vector<const Polynomial*> parts_;
-    std::vector<Polynomial> digits_;
+    std::vector<std::vector<Polynomial>> digits_;
+    std::vector<EvaluationKey*> keys_;
     std::optional<Ciphertext> sum_;
 };
 
@@ -88,6 +109,7 @@ Ciphertext sumOverGroups(const KeySwitcher& switcher, std::span<const Polynomial
     forEachIndex(numShares, [&](u64 t) {
         for (u64 k = t * numKeys / numShares; k < (t + 1) * numKeys / numShares; ++k)
             shares[t].add(switcher, components.subspan(k * rank, rank), *keyOf[k]);
+        shares[t].finish(switcher);
     });
     for (u64 t = 1; t < numShares; ++t) shares[0].add(std::move(shares[t].sum()));
     return std::move(shares[0].sum());

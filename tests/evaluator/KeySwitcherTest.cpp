@@ -180,6 +180,22 @@ TEST_F(KeySwitching, ModDownGivesEitherFormAndFreshBookKeeping) {
     EXPECT_TRUE(sameWords(coefficients, inNTT));
 }
 
+TEST_F(KeySwitching, TheProductsWithSeveralKeysAtOnceAreTheWordsOfTheirSum) {
+    const std::vector<EvaluationKey*> keys{scheme.keys.getMultKey().get(), scheme.keys.getConjKey().get(),
+                                           scheme.keys.getMultKey().get()};
+    for (const u64 level : {0, 5, 24}) {
+        std::vector<std::vector<Polynomial>> blocks;
+        for (u64 i = 0; i < keys.size(); ++i) blocks.push_back(blocksOf(uniform(level)));
+        Ciphertext sum = switcher.multEvalKey(blocks[0], *keys[0]);
+        for (const u64 i : {1, 2}) {
+            const Ciphertext product = switcher.multEvalKey(blocks[i], *keys[i]);
+            for (const u64 j : {0, 1}) primes.add(sum.getPoly(j), product.getPoly(j), sum.getPoly(j));
+        }
+        EXPECT_TRUE(sameWords(switcher.multEvalKeys(blocks, keys), sum)) << "level " << level;
+    }
+    EXPECT_REFUSED(switcher.multEvalKeys({}, {}), "Operand is empty so device is not defined");
+}
+
 TEST_F(KeySwitching, TheSumsRefuseNothingAndTwoDevices) {
     EvaluationKey& key = *scheme.keys.getMultKey();
     EXPECT_REFUSED(switcher.multEvalKey({}, key), "Operand is empty so device is not defined");
