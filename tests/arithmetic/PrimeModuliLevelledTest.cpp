@@ -86,9 +86,11 @@ protected:
     }
 
     void expectRefusals(const Member& member, const std::string& name) {
-        LevelledVector a = vector(2), b = vector(1), out(dimension, 3);
+        LevelledVector a = vector(2), b = vector(1), out(dimension, 3), shorter(dimension - 1, 1);
+        shorter.to(secondHost);
+        EXPECT_REFUSED(member(a, shorter, out), "Operands have different dimensions.");
         b.to(secondHost);
-        EXPECT_REFUSED(member(a, b, out), differentLevels);
+        if (name != "innerProduct") EXPECT_REFUSED(member(a, b, out), differentLevels);
         a.setLevel(1);
         EXPECT_REFUSED(member(a, b, out), differentDevices);
         a.to(secondHost);
@@ -163,6 +165,28 @@ TEST_F(LevelledOperations, InnerProductSumsTheProductsOfEachRow) {
     }
 }
 
+TEST_F(LevelledOperations, InnerProductTakesTheLowerLevelAndLeavesTheRowsAboveAlone) {
+    LevelledVector a = vector(3), b = vector(1);
+    LevelledElement out = element(3), mirrored = element(3), cut = element(3);
+    primes.innerProduct(a, b, out);
+    primes.innerProduct(b, a, mirrored);
+    a.setLevel(1);
+    primes.innerProduct(a, b, cut);
+    EXPECT_EQ(out.getLevel(), 1u);
+    EXPECT_EQ(wordsOf(out.getData()), wordsOf(cut.getData()));
+    EXPECT_EQ(wordsOf(mirrored.getData()), wordsOf(cut.getData()));
+    EXPECT_EQ(cut.getData().size(), 2u);
+}
+
+TEST_F(LevelledOperations, AnOutputOfAnotherDimensionIsMadeAnew) {
+    const LevelledVector a = vector(2), b = vector(2);
+    LevelledVector out(3, 1), expected(dimension, 2);
+    primes.add(a, b, expected);
+    primes.add(a, b, out);
+    EXPECT_EQ(out.getDimension(), dimension);
+    EXPECT_EQ(wordsOf(out.getData()), wordsOf(expected.getData()));
+}
+
 TEST_F(LevelledOperations, ConjugateInvertReversesAndNegatesAroundItsIndex) {
     for (const u64 k : {u64{0}, u64{1}, u64{20}, dimension - 1}) {
         const LevelledVector v = vector(2);
@@ -223,7 +247,11 @@ TEST_F(LevelledOperations, RescaleKeepsTheHeightOfAModUpElement) {
 
 TEST_F(LevelledOperations, OnElementsEqualTheirDefinitions) {
     const LevelledElement a = element(2), b = element(2);
-    LevelledElement sum = element(3), difference = a, product = b;
+    LevelledElement sum = element(3), difference = a, product = b, negative = a;
+    negative[1] = 0;
+    primes.negate(negative, negative);
+    EXPECT_EQ(negative[0], subMod(0, a[0], primes.getPrime(0)));
+    EXPECT_EQ(negative[1], 0u) << "minus zero";
     primes.add(a, b, sum);
     primes.sub(difference, b, difference);
     primes.mult(a, product, product);
@@ -255,6 +283,11 @@ TEST_F(LevelledOperations, OnElementsRefuseTheirOperandsInOrder) {
         {"add", [&](const auto& a, const auto& b, auto& out) { primes.add(a, b, out); }},
         {"sub", [&](const auto& a, const auto& b, auto& out) { primes.sub(a, b, out); }},
         {"mult", [&](const auto& a, const auto& b, auto& out) { primes.mult(a, b, out); }}};
+    LevelledElement single = element(2), negative = element(3);
+    single.to(secondHost);
+    EXPECT_REFUSED(primes.negate(single, negative), notServed);
+    single.allocate(pinned);
+    EXPECT_REFUSED(primes.negate(single, negative), unsupported("negate"));
     for (const auto& [name, member] : members) {
         LevelledElement a = element(2), b = element(1), out = element(3);
         b.to(secondHost);
