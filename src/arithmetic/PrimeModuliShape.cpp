@@ -13,10 +13,12 @@ void requireBackend(const Device& device, FailureNames names) {
 }
 
 Operand::Operand(const Polynomial& polynomial)
-    : degree(polynomial.getDegree()), level(polynomial.getLevel()), rowEnd(polynomial.rowEnd()), device(polynomial.getDevice()) {}
+    : degree(polynomial.getDegree()), level(polynomial.getLevel()), rowEnd(polynomial.rowEnd()),
+      device(polynomial.getDevice()) {}
 
 Operand::Operand(const LevelledElement& element)
-    : degree(0), level(element.getLevel()), rowEnd(element.isModUp() ? element.getNumPrimes() : element.getLevel() + 1),
+    : degree(0), level(element.getLevel()),
+      rowEnd(element.isModUp() ? element.getNumPrimes() : element.getLevel() + 1),
       device(element.getDevice()) {}
 
 RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initializer_list<Operand> operands,

@@ -67,9 +67,9 @@ struct RowBound {
 };
 
 /// Gives the outputs the level, device and NTT state of the result, in this order: the smallest level of the
-/// operands goes to each output; the operands' devices are compared and checked; whatever is not of the ring of
-/// `primes` is refused; outputs that lie elsewhere are allocated; a device without backend is refused. The bound is that of the operand, or output, with the
-/// fewest rows.
+/// operands goes to each output; the operands' devices are compared and checked; whatever is not of the ring
+/// of `primes` is refused; outputs that lie elsewhere are allocated; a device without backend is refused. The
+/// bound is that of the operand, or output, with the fewest rows.
 RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initializer_list<Operand> operands,
                      std::initializer_list<Output> outputs);
 

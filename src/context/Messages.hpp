@@ -13,8 +13,7 @@ inline constexpr const char* customNeedsParameters =
 inline constexpr const char* presetNotSupported = "The input parameter preset is not yet supported.";
 inline constexpr const char* noSparsePreset =
     "This parameter preset does not have corresponding sparse parameter preset";
-inline constexpr const char* incompatibleContexts =
-    "The given two contexts are not compatible at any level";
+inline constexpr const char* incompatibleContexts = "The given two contexts are not compatible at any level";
 inline constexpr const char* invalidCudaDevice = "Invalid CUDA device ID: "; ///< the number follows
 
 } // namespace Torvo::message
