@@ -78,5 +78,23 @@ TEST(LevelledElement, MovesToAnotherDeviceOrAllocatesThere) {
     EXPECT_EQ(e.getData().size(), 4u);
 }
 
+TEST(LevelledElement, OfAPlainLWEContextIsZeroAtItsTop) {
+    const LevelledElement e(LWE::makeContext(5, 3, 50, 40));
+    EXPECT_EQ(e.getNumPrimes(), 3u);
+    EXPECT_EQ(e.getLevel(), 2u);
+    EXPECT_FALSE(e.isModUp());
+    EXPECT_EQ(wordsOf(e), std::vector<u64>(3));
+}
+
+TEST(LevelledElement, OfANumberInAPlainLWEContextKeepsAllItsRows) {
+    const LWE::Context context = LWE::makeContext(5, 3, 50, 40);
+    const auto chain = LWE::getPrimeList(context);
+    const LevelledElement e(-2, context, 1);
+    EXPECT_EQ(e.getLevel(), 1u);
+    EXPECT_EQ(wordsOf(e), (std::vector<u64>{chain[0] - 2, chain[1] - 2, chain[2] - 2}));
+    const LevelledElement multiple(-static_cast<long>(chain[1]), context, 0);
+    EXPECT_EQ(multiple[1], chain[1]) << "a negative multiple of a prime is the prime itself";
+}
+
 } // namespace
 } // namespace Torvo::test

@@ -36,5 +36,12 @@ TEST(LevelledVector, MovesToAnotherDeviceOrAllocatesThere) {
     EXPECT_EQ(v.getData().size(), 4u);
 }
 
+TEST(LevelledVector, OfAPlainLWEContextHasItsDimensionAndTopLevel) {
+    const LevelledVector v(LWE::makeContext(5, 3, 50, 40));
+    EXPECT_EQ(v.getDimension(), 5u);
+    EXPECT_EQ(v.getLevel(), 2u);
+    EXPECT_EQ(v.getData().size(), 15u);
+}
+
 } // namespace
 } // namespace Torvo::test

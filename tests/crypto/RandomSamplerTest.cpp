@@ -329,5 +329,53 @@ TEST(SampleHWT, PositionsAndSignsAreUniform) {
     EXPECT_LT(std::abs(test::binomialDeviation(positive, 64000, 0.5)), 6.0);
 }
 
+/// Dimension 1000; three primes.
+const LWE::Context& plain() {
+    static const LWE::Context context = LWE::makeContext(1000, 3, 50, 40);
+    return context;
+}
+
+TEST(SampleUniform, OfAVectorFollowsTheWordsRowByRow) {
+    const auto primes = LWE::getPrimeList(plain());
+    LevelledVector vector(plain());
+    vector.setLevel(1);
+    const auto words = pinnedWords(3000);
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(1);
+    RandomSampler().sampleUniform(vector, plain());
+    omp_set_num_threads(before);
+    u64 used = 0;
+    for (u64 i = 0; i <= 1; ++i) {
+        // A row is filled as a whole first; what is rejected is drawn again after it.
+        const u64 rejected = (0 - primes[i]) % primes[i];
+        const u64 row = used;
+        used += 1000;
+        for (u64 k = 0; k < 1000; ++k) {
+            u64 word = words[row + k];
+            while (word < rejected) word = words[used++];
+            ASSERT_EQ(vector.getRow(i)[k], word % primes[i]) << i << ", " << k;
+        }
+    }
+    EXPECT_EQ(threadGenerator().getIndex(), used);
+}
+
+TEST(SampleGaussian, OfAnIntegerIsTheFirstOfThePairOfOneWord) {
+    const auto primes = LWE::getPrimeList(plain());
+    const auto words = pinnedWords(200);
+    setSeed(pinnedSeed);
+    for (u64 n = 0; n < 200; ++n) {
+        LevelledElement element(plain());
+        element.setLevel(n % 3);
+        RandomSampler().sampleGaussian(element, plain());
+        const double theta = static_cast<double>(words[n] >> 32) * 0x1p-32 * 6.283185307179586;
+        const double r =
+            std::sqrt(-2.0 * std::log(static_cast<double>((words[n] & 0xffffffff) + 1) * 0x1p-32));
+        const long expected = std::lround(3.2 * r * std::cos(theta));
+        ASSERT_EQ(element.getLevel(), n % 3);
+        for (u64 i = 0; i <= n % 3; ++i) ASSERT_EQ(centred(element[i], primes[i]), expected) << n;
+    }
+    EXPECT_EQ(threadGenerator().getIndex(), 200U) << "one word for each integer";
+}
+
 } // namespace
 } // namespace Torvo

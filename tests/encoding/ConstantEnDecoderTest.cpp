@@ -72,5 +72,25 @@ TEST(ConstantEnDecoder, IsZeroModuloThePrimesOwed) {
     for (u64 i = 0; i <= 8; ++i) EXPECT_EQ(element[i] == 0, i > 5) << "i=" << i;
 }
 
+TEST(ConstantEnDecoder, OfAPlainLWEContextTakesItsPrimesAndScales) {
+    const LWE::Context context = LWE::makeContext(LWE::ParameterPreset::SS7);
+    const auto primes = LWE::getPrimeList(context);
+    const auto scales = LWE::getDefaultScaleFactorList(context);
+    for (const auto& [level, counter] :
+         std::vector<std::pair<u64, int>>{{0, 0}, {1, 1}, {4, 0}, {7, 3}, {7, 7}})
+        for (const double value : {0.0, 1.0, -0.75, 1234.5, -3e-5}) {
+            SCOPED_TRACE(testing::Message() << value << " level=" << level << " counter=" << counter);
+            const u64 settled = level - static_cast<u64>(counter);
+            const LevelledElement element = ConstantEnDecoder(context).encodeConst(value, level, counter);
+            ASSERT_EQ(element.getLevel(), level);
+            ASSERT_EQ(element.getNumPrimes(), 8U);
+            ASSERT_EQ(element.getData().size(), level + 1);
+            const BigInt integer = BigInt(std::trunc(value * std::pow(2.0, scales[settled]))) *
+                                   test::productOf(test::slice(primes, settled + 1, level + 1));
+            for (u64 i = 0; i <= level; ++i)
+                EXPECT_EQ(element[i] % primes[i], test::wordResidueOf(integer, primes[i])) << "i=" << i;
+        }
+}
+
 } // namespace
 } // namespace Torvo
