@@ -73,7 +73,8 @@ void expectPackingKeys(const ModPackKeyBundle& keys, const Context& ring, const 
                        u64 numKeys, const SecretKeyBase<E>& out, std::vector<u64> which = {}) {
     ASSERT_EQ(keys.getNumKeys(), numKeys);
     EXPECT_EQ(keys.getContext(), ring);
-    for (u64 k = 0; which.size() < numKeys && k < numKeys; ++k) which.push_back(k);
+    const bool all = which.empty();
+    for (u64 k = 0; all && k < numKeys; ++k) which.push_back(k);
     const SmallPolynomial to = interleaved(out);
     for (const u64 k : which) {
         SCOPED_TRACE("key " + std::to_string(k));
@@ -136,6 +137,25 @@ TEST(KeyGeneratorRing, AModuleIsPackedIntoARing) {
         const SecretKeyBase<MLWE> in(familyModule(7, 2, inRank));
         expectPackingKeys(KeyGenerator(ring).genModPackKeyBundle(in, out), ring, in, 128, inRank, out);
     }
+}
+
+TEST(KeyGeneratorRing, PlainLWEIsPackedIntoARingAndIntoAModule) {
+    const LWE::SecretKey in(LWE::makeContext(LWE::ParameterPreset::SD3));
+    const Context ring = smallRingOfSD3();
+    const SecretKey out(ring);
+    expectPackingKeys(KeyGenerator(ring).genModPackKeyBundle(in, out), ring, in, 1, 32, out);
+    const SecretKeyBase<MLWE> module(ring);
+    expectPackingKeys(KeyGenerator(ring).genModPackKeyBundle(in, module), ring, in, 1, 32, module);
+}
+
+TEST(KeyGeneratorRing, PresetsOfOneFamilyArePackedIntoEachOther) {
+    const Context ring = contextOf(ParameterPreset::FGbD12L0);
+    const KeyGenerator generator(ring);
+    const SecretKeyBase<MLWE> low(contextOf(ParameterPreset::FGbD6R6L0));
+    const LWE::SecretKey lwe(LWE::makeContext(LWE::ParameterPreset::FGbD12L0));
+    expectPackingKeys(generator.genModPackKeyBundle(lwe, low), ring, lwe, 1, 64, low, {0, 63});
+    const SecretKeyBase<MLWE> high(contextOf(ParameterPreset::FGbD8R4L0));
+    expectPackingKeys(generator.genModPackKeyBundle(low, high), ring, low, 64, 4, high, {3});
 }
 
 TEST(KeyGeneratorRing, UniformPartsKeepTheirGermsAndEachKeyIsDrawnAnew) {
@@ -238,6 +258,35 @@ TEST(KeyGeneratorRing, PackingKeysAreRefusedInOrder) {
     // The same rules hold for an output of rank 1.
     EXPECT_REFUSED(generator.genModPackKeyBundle(in, SecretKey(familyRing(7, 2))), wrongDimension);
     EXPECT_REFUSED(generator.genModPackKeyBundle(in, SecretKey(distantRing(8))), wrongOutputPrimes);
+}
+
+TEST(KeyGeneratorRing, PackingKeysFromPlainLWEAreRefusedInOrder) {
+    const LWE::SecretKey in(LWE::makeContext(LWE::ParameterPreset::SD3)); // dimension 32, level 3
+    const Context ring = familyRing(8, 2);
+    const KeyGenerator generator(ring);
+    const auto moduleKey = [](u64 rank) { return SecretKeyBase<MLWE>(familyModule(6, 2, rank)); };
+    EXPECT_REFUSED(generator.genModPackKeyBundle(in, moduleKey(3)), wrongDimension);
+    EXPECT_REFUSED(generator.genModPackKeyBundle(in, SecretKey(familyRing(7, 2))), wrongDimension);
+    EXPECT_REFUSED(generator.genModPackKeyBundle(in, moduleKey(4)), incompatible);
+    const KeyGenerator large(contextOf(ParameterPreset::FGbD12L0));
+    EXPECT_REFUSED(large.genModPackKeyBundle(in, SecretKeyBase<MLWE>(contextOf(ParameterPreset::FGbD6R6L0))),
+                   wrongRank);
+
+    // Contexts whose chains are cut short: the rules look at nothing else.
+    const Context whole = smallRingOfSD3(), shortened = smallRingOfSD3();
+    shortened->parameter.chain_length = 3;
+    EXPECT_REFUSED(checkModPackKeyBundleCondition(shortened, in.getContext(), shortened), wrongPrimes);
+    EXPECT_REFUSED(checkModPackKeyBundleCondition(whole, in.getContext(), shortened), wrongOutputPrimes);
+    EXPECT_NO_THROW(checkModPackKeyBundleCondition(whole, in.getContext(), whole));
+}
+
+TEST(KeyGeneratorRing, TheLargeRingHasRankOne) {
+    const std::string refusal = "[Secret Key] The number of RLWE secret key must be equal to one.";
+    const Context module = familyModule(7, 1, 2);
+    const SecretKeyBase<MLWE> in(familyModule(6, 1, 2));
+    EXPECT_REFUSED(KeyGenerator(module).genModPackKeyBundle(in, in), refusal);
+    const SecretKey s(familyRing(7, 1));
+    EXPECT_REFUSED(KeyGenerator(s.getContext(), s).genDecomposeKey(module, s), refusal);
 }
 
 TEST(KeyGeneratorRing, TheRulesOfPackingStandUnderTheirName) {
