@@ -1,3 +1,4 @@
+#include "TimedOperation.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <Torvo/Context.hpp>
@@ -9,7 +10,6 @@
 #include <Torvo/SecretKey.hpp>
 
 #include <benchmark/benchmark.h>
-#include <omp.h>
 
 #include <complex>
 #include <functional>
@@ -166,17 +166,7 @@ Workbench& workbenchOf(ParameterPreset preset) {
 
 void run(benchmark::State& state, ParameterPreset preset, const NamedOperation& operation, int threads) {
     Workbench& workbench = workbenchOf(preset);
-    const int before = omp_get_max_threads();
-    omp_set_num_threads(threads);
-    for (auto _ : state) {
-        if (operation.prepare) {
-            state.PauseTiming();
-            operation.prepare(workbench);
-            state.ResumeTiming();
-        }
-        operation.run(workbench);
-    }
-    omp_set_num_threads(before);
+    timeOperation(state, workbench, operation, threads);
 }
 
 [[maybe_unused]] const bool registered = [] {

@@ -1,3 +1,4 @@
+#include "TimedOperation.hpp"
 #include "core/Integers.hpp"
 
 #include <Torvo/LWECiphertext.hpp>
@@ -8,7 +9,6 @@
 #include <Torvo/LWESecretKey.hpp>
 
 #include <benchmark/benchmark.h>
-#include <omp.h>
 
 #include <functional>
 #include <string>
@@ -61,17 +61,7 @@ const NamedOperation operations[] = {
 
 void run(benchmark::State& state, ParameterPreset preset, const NamedOperation& operation, int threads) {
     Workbench workbench(preset);
-    const int before = omp_get_max_threads();
-    omp_set_num_threads(threads);
-    for (auto _ : state) {
-        if (operation.prepare) {
-            state.PauseTiming();
-            operation.prepare(workbench);
-            state.ResumeTiming();
-        }
-        operation.run(workbench);
-    }
-    omp_set_num_threads(before);
+    timeOperation(state, workbench, operation, threads);
 }
 
 [[maybe_unused]] const bool registered = [] {

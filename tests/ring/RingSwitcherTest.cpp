@@ -1,6 +1,7 @@
 #include "ring/RingSwitcher.hpp"
 
 #include "support/Expect.hpp"
+#include "support/Pointers.hpp"
 #include "support/Seeded.hpp"
 
 #include <gtest/gtest.h>
@@ -111,20 +112,6 @@ std::vector<T> severalOf(u64 count, Make&& make) {
     return all;
 }
 
-template <class T>
-std::vector<const T*> operands(const std::vector<T>& objects) {
-    std::vector<const T*> pointers;
-    for (const T& object : objects) pointers.push_back(&object);
-    return pointers;
-}
-
-template <class T>
-std::vector<T*> outputs(std::vector<T>& objects) {
-    std::vector<T*> pointers;
-    for (T& object : objects) pointers.push_back(&object);
-    return pointers;
-}
-
 /// A shape of operands, and the threads that share the work.
 struct Shape {
     u64 small, large, level;
@@ -188,7 +175,7 @@ TEST_P(RingMoves, CombineInterleavesItsOperands) {
     SCOPED_TRACE(random.describe());
     const auto in = randomParts();
     Polynomial out = emptyWhole();
-    switcher.combine(operands(in), out);
+    switcher.combine(pointersTo(std::as_const(in)), out);
     expectShape(out, shape.large);
     for (u64 r = 0; r <= shape.level; ++r)
         for (u64 j = 0; j < shape.step(); ++j)
@@ -201,7 +188,7 @@ TEST_P(RingMoves, SplitIsTheInverseOfCombine) {
     SCOPED_TRACE(random.describe());
     const Polynomial in = randomPolynomial(shape.large, shape.level, random);
     auto parts = emptyParts();
-    auto out = outputs(parts);
+    auto out = pointersTo(parts);
     switcher.split(in, out);
     for (u64 j = 0; j < shape.step(); ++j) {
         expectShape(parts[j], shape.small);
@@ -211,7 +198,7 @@ TEST_P(RingMoves, SplitIsTheInverseOfCombine) {
                     << r << " " << j << " " << c;
     }
     Polynomial again = emptyWhole();
-    switcher.combine(operands(parts), again);
+    switcher.combine(pointersTo(std::as_const(parts)), again);
     EXPECT_EQ(wordsOf(again), wordsOf(in));
 }
 
@@ -248,14 +235,14 @@ TEST_P(RingMoves, CombineOfElementsLaysThemSideBySideAndSplitTakesThemApart) {
     const auto in =
         severalOf<LevelledElement>(shape.large, [&] { return randomElement(shape.level, random); });
     Polynomial whole = emptyWhole();
-    switcher.combine(operands(in), whole);
+    switcher.combine(pointersTo(std::as_const(in)), whole);
     expectShape(whole, shape.large);
     for (u64 r = 0; r <= shape.level; ++r)
         for (u64 j = 0; j < shape.large; ++j) ASSERT_EQ(whole.getRow(r)[j], in[j][r]) << r << " " << j;
 
     std::vector<LevelledElement> parts(shape.large, LevelledElement(ringOfDegree(64), false));
     parts.front().allocate(otherHost);
-    auto out = outputs(parts);
+    auto out = pointersTo(parts);
     switcher.split(whole, out);
     for (u64 j = 0; j < shape.large; ++j) {
         ASSERT_EQ(parts[j].getLevel(), shape.level);
@@ -311,10 +298,10 @@ TEST_P(RingBatches, CombineBatchTransposes) {
         degree, [&, d = dimension, l = level] { return randomVector(d, l, random); });
     auto polynomials = severalOf<Polynomial>(dimension, [d = degree] { return inNTT(emptyPolynomial(d)); });
     polynomials.back().allocate(otherHost);
-    auto out = outputs(polynomials);
+    auto out = pointersTo(polynomials);
     const int before = omp_get_max_threads();
     omp_set_num_threads(threads);
-    RingSwitcher().combineBatch(operands(in), out);
+    RingSwitcher().combineBatch(pointersTo(std::as_const(in)), out);
     omp_set_num_threads(before);
     for (u64 j = 0; j < dimension; ++j) {
         const Polynomial& polynomial = polynomials[j];
@@ -393,7 +380,7 @@ TEST_F(RingSwitching, ForgetsTheGermOfAnOutput) {
 TEST_F(RingSwitching, GivesTheSameInsideAnotherTeam) {
     const auto in = severalOf<Polynomial>(4, [&] { return randomPolynomial(64, 0, random); });
     std::vector<Polynomial> wholes(2, emptyPolynomial(256));
-    const auto parts = operands(in);
+    const auto parts = pointersTo(std::as_const(in));
 #pragma omp parallel for num_threads(2)
     for (int t = 0; t < 2; ++t) switcher.combine(parts, wholes[static_cast<unsigned>(t)]);
     Polynomial alone = emptyPolynomial(256);
