@@ -4,7 +4,9 @@
 //     BootstrapPhases --sizes
 //
 // The first form measures: for each number of threads it makes the keys anew, bootstraps R times phase by
-// phase and R times as a whole, and takes medians. `resident` is the memory that the process holds after a
+// phase and R times as a whole, and takes medians. Beside the seconds on the clock it tells those that the
+// calling thread computed: it does its share of every loop, so a machine with nothing else to do would take
+// that time. `resident` is the memory that the process holds after a
 // step and `peak` the most it held within the step (that of the last number of threads, from
 // /proc/self/status, Linux). Without --batched rotations run one after the other; without --log-slots all
 // slots are used. The second form computes, for full slots, the sizes of rotation keys and constants.
@@ -17,9 +19,9 @@
 
 #include <malloc.h>
 #include <omp.h>
+#include <time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -143,17 +145,23 @@ void resetPeak() {
 
 // ---- time
 
+double median(std::vector<double> values) {
+    std::ranges::sort(values);
+    return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
+}
+
+double secondsOf(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
 struct Step {
     std::string name;
-    std::vector<double> seconds; ///< one per run
-    double resident = 0;         ///< MiB
-    double peak = 0;             ///< MiB
-
-    double median() const {
-        std::vector<double> sorted = seconds;
-        std::ranges::sort(sorted);
-        return (sorted[(sorted.size() - 1) / 2] + sorted[sorted.size() / 2]) / 2;
-    }
+    std::vector<double> onTheClock; ///< seconds, one per run
+    std::vector<double> computing;  ///< seconds of the calling thread
+    double resident = 0;            ///< MiB
+    double peak = 0;                ///< MiB
 };
 
 /// Steps by name, in the order in which they first run.
@@ -163,10 +171,10 @@ public:
     void time(const std::string& name, Work&& work) {
         Step& step = stepOf(name);
         resetPeak();
-        const auto start = std::chrono::steady_clock::now();
+        const double start = secondsOf(CLOCK_MONOTONIC), computed = secondsOf(CLOCK_THREAD_CPUTIME_ID);
         work();
-        step.seconds.push_back(
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        step.computing.push_back(secondsOf(CLOCK_THREAD_CPUTIME_ID) - computed);
+        step.onTheClock.push_back(secondsOf(CLOCK_MONOTONIC) - start);
         step.resident = statusOf("VmRSS");
         step.peak = std::max(step.peak, statusOf("VmHWM"));
     }
@@ -177,7 +185,8 @@ private:
     Step& stepOf(const std::string& name) {
         const auto found = std::ranges::find(steps_, name, &Step::name);
         if (found != steps_.end()) return *found;
-        steps_.push_back({name, {}});
+        steps_.push_back({});
+        steps_.back().name = name;
         return steps_.back();
     }
 
@@ -296,14 +305,16 @@ void measure(const std::string& name, const Options& options) {
                 options.logSlots < 0 ? "full" : ("2^" + std::to_string(options.logSlots)).c_str(),
                 options.isBatched ? "batched" : "sequential", options.isReal ? "real" : "complex");
     for (const int threads : options.threads)
-        std::printf(" %d thread%s, s |", threads, threads == 1 ? "" : "s");
+        std::printf(" %d thread%s, s | computing |", threads, threads == 1 ? "" : "s");
     std::printf(" resident, MiB | peak, MiB |\n| --- |");
-    for (u64 i = 0; i < options.threads.size() + 2; ++i) std::printf(" --- |");
+    for (u64 i = 0; i < 2 * options.threads.size() + 2; ++i) std::printf(" --- |");
     std::printf("\n");
     const std::vector<Step>& last = byThreads.back().all();
     for (u64 k = 0; k < last.size(); ++k) {
         std::printf("| %s |", last[k].name.c_str());
-        for (const Steps& steps : byThreads) std::printf(" %.3f |", steps.all()[k].median());
+        for (const Steps& steps : byThreads)
+            std::printf(" %.3f | %.3f |", median(steps.all()[k].onTheClock),
+                        median(steps.all()[k].computing));
         std::printf(" %.1f | %.1f |\n", last[k].resident, last[k].peak);
     }
     std::fflush(stdout);
