@@ -20,7 +20,8 @@ public:
     /// @param rescale_counter  rescales that the ciphertext shall owe, 0 to `level`
     /// @throws RuntimeException "[encrypt] Level of an input Plaintext cannot be greater than encryption
     ///         level"; "Rescale counter should be less than or equal to the level"; "Rescale counter should
-    ///         be greater than or equal to zero"
+    ///         be greater than or equal to zero"; "Operands have different dimensions." for a key of another
+    ///         length
     void encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
                  int rescale_counter) const;
 

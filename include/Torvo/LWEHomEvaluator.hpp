@@ -12,25 +12,37 @@ class HomEvaluatorImpl;
 
 /// The linear operations on plain LWE ciphertexts. Outputs are last and may be an input. Const members may
 /// run at once on different outputs.
+///
+/// Every operation may also throw RuntimeException "Operands are in different devices."; "The generated
+/// context does not support the operation with current operands; check the device."; "Operands are not of the
+/// ring of the generated context.": a ciphertext at a level that the chain of the evaluator does not have.
 class TORVO_API HomEvaluator {
 public:
     explicit HomEvaluator(const Context& context);
 
     void negate(const Ciphertext& in, Ciphertext& out) const;
 
+    /// The number is cut to an integer at the scale that `in` has once it owes nothing.
+    /// @throws RuntimeException "Rescale counter should be less than or equal to the level"
     void add(const Ciphertext& in, double c, Ciphertext& out) const;
     void sub(const Ciphertext& in, double c, Ciphertext& out) const;
     /// Operands at different levels meet at the lower one by `levelDown`; the rescale counter is that of `a`.
     /// @throws RuntimeException "Two operands have different RescaleCounter"; "Two operands are in different
-    ///         devices"; then as `levelDown`
+    ///         devices"; then as `levelDown`; "Operands have different dimensions." for ciphertexts of
+    ///         different contexts
     void add(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
     void sub(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
 
     /// Exact product by a whole number; costs no level.
     void multInteger(const Ciphertext& in, long n, Ciphertext& out) const;
     /// The product by a real number, which owes one rescale more.
+    /// @throws RuntimeException "Rescale counter should be less than or equal to the level" when the level
+    ///         does not afford that rescale
     void multWithoutRescale(const Ciphertext& in, double c, Ciphertext& out) const;
-    /// `multWithoutRescale`, then `rescale`.
+    /// `multWithoutRescale`, then `rescale`. The error grows by the factor |c|; to it come |x| units for the
+    /// cut of c to an integer and at most (1 + weight) / 2 units for the division, weight being the number of
+    /// coefficients of the key that are not 0; a unit is 2^-scale of the level reached.
+    /// @throws RuntimeException "The level of the operand is zero", then as `multWithoutRescale`
     void mult(const Ciphertext& in, double c, Ciphertext& out) const;
     /// Divides by the top prime and drops it.
     /// @throws RuntimeException "The level of the operand is zero"; "[rescale] Rescale Counter of the

@@ -9,11 +9,13 @@ namespace Torvo {
 
 namespace {
 
-/// Gives `out` the level and the common device of the operands, refused in the order: devices, backend.
+/// Gives `out` the level and the common device of the operands, refused in the order: devices, a level that
+/// the chain does not have, backend.
 template <class A, class B, class Out>
 void shapeLevelledAt(u64 level, const PrimeModuli& primes, FailureNames names, const A& a, const B& b,
                      Out& out) {
     const Device device = primes.getCommonDeviceAndCheck(a, b);
+    require(level < primes.size(), message::operandsOfOtherRing);
     out.setLevel(level);
     out.allocate(device);
     requireBackend(device, names);

@@ -77,6 +77,7 @@ void PrimeModuli::inverseRescale(Polynomial& p) const {
 void PrimeModuli::rescale(LevelledElement& e) const {
     requireBackend(getCommonDeviceAndCheck(e), {"rescaleCUDA", "rescale"});
     const u64 level = e.getLevel();
+    require(level < size(), message::operandsOfOtherRing);
     const TopRow top{&e[level], getPrime(level), 1};
     for (u64 j = 0; j < level; ++j) {
         u64 scratch = 0;
@@ -88,6 +89,7 @@ void PrimeModuli::rescale(LevelledElement& e) const {
 void PrimeModuli::rescale(LevelledVector& v) const {
     requireBackend(getCommonDeviceAndCheck(v), {"rescaleCUDA", "rescale"});
     const u64 level = v.getLevel();
+    require(level < size(), message::operandsOfOtherRing);
     const TopRow top{v.getRow(level), getPrime(level), v.getDimension()};
     ScratchRows scratch(v.getDimension());
     forEachIndex<Nesting::Default>(level, [&](u64 j) {

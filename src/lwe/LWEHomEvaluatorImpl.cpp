@@ -1,5 +1,6 @@
 #include "lwe/LWEHomEvaluatorImpl.hpp"
 
+#include "arithmetic/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "lwe/LWECiphertextImpl.hpp"
@@ -10,8 +11,14 @@ namespace Torvo::LWE {
 
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context) : context_(context), constantEnDecoder_(context) {}
 
+/// Before a scale is looked up that the chain does not have.
+void HomEvaluatorImpl::requireLevelOfChain(u64 level) const {
+    require(level < context_->parameter.chain_length, message::operandsOfOtherRing);
+}
+
 LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescaleCounter,
                                                  const Device& device) const {
+    requireLevelOfChain(level);
     LevelledElement residues = constantEnDecoder_.encodeConst(c, level, rescaleCounter);
     if (residues.getDevice() != device) residues.to(device);
     return residues;
@@ -120,6 +127,7 @@ void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 target, Ciphertext& o
     const u64 level = in.getLevel();
     require(target <= level, message::levelDownUpwards);
     require(utils::owesNothing(in), message::operandOwesRescale);
+    requireLevelOfChain(level);
     out = in;
     if (target == level) return;
     const auto& logScale = context_->scale_factors.log_scale;

@@ -27,6 +27,7 @@ public:
     void levelDownOne(const Ciphertext& in, Ciphertext& out) const;
 
 private:
+    void requireLevelOfChain(u64 level) const;
     LevelledElement encodeConstant(double c, u64 level, int rescaleCounter, const Device& device) const;
     void multParts(const Ciphertext& in, const LevelledElement& factor, Ciphertext& out) const;
     template <class Sign>

@@ -379,5 +379,27 @@ TEST(LWEHomEvaluator, RefusesADeviceThatTheContextDoesNotServe) {
     EXPECT_REFUSED(small().evaluator.add(ct, ct, out), notServed);
 }
 
+/// A longer chain has no primes and scales here to work with; the same goes for a level set too high.
+TEST(LWEHomEvaluator, RefusesALevelThatItsChainDoesNotHave) {
+    const std::string foreign = "Operands are not of the ring of the generated context.";
+    const HomEvaluator& evaluator = small().evaluator;
+    const Scheme longer(makeContext(64, 4, 50, 40));
+    Ciphertext ct = longer.encrypt(1, 3, 1), settled = longer.encrypt(1, 3);
+    const Ciphertext before = ct;
+    Ciphertext out(smallLWEContext());
+    EXPECT_REFUSED(evaluator.negate(ct, out), foreign);
+    EXPECT_REFUSED(evaluator.add(ct, 1.0, out), foreign);
+    EXPECT_REFUSED(evaluator.sub(ct, 1.0, out), foreign);
+    EXPECT_REFUSED(evaluator.add(ct, ct, out), foreign);
+    EXPECT_REFUSED(evaluator.multInteger(ct, 3, out), foreign);
+    EXPECT_REFUSED(evaluator.multWithoutRescale(ct, 0.5, out), foreign);
+    EXPECT_REFUSED(evaluator.rescale(ct), foreign);
+    EXPECT_REFUSED(evaluator.levelDown(settled, 1, out), foreign);
+    EXPECT_REFUSED(evaluator.levelDownOne(settled, out), foreign);
+    double x = 0;
+    EXPECT_REFUSED(small().decryptor.decrypt(settled, longer.key, x), foreign);
+    EXPECT_TRUE(sameWords(ct, before));
+}
+
 } // namespace
 } // namespace Torvo::LWE
