@@ -24,5 +24,16 @@ TEST(SecureWipe, OfNothingTouchesNothing) {
     EXPECT_EQ(byte, 7);
 }
 
+TEST(SecureWipe, OfAnArrayReachesWhatItHeldWhenItWasLonger) {
+    DeviceSpecificArray<u64> array(10);
+    std::fill(array.begin(), array.end(), 0x5ec2e7);
+    array.resize(2);
+    utils::wipe(array);
+    array.resize(10);
+    EXPECT_EQ(std::count(array.begin(), array.end(), 0U), 10);
+    DeviceSpecificArray<int> empty;
+    EXPECT_NO_THROW(utils::wipe(empty));
+}
+
 } // namespace
 } // namespace Torvo
