@@ -1,5 +1,6 @@
 #include <Torvo/EnDecoder.hpp>
 
+#include "arithmetic/Messages.hpp"
 #include "arithmetic/Polynomial.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
@@ -167,6 +168,8 @@ std::vector<double> EnDecoder::decodeWithoutFFT(const Plaintext& plaintext) cons
     require(plaintext.getLogSlots() < context_->parameter.log_degree, message::encodeSizeTooLarge);
     require(plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()),
             message::rescaleCounterAboveLevel);
+    const bool isOfChain = plaintext.getLevel() < context_->parameter.chain_length;
+    require(isOfChain && context_->primes.isOwn(plaintext.getMx()), message::operandsOfOtherRing);
     if (plaintext.getRescaleCounter() == 0)
         return decodeSettled(context_, plaintext.getMx(), plaintext.getLogSlots());
     return decodeSettled(context_, settle(context_->primes, plaintext), plaintext.getLogSlots());

@@ -1,6 +1,8 @@
 #include "evaluator/HomEvaluatorImpl.hpp"
 
+#include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
 
 #include <utility>
 
@@ -16,8 +18,14 @@ HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, KeyPack keyPack)
     keyPack_.loadMultKey();
 }
 
+/// Before a scale is looked up that the chain does not have.
+void HomEvaluatorImpl::requireLevelOfChain(u64 level) const {
+    require(level < context_->parameter.chain_length, message::operandsOfOtherRing);
+}
+
 EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
                                                  const Device& device) const {
+    requireLevelOfChain(level);
     const auto encodePart = [&](double part) {
         LevelledElement residues = constantEnDecoder_->encodeConst(part, level, rescaleCounter);
         if (residues.getDevice() != device) residues.to(device);

@@ -174,6 +174,7 @@ private:
     enum class Direction { Left, Right };
 
     // HomEvaluatorImpl.cpp
+    void requireLevelOfChain(u64 level) const;
     EncodedConstant encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
                                    const Device& device) const;
     Plaintext reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const;

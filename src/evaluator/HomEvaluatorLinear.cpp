@@ -334,6 +334,7 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
         out = in;
         return;
     }
+    requireLevelOfChain(level);
     const auto& [logScale, correction] = context_->scale_factors;
     const u64 last = targetLevel + 1;
     const double exponent = logScale[last] - logScale[level] + static_cast<double>(correction[last]);

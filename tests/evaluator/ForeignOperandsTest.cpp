@@ -48,10 +48,19 @@ TEST_P(ForeignOperands, AreRefusedByTheEvaluator) {
     expectRefused([&] { evaluator.mult(theirs, 0.25, out); });
     expectRefused([&] { evaluator.multInteger(theirs, 3, out); });
     expectRefused([&] { evaluator.mult(theirs, theirs, out); });
+    expectRefused([&] { evaluator.levelDown(theirs, 0, out); });
     expectRefused([&] { evaluator.leftRotate(theirs, 1, out); });
     expectRefused([&] { evaluator.conjugate(theirs, out); });
     inPlace.setRescaleCounter(1);
     expectRefused([&] { evaluator.rescale(inPlace); });
+}
+
+TEST_P(ForeignOperands, AreRefusedByTheDecoder) {
+    const Message message(getLogFullSlots(own), 0.5);
+    const Plaintext theirs = EnDecoder(foreign).encode(message, 1), high = EnDecoder(foreign).encode(message);
+    if (getDegree(own) != getDegree(foreign)) expectRefused([&] { EnDecoder(own).decode(theirs); });
+    if (getEncryptionLevel(foreign) > getEncryptionLevel(own))
+        expectRefused([&] { EnDecoder(own).decode(high); });
 }
 
 TEST_P(ForeignOperands, AreRefusedByTheDecryptor) {
