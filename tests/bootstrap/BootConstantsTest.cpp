@@ -2,16 +2,19 @@
 
 #include "bootstrap/RadixDecomposition.hpp"
 #include "support/BootScheme.hpp"
+#include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <memory>
 #include <numbers>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace Torvo {
@@ -131,6 +134,88 @@ TEST(BootConstants, StagesMakeTheDenseTransformInBothDirections) {
     }
 }
 
+// ---- the words of the plaintexts, from full matrices
+
+using Matrix = std::vector<std::vector<Complex>>;
+
+Matrix zeroMatrix(u64 n) {
+    return Matrix(n, std::vector<Complex>(n));
+}
+
+/// Half the conjugate transpose of the radix-2 factor of stage `s`.
+Matrix inverseFactor(u64 logSlots, u64 s) {
+    const u64 n = u64{1} << logSlots, m = n >> s, h = m / 2;
+    Matrix inverse = zeroMatrix(n);
+    const auto set = [&](u64 row, u64 col, Complex x) { inverse[col][row] = 0.5 * std::conj(x); };
+    for (u64 base = 0; base < n; base += m)
+        for (u64 i = 0, e = 1; i < h; ++i, e = 5 * e % (4 * m)) {
+            const Complex w = std::exp(Complex(0.0, static_cast<double>(e) * 6.283185307179586 / (4.0 * m)));
+            set(base + i, base + i, 1.0);
+            set(base + i + h, base + i, 1.0);
+            set(base + i, base + i + h, w);
+            set(base + i + h, base + i + h, -w);
+        }
+    return inverse;
+}
+
+Matrix productOf(const Matrix& a, const Matrix& b) {
+    const u64 n = a.size();
+    Matrix product = zeroMatrix(n);
+    for (u64 i = 0; i < n; ++i)
+        for (u64 k = 0; k < n; ++k)
+            if (a[i][k] != 0.0)
+                for (u64 j = 0; j < n; ++j)
+                    if (b[k][j] != 0.0) product[i][j] += a[i][k] * b[k][j];
+    return product;
+}
+
+Matrix conjugateTransposed(const Matrix& a, double factor) {
+    Matrix out = zeroMatrix(a.size());
+    for (u64 i = 0; i < a.size(); ++i)
+        for (u64 j = 0; j < a.size(); ++j) out[j][i] = factor * std::conj(a[i][j]);
+    return out;
+}
+
+/// Entry k of the list of a stage: the diagonal, times `factor`, turned to the right by its giant step.
+Message diagonalOf(const Matrix& matrix, const RadixDecomposition& plan, u64 stage, u64 k, double factor) {
+    const auto n = static_cast<long>(matrix.size()), radix = static_cast<long>(plan.radix[stage]);
+    const auto step = static_cast<long>(plan.step[stage]), baby = static_cast<long>(plan.babySteps[stage]);
+    const bool isFirst = stage == 0;
+    const long i = static_cast<long>(k) + (isFirst ? 0 : 1);
+    const long first = !isFirst ? -radix : plan.giantSteps[0] == 1 ? 0 : -(radix / 2);
+    const auto reduced = [n](long index) { return static_cast<u64>(((index % n) + n) % n); };
+    Message out(static_cast<u64>(std::countr_zero(matrix.size())));
+    for (long row = 0; row < n; ++row)
+        out[reduced(row + (i / baby * baby + first) * step)] =
+            matrix[static_cast<u64>(row)][reduced(row + (first + i) * step)] * factor;
+    return out;
+}
+
+// Three levels above 0 and a top scale of 58 bits: a constant that is off by its last bit shows.
+TEST(BootConstants, AreEncodedFromTheseMatricesToTheWord) {
+    for (const u64 logSlots : {1, 2, 3, 4, 5, 6, 8}) {
+        SCOPED_TRACE(logSlots);
+        const Context context = smallContext(logSlots);
+        const EnDecoder encoder(context);
+        const BootConstants constants = makeConstants(context, logSlots, 0.4, 1.7);
+        const RadixDecomposition plan(logSlots);
+        const double x = std::cbrt(0.4 / std::pow(2.0, getLogFullSlots(context) - logSlots)),
+                     y = std::cbrt(1.7);
+        for (u64 s = 0, offset = 0; s < plan.numStages; offset += plan.logRadix[s], ++s) {
+            Matrix merged = inverseFactor(logSlots, offset);
+            for (u64 k = 1; k < plan.logRadix[s]; ++k)
+                merged = productOf(inverseFactor(logSlots, offset + k), merged);
+            const Matrix forward = conjugateTransposed(merged, static_cast<double>(plan.radix[s]));
+            for (u64 k = 0; k < constants.getV0(cpu)[s].size(); ++k) {
+                ASSERT_TRUE(test::sameWords(constants.getInvV0(cpu)[s][k],
+                                            encoder.encode(diagonalOf(merged, plan, s, k, x), 3 - s, 0)));
+                ASSERT_TRUE(test::sameWords(constants.getV0(cpu)[s][k],
+                                            encoder.encode(diagonalOf(forward, plan, s, k, y), s + 1, 0)));
+            }
+        }
+    }
+}
+
 TEST(BootConstants, HoldAPlaintextForEachDiagonalAtTheLevelOfItsUse) {
     for (u64 logSlots = 1; logSlots <= 9; ++logSlots) {
         SCOPED_TRACE(logSlots);
@@ -195,6 +280,19 @@ TEST(BootConstants, AreCopiedToADeviceOnce) {
     constants.load(otherCpu);
     EXPECT_EQ(constants.getV0(otherCpu).data(), forward);
     EXPECT_EQ(constants.getInvV0(otherCpu).data(), inverse);
+}
+
+TEST(BootConstants, AreCopiedOnceForThreadsThatAskAtOnce) {
+    BootConstants constants = makeConstants(smallContext(4), 4);
+    std::vector<const void*> seen(8);
+    std::vector<std::thread> threads;
+    for (const void*& place : seen)
+        threads.emplace_back([&] {
+            constants.load(otherCpu);
+            place = constants.getV0(otherCpu).data();
+        });
+    for (std::thread& thread : threads) thread.join();
+    for (const void* place : seen) EXPECT_EQ(place, constants.getV0(otherCpu).data());
 }
 
 TEST(BootConstants, BuildFactorsThatAreUnitaryButForATwo) {

@@ -104,6 +104,20 @@ TEST(CosineApprox, TakesNoFactorWhereAnArcsineFollows) {
     }
 }
 
+// Two angles double an amplitude that is the fourth root of the factor.
+TEST(CosineApprox, TakesAsManyRootsOfTheFactorAsItDoublesAngles) {
+    Changeable own;
+    own.parameter.double_angle_count = 2;
+    const Message y = reals(15, 1.0);
+    for (const double factor : {0.3, -0.3}) {
+        Ciphertext out(toy().context);
+        own.impl.cosineApprox(boot().encryptAt(y, sineLevel), out, factor);
+        EXPECT_EQ(out.getLevel(), 13U); // above the small primes: no correction
+        const Message expected = mapped(y, [&](long double t) { return factor * std::cos(28 * pi * t); });
+        EXPECT_LT(test::maxError(toy().decrypt(out), expected), cosineError(14, 2, 9.0e-15));
+    }
+}
+
 TEST(CosineApprox, OfFourBlocksHasTheTablesOfTheOtherPresets) {
     struct Row {
         Rational r;

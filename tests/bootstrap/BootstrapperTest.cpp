@@ -11,6 +11,7 @@
 #include <numbers>
 #include <set>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -188,6 +189,14 @@ TEST(BootstrapExtended, RefusesOperandsInOrder) {
     expectRefused(owes);
     in.setRescaleCounter(0);
     expectRefused("Bootstrapping constants for log slots 5 do not exist.");
+    // The form with two outputs leaves the encoding to the first multiplication.
+    in = broken(4);
+    in.setEncodingType(EncodingType::Coefficient);
+    EXPECT_REFUSED(bootstrapper.bootstrapExtended(in, out, imag), "[bootstrap extended] Size should be 2");
+    in.setNumPoly(2);
+    EXPECT_REFUSED(bootstrapper.bootstrapExtended(in, out, imag), owes);
+    in.setRescaleCounter(0);
+    EXPECT_REFUSED(bootstrapper.bootstrapExtended(in, out, imag), notOnSlots);
 }
 
 TEST(BootstrapExtended, NeedsTheConstantsOfFullSlotsToo) {
@@ -359,6 +368,63 @@ TEST(Bootstrap, TakesCoefficientsOfAnyLevel) {
     }
 }
 
+TEST(HalfBoot, TakesEitherFormOfThePolynomials) {
+    std::vector<double> coefficients(64, 0.25);
+    for (const u64 level : {0, 2}) {
+        Ciphertext in = toy().encryptCoefficients(coefficients, level);
+        for (u64 i = 0; i < 2; ++i)
+            if (in.getPoly(i).isNTT()) toy().context->primes.backwardNTT(in.getPoly(i), in.getPoly(i));
+        Ciphertext transformed = in, out(toy().context), other(toy().context);
+        for (u64 i = 0; i < 2; ++i)
+            toy().context->primes.forwardNTT(transformed.getPoly(i), transformed.getPoly(i));
+        boot().batched.halfBoot(in, out, true);
+        boot().batched.halfBoot(transformed, other, true);
+        EXPECT_FALSE(in.isNTT());
+        for (const Ciphertext* got : {&out, &other})
+            EXPECT_LT(test::maxError(toy().decrypt(*got), Message(5, {0.25, 0.25})),
+                      boot().complexBound() + 64 * boot().noise())
+                << level;
+    }
+}
+
+// One slot needs no rotation, and so not two elements.
+TEST(SlotToCoeff, BringsEveryElementOutOfNTTForm) {
+    Ciphertext in = toy().encrypt(Message(0, {0.5, -0.25}), 3), out(toy().context);
+    in.setNumPoly(3);
+    boot().batched.levelDownAndSlotToCoeff(in, out);
+    ASSERT_EQ(out.getNumPoly(), 3U);
+    for (u64 i = 0; i < 3; ++i) EXPECT_FALSE(out.getPoly(i).isNTT());
+    EXPECT_EQ(out.getLevel(), 0U);
+    EXPECT_EQ(out.getEncodingType(), EncodingType::Coefficient);
+}
+
+TEST(Bootstrap, RunsInManyThreadsAtOnce) {
+    const Ciphertext in = toy().encrypt(test::Seeded(18).message(3), 4);
+    Ciphertext expected(toy().context), extended(toy().context), half(toy().context);
+    const auto& b = boot().batched;
+    b.bootstrap(in, expected, true);
+    b.bootstrapExtended(in, extended, false);
+    b.levelDownAndSlotToCoeff(in, half);
+    struct Outputs {
+        Ciphertext once{toy().context}, twice{toy().context}, half{toy().context};
+    };
+    std::vector<Outputs> outputs(4);
+    std::vector<std::thread> threads;
+    for (Outputs& out : outputs)
+        threads.emplace_back([&] {
+            b.loadBootConstants(3, Device{});
+            b.bootstrap(in, out.once, true);
+            b.bootstrapExtended(in, out.twice, false);
+            b.levelDownAndSlotToCoeff(in, out.half);
+        });
+    for (std::thread& thread : threads) thread.join();
+    for (const Outputs& out : outputs) {
+        EXPECT_TRUE(test::sameWords(out.once, expected));
+        EXPECT_TRUE(test::sameWords(out.twice, extended));
+        EXPECT_TRUE(test::sameWords(out.half, half));
+    }
+}
+
 TEST(Bootstrap, WorksInPlace) {
     Ciphertext imag(toy().context);
     const Ciphertext original = toy().encrypt(test::Seeded(9).message(2), 5);
@@ -377,6 +443,10 @@ TEST(Bootstrap, WorksInPlace) {
     expectSame([&](const Ciphertext& x, Ciphertext& y) { b.bootstrap(x, y, imag); });
     expectSame([&](const Ciphertext& x, Ciphertext& y) { b.bootstrap(x, imag, y); });
     expectSame([&](const Ciphertext& x, Ciphertext& y) { b.bootstrapExtended(x, y, imag); });
+    expectSame([&](const Ciphertext& x, Ciphertext& y) { b.bootstrapExtended(x, imag, y); });
+    const auto& s = boot().inSequence;
+    expectSame([&](const Ciphertext& x, Ciphertext& y) { s.bootstrap(x, y, true); });
+    expectSame([&](const Ciphertext& x, Ciphertext& y) { s.levelDownAndSlotToCoeff(x, y); });
 }
 
 TEST(Bootstrap, LeavesItsInputAlone) {

@@ -1,13 +1,16 @@
 #include "bootstrap/RadixDecomposition.hpp"
 
 #include "context/ContextContent.hpp"
+#include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"
 
 #include <Torvo/Bootstrapper.hpp>
+#include <Torvo/Randomseeds.hpp>
 
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <numeric>
 #include <set>
@@ -118,6 +121,21 @@ TEST(RotationsForBootstrap, OfTheCompactFormAreOneStrideAndOneGapInEachDirection
     EXPECT_EQ(context->getRotIndicesForBootstrap(6, true), (IndexSet{8, -32, 1, -4, 4}));
 }
 
+// More slots than the ring has, so that nothing is folded: the plan alone, as at real ring degrees.
+TEST(RotationsForBootstrap, OfThreeStagesAreTheseInBothForms) {
+    const Context& context = test::contextOf(ParameterPreset::FX);
+    // Steps 32, 4, 1; baby steps 4, 4, 4; giant steps 2, 4, 2.
+    EXPECT_EQ(context->getRotIndicesForBootstrap(8, false),
+              (IndexSet{32, 64, 96, -128, 4, 8, 12, -32, -16, 16, 1, 2, 3, -4}));
+    EXPECT_EQ(context->getRotIndicesForBootstrap(8, true), (IndexSet{32, -128, 4, -16, 16, 1, -4}));
+    // Steps 512, 32, 1; baby steps 8, 8, 8; giant steps 4, 4, 8.
+    EXPECT_EQ(context->getRotIndicesForBootstrap(14, true), (IndexSet{512, -4096, 32, -256, 256, 1, -8, 8}));
+    // Steps 1024, 32, 1; baby steps 8, 8, 8; giant steps 4, 8, 8 and, for 16, 8, 8, 8.
+    for (const u64 logSlots : {15, 16})
+        EXPECT_EQ(context->getRotIndicesForBootstrap(logSlots, true),
+                  (IndexSet{1024, -8192, 32, -256, 256, 1, -8, 8}));
+}
+
 TEST(RotationsForBootstrap, LeaveOutZeroAndNeedNoFoldForFullSlots) {
     const Context& context = test::contextOf(ParameterPreset::FX);
     for (u64 logSlots = 0; logSlots <= 5; ++logSlots)
@@ -154,6 +172,23 @@ TEST(RotationsForBootstrap, GetTheirKeysModuloTheSlots) {
             expected.insert(static_cast<u64>(index) & 31);
         for (u64 index = 1; index < 32; ++index)
             EXPECT_EQ(generator.getKeyPack().isLeftRotKeyLoaded(index), expected.contains(index)) << index;
+    }
+}
+
+// In ascending order of the signed indices: which random numbers a key gets depends on it.
+TEST(RotationsForBootstrap, GetTheirKeysInTheOrderOfTheSet) {
+    const auto& scheme = test::Scheme::of(ParameterPreset::FX);
+    const int team = omp_get_max_threads();
+    omp_set_num_threads(1); // every thread of a team has numbers of its own
+    const KeyGenerator together(scheme.context, scheme.secretKey), singly(scheme.context, scheme.secretKey);
+    setSeed({1, 2, 3, 4});
+    together.genRotKeysForBootstrap(5);
+    setSeed({1, 2, 3, 4});
+    for (const long index : {-16, -4, 1, 2, 3, 4, 8, 12}) singly.genRotKeyIfNotExist(index);
+    omp_set_num_threads(team);
+    for (const u64 index : {16, 28, 1, 2, 3, 4, 8, 12}) {
+        auto a = together.getKeyPack().getLeftRotKey(index), b = singly.getKeyPack().getLeftRotKey(index);
+        EXPECT_TRUE(test::sameWords(*a->getBxIter(Device{}), *b->getBxIter(Device{}))) << index;
     }
 }
 
