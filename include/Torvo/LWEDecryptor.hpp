@@ -14,7 +14,12 @@ public:
 
     /// The encrypted number: b + <a, s>, after the rescales that `in` owes, over the scale of the level
     /// reached. Values must stay below half the modulus of the first one or two primes.
-    /// @throws RuntimeException "[decrypt] ctxt and sk have different dimension"
+    /// @throws RuntimeException in this order: "[decrypt] ctxt and sk have different dimension"; "Rescale
+    ///         counter should be less than or equal to the level"; "Operands are in different devices."; "The
+    ///         generated context does not support the operation with current operands; check the device.";
+    ///         "Operands are not of the ring of the generated context." and "Operands have different levels."
+    ///         for a level that the chain of the context, or of the key, does not have. `out` stays as it
+    ///         was.
     void decrypt(const Ciphertext& in, const SecretKey& key, double& out) const;
 
 private:

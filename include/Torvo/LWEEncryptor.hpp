@@ -18,10 +18,11 @@ public:
     void encrypt(double message, const SecretKey& key, Ciphertext& out) const;
     /// @param level            0 to the encryption level
     /// @param rescale_counter  rescales that the ciphertext shall owe, 0 to `level`
-    /// @throws RuntimeException "[encrypt] Level of an input Plaintext cannot be greater than encryption
-    ///         level"; "Rescale counter should be less than or equal to the level"; "Rescale counter should
-    ///         be greater than or equal to zero"; "Operands have different dimensions." for a key of another
-    ///         length
+    /// @throws RuntimeException in this order, what the ring's encryptor throws of these numbers: "[encode]
+    ///         The target level is greater than the maximum possible level"; "[encode] The target rescale
+    ///         counter should be less than or equal to the target level."; "Rescale counter should be greater
+    ///         than or equal to zero"; and, for a key of another length or of fewer primes, "Operands have
+    ///         different dimensions."; "Operands have different levels." The output stays as it was.
     void encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
                  int rescale_counter) const;
 

@@ -3,7 +3,6 @@
 #include "arithmetic/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
-#include "crypto/Messages.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
 #include "encoding/Messages.hpp"
@@ -30,13 +29,15 @@ void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out) c
     encrypt(message, key, out, getEncryptionLevel(context_), 0);
 }
 
-// b = (m - <a, s>) + e, a uniform. Drawn in this order: a, e.
+// b = (m - <a, s>) + e, a uniform. Drawn in this order: a, e. A level or a counter that does not fit is
+// refused as the encoder of a ring refuses it; that of a constant checks neither.
 void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
                         int rescale_counter) const {
-    require(level <= getEncryptionLevel(context_), message::aboveEncryptionLevelUnderSecretKey);
-    require(rescale_counter <= static_cast<int>(level), message::rescaleCounterAboveLevel);
+    require(level <= getEncryptionLevel(context_), message::encodeLevelTooHigh);
+    require(rescale_counter <= static_cast<int>(level), message::encodeCounterAboveLevel);
     isValidRescaleCounter(rescale_counter);
     require(key.getSx().getDimension() == getDimension(context_), message::operandsDifferInDimension);
+    require(level <= key.getSx().getLevel(), message::operandsDifferInLevel);
 
     const PrimeModuli& primes = context_->primes;
     stampOutput(context_, level, rescale_counter, out);

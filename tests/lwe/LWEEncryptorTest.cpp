@@ -4,11 +4,13 @@
 #include "support/LWEPhase.hpp"
 #include "support/Seeded.hpp"
 
+#include <Torvo/Encryptor.hpp>
 #include <Torvo/LWEDecryptor.hpp>
 #include <Torvo/Randomseeds.hpp>
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <omp.h>
 
@@ -133,13 +135,45 @@ TEST(LWEEncryptor, RefusesInOrderBeforeItTouchesTheOutput) {
     encryptor.encrypt(1.0, key, ct);
     const Ciphertext before = ct;
     EXPECT_REFUSED(encryptor.encrypt(1.0, shorter, ct, 3, 4),
-                   "[encrypt] Level of an input Plaintext cannot be greater than encryption level");
+                   "[encode] The target level is greater than the maximum possible level");
     EXPECT_REFUSED(encryptor.encrypt(1.0, shorter, ct, 2, 3),
-                   "Rescale counter should be less than or equal to the level");
+                   "[encode] The target rescale counter should be less than or equal to the target level.");
     EXPECT_REFUSED(encryptor.encrypt(1.0, shorter, ct, 2, -1),
                    "Rescale counter should be greater than or equal to zero");
     EXPECT_REFUSED(encryptor.encrypt(1.0, shorter, ct, 2, 0), "Operands have different dimensions.");
+    const SecretKey lower(makeContext(64, 2, 50, 40));
+    EXPECT_REFUSED(encryptor.encrypt(1.0, lower, ct, 2, 0), "Operands have different levels.");
     EXPECT_TRUE(sameWords(ct, before));
+    EXPECT_NO_THROW(encryptor.encrypt(1.0, lower, ct, 1, 0));
+}
+
+TEST(LWEEncryptor, RefusesLevelsAndCountersInTheWordsOfTheRing) {
+    const Context& numbers = contextOf(ParameterPreset::SD3);
+    const Torvo::Context ring = Torvo::makeContext(Torvo::ParameterPreset::SD3);
+    ASSERT_EQ(getEncryptionLevel(numbers), Torvo::getEncryptionLevel(ring));
+    const SecretKey key(numbers);
+    const Torvo::SecretKey ringKey(ring);
+    const auto refusalOf = [](const auto& encrypt) -> std::string {
+        try {
+            encrypt();
+        } catch (const RuntimeException& refusal) {
+            return refusal.what();
+        }
+        return "";
+    };
+    const struct {
+        u64 level;
+        int owed;
+    } wrong[]{{4, 0}, {4, 5}, {4, -1}, {~u64{0}, 0}, {3, 4}, {0, 1}, {2, INT_MAX}, {2, -1}, {0, INT_MIN}};
+    for (const auto& [level, owed] : wrong) {
+        Ciphertext ct(numbers);
+        Torvo::Ciphertext ringCt(ring);
+        const std::string expected = refusalOf([&, l = level, r = owed] {
+            Torvo::Encryptor(ring).encrypt(Message(1, 0.5), ringKey, ringCt, l, r);
+        });
+        EXPECT_FALSE(expected.empty());
+        EXPECT_REFUSED(Encryptor(numbers).encrypt(0.5, key, ct, level, owed), expected);
+    }
 }
 
 // ---- decryption
@@ -196,6 +230,8 @@ TEST(LWEDecryptor, RefusesAKeyOfAnotherDimensionFirst) {
     EXPECT_REFUSED(decryptor.decrypt(ct, key, out),
                    "Rescale counter should be less than or equal to the level");
     ct.setLevel(2);
+    EXPECT_REFUSED(decryptor.decrypt(ct, SecretKey(makeContext(64, 2, 50, 40)), out),
+                   "Operands have different levels.");
     ct.to(Device{DeviceType::CPU, 1});
     EXPECT_REFUSED(decryptor.decrypt(ct, key, out), "Operands are in different devices.");
     EXPECT_EQ(out, 99);
