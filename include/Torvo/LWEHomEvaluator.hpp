@@ -20,6 +20,7 @@ class TORVO_API HomEvaluator {
 public:
     explicit HomEvaluator(const Context& context);
 
+    /// Minus the number; exact, and owes what `in` owes.
     void negate(const Ciphertext& in, Ciphertext& out) const;
 
     /// The number is cut to an integer at the scale that `in` has once it owes nothing.
@@ -53,6 +54,7 @@ public:
     /// @throws RuntimeException "[level down] target level is greater than level of Ciphertext."; "The
     ///         Operand should have rescale counter zero"
     void levelDown(const Ciphertext& in, unsigned long target, Ciphertext& out) const;
+    /// The same number one level lower.
     /// @throws RuntimeException "The level of the operand is zero"; "The Operand should have rescale counter
     ///         zero"
     void levelDownOne(const Ciphertext& in, Ciphertext& out) const;

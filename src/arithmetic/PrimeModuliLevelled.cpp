@@ -9,12 +9,20 @@ namespace Torvo {
 
 namespace {
 
-/// Gives `out` the level and the common device of the operands, refused in the order: devices, a level that
-/// the chain does not have, backend.
+/// Vectors of one length; an integer goes with vectors of any.
+template <class A, class B>
+void requireSameDimension(const A&, const B&) {}
+void requireSameDimension(const LevelledVector& a, const LevelledVector& b) {
+    require(a.getDimension() == b.getDimension(), message::operandsDifferInDimension);
+}
+
+/// Gives `out` the level and the common device of the operands, refused in the order: devices, dimensions, a
+/// level that the chain does not have, backend.
 template <class A, class B, class Out>
 void shapeLevelledAt(u64 level, const PrimeModuli& primes, FailureNames names, const A& a, const B& b,
                      Out& out) {
     const Device device = primes.getCommonDeviceAndCheck(a, b);
+    requireSameDimension(a, b);
     require(level < primes.size(), message::operandsOfOtherRing);
     out.setLevel(level);
     out.allocate(device);
@@ -36,10 +44,6 @@ void shapeVector(const PrimeModuli& primes, FailureNames names, const LevelledVe
     if (out.getDimension() != a.getDimension()) out = LevelledVector(a.getDimension(), a.getLevel());
 }
 
-void requireSameDimension(const LevelledVector& a, const LevelledVector& b) {
-    require(a.getDimension() == b.getDimension(), message::operandsDifferInDimension);
-}
-
 /// out = a op b, word by word: op(modulus, x, y).
 template <class WordOperation>
 void combineWords(const PrimeModuli& primes, FailureNames names, const LevelledElement& a,
@@ -53,7 +57,6 @@ void combineWords(const PrimeModuli& primes, FailureNames names, const LevelledE
 template <class RowOperation>
 void combineRows(const PrimeModuli& primes, FailureNames names, const LevelledVector& a,
                  const LevelledVector& b, LevelledVector& out, RowOperation&& op) {
-    requireSameDimension(a, b);
     shapeVector(primes, names, a, b, out);
     forEachIndex<Nesting::Default>(a.getLevel() + 1,
                                    [&](u64 i) { op(i, a.getRow(i), b.getRow(i), out.getRow(i)); });
@@ -109,7 +112,6 @@ void PrimeModuli::constMult(const LevelledVector& a, const LevelledElement& e, L
 }
 
 void PrimeModuli::innerProduct(const LevelledVector& a, const LevelledVector& b, LevelledElement& out) const {
-    requireSameDimension(a, b);
     const u64 level = std::min(a.getLevel(), b.getLevel());
     shapeLevelledAt(level, *this, {"innerProductCUDA", "innerProduct"}, a, b, out);
     forEachIndex<Nesting::Default>(level + 1, [&](u64 i) {

@@ -64,7 +64,7 @@ void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphert
 
 template <class Sign>
 void HomEvaluatorImpl::combineParts(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
-    shapeOutput(a.getContext(), out);
+    if (&out != &b) shapeOutput(a.getContext(), out); // an operand is looked at before it is made anew
     Sign::combine(context_->primes, a.getAx(), b.getAx(), out.getAx());
     Sign::combine(context_->primes, a.getBx(), b.getBx(), out.getBx());
     out.setRescaleCounter(a.getRescaleCounter());

@@ -86,9 +86,7 @@ protected:
     }
 
     void expectRefusals(const Member& member, const std::string& name) {
-        LevelledVector a = vector(2), b = vector(1), out(dimension, 3), shorter(dimension - 1, 1);
-        shorter.to(secondHost);
-        EXPECT_REFUSED(member(a, shorter, out), "Operands have different dimensions.");
+        LevelledVector a = vector(2), b(dimension - 1, 1), out(dimension, 3);
         b.to(secondHost);
         if (name != "innerProduct") EXPECT_REFUSED(member(a, b, out), differentLevels);
         a.setLevel(1);
@@ -96,6 +94,9 @@ protected:
         a.to(secondHost);
         EXPECT_REFUSED(member(a, b, out), notServed);
         a.allocate(pinned);
+        b.allocate(pinned);
+        EXPECT_REFUSED(member(a, b, out), "Operands have different dimensions.");
+        b = LevelledVector(dimension, 1);
         b.allocate(pinned);
         EXPECT_REFUSED(member(a, b, out), unsupported(name));
     }

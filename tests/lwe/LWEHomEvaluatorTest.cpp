@@ -23,6 +23,7 @@ using test::smallLWEContext;
 const std::string levelZero = "The level of the operand is zero";
 const std::string owesRescale = "The Operand should have rescale counter zero";
 const std::string owesNothing = "[rescale] Rescale Counter of the Ciphertext is zero or less";
+const std::string differentDimensions = "Operands have different dimensions.";
 const std::string counterAboveLevel = "Rescale counter should be less than or equal to the level";
 
 /// Keys and services of one context.
@@ -312,8 +313,23 @@ TEST(LWEHomEvaluator, SumsRefuseInOrder) {
         y.to(Device{});
         EXPECT_REFUSED(operation(a, y, out), owesRescale);
         EXPECT_REFUSED(operation(y, a, out), owesRescale);
-        EXPECT_REFUSED(operation(Ciphertext(makeContext(5, 3, 50, 40)), Ciphertext(smallLWEContext()), out),
-                       "Operands have different dimensions.");
+        Ciphertext wide = small().encrypt(1, 2), narrow(makeContext(5, 3, 50, 40));
+        const Ciphertext before = wide;
+        EXPECT_REFUSED(operation(narrow, wide, out), differentDimensions);
+        EXPECT_REFUSED(operation(narrow, wide, wide), differentDimensions);
+        EXPECT_REFUSED(operation(wide, narrow, wide), differentDimensions);
+        EXPECT_TRUE(sameWords(wide, before));
+    }
+}
+
+/// The primes are those of the evaluator, whatever the operands say; their words come first of all.
+TEST(LWEHomEvaluator, AnOutputThatIsAnOperandOfAnotherContextIsReadBeforeItIsWritten) {
+    const HomEvaluator& evaluator = small().evaluator;
+    const Scheme other(makeContext(64, 3, 50, 39));
+    for (const auto& [a, b] : {std::pair(small().encrypt(1.5, 1), other.encrypt(0.25, 1)),
+                               std::pair(other.encrypt(0.25, 1), small().encrypt(1.5, 1))}) {
+        everyWay([&](const auto& x, const auto& y, auto& to) { evaluator.add(x, y, to); }, a, b);
+        everyWay([&](const auto& x, const auto& y, auto& to) { evaluator.sub(x, y, to); }, a, b);
     }
 }
 
