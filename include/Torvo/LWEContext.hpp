@@ -29,7 +29,10 @@ TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>
 /// a ring context by luck only: to exchange ciphertexts with a ring, use a preset.
 /// @param dimension     length of the secret and of the `a` vectors
 /// @param chain_length  number of primes, 1 to 50
-/// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61
+/// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61. Of one size, the base
+/// prime
+///                      and the first of the others are the same prime, and numbers above level 0 are lost:
+///                      make it larger
 /// @param log_qpsize    bits of the other primes: 36 to 61
 /// @throws RuntimeException in this order: "Invalid CUDA device ID: " and the number; "[Parameter] Invalid
 ///         chain_length"; "[PrimeModuli] Prime size is too big. It should be < 62"; "[PrimeModuli] Base prime

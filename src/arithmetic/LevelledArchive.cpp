@@ -22,7 +22,7 @@ void LevelledVector::save(OutputArchive& archive) const {
 
 void LevelledVector::load(InputArchive& archive) {
     archive(dimension_, level_);
-    verify(dimension_ <= limit::degree && level_ < limit::rows);
+    verify(level_ < limit::rows); // a dimension has no bound, and no memory is taken by it
     archive(data_);
     verify(isProduct(data_.size(), dimension_, level_ + 1));
 }

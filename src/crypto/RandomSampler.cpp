@@ -106,10 +106,11 @@ void RandomSampler::sampleZO(Polynomial& poly, const Context& context) const {
 }
 
 void RandomSampler::sampleHWT(DeviceSpecificArray<int>& out, unsigned long size, unsigned long weight) const {
-    auto& generator = threadGenerator();
-    const UniformResidue position(size);
     out.resize(size);
     std::fill(out.begin(), out.end(), 0);
+    if (weight == 0) return; // and where there is no position, there is no residue modulo their number
+    auto& generator = threadGenerator();
+    const UniformResidue position(size);
     for (u64 set = 0; set < weight;) {
         int& coefficient = out[position(generator(), generator)];
         if (coefficient != 0) continue;

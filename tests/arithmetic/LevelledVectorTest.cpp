@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
 namespace Torvo::test {
 namespace {
 
@@ -23,6 +25,17 @@ TEST(LevelledVector, FollowsItsLevelInSizeWithoutGivingMemoryBack) {
     v.setLevel(3);
     EXPECT_EQ(v.getRow(0), storage);
     EXPECT_EQ(v.getRow(3)[9], 17u);
+}
+
+TEST(LevelledVector, OfMoreWordsThanThereAreIsRefusedByTheAllocator) {
+    EXPECT_THROW(LevelledVector(u64{1} << 61, 7), std::bad_alloc); // 2^64 words
+    EXPECT_THROW(LevelledVector((u64{1} << 61) + 1, 7), std::bad_alloc);
+    EXPECT_THROW(LevelledVector(1, ~u64{0}), std::bad_alloc);
+    LevelledVector v(64, 1);
+    for (const u64 level : {~u64{0}, u64{1} << 58, (u64{1} << 58) - 1, (u64{1} << 58) + 1})
+        EXPECT_THROW(v.setLevel(level), std::bad_alloc) << level;
+    EXPECT_EQ(v.getLevel(), 1u);
+    EXPECT_EQ(v.getData().size(), 128u);
 }
 
 TEST(LevelledVector, MovesToAnotherDeviceOrAllocatesThere) {

@@ -74,6 +74,14 @@ TEST(LWEContext, OfNumbersOfItsOwnHasTheSizesAskedFor) {
     EXPECT_EQ(getPrimeList(makeContext(100, 1, 50, 40)).size(), 1U);
 }
 
+/// Two searches, each from its own size down: with one size both begin with the same prime.
+TEST(LWEContext, OfOneSizeRepeatsItsBasePrime) {
+    const auto primes = getPrimeList(makeContext(16, 4, 40, 40));
+    EXPECT_EQ(primes[0], primes[1]);
+    EXPECT_GT(primes[1], primes[2]);
+    EXPECT_GT(primes[2], primes[3]);
+}
+
 TEST(LWEContext, RefusesInOrder) {
     EXPECT_REFUSED(makeContext(CUSTOM, {0}), "Invalid CUDA device ID: 0");
     EXPECT_REFUSED(makeContext(8, 0, 62, 62, {3}), "Invalid CUDA device ID: 3");

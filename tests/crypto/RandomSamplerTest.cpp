@@ -300,6 +300,14 @@ TEST(SampleHWT, FollowsTheWordsForEverySizeAndWeight) {
     }
 }
 
+TEST(SampleHWT, OfNothingDrawsNothing) {
+    setSeed(pinnedSeed);
+    DeviceSpecificArray<int> out(5);
+    RandomSampler().sampleHWT(out, 0, 0);
+    EXPECT_EQ(out.size(), 0U);
+    EXPECT_EQ(threadGenerator().getIndex(), 0U);
+}
+
 TEST(SampleHWT, ExactlyWeightEntriesAreSet) {
     DeviceSpecificArray<int> out(0);
     for (u64 weight = 0; weight <= 64; ++weight) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <new>
 #include <numeric>
 
 namespace Torvo::LWE {
@@ -148,6 +149,21 @@ TEST(LWECiphertext, AShapeOfAnotherContextIsRefused) {
     EXPECT_REFUSED(loaded(smallLWEContext(), withShape(64, 1, 4, 1, 2)), test::notVerified);
     EXPECT_REFUSED(loaded(smallLWEContext(), withShape(64, 1, 3, 0, 1)), test::notVerified);
     EXPECT_REFUSED(loaded(smallLWEContext(), withShape(64, 1, 3, 1, 3)), test::notVerified);
+}
+
+TEST(LWECiphertext, ADimensionMayBeLargerThanTheDegreeOfAnyRing) {
+    const Context context = makeContext((u64{1} << 20) + 1, 1, 50, 40);
+    const Ciphertext ct = filled(context, 0);
+    EXPECT_TRUE(sameWords(loaded(context, fileOf(ct)), ct));
+}
+
+TEST(LWECiphertext, ADimensionThatNoMemoryHoldsDoesNotWrapAround) {
+    const Context context = makeContext(u64{1} << 61, 8, 50, 40); // 2^64 words
+    EXPECT_THROW(Ciphertext{context}, std::bad_alloc);
+    Ciphertext ct = filled(smallLWEContext(), 1);
+    const Ciphertext before = ct;
+    EXPECT_THROW(ct.setLevel((u64{1} << 58) - 1), std::bad_alloc);
+    EXPECT_TRUE(sameWords(ct, before));
 }
 
 TEST(LWECiphertext, ShortAndDamagedFilesDoNoHarm) {
