@@ -19,7 +19,9 @@ TORVO_API unsigned long getNumCiphertextsToModPack(const LWE::Context& from, con
 TORVO_API unsigned long getNumCiphertextsAfterUnPack(const Context& context);
 
 /// The plain LWE secret under which the ciphertexts of `RingPacker::unPack` stand: the coefficients of
-/// `secret_key`, whose degree must be the dimension of `lwe_context` (unchecked).
+/// `secret_key`.
+/// @throws RuntimeException "Operands have different dimensions." when its degree is not the dimension of
+///         `lwe_context`
 TORVO_API LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context,
                                                     const SecretKey& secret_key);
 

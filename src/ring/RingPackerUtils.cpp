@@ -1,6 +1,8 @@
 #include <Torvo/RingPackerUtils.hpp>
 
+#include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
 
 namespace Torvo {
 
@@ -25,6 +27,8 @@ unsigned long getNumCiphertextsAfterUnPack(const Context& context) {
 }
 
 LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context, const SecretKey& secret_key) {
+    require(LWE::getDimension(lwe_context) == getDegree(secret_key.getContext()),
+            message::operandsDifferInDimension);
     return LWE::SecretKey(lwe_context, secret_key.getCoefficients());
 }
 

@@ -13,6 +13,9 @@
 
 #include <omp.h>
 
+#include <algorithm>
+#include <sstream>
+
 namespace Torvo {
 
 namespace {
@@ -438,6 +441,8 @@ TEST(RingPackerUnPack, TakesOutEveryCoefficientWordForWord) {
             ASSERT_EQ(out[i].getLevel(), level);
             ASSERT_EQ(out[i].getAx().getLevel(), level);
             ASSERT_EQ(out[i].getRescaleCounter(), static_cast<int>(level));
+            ASSERT_EQ(out[i].getBx().getData().size(), level + 1);
+            ASSERT_EQ(out[i].getAx().getData().size(), 64 * (level + 1));
             for (u64 row = 0; row <= level; ++row)
                 ASSERT_EQ(numberUnder(out[i], numberKey, row), expected[row][i]) << i << " row " << row;
         }
@@ -480,6 +485,17 @@ TEST(RingPackerUnPack, RefusesInItsOrder) {
     EXPECT_REFUSED(unPack(64), deviceNotServed);
     in.to({});
     EXPECT_NO_THROW(unPack(64));
+}
+
+TEST(RingPackerUtils, TheSecretOfUnpackedNumbersHasTheCoefficientsOfTheRings) {
+    const SecretKey key(smallRingOfSD3());
+    const LWE::SecretKey numberKey = genLWESecretKeyAfterUnPack(numbersOfDimension64(), key);
+    EXPECT_TRUE(std::equal(key.getCoefficients(), key.getCoefficients() + 64, numberKey.getCoefficients()));
+    std::ostringstream stream;
+    EXPECT_REFUSED(numberKey.saveSeedOnly(stream), "The secret key is not randomly generated");
+    for (const auto preset : {LWE::ParameterPreset::SD3, LWE::ParameterPreset::FGbD12L0}) // 32 and 4096
+        EXPECT_REFUSED(genLWESecretKeyAfterUnPack(LWE::makeContext(preset), key),
+                       "Operands have different dimensions.");
 }
 
 TEST(RingPackerUtils, CountTheCiphertextsThatFillOneAnother) {

@@ -463,6 +463,7 @@ TEST_F(RingSwitching, SplitIntoElementsLooksAtDimensionThenFormThenDevice) {
     EXPECT_REFUSED(switcher.split(inNTT(onDevice(64, gpu)), fewer), dimensionsDiffer);
     EXPECT_REFUSED(switcher.split(inNTT(onDevice(64, gpu)), all), inNTTForm);
     EXPECT_REFUSED(switcher.split(onDevice(64, gpu), all), unsupported("splitCUDA"));
+    EXPECT_REFUSED(switcher.split(onDevice(64, pinned), all), unsupported("split"));
     EXPECT_REFUSED(switcher.split(Polynomial(), none), noOperand);
 }
 
