@@ -1,5 +1,6 @@
 #include "context/LWEContextContent.hpp"
 #include "crypto/KeyGeneratorImpl.hpp"
+#include "crypto/UniformRandomBitGenerator.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
 #include "support/KeyEquation.hpp"
@@ -179,6 +180,46 @@ TEST(KeyGeneratorRing, UniformPartsKeepTheirGermsAndEachKeyIsDrawnAnew) {
     setSeed({1, 2, 3, 4});
     const RingSwitchKey again = generator.genComposeKey(s);
     EXPECT_EQ(wordsOf(*key.getKey().getBxIter(Device{}), 0), wordsOf(*again.getKey().getBxIter(Device{}), 0));
+}
+
+namespace {
+
+/// The germs of all digits, then their errors: what a switching key takes from the thread's generator, in
+/// this order and nothing else, with the generator where it stood before the key was made.
+void expectDrawnNext(const EvaluationKey& key, const Context& ring, const SmallPolynomial& to,
+                     const SmallPolynomial& from) {
+    const Polynomial *ax = key.getAxIter(Device{}), *bx = key.getBxIter(Device{});
+    const u64 p = getPrimeList(ring)[0];
+    for (u64 j = 0; j < key.getGadgetRank(); ++j)
+        EXPECT_EQ(ax[j].getGerm()->getWords(), PolyGerm().getWords()) << "digit " << j;
+    for (u64 j = 0; j < key.getGadgetRank(); ++j) {
+        Polynomial error(ring, true, false);
+        RandomSampler().sampleGaussian(error, ring);
+        EXPECT_EQ(errorOfDigit(ring, bx[j], ax[j], to, from, j, 0), centred(wordsOf(error, 0), p))
+            << "digit " << j;
+    }
+}
+
+} // namespace
+
+TEST(KeyGeneratorRing, DrawsGermsThenErrorsKeyByKey) {
+    const Context ring = familyRing(7, 2);
+    const SecretKey s(ring), small(familyRing(6, 2));
+    const SecretKeyBase<MLWE> in(familyModule(6, 2, 4)), out(familyModule(6, 2, 2));
+    const KeyGenerator generator(ring, s);
+
+    setSeed({5, 6, 7, 8});
+    const RingSwitchKey compose = generator.genComposeKey(small);
+    const RingSwitchKey decompose = generator.genDecomposeKey(ring, small);
+    const ModPackKeyBundle bundle = generator.genModPackKeyBundle(in, out);
+    const u64 next = threadGenerator()();
+
+    setSeed({5, 6, 7, 8});
+    expectDrawnNext(compose.getKey(), ring, coefficientsOf(s), embedded(small, 128));
+    expectDrawnNext(decompose.getKey(), ring, embedded(small, 128), coefficientsOf(s));
+    for (const u64 k : {0, 1})
+        expectDrawnNext(*bundle.getModPackKey(k), ring, interleaved(out), groupOf(in, 64, k, 2, 128));
+    EXPECT_EQ(threadGenerator()(), next);
 }
 
 TEST(KeyGeneratorRing, ComposeKeysAreRefusedInOrder) {
