@@ -49,7 +49,10 @@ public:
     ///         "Rescale counter should be greater than or equal to zero"; the old value stays
     void setRescaleCounter(int rescale_counter);
 
+    /// Where both parts are.
     Device getDevice() const;
+    /// Moves both parts.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
     /// Format: docs/files.md.

@@ -7,8 +7,17 @@ namespace Torvo::LWE {
 /// The named parameter sets of plain LWE. The numbers are part of the file formats and never change.
 ///
 /// Each shares its primes with the ring preset of the same name (`SS7`, `SD3`, `FGbD12L0`), so that a
-/// ciphertext can pass from one to the other. `SS7` has dimension 1024, `SD3` dimension 32, `FGbD12L0`
-/// dimension 4096 and a single prime.
+/// ciphertext can pass from one to the other.
+///
+/// | preset | dimension | primes, bits | level | modulus, bits |
+/// | --- | --- | --- | --- | --- |
+/// | `SS7` | 1024 | 50, 7 of 42 | 7 | 344 |
+/// | `SD3` | 32 | 47, 3 of 41 | 3 | 170 |
+/// | `FGbD12L0` | 4096 | 58 | 0 | 58 |
+///
+/// `getSecurityLevel` gives the 128 bits that are stated for all three. By the table that rates the sets of
+/// one's own only `FGbD12L0` has them, also with its packing keys, of 109 bits; `SS7` and `SD3` are far too
+/// short for their moduli to hide anything from an attacker. Take them to try things out.
 enum class ParameterPreset : std::uint32_t { SS7 = 0, SD3 = 1, CUSTOM = 2, FGbD12L0 = 3 };
 
 } // namespace Torvo::LWE

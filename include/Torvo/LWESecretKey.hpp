@@ -44,7 +44,10 @@ public:
     LevelledVector& getSx();
     const LevelledVector& getSx() const;
 
+    /// Where the residues are.
     Device getDevice() const;
+    /// Moves the residues; the coefficients stay on the CPU.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
     /// Writes the whole key.

@@ -14,7 +14,8 @@ namespace Torvo {
 
 /// The keys of `RingPacker::modPack`, with tag `p`, all of one large ring: one for each group of secret
 /// components that makes one component of the output. Made by `KeyGenerator::genModPackKeyBundle`.
-/// Copies share the keys.
+/// Copies share the keys. Any number of threads may use them; `to` and `load` are for their owner, with
+/// nobody using them meanwhile.
 class TORVO_API ModPackKeyBundle {
 public:
     /// `num_keys` unset keys of `context`, the large ring, to load into.
@@ -26,6 +27,7 @@ public:
     std::shared_ptr<EvaluationKey> getModPackKey(unsigned long index) const;
 
     /// Keeps each key on `device` only.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
     /// The file does not tell the number of keys: load into a bundle of the right number. Format:

@@ -13,16 +13,20 @@ namespace Torvo {
 
 /// The key of `RingPacker::compose` or of `RingPacker::decompose`: one switching key with tag `w`, between
 /// the secret of a large ring and a secret of a small ring laid into it. Made by
-/// `KeyGenerator::genComposeKey` and `genDecomposeKey`. A shared handle: copies see the same key.
+/// `KeyGenerator::genComposeKey` and `genDecomposeKey`. A shared handle: copies see the same key. Any number
+/// of threads may use it; `to` and `load` are for its owner, with nobody using it meanwhile.
 class TORVO_API RingSwitchKey {
 public:
     /// An unset key of `context`, the large ring, to load into.
     explicit RingSwitchKey(const Context& context);
 
+    /// The large ring.
     const Context& getContext() const;
+    /// The key itself, not a copy.
     EvaluationKey& getKey() const;
 
     /// Keeps the key on `device` only.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
     /// The format is that of `EvaluationKey`.

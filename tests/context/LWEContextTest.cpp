@@ -38,6 +38,20 @@ TEST(LWEContext, AnswersForThePresets) {
     }
 }
 
+/// What the documentation of the presets says of the level that is stated for them.
+TEST(LWEContext, TheTableGivesTheStatedSecurityToOneOfThePresets) {
+    const auto rating = [](const Context& context) {
+        double bits = 0;
+        for (const u64 prime : getPrimeList(context)) bits += std::log2(prime);
+        const auto logDimension = static_cast<u64>(std::log2(getDimension(context)));
+        return static_cast<u64>(computeLWESecurityLevel(logDimension, static_cast<u64>(std::lround(bits))));
+    };
+    EXPECT_GE(rating(makeContext(FGbD12L0)), 128U);
+    EXPECT_EQ(static_cast<u64>(computeLWESecurityLevel(12, 58 + 51)), 128U);
+    EXPECT_EQ(rating(makeContext(SS7)), 0U);
+    EXPECT_EQ(rating(makeContext(SD3)), 0U);
+}
+
 TEST(LWEContext, OfAPresetSharesThePrimesOfTheRing) {
     EXPECT_EQ(getPrimeList(makeContext(SS7))[0], 0x3ffffffb80001U);
     EXPECT_EQ(getPrimeList(makeContext(SS7))[1], 0x3ffffe80001U);
@@ -168,6 +182,12 @@ TEST_F(LWEContextFile, ShortOrDamagedFailsCleanly) {
     EXPECT_REFUSED(makeContextFromFile(path), "[Parameter] Invalid chain_length");
     write(file);
     EXPECT_REFUSED(makeContextFromFile(path, {1}), "Invalid CUDA device ID: 1");
+    test::expectNoHarmFromDamage(file, file.size(), load,
+                                 {"The input parameter preset is not yet supported.",
+                                  "[Parameter] Invalid chain_length",
+                                  "[PrimeModuli] Prime size is too big. It should be < 62",
+                                  "[PrimeModuli] Base prime should be greater than quantize primes",
+                                  "[PrimeModuli] Quantize primes should be greater than or equal to 36 bit"});
     const std::string absent = directory.path() + "/none/lwe.context";
     EXPECT_REFUSED(makeContextFromFile(absent), "Cannot open file " + absent);
     EXPECT_REFUSED(saveContextToFile(makeContext(SD3), absent), "Cannot open file " + absent);

@@ -296,6 +296,36 @@ TEST(LWEHomEvaluator, OperandsAtDifferentLevelsMeetAtTheLowerOne) {
     }
 }
 
+TEST(LWEHomEvaluator, ManyThreadsMayUseOneOfEverything) {
+    const Scheme& s = small();
+    const Ciphertext a = s.encrypt(1.5, 2), b = s.encrypt(-0.5, 1);
+    const auto work = [&](Ciphertext& out) {
+        s.evaluator.mult(a, 0.75, out);
+        s.evaluator.sub(out, b, out);
+        s.evaluator.multInteger(out, -3, out);
+        s.evaluator.add(out, 0.125, out);
+        s.evaluator.negate(out, out);
+        s.evaluator.levelDownOne(out, out);
+        return s.decrypt(out);
+    };
+    Ciphertext expected(s.context);
+    const double number = work(expected);
+    const double before = 3 * (s.afterProduct(s.fresh(), 0.75, 1.5) + s.fresh()) + 1;
+    EXPECT_NEAR(number, 4.75, s.afterProduct(before, 1, 4.75) / s.scale(0)); // 3 (1.5 * 0.75 + 0.5) - 0.125
+    std::vector<Ciphertext> outs(8, Ciphertext(s.context));
+    std::vector<double> numbers(outs.size()), fresh(outs.size());
+#pragma omp parallel for num_threads(4)
+    for (u64 i = 0; i < outs.size(); ++i) {
+        numbers[i] = work(outs[i]);
+        fresh[i] = s.decrypt(s.encrypt(static_cast<double>(i), 2));
+    }
+    for (u64 i = 0; i < outs.size(); ++i) {
+        EXPECT_TRUE(sameWords(outs[i], expected));
+        EXPECT_EQ(numbers[i], number);
+        EXPECT_NEAR(fresh[i], static_cast<double>(i), s.fresh() / s.scale(2));
+    }
+}
+
 // ---- refusals
 
 TEST(LWEHomEvaluator, SumsRefuseInOrder) {
