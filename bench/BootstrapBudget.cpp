@@ -4,6 +4,10 @@
 // (docs/bootstrapping.md), without keys.
 //
 //     BootstrapBudget [--log-slots L] [--real] preset ...
+//     BootstrapBudget --odds preset ...
+//
+// The second form evaluates formulas instead: how far the sine bends at modulus 1, and how likely a bootstrap
+// fails.
 
 #include "BootstrapMessages.hpp"
 #include "support/ErrorBits.hpp"
@@ -25,12 +29,15 @@ using namespace Torvo;
 constexpr unsigned long allSlots = ~0UL;
 constexpr unsigned long sample = 12; // log2 of how many slots are simulated
 
+/// What the message is multiplied by under the sine, whose period is 1.
+double epsilonOf(const Context& context, const BootParameter& boot) {
+    return static_cast<double>(boot.pre_raise_factor) * std::exp2(context->scale_factors.log_scale[0]) /
+           static_cast<double>(context->primes.getPrime(0));
+}
+
 /// What the sine, straightened by its arcsine polynomial, leaves of a part of the message.
 double bent(const Context& context, const BootParameter& boot, double part) {
-    const double epsilon = static_cast<double>(boot.pre_raise_factor) *
-                           std::exp2(context->scale_factors.log_scale[0]) /
-                           static_cast<double>(context->primes.getPrime(0));
-    const double s = 2 * std::numbers::pi * epsilon * part;
+    const double s = 2 * std::numbers::pi * epsilonOf(context, boot) * part;
     if (boot.arcsine_degree == 1) return part - part * s * s / 6;
     if (boot.arcsine_degree == 3) return part - part * 3 * std::pow(s, 4) / 40;
     return part - part * 35 * std::pow(s, 8) / 1152;
@@ -92,11 +99,60 @@ private:
     Message message_;
 };
 
+/// The multiples of the base prime, of which there are as many as coefficients.
+struct Odds {
+    Odds(const Context& context, const BootParameter& boot) {
+        const Parameter& parameter = context->parameter;
+        // At the raise the secret is the sparse one where there is one.
+        const Context raised = parameter.has_sparse_encapsulation
+                                   ? makeContext(getSparseParameterPresetFor(parameter.preset))
+                                   : context;
+        terms = 1 + static_cast<double>(raised->parameter.hamming_weight);
+        deviation = std::sqrt(terms / 12);
+        z = boot.range_bound / deviation;
+        isPossible = terms / 2 > boot.range_bound;
+    }
+    /// log2 of twice the normal tail, times the number of coefficients.
+    double logByNormalTail(double logCoefficients) const {
+        return logCoefficients + std::log2(std::erfc(z / std::numbers::sqrt2));
+    }
+    double log(double logCoefficients) const {
+        return logByNormalTail(logCoefficients) - std::pow(z, 4) / (20 * terms) * std::numbers::log2e;
+    }
+
+    double terms, deviation, z;
+    bool isPossible;
+};
+
+void printOdds(const std::vector<std::string>& presets) {
+    std::printf("| preset | \u03b5 | error at modulus 1 |\n| --- | --- | --- |\n");
+    for (const std::string& name : presets) {
+        const Context context = makeContext(bench::bootstrappable.at(name));
+        const BootParameter boot(context);
+        std::printf("| `%s` | 2^%.1f | 2^%.1f |\n", name.c_str(), std::log2(epsilonOf(context, boot)),
+                    std::log2(1 - bent(context, boot, 1)));
+    }
+    std::printf("\n| preset | deviation of x / q0 | K | z | full slots | by the normal tail | 2^8 slots |\n"
+                "| --- | --- | --- | --- | --- | --- | --- |\n");
+    for (const std::string& name : presets) {
+        const Context context = makeContext(bench::bootstrappable.at(name));
+        const BootParameter boot(context);
+        const Odds odds(context, boot);
+        std::printf("| `%s` | %.2f | %.1f |", name.c_str(), odds.deviation, boot.range_bound);
+        const auto logDegree = static_cast<double>(context->parameter.log_degree);
+        if (odds.isPossible)
+            std::printf(" %.2f | 2^%.1f | 2^%.1f | 2^%.1f |\n", odds.z, odds.log(logDegree),
+                        odds.logByNormalTail(logDegree), odds.log(9));
+        else
+            std::printf(" | never | | never |\n");
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     unsigned long logSlots = allSlots;
-    bool isComplex = true;
+    bool isComplex = true, isForOdds = false;
     std::vector<std::string> presets;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -104,8 +160,14 @@ int main(int argc, char** argv) {
             logSlots = std::stoul(argv[++i]);
         else if (argument == "--real")
             isComplex = false;
+        else if (argument == "--odds")
+            isForOdds = true;
         else
             presets.push_back(argument);
+    }
+    if (isForOdds) {
+        printOdds(presets);
+        return 0;
     }
     std::printf(
         "| preset | bend | polynomial | scales | slot to coefficient | coefficient to slot | cosine | double "

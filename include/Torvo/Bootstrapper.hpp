@@ -23,8 +23,12 @@ class BootstrapperImpl;
 /// `sequential_rotations` here. Precision and failure probability of each preset: `ParameterPreset`; their
 /// derivation, time and memory: docs/bootstrapping.md.
 ///
+/// What comes out is encoded on slots, as many as went in; it has two ring elements, in NTT form, and owes no
+/// rescale. An output may be the input, and what it held before does not matter. A refused call
+/// leaves the object fit for use, and an input that is no output as it was; outputs may have been written.
+///
 /// A shared handle. Const members may run at once on different outputs; `makeBootConstants` must not run
-/// beside any other call on the same object. The output may be the input.
+/// beside any other call on the same object.
 ///
 /// The steps, in the order in which they run: down to level 3, slots to coefficients (three levels), modulus
 /// raise, coefficients to slots (three levels), sine.
@@ -66,13 +70,18 @@ public:
     /// The lowest level that a ciphertext to be bootstrapped may have: 3.
     unsigned long getMinLevelForBootstrap() const;
 
+    /// `in` at level 3 or above, to `getLevelAfterFullSlotBootstrap()` whatever its level.
     /// @param is_complex  false keeps the real parts alone, at about half the cost of the sine
     /// @throws RuntimeException in this order: "The operand have to encode the message on its slots";
     ///         "[bootstrap] Level of ciphertext should be >= 3."; "[bootstrap] Size should be 2"; "The
     ///         Operand should have rescale counter zero"; "Bootstrapping constants for log slots ", log
-    ///         slots, " do not exist."; the evaluator's refusals for missing keys
+    ///         slots, " do not exist."; then, when a key is needed that the pack lacks, "Failed to load the
+    ///         left rotation key for index " and the index ("[Load Rotation Key] no left rotation key for
+    ///         index " in sequence), "Failed to load sparse secret encapsulation key", "Failed to load the
+    ///         conjugation key" or "Failed to load the multiplication key"
     void bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
-    /// Real and imaginary parts apart, each as a real message.
+    /// Real and imaginary parts apart, each as a real message; refuses as the other form. The two outputs are
+    /// different objects.
     void bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
 
     /// Two passes, the second on what the first left over: more bits (hardly any on `FVa`), at
@@ -84,7 +93,8 @@ public:
     /// @throws RuntimeException in this order: "The operand have to encode the message on its slots" (one
     ///         output); "This parameter does not support extended bootstrap"; "[bootstrap extended] Level of
     ///         ciphertext should be >= 4."; "[bootstrap extended] Size should be 2"; "The Operand should have
-    ///         rescale counter zero"
+    ///         rescale counter zero"; "The operand have to encode the message on its slots" (two outputs);
+    ///         then as `bootstrap`: constants, those for full slots too, and keys
     void bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;
     void bootstrapExtended(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const;
 
@@ -94,10 +104,11 @@ public:
     /// takes.
     /// @throws RuntimeException in this order: "The operand have to encode the message on its slots";
     ///         "[slotToCoeff] Level of ciphertext should be >= 3"; "Bootstrapping constants for log slots ",
-    ///         log slots, " do not exist."
+    ///         log slots, " do not exist."; "The Operand should have rescale counter zero"; for two slots or
+    ///         more "Size should be 2"; the refusals of `bootstrap` for missing rotation keys
     void slotToCoeff(const Ciphertext& in, Ciphertext& out) const;
     /// The second half: from the coefficients that `slotToCoeff` leaves, at any level, back to slots at a
-    /// high level.
+    /// high level, as `bootstrap` returns them.
     /// @throws RuntimeException "The operand have to encode the message on its coefficients"; then as
     ///         `bootstrap`, but for its rule about levels
     void halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex = false) const;

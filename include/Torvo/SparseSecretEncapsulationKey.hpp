@@ -12,12 +12,14 @@
 namespace Torvo {
 
 /// Two switching keys with tag `s`: DTS takes a level-0 ciphertext from the dense secret to a sparse one, in
-/// a second context of one prime; STD takes it back in the main context.
+/// a second context of one prime; STD takes it back in the main context. Both are used within one bootstrap
+/// only, so a new key serves ciphertexts of the old one. One thread may write, or many read.
 class TORVO_API SparseSecretEncapsulationKey {
 public:
     /// Two unset keys.
     SparseSecretEncapsulationKey(const Context& context, const Context& context_sparse);
 
+    /// The parts, owned by this object.
     EvaluationKey* getDTSPart();
     const EvaluationKey* getDTSPart() const;
     EvaluationKey* getSTDPart();
@@ -41,9 +43,11 @@ private:
     EvaluationKey std_;
 };
 
+/// Two unset keys, to generate or to load into.
 TORVO_API std::unique_ptr<SparseSecretEncapsulationKey>
 makeEmptySparseSecretEncapsulationKey(const Context& context, const Context& context_sparse);
 
+/// As the members of the same name.
 TORVO_API void save(const SparseSecretEncapsulationKey& key, std::ostream& stream);
 TORVO_API void load(SparseSecretEncapsulationKey& key, std::istream& stream);
 

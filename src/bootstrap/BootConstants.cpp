@@ -6,6 +6,8 @@
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <cmath>
+#include <exception>
+#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -40,6 +42,23 @@ struct StageDiagonals {
     long first = 0, skipped = 0;
     u64 count = 0;
 };
+
+/// Like `forEachIndex`, for a body that may run out of memory: the first exception of any thread comes out
+/// when all have left the loop.
+template <class Body>
+void forEachIndexOrThrow(u64 count, Body&& body) {
+    std::exception_ptr failure;
+    std::mutex mutex;
+    forEachIndex(count, [&](u64 i) {
+        try {
+            body(i);
+        } catch (...) {
+            const std::lock_guard lock(mutex);
+            if (failure == nullptr) failure = std::current_exception();
+        }
+    });
+    if (failure != nullptr) std::rethrow_exception(failure);
+}
 
 } // namespace
 
@@ -110,7 +129,7 @@ std::vector<Plaintext> BootConstants::encodeStage(const SparseComplexMatrix& mat
                                                   u64 level) const {
     const StageDiagonals diagonals(RadixDecomposition(log_slots_), stage);
     std::vector<std::optional<Plaintext>> encoded(diagonals.count);
-    forEachIndex(encoded.size(), [&](u64 entry) {
+    forEachIndexOrThrow(encoded.size(), [&](u64 entry) {
         const auto k = static_cast<long>(entry);
         Message diagonal = extractDiagonal(matrix, diagonals.index(k));
         for (auto& slot : diagonal) slot *= factor;

@@ -7,11 +7,16 @@
 #include "support/Expect.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cmath>
 #include <complex>
+#include <cstdlib>
+#include <fstream>
 #include <memory>
+#include <new>
 #include <numbers>
 #include <stdexcept>
 #include <thread>
@@ -255,6 +260,31 @@ TEST(BootConstantsOfRealPreset, Have32And63And63Plaintexts) {
         EXPECT_EQ((*stages)[1].size(), 63U);
         EXPECT_EQ((*stages)[2].size(), 63U);
     }
+}
+
+/// Ends the process with status 0 if constants that find no room for themselves are refused by an exception.
+[[noreturn]] void runOutOfMemory() {
+    const Context context = smallContext(15);
+    const auto encoder = std::make_shared<EnDecoder>(context);
+    const BootConstants small(1, 1.0, 1.0, context, encoder); // wakes the team
+    u64 pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    // Of few slots, so that the matrices are small; but the plaintexts take 8 bytes * 2^16 coefficients *
+    // (8 * 6 + 15 * 6 + 7 * 6 rows), 90 MiB.
+    const rlim_t bytes = pages * static_cast<u64>(sysconf(_SC_PAGESIZE)) + (u64{32} << 20);
+    const rlimit limit{bytes, bytes};
+    if (setrlimit(RLIMIT_AS, &limit) != 0) std::_Exit(2);
+    try {
+        const BootConstants large(8, 1.0, 1.0, context, encoder);
+    } catch (const std::bad_alloc&) {
+        std::_Exit(0);
+    }
+    std::_Exit(1);
+}
+
+TEST(BootConstantsOfRealPreset, TellWhenMemoryRunsOut) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(runOutOfMemory(), testing::ExitedWithCode(0), "");
 }
 
 TEST(BootConstants, LieOnTheCPUAtFirst) {

@@ -163,9 +163,16 @@ TEST(SlotToCoeff, RefusesOperandsInOrder) {
     EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out), notOnSlots);
     in.setEncodingType(EncodingType::Slot);
     EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out), "[slotToCoeff] Level of ciphertext should be >= 3");
-    in = toy().encrypt(Message(5, 0.5), 3);
+    in = broken(3);
     EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out),
                    "Bootstrapping constants for log slots 5 do not exist.");
+    for (const u64 level : {3, 4}) {
+        in = broken(level);
+        in.setLogSlots(2);
+        EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out), owes);
+        in.setRescaleCounter(0);
+        EXPECT_REFUSED(bootstrapper.slotToCoeff(in, out), "Size should be 2");
+    }
 }
 
 TEST(BootstrapExtended, RefusesOperandsInOrder) {
