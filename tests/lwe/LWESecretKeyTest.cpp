@@ -184,6 +184,37 @@ TEST(LWESecretKey, LoadingRefusesInOrder) {
                    "[save SecretKey] Invalid serialize option");
 }
 
+TEST(LWESecretKey, AShapeOfAnotherContextIsRefused) {
+    const Context context = makeContext(8, 2, 50, 40);
+    struct Shape {
+        u64 flag = 1, stateLength = 49, coefficients = 8, dimension = 8, level = 1, words = 16;
+    };
+    const auto load = [&](const Shape& shape) {
+        Bytes bytes = Bytes::frame().u8(0).u32(0).u64s({context->context_hash}).u32(2);
+        bytes.u8(static_cast<std::uint8_t>(shape.flag)).u64s({shape.stateLength});
+        bytes.raw(std::string(shape.stateLength, '\1')).u64s({shape.coefficients});
+        for (u64 i = 0; i < shape.coefficients; ++i) bytes.u32(1);
+        bytes.u64s({shape.dimension, shape.level, shape.words});
+        for (u64 i = 0; i < shape.words; ++i) bytes.u64s({1});
+        return loaded(context, bytes.str());
+    };
+    EXPECT_NO_THROW(load({}));
+    EXPECT_NO_THROW(load({.flag = 0, .stateLength = 0}));
+    EXPECT_REFUSED(load({.flag = 2}), test::notVerified);
+    for (const u64 length : {1, 48, 50}) EXPECT_REFUSED(load({.stateLength = length}), test::notVerified);
+    for (const u64 count : {0, 7, 9}) EXPECT_REFUSED(load({.coefficients = count}), test::notVerified);
+    EXPECT_REFUSED(load({.dimension = 7, .words = 14}), test::notVerified);
+    EXPECT_REFUSED(load({.dimension = 16, .level = 0}), test::notVerified);
+    EXPECT_REFUSED(load({.level = 0, .words = 8}), test::notVerified);
+    EXPECT_REFUSED(load({.level = 2, .words = 24}), test::notVerified);
+    EXPECT_REFUSED(load({.words = 15}), test::notVerified);
+    for (const u64 length : {0, 48, 50})
+        EXPECT_REFUSED(
+            loaded(context,
+                   Bytes::frame().u8(0).u32(1).u32(2).u64s({length}).raw(std::string(50, 'x')).str()),
+            test::notVerified);
+}
+
 TEST(LWESecretKey, ShortAndDamagedFilesDoNoHarm) {
     const SecretKey key(makeContext(8, 2, 50, 40));
     const auto load = [&](std::istream& stream) { SecretKey(key.getContext(), stream); };

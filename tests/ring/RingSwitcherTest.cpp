@@ -363,6 +363,12 @@ TEST_F(RingSwitching, ClearsTheWholeOfAModUpOutputAndLeavesAModUpOperandItsRows)
     EXPECT_EQ(modUp.getRow(1)[126], in.getRow(1)[63]);
     EXPECT_EQ(std::count_if(modUp.getRow(2), modUp.getData().end(), [](u64 word) { return word != 0; }), 0);
 
+    const LevelledElement number = randomElement(1, random);
+    fill(modUp.getData(), random);
+    switcher.embed(number, modUp);
+    EXPECT_EQ(modUp.getRow(1)[0], number[1]);
+    EXPECT_EQ(std::count(modUp.getRow(0), modUp.getData().end(), 0), 6 * 128 - 2);
+
     fill(modUp.getData(), random);
     const auto words = wordsOf(modUp);
     switcher.embed(modUp, modUp);
