@@ -130,6 +130,25 @@ TEST(EncapsulationRealPreset, SwitchesThereAndBackInEveryForm) {
             }
 }
 
+TEST(EncapsulationRealPreset, KeepsSlotsAndDebtsOfWhatItSwitches) {
+    pair().genSwitchKeys();
+    Ciphertext in = pair().encrypt(Message(3, 0.5), 2), out = pair().low(Message(1, 0.25), false);
+    in.setRescaleCounter(1);
+    out.setNumPoly(3); // what it held before is lost
+    pair().bootstrapper.switchKeySTD(in, out, true);
+    EXPECT_EQ(out.getNumPoly(), 2U);
+    EXPECT_EQ(out.getLevel(), 2U);
+    EXPECT_EQ(out.getLogSlots(), 3U);
+    EXPECT_EQ(out.getRescaleCounter(), 1);
+    in = pair().low(Message(3, 0.5), true);
+    pair().bootstrapper.switchKeyDTS(in, out, true);
+    EXPECT_EQ(out.getLogSlots(), 3U);
+    EXPECT_EQ(out.getLevel(), 0U);
+    in = pair().encrypt(Message(3, 0.5), 1);
+    EXPECT_REFUSED(pair().bootstrapper.switchKeyDTS(in, out, true),
+                   "The level of input ciphertext does not fit in current context");
+}
+
 TEST(EncapsulationRealPreset, RaisesUnderTheSparseSecretWithSmallMultiples) {
     pair().genSwitchKeys();
     const Message m(0, {0.5, -0.25});

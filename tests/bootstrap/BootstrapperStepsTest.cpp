@@ -519,6 +519,27 @@ TEST_P(StepsOfABootstrap, AreTheseInTwoPasses) {
     }
 }
 
+// The toy preset has no gain after the raise. One slot needs no matrices, so its numbers can be changed.
+TEST(Bootstrap, TakesTheGainAfterTheRaiseOutAgain) {
+    const Message m(0, {0.75, -0.5});
+    for (const bool separate : {false, true}) {
+        SCOPED_TRACE(separate);
+        Changeable own;
+        own.parameter.post_raise_factor = 16;
+        own.parameter.coeff_to_slot_constant /= 16;
+        if (separate) { // a level for the division, and a double angle less for that
+            own.parameter.separate_normalization = true;
+            own.parameter.coeff_to_slot_constant = 1.0;
+            own.parameter.range_bound = 14.0;
+            own.parameter.double_angle_count = 2;
+        }
+        Ciphertext x = toy().encrypt(m, 3);
+        own.impl.bootstrap(x, x, true);
+        EXPECT_EQ(x.getLevel(), 12U);
+        EXPECT_LT(test::maxError(toy().decrypt(x), m), 2 * boot().complexBound());
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(InBothForms, StepsOfABootstrap, testing::Bool(),
                          [](const auto& form) { return form.param ? "Sequential" : "Batched"; });
 

@@ -2,6 +2,7 @@
 #include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
+#include "support/TemporaryDirectory.hpp"
 
 #include <Torvo/Bootstrapper.hpp>
 
@@ -479,6 +480,20 @@ TEST(Bootstrap, InSequenceNeedsTheCompactKeysAlone) {
     // its own.
     EXPECT_REFUSED(Bootstrapper(evaluator).bootstrap(in, out, true),
                    "Failed to load the left rotation key for index 2");
+}
+
+TEST(Bootstrap, ReadsItsKeysFromADirectoryWhenItNeedsThem) {
+    const Ciphertext in = toy().encrypt(test::Seeded(19).message(4), 3);
+    for (const bool sequential : {false, true}) {
+        KeyPack keys = packWith(toy().context->getRotIndicesForBootstrap(4, sequential));
+        const test::TemporaryDirectory directory;
+        keys.save(directory.path());
+        const HomEvaluator held(toy().context, keys), stored(toy().context, directory.path());
+        Ciphertext out(toy().context), expected(toy().context);
+        Bootstrapper(stored, 4, sequential).bootstrap(in, out, true);
+        Bootstrapper(held, 4, sequential).bootstrap(in, expected, true);
+        EXPECT_TRUE(test::sameWords(out, expected));
+    }
 }
 
 TEST(Bootstrap, NamesTheRotationKeyThatIsMissing) {

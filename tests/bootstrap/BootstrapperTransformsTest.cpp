@@ -111,6 +111,24 @@ TEST(LevelRecover, AddsSmallMultiplesOfTheBasePrime) {
     EXPECT_TRUE(test::sameWords(low, raised));
 }
 
+TEST(LevelRecover, WritesTheCentredResidueToEveryPrime) {
+    Ciphertext low = toy().encrypt(Message(3, {0.5, -0.25}), 0), raised(toy().context);
+    low.setNumPoly(3);
+    for (u64 i = 0; i < 3; ++i) toy().context->primes.backwardNTT(low.getPoly(i), low.getPoly(i));
+    boot().batched.levelRecover(low, raised);
+    ASSERT_EQ(raised.getNumPoly(), 3U);
+    EXPECT_EQ(raised.getLogSlots(), 3U);
+    EXPECT_EQ(raised.getEncodingType(), EncodingType::Slot);
+    const auto primes = getPrimeList(toy().context);
+    for (u64 i = 0; i < 3; ++i)
+        for (u64 row = 0; row <= 24; ++row)
+            for (u64 k = 0; k < getDegree(toy().context); ++k) {
+                const u64 x = low.getPoly(i).getRow(0)[k], p = primes[row];
+                const u64 expected = x <= primes[0] / 2 ? x % p : (p - (primes[0] - x) % p) % p;
+                ASSERT_EQ(raised.getPoly(i).getRow(row)[k], expected) << i << ", " << row << ", " << k;
+            }
+}
+
 TEST(LevelRecover, RefusesOperandsInOrder) {
     Ciphertext in = toy().encrypt(Message(5, 0.5), 1), out(toy().context);
     in.setRescaleCounter(1);
