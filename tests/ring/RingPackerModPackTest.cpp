@@ -113,6 +113,27 @@ TEST(RingPackerModPack, OfModulesIntoModules) {
     expectPacks<MLWE>(6, 4, 6, 4);
 }
 
+/// As many keys are multiplied at once as a cache holds, 42 here: the last of a share may be the last of them
+/// too, or leave a few over.
+TEST(RingPackerModPack, OfAnyNumberOfKeys) {
+    const int threads = omp_get_max_threads();
+    Seeded seeded(950);
+    SCOPED_TRACE(seeded.describe());
+    for (const u64 rank : {2, 7, 41, 42, 43, 83, 84, 85}) {
+        const Packing<RLWE> packing(6, rank, 8, 1);
+        const auto in = packing.random(0, seeded);
+        for (const int team : {1, 2}) {
+            SCOPED_TRACE(testing::Message() << rank << " keys on " << team << " threads");
+            omp_set_num_threads(team);
+            Ciphertext out(packing.out);
+            packer.modPack(pointersTo(in), packing.keys, out);
+            expectPhases(phasesOf(out, packing.outKey), packing.phasesOf(in), getPrimeList(packing.out),
+                         packing.bound(0));
+        }
+    }
+    omp_set_num_threads(threads);
+}
+
 TEST(RingPackerModPack, MayWriteOverItsInput) {
     const Packing<MLWE> packing(6, 4, 6, 4);
     Seeded seeded(951);

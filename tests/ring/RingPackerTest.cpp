@@ -77,8 +77,8 @@ std::vector<Phases> phasesOfAll(const std::vector<Ciphertext>& ciphertexts, cons
 }
 
 /// A ciphertext that has seen much: everything about it is other than an output's.
-Ciphertext wornOut(const Context& context) {
-    Ciphertext ciphertext(context, true);
+Ciphertext wornOut(const Context& context, bool isModUp = true) {
+    Ciphertext ciphertext(context, isModUp);
     ciphertext.setNumPoly(3);
     ciphertext.setLogSlots(1);
     ciphertext.setRescaleCounter(1);
@@ -112,7 +112,7 @@ TEST(RingPackerCompose, InterleavesTheMessagesUnderTheKeyOfTheLargeRing) {
             EXPECT_EQ(count, 256U >> logDegree);
             auto in = randomCiphertexts(small, count, level, random);
             for (Ciphertext& ciphertext : in) ciphertext.setRescaleCounter(static_cast<int>(level));
-            Ciphertext out = wornOut(rings.large);
+            Ciphertext out = wornOut(rings.large, level == 0);
             packer.compose(pointersTo(std::as_const(in)), rings.composeKey(logDegree), out);
             expectStamp(out, rings.large, level, static_cast<int>(level));
             expectPhases(phasesOf(out, rings.key), interleaved(phasesOfAll(in, Rings::small(logDegree))),
@@ -265,7 +265,7 @@ TEST(RingPackerDecompose, CutsTheMessageIntoPiecesUnderTheKeyOfTheSmallRing) {
             auto in = randomOnCoefficients<EncryptionType::RLWE>(rings.large, level, random);
             in.setRescaleCounter(static_cast<int>(level));
             std::vector<Ciphertext> out(getNumCiphertextsAfterFullDecompose(rings.large, small),
-                                        wornOut(small));
+                                        wornOut(small, level == 0));
             out[1] = wornOut(rings.large); // all come out in the ring of the first
             auto pointers = pointersTo(out);
             packer.decompose(in, rings.decomposeKey(logDegree), pointers);
@@ -469,8 +469,11 @@ TEST(RingPackerUnPack, RefusesInItsOrder) {
             "[unPack] Input Ciphertext degree should be equal to the number of output LWE Ciphertexts");
     EXPECT_REFUSED(unPack(64), notOnCoefficients);
     in.setEncodingType(EncodingType::Coefficient);
-    EXPECT_REFUSED(unPack(64), "[unPack] The level of given ciphertext is more than the level of max "
-                               "encryption level of the output ciphertext(s)");
+    for (const u64 level : {3, 1}) {
+        in.setLevel(level);
+        EXPECT_REFUSED(unPack(64), "[unPack] The level of given ciphertext is more than the level of max "
+                                   "encryption level of the output ciphertext(s)");
+    }
     in.setLevel(0);
     EXPECT_REFUSED(unPack(64), "Size should be 2");
     in.setNumPoly(2);
