@@ -24,17 +24,18 @@ class TORVO_API Encryptor {
 public:
     explicit Encryptor(const Context& context);
 
-    /// @throws RuntimeException in this order: "[encrypt] Failed to load the encryption key"; "Operands are
-    /// in
-    ///         different devices."; "[encrypt] Level of an input Plaintext cannot be greater than encryption
-    ///         level."
+    /// The rescale counter is held against the level that the output had before: a fresh output takes any,
+    /// one at a low level may not.
+    /// @throws RuntimeException in this order: "[encrypt] Failed to load the encryption key";
+    ///         "Operands are in different devices."; "[encrypt] Level of an input Plaintext cannot be greater
+    ///         than encryption level."; "Rescale counter should be less than or equal to the level"
     void encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciphertext& out) const;
     void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
                  int rescaleCounter) const;
     void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out) const;
 
-    /// @throws RuntimeException "[encrypt] Level of an input Plaintext cannot be greater than encryption
-    /// level"
+    /// @throws RuntimeException
+    ///   "[encrypt] Level of an input Plaintext cannot be greater than encryption level"
     template <EncryptionType E>
     void encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
     template <EncryptionType E>
@@ -44,9 +45,8 @@ public:
     void encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
 
     /// Puts reals on the coefficients; the ciphertext comes out coefficient-encoded and out of NTT form.
-    /// @throws RuntimeException "[encode] Cannot encode a message with a size less than 2", then "[encode]
-    /// The
-    ///         message size should be a power of two", then as encoding and encryption do
+    /// @throws RuntimeException "[encode] Cannot encode a message with a size less than 2", then
+    ///         "[encode] The message size should be a power of two", then as encoding and encryption do
     template <EncryptionType E>
     void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
                  CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const;

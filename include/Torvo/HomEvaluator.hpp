@@ -203,7 +203,7 @@ public:
     ///         even those are missing; the output is then as it was
     void leftRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
     void rightRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
-    /// The encoding type of `out` stays as it was.
+    /// Comes out on slots, whatever the encoding type of the operand, which is not looked at.
     /// @throws RuntimeException "Failed to load the conjugation key"
     void conjugate(const Ciphertext& in, Ciphertext& out) const;
     /// The real parts. Spends one level.

@@ -37,13 +37,10 @@ void addMessage(const PrimeModuli& primes, const Polynomial& m, SecretPolynomial
     if (!m.isNTT()) primes.forwardNTT(error, error);
 }
 
-/// Fits `out`, fresh or used, to hold an encryption of `plaintext`: what is left is to write its elements.
+/// Gives an encryption of `plaintext` all that it takes over but the level, and a place for its elements. The
+/// counter is held against the level that `out` has when this is called.
 template <EncryptionType E>
-void stampOutput(const Context& context, const Plaintext& plaintext, u64 numPoly, CiphertextBase<E>& out) {
-    shapeOutput(context, false, out);
-    out.setNumPoly(numPoly);
-    // The level first: what bounds the counter is the new level, not that of an earlier use.
-    out.setLevel(plaintext.getLevel());
+void stampOutput(const Plaintext& plaintext, CiphertextBase<E>& out) {
     out.setLogSlots(plaintext.getLogSlots());
     out.setRescaleCounter(plaintext.getRescaleCounter());
     out.setEncodingType(EncodingType::Slot);
@@ -87,7 +84,10 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
     sampleError(context_, device, e0);
     addMessage(primes, plaintext.getMx(), e0);
 
-    stampOutput(context_, plaintext, 2, out);
+    shapeOutput(context_, false, out);
+    out.setNumPoly(2);
+    stampOutput(plaintext, out);
+    // Until here a used output has the level of its earlier use.
     primes.hadamardMultTwo(v, key->getAx(), key->getBx(), out.getPoly(1), out.getPoly(0));
     primes.add(out.getPoly(1), e1, out.getPoly(1));
     primes.add(out.getPoly(0), e0, out.getPoly(0));
@@ -111,7 +111,10 @@ void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secr
     require(level <= getEncryptionLevel(context_), message::aboveEncryptionLevelUnderSecretKey);
 
     SecretPolynomial masked(context_, false, level);
-    stampOutput(context_, plaintext, getRank(secretKey.getContext()) + 1, out);
+    shapeOutput(context_, false, out);
+    out.setNumPoly(getRank(secretKey.getContext()) + 1);
+    out.setLevel(level);
+    stampOutput(plaintext, out);
     for (u64 i = 1; i < out.getNumPoly(); ++i) {
         Polynomial& mask = out.getPoly(i);
         RandomSampler().sampleUniform(mask, context_);

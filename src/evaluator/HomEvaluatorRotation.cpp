@@ -31,13 +31,15 @@ std::shared_ptr<EvaluationKey> HomEvaluatorImpl::leftRotationKey(u64 index) cons
     return key;
 }
 
-/// The ciphertext under X -> X^g, switched back to the secret it came from by `key`.
+/// The ciphertext under X -> X^g, switched back to the secret it came from by `key`. It is on slots, as every
+/// new ciphertext, whatever `in` says of itself.
 Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const {
     Polynomial mapped(context_, false, true);
     context_->primes.frobeniusMapInNTT<false>(in.getPoly(1), g, mapped);
     Ciphertext switched = keySwitcher_->switchKey(mapped, key);
     context_->primes.frobeniusMapInNTT<true>(in.getPoly(0), g, switched.getPoly(0));
-    utils::copyStamp(in, switched);
+    switched.setLogSlots(in.getLogSlots());
+    switched.setRescaleCounter(in.getRescaleCounter());
     return switched;
 }
 
@@ -91,10 +93,7 @@ void HomEvaluatorImpl::conjugate(const Ciphertext& in, Ciphertext& out) const {
     requireTwoElements(in);
     const std::shared_ptr<EvaluationKey> key = keyPack_.getConjKey();
     require(key != nullptr, message::noConjugationKey);
-    Ciphertext conjugated = applyAutomorphism(in, -1, *key);
-    // This operation leaves the encoding type as the output has it.
-    conjugated.setEncodingType(out.getEncodingType());
-    out = std::move(conjugated);
+    out = applyAutomorphism(in, -1, *key);
 }
 
 void HomEvaluatorImpl::killImag(const Ciphertext& in, Ciphertext& out) const {

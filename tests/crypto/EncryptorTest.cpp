@@ -342,11 +342,11 @@ void expectSameIntoUsedOutputs(const Party<E>& party, const Context& other, Enco
 
 TEST(Encryptor, TakesOutputsOfAnyEarlierUse) {
     const Encryptor encryptor(fx().context), moduleEncryptor(module().context);
-    const Plaintext plaintext = samplePlaintexts(fx())[3];
+    const Plaintext owesNothing = samplePlaintexts(fx())[2], plaintext = samplePlaintexts(fx())[3];
     const Plaintext modulePlaintext = samplePlaintexts(module())[3];
     const std::vector<double> values(8, 0.5);
     expectSameIntoUsedOutputs(fx(), test::smallContext(), EncodingType::Slot,
-                              [&](Ciphertext& out) { encryptor.encrypt(plaintext, fx().keys, out); });
+                              [&](Ciphertext& out) { encryptor.encrypt(owesNothing, fx().keys, out); });
     expectSameIntoUsedOutputs(fx(), test::smallContext(), EncodingType::Slot,
                               [&](Ciphertext& out) { encryptor.encrypt(plaintext, fx().secretKey, out); });
     expectSameIntoUsedOutputs(fx(), test::smallContext(), EncodingType::Coefficient,
@@ -355,6 +355,22 @@ TEST(Encryptor, TakesOutputsOfAnyEarlierUse) {
                               [&](CiphertextBase<EncryptionType::MLWE>& out) {
                                   moduleEncryptor.encrypt(modulePlaintext, module().secretKey, out);
                               });
+}
+
+TEST(Encryptor, HoldsTheCounterAgainstTheLevelThatTheOutputHadUnderThePublicKey) {
+    const Encryptor encryptor(fx().context);
+    const Plaintext owesTwo = EnDecoder(fx().context).encode(Message(2, {1.0, 0.0}), 3, 2);
+    Ciphertext used(fx().context);
+    used.setLevel(1);
+    EXPECT_REFUSED(encryptor.encrypt(owesTwo, fx().keys, used),
+                   "Rescale counter should be less than or equal to the level");
+    used.setLevel(2);
+    encryptor.encrypt(owesTwo, fx().keys, used);
+    expectStamp(used, owesTwo, 2);
+    // Under the secret key the output takes the level of the plaintext first.
+    used.setLevel(0);
+    encryptor.encrypt(owesTwo, fx().secretKey, used);
+    expectStamp(used, owesTwo, 2);
 }
 
 TEST(Encryptor, LeavesThePlaintextAsItWas) {
