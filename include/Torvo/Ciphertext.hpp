@@ -36,7 +36,9 @@ public:
 
     /// The residues of `other`, word for word, under another context, whose primes must be the same up to
     /// the level of `other`: the caller's duty, since nothing compares them.
-    /// @throws RuntimeException "The level of input ciphertext does not fit in current context"
+    /// @throws RuntimeException "The level of input ciphertext does not fit in current context", also for a
+    /// ring
+    ///         of another degree
     CiphertextBase(const Context& context, const CiphertextBase& other);
 
     CiphertextBase(const CiphertextBase& other);
@@ -96,7 +98,10 @@ public:
     const unsigned long* getPolyData(unsigned long polyIndex, unsigned long primeIndex) const;
 
     Device getDevice() const;
+    /// Moves all ring elements to `device`.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
+    /// Gives the ring elements storage on `device`, contents unset; nothing when they are there already.
     void allocate(const Device& device);
 
     /// Format: docs/files.md.

@@ -33,11 +33,10 @@ public:
     /// there. The plaintext counts as `coefficients.size() / 2` slots.
     /// @param coefficients  a power-of-two count from 2 to the degree
     /// @throws RuntimeException in this order: "[encode] The target level is greater than the maximum
-    /// possible
-    ///         level"; "[encode] Cannot encode a message with a size less than 2"; "[encode] The message size
-    ///         should be a power of two" (above the degree); "[encode] The target rescale counter should be
-    ///         less than or equal to the target level."; "[embeddingToN] The degree of polynomial should be
-    ///         divided by the size of message."
+    ///         possible level"; "[encode] Cannot encode a message with a size less than 2"; "[encode] The
+    ///         message size should be a power of two" (above the degree); "[encode] The target rescale
+    ///         counter should be less than or equal to the target level."; "[embeddingToN] The degree of
+    ///         polynomial should be divided by the size of message."
     Plaintext encodeWithoutNTT(const std::vector<double>& coefficients, unsigned long level,
                                int rescale_counter = 0) const;
 

@@ -38,7 +38,10 @@ public:
 
     /// @throws RuntimeException "Polynomials in a ciphertext are in different devices"
     Device getDevice() const;
+    /// Moves both parts to `device`.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
+    /// Gives both parts storage on `device`, contents unset; nothing when they are there already.
     void allocate(const Device& device);
 
     /// Format: docs/files.md; the uniform part is stored as its seed.

@@ -65,7 +65,7 @@ public:
     void mult(const Message& a, const Message& b, Message& out) const;
     void square(const Message& in, Message& out) const;
     void multImagUnit(const Message& in, Message& out) const;
-    /// Slot i of the output is slot i + index of the input, cyclically.
+    /// Slot i of the output is slot i + index of the input, cyclically; any index will do.
     void leftRotate(const Message& in, unsigned long index, Message& out) const;
     void rightRotate(const Message& in, unsigned long index, Message& out) const;
     void conjugate(const Message& in, Message& out) const;
@@ -101,6 +101,7 @@ public:
     /// Decodes and encodes again at `targetLevel`.
     /// @throws RuntimeException "[relevel] target_level too big"
     void relevel(const Plaintext& in, unsigned long targetLevel, Plaintext& out) const;
+    /// As on messages. No key is needed.
     void leftRotate(const Plaintext& in, unsigned long index, Plaintext& out) const;
     void rightRotate(const Plaintext& in, unsigned long index, Plaintext& out) const;
     void conjugate(const Plaintext& in, Plaintext& out) const;
@@ -197,8 +198,9 @@ public:
     /// @name Ciphertexts, rotations
     /// Operands have two elements ("Size should be 2").
     /// @{
-    /// Slot i of the output is slot i + index of the input, cyclically. Without the key for `index` the
-    /// rotation is composed of rotations by powers of two, at one key switch each.
+    /// Slot i of the output is slot i + index of the input, cyclically; the index is taken modulo the slots
+    /// in use. Without the key for it the rotation is composed of rotations by powers of two, at one key
+    /// switch each.
     /// @throws RuntimeException "[Load Rotation Key] no left rotation key for index " and the index, when
     ///         even those are missing; the output is then as it was
     void leftRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
@@ -209,7 +211,9 @@ public:
     /// The real parts. Spends one level.
     void killImag(const Ciphertext& in, Ciphertext& out) const;
     /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with about log2(count) rotations; a count of 0
-    /// gives the ciphertext itself. `count` is at most 2^63.
+    /// gives the ciphertext itself. `count` is at most 2^63. Indices are taken modulo the slots of the ring,
+    /// not modulo those in use: a sum that turns a sparse ciphertext further than once asks for keys beyond
+    /// them.
     void leftRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
                           Ciphertext& out) const;
     void rightRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,

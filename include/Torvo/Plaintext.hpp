@@ -53,7 +53,10 @@ public:
     const unsigned long* getMxData(unsigned long i) const;
 
     Device getDevice() const;
+    /// Moves the polynomial to `device`.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
+    /// Gives the polynomial storage on `device`, contents unset; nothing when it is there already.
     void allocate(const Device& device);
 
     /// Whether all words of all live rows are zero.

@@ -28,8 +28,8 @@ public:
     /// @throws RuntimeException as above
     SecretKeyBase(const Context& context, const int* const& coefficients);
     /// A key from a file of `save` or of `saveSeedOnly`.
-    /// @throws RuntimeException "Cannot open file " and the path; "[load SecretKey] Invalid serialize
-    /// option";
+    /// @throws RuntimeException "Cannot open file " and the path;
+    ///         "[load SecretKey] Invalid serialize option";
     ///         "[load SecretKey] The serialized secret key is not for RLWE encryption." (or MLWE);
     ///         "[Verifier::load] Validation failed during deserializing objects."; the archive's exception on
     ///         a short read

@@ -102,7 +102,6 @@ void Decryptor::partialDecrypt(const Ciphertext& ciphertext, const SecretKey& se
     SecretPolynomial error(context_, isModUp, level), share(context_, isModUp, level);
     RandomSampler().sampleGaussian(error, context_);
     error.to(ciphertext.getDevice());
-    share.allocate(ciphertext.getDevice());
     primes.forwardNTT(error, error);
     primes.hadamardMult(ciphertext.getPoly(1), secretKey.getSx(), share);
     primes.add(share, ciphertext.getPoly(0), share);

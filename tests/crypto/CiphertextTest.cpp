@@ -271,6 +271,14 @@ TEST(Ciphertext, CopiesItsWordsUnderAnotherContext) {
     }
 }
 
+TEST(Ciphertext, CopiesUnderAnotherContextToTheDeviceOfTheOriginal) {
+    Ciphertext original = filled(1);
+    original.to(Device{DeviceType::CPU, 1});
+    const Ciphertext copy(longerContext(), original);
+    EXPECT_EQ(copy.getDevice(), original.getDevice());
+    EXPECT_TRUE(sameWords(copy, original));
+}
+
 TEST(Ciphertext, RefusesToCopyFromAboveTheTopOfTheOtherContext) {
     EXPECT_REFUSED(Ciphertext(smallContext(), Ciphertext(longerContext())), levelDoesNotFit);
     EXPECT_EQ(Ciphertext(longerContext(), Ciphertext(smallContext())).getLevel(), 1U);

@@ -227,6 +227,11 @@ TEST(Decryptor, RefusesAModuleCiphertextOfAnotherSize) {
         ciphertext.setEncodingType(EncodingType::Coefficient);
         EXPECT_REFUSED(Decryptor(module()).decrypt(ciphertext, moduleKey(), values), refusal);
     }
+    // The rank that counts is that of the decryptor's context.
+    const Context& higherRank = contextOf(ParameterPreset::FGbD6R6L0);
+    Plaintext plaintext(higherRank);
+    EXPECT_REFUSED(Decryptor(higherRank).decrypt(ModuleCiphertext(module()), moduleKey(), plaintext),
+                   refusal);
 }
 
 TEST(Decryptor, RefusesWhatOwesMoreRescalesThanItHasLevels) {
@@ -248,6 +253,19 @@ TEST(Decryptor, RefusesPartialDecryptionInTheOrderOfTheRules) {
     EXPECT_REFUSED(Decryptor(fx()).partialDecrypt(ciphertext, key(), out),
                    "[partialDecrypt] Size of Ciphertext should be 2");
     EXPECT_TRUE(sameWords(out, before));
+}
+
+TEST(Decryptor, SharesAreMadeWhereTheCiphertextIs) {
+    const Device elsewhere{DeviceType::CPU, 1};
+    Ciphertext ciphertext(fx()), out(fx());
+    ciphertext.to(elsewhere);
+    // The error goes there too, where the ring has no tables.
+    EXPECT_REFUSED(Decryptor(fx()).partialDecrypt(ciphertext, key(), out),
+                   "The generated context does not support the operation with current operands; check the "
+                   "device.");
+    Plaintext plaintext(fx());
+    EXPECT_REFUSED(Decryptor(fx()).decrypt(ciphertext, key(), plaintext),
+                   "Operands are in different devices.");
 }
 
 // ---- shares
