@@ -450,6 +450,8 @@ TEST(KeyPack, DamagedStreamsFailAndChangeNothing) {
 TEST(KeyPack, AllKeysMoveToADevice) {
     KeyPack pack(smallContext());
     loadFrom(pack, fileOf(fullPack()));
+    pack.getImpl()->sparseKey.replace(
+        [] { return makeEmptySparseSecretEncapsulationKey(smallContext(), smallContext()); });
     const Device secondCpu{DeviceType::CPU, 1};
     pack.to(secondCpu);
     EXPECT_EQ(pack.getEncKey()->getDevice(), secondCpu);
@@ -457,6 +459,11 @@ TEST(KeyPack, AllKeysMoveToADevice) {
          {pack.getMultKey(), pack.getConjKey(), pack.getLeftRotKey(1), pack.getLeftRotKey(31)}) {
         EXPECT_NO_THROW(key->getAxIter(secondCpu));
         EXPECT_THROW_TEXT(key->getAxIter(Device{}), std::out_of_range, "map::at");
+    }
+    const auto encapsulation = pack.getSparseSecretEncapsulationKey();
+    for (const EvaluationKey* part : {encapsulation->getDTSPart(), encapsulation->getSTDPart()}) {
+        EXPECT_NO_THROW(part->getAxIter(secondCpu));
+        EXPECT_THROW_TEXT(part->getAxIter(Device{}), std::out_of_range, "map::at");
     }
     EXPECT_NO_THROW(KeyPack(smallContext()).to(secondCpu));
     EXPECT_REFUSED(pack.to({DeviceType::GPU, 0}),

@@ -338,6 +338,22 @@ TYPED_TEST(LinearForms, AConstantIsScaledByTheOwedPrimes) {
     EXPECT_LT(maxError(this->scheme.decrypt(out), expected), bound);
 }
 
+TYPED_TEST(LinearForms, AConstantFactorIsEncodedAtTheLevelWhateverIsOwed) {
+    const u64 level = 3;
+    const double c = -0.375;
+    const TypeParam x = this->scheme.encrypt(this->message, level, 1);
+    TypeParam out(this->scheme.context);
+    this->evaluator.multWithoutRescale(x, Complex(c, 0.0), out);
+    EXPECT_EQ(out.getLevel(), level);
+    EXPECT_EQ(out.getRescaleCounter(), 2);
+    const LevelledElement factor = ConstantEnDecoder(this->scheme.context).encodeConst(c, level, 0);
+    Polynomial expected(this->scheme.context, false, true);
+    for (u64 i = 0; i < x.getNumPoly(); ++i) {
+        this->scheme.context->primes.constMult(x.getPoly(i), factor, expected);
+        EXPECT_TRUE(sameWords(out.getPoly(i), expected));
+    }
+}
+
 TYPED_TEST(LinearForms, IntegersSpendNoLevelEvenAtLevelZero) {
     const TypeParam x = this->scheme.encrypt(this->message, 0);
     TypeParam out(this->scheme.context), tripled(this->scheme.context);
@@ -683,67 +699,4 @@ TYPED_TEST(LinearRefusals, LevelChanges) {
                   notOnSlots);
     this->refuses([&](auto& out) { e.levelDownOne(this->encrypted(0, 1), out); }, levelZero);
     this->refuses([&](auto& out) { e.levelDownOne(this->encrypted(1, 1), out); }, owes);
-}
-
-// ---- forms of ciphertexts of rank one only
-
-TEST(HomEvaluatorLinear, InverseRescaleIsUndoneByRescale) {
-    const Scheme& s = Scheme::of(ParameterPreset::FX);
-    Seeded random(22);
-    SCOPED_TRACE(random.describe());
-    for (const u64 level : {u64{0}, u64{7}, s.encryptionLevel()}) {
-        const Message m = random.message(s.logFullSlots());
-        const Ciphertext before = s.encrypt(m, level);
-        Ciphertext x = before;
-        s.evaluator.inverseRescale(x);
-        EXPECT_EQ(x.getLevel(), level + 1);
-        EXPECT_EQ(x.getRescaleCounter(), 1);
-        s.evaluator.rescale(x);
-        // The multiple of the prime is divided by it without a rest.
-        EXPECT_TRUE(sameWords(x, before));
-    }
-}
-
-TEST(HomEvaluatorLinear, InverseRescaleStopsAtTheTop) {
-    const Scheme& s = Scheme::of(ParameterPreset::FX);
-    const char* const text =
-        "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum level";
-    Ciphertext x(s.context);
-    x.setEncodingType(EncodingType::Coefficient);
-    EXPECT_REFUSED(s.evaluator.inverseRescale(x), "The operand have to encode the message on its slots");
-    x.setEncodingType(EncodingType::Slot);
-    EXPECT_REFUSED(s.evaluator.inverseRescale(x), text);
-    Ciphertext y = s.encrypt(Message(s.logFullSlots(), Complex(1.0)), 3);
-    while (y.getLevel() + 1 < s.topLevel()) y.setLevel(y.getLevel() + 1);
-    s.evaluator.inverseRescale(y);
-    EXPECT_EQ(y.getLevel(), s.topLevel());
-    EXPECT_REFUSED(s.evaluator.inverseRescale(y), text);
-}
-
-TEST(HomEvaluatorLinear, LevelDownCrossesTheStepBetweenTwoSizesOfPrimes) {
-    // Above level 12 the scale of the chain is 2^58, below it is 2^42: the step is lifted over at level 13.
-    const Scheme& s = Scheme::of(ParameterPreset::FX);
-    Seeded random(23);
-    SCOPED_TRACE(random.describe());
-    const Message m = random.message(s.logFullSlots());
-    const u64 high = 20;
-    // Encryption stops at level 12, so encode at level 20 and add to a ciphertext of zero, exact there.
-    const Plaintext plain = s.encoder.encode(m, high);
-    Ciphertext x(s.context);
-    x.setLevel(high);
-    for (u64 i = 0; i < 2; ++i) s.context->primes.sub(plain.getMx(), plain.getMx(), x.getPoly(i));
-    s.evaluator.add(x, plain, x);
-    for (const u64 target : {u64{15}, u64{13}, u64{12}, u64{11}, u64{0}}) {
-        SCOPED_TRACE(target);
-        Ciphertext down(s.context);
-        s.evaluator.levelDown(x, target, down);
-        EXPECT_EQ(down.getLevel(), target);
-        // The factor that moves the scale is cut to an integer, of 26 bits on the way below the step.
-        const double logFactor = 2 * s.errors.logScale(target + 1) - s.errors.logScale(high) +
-                                 static_cast<double>(s.context->scale_factors.level_correction[target + 1]);
-        const double bound = s.errors.atLevel(s.errors.encoding(), high) +
-                             s.errors.atLevel(s.errors.rescale(), target) +
-                             maxAbs(m) * (std::exp2(-logFactor) + ErrorModel::relative);
-        EXPECT_LT(maxError(s.decrypt(down), m), bound);
-    }
 }

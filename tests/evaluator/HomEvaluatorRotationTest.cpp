@@ -155,6 +155,60 @@ TEST_F(HomEvaluatorRotation, AnyOutputTakesTheSameWords) {
     }
 }
 
+TEST_F(HomEvaluatorRotation, EveryFormKeepsTheSlotsInUseAndTheRescalesOwed) {
+    const Message sparse = random.message(2), other = random.message(2);
+    const Ciphertext y = scheme.encrypt(sparse, level, 2), z = scheme.encrypt(other, level, 2);
+    const HomEvaluator& e = bundled();
+    Ciphertext out(scheme.context);
+    Message expected, turned;
+    const auto expectOut = [&](const char* form) {
+        EXPECT_EQ(out.getLevel(), level) << form;
+        EXPECT_EQ(out.getLogSlots(), 2u) << form;
+        EXPECT_EQ(out.getRescaleCounter(), 2) << form;
+        // After the two rescales the error is that of the scale two levels down, and their roundings.
+        const double owed = 2 * scheme.errors.atLevel(2 * scheme.errors.rescale(), level - 2);
+        EXPECT_LT(maxError(scheme.decrypt(out), expected), bound(4, 8) + owed) << form;
+    };
+    e.leftRotate(y, 1, out);
+    e.leftRotate(sparse, 1, expected);
+    expectOut("left");
+    e.leftRotate(y, 3, out); // composed
+    e.leftRotate(sparse, 3, expected);
+    expectOut("left, composed");
+    e.conjugate(y, out);
+    e.conjugate(sparse, expected);
+    expectOut("conjugate");
+    e.leftRotateReduce(y, 1, 3, out);
+    e.leftRotateReduce(sparse, 1, 3, expected);
+    expectOut("reduce");
+    std::vector<Ciphertext> outs;
+    e.getImpl()->leftRotate(y, {0, 2}, outs);
+    e.leftRotate(sparse, 2, expected);
+    out = outs[1];
+    expectOut("many");
+    e.rotSum({y, z}, {2, 1}, out);
+    e.leftRotate(other, 1, turned);
+    e.add(expected, turned, expected);
+    expectOut("sum");
+    e.rotSum({y, z}, {0, 0}, out);
+    e.add(sparse, other, expected);
+    expectOut("sum without rotations");
+
+    e.killImag(y, out);
+    EXPECT_EQ(out.getLevel(), level - 1);
+    EXPECT_EQ(out.getLogSlots(), 2u);
+    EXPECT_EQ(out.getRescaleCounter(), 2);
+}
+
+TEST_F(HomEvaluatorRotation, SumsOfRotationsTakeTheEncodingTypeOfTheFirst) {
+    const Ciphertext y = shaped(2, coefficient);
+    Ciphertext out(scheme.context);
+    for (const std::vector<u64>& indices : std::vector<std::vector<u64>>{{4, 1}, {0, 4}, {0, 0}}) {
+        bundled().rotSum({y, y}, indices, out);
+        EXPECT_EQ(out.getEncodingType(), coefficient);
+    }
+}
+
 TEST_F(HomEvaluatorRotation, ATurnOfAllSlotsIsACopyThatNeedsNoKey) {
     const HomEvaluator keyless(scheme.context, KeyPack(scheme.context));
     Ciphertext out(scheme.context);
