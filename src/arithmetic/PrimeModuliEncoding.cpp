@@ -88,6 +88,7 @@ void PrimeModuli::coefficientsToLevelledVector(const DeviceSpecificArray<int>& i
     require(ints.size() == vector.getDimension(), message::coefficientsMissLevelledVector);
     requireBackend(getCommonDeviceAndCheck(ints, vector),
                    {"coefficientsToLevelledVector", "coefficientsToLevelledVector"});
+    require(vector.getLevel() < size(), message::operandsOfOtherRing);
     forEachIndex<Nesting::Default>(vector.getLevel() + 1, [&](u64 i) {
         residues(moduli_[i], ints.getData(), vector.getRow(i), vector.getDimension());
     });

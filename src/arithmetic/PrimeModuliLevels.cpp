@@ -35,7 +35,7 @@ u64 inverseOf(u64 prime, const Modulus& modulus) {
 
 void PrimeModuli::normalizeMod(Polynomial& out, const Polynomial& in, u64 row, u64 newLevel) const {
     const auto bound = shapeResult(*this, {"normalizeModCUDA", "normalizeMod"},
-                                   {Operand(newLevel, in.getDevice())}, {{out, false}});
+                                   {Operand(newLevel, in.getDevice(), in.getDegree())}, {{out, false}});
     const u64* source = in.getRow(row);
     forEachRow(bound.live(), [&](u64 j) {
         if (out.getRow(j) == source) return; // a row normalised to its own prime: others read it meanwhile
@@ -49,7 +49,7 @@ void PrimeModuli::rescale(Polynomial& p) const {
     const u64 level = p.getLevel();
     p.setLevel(level - 1); // the top row stays in the capacity
     const Device device = getCommonDeviceAndCheck(p);
-    require(isOwn(p), message::operandsOfOtherRing);
+    require(isOwn(p) && level < size(), message::operandsOfOtherRing); // the row that goes needs a prime too
     requireBackend(device, p.isNTT() ? FailureNames{"execinttBatch", "backwardNTT"}
                                      : FailureNames{"normalizeModCUDA", "normalizeMod"});
     const u64* inverses = getInvPrimeData(device).getData() + level * size();

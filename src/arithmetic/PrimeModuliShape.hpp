@@ -31,9 +31,9 @@ void requireBackend(const Device& device, FailureNames names);
 struct Operand {
     Operand(const Polynomial& polynomial);
     Operand(const LevelledElement& element);
-    /// An operand of which the operation takes the rows up to `rowLevel` only.
-    Operand(u64 rowLevel, const Device& itsDevice)
-        : degree(0), level(rowLevel), rowEnd(rowLevel + 1), device(itsDevice) {}
+    /// An operand of which the operation takes the rows up to `rowLevel` only; degree 0: not a polynomial.
+    Operand(u64 rowLevel, const Device& itsDevice, u64 itsDegree = 0)
+        : degree(itsDegree), level(rowLevel), rowEnd(rowLevel + 1), device(itsDevice) {}
 
     u64 degree; ///< 0: not a polynomial
     u64 level;

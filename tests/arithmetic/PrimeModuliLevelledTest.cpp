@@ -20,6 +20,7 @@ namespace {
 
 constexpr Device pinned{DeviceType::PinnedHost, 0};
 constexpr Device secondHost{DeviceType::CPU, 1};
+constexpr Device gpu{DeviceType::GPU, 0};
 constexpr u64 dimension = 37; // not a multiple of the width of a vector register
 
 constexpr auto differentLevels = "Operands have different levels.";
@@ -134,6 +135,22 @@ TEST_F(LevelledOperations, OnOneVectorRefuseDevicesWithoutBackend) {
     EXPECT_REFUSED(primes.rescale(e), unsupported("rescale"));
     EXPECT_REFUSED(primes.conjugateInvert(v, out, 1), unsupported("conjugateInvert"));
     EXPECT_REFUSED(primes.constMult(v, e, out), unsupported("constMult"));
+}
+
+// Vectors without entries need no memory, so that they can be on a GPU.
+TEST_F(LevelledOperations, NameTheirFormForTheGPUOnOne) {
+    const PrimeModuli served(dimension, 4, 50, 40, {gpu});
+    LevelledVector v(0, 2), out(0, 2);
+    LevelledElement e = element(2);
+    v.allocate(gpu);
+    e.getData() = DeviceSpecificArray<u64>(0, gpu, getDefaultStream());
+    EXPECT_REFUSED(served.add(v, v, out), unsupported("addCUDA"));
+    EXPECT_REFUSED(served.sub(v, v, out), unsupported("subCUDA"));
+    EXPECT_REFUSED(served.negate(v, out), unsupported("negateCUDA"));
+    EXPECT_REFUSED(served.constMult(v, e, out), unsupported("constMultCUDA"));
+    EXPECT_REFUSED(served.conjugateInvert(v, out, 0), unsupported("conjugateInvertCUDA"));
+    EXPECT_REFUSED(served.rescale(v), unsupported("rescaleCUDA"));
+    EXPECT_REFUSED(served.rescale(e), unsupported("rescaleCUDA"));
 }
 
 TEST_F(LevelledOperations, ConstMultTakesOneWordOfTheElementForEachRow) {
@@ -344,6 +361,12 @@ TEST_F(LevelledOperations, CoefficientsOfAnotherCountOrDeviceAreRefused) {
     v.allocate(pinned);
     ints = DeviceSpecificArray<int>(dimension, pinned, getDefaultStream());
     EXPECT_REFUSED(primes.coefficientsToLevelledVector(ints, v), unsupported("coefficientsToLevelledVector"));
+}
+
+TEST_F(LevelledOperations, CoefficientsForALevelThatTheChainDoesNotHaveAreRefused) {
+    LevelledVector v(dimension, primes.size());
+    EXPECT_REFUSED(primes.coefficientsToLevelledVector(DeviceSpecificArray<int>(dimension), v),
+                   "Operands are not of the ring of the generated context.");
 }
 
 } // namespace

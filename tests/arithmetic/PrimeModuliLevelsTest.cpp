@@ -222,5 +222,50 @@ TEST(Rescale, NamesTheMembersItStandsOnWhereThereIsNoBackend) {
     EXPECT_THROW_TEXT(served.rescale(p), std::out_of_range, "map::at");
 }
 
+TEST(Rescale, NamesTheMembersItStandsOnOnAGPU) {
+    const Context context = makeContext(ParameterPreset::FX);
+    const Device gpu{DeviceType::GPU, 0};
+    const PrimeModuli served(ParameterPreset::FX, ringOf(context).total(), 64, {gpu});
+    const auto refuse = [&](bool isNTT, const auto& member, const char* name) {
+        Polynomial p(context, true, isNTT, 3); // mod-up: without words its level asks for no memory
+        p.setData(DeviceSpecificArray<u64>(0, gpu, getDefaultStream()));
+        EXPECT_REFUSED(member(p), "Cannot support the function '" + std::string(name) +
+                                      "' in the current build configuration");
+    };
+    refuse(
+        true, [&](Polynomial& p) { served.rescale(p); }, "execinttBatch");
+    refuse(
+        false, [&](Polynomial& p) { served.rescale(p); }, "normalizeModCUDA");
+    refuse(
+        true, [&](Polynomial& p) { served.inverseRescale(p); }, "constMultBatchCUDA");
+    refuse(
+        true, [&](Polynomial& p) { served.normalizeMod(p, p, 0, 1); }, "normalizeModCUDA");
+}
+
+// With one prime more than the chain, the row that goes is the one without a prime.
+TEST(Rescale, RefusesAPolynomialThatReachesBeyondTheChain) {
+    const Context context = makeContext(6, 3, 50, 40, 51, 1), longer = makeContext(6, 7, 50, 40, 51, 7);
+    const PrimeModuli& primes = ringOf(context).primes;
+    ASSERT_EQ(primes.size(), 6u);
+    for (const bool isNTT : {false, true}) {
+        for (const u64 level : {6, 5}) {
+            Polynomial p(longer, false, isNTT, level);
+            std::fill(p.getData().begin(), p.getData().end(), 0);
+            if (level < primes.size())
+                EXPECT_NO_THROW(primes.rescale(p));
+            else
+                EXPECT_REFUSED(primes.rescale(p), "Operands are not of the ring of the generated context.");
+        }
+    }
+}
+
+TEST(NormalizeMod, RefusesARowOfAnotherLength) {
+    const Context context = makeContext(7, 3, 50, 40, 51, 1), shorter = makeContext(6, 3, 50, 40, 51, 1);
+    const Polynomial in(shorter, false, false, 0);
+    Polynomial out(context, false, false);
+    EXPECT_REFUSED(ringOf(context).primes.normalizeMod(out, in, 0, 2),
+                   "Operands are not of the ring of the generated context.");
+}
+
 } // namespace
 } // namespace Torvo::test
