@@ -22,6 +22,40 @@ using Outputs = std::vector<Polynomial*>;
 
 constexpr Device secondHost{DeviceType::CPU, 1};
 constexpr Device pinned{DeviceType::PinnedHost, 0};
+constexpr Device gpu{DeviceType::GPU, 0};
+
+/// What the operations, by their plain names, call themselves on a GPU.
+const std::map<std::string, std::string> namesOnGPU{
+    {"add", "addCUDA"},
+    {"sub", "subCUDA"},
+    {"negate", "negateCUDA"},
+    {"hadamardMult", "mulVectorCUDA"},
+    {"hadamardMultTwo", "mulVectorCUDA"},
+    {"tensor", "tensorCUDA"},
+    {"constAdd", "constAddBatchCUDA"},
+    {"constMult", "constMultBatchCUDA"},
+    {"constMultTwo", "constMultTwoBatchCUDA"},
+    {"subAndConstMult", "subAndConstMultCUDA"},
+    {"multMonomial", "multMonomialCUDA"},
+    {"frobeniusMapInNTT", "frobeniusMapInNTTCUDA"},
+    {"forwardNTT", "execNttBatch"},
+    {"backwardNTT", "execinttBatch"},
+    {"forwardNTTWithSubAndConstMult", "execNttBatchWithSubAndConstMult"},
+};
+
+std::string unsupported(const std::string& name) {
+    return "Cannot support the function '" + name + "' in the current build configuration";
+}
+
+/// Mod-up polynomials without a word on `device`, which asks for no memory there.
+std::vector<Polynomial> withoutWords(const Context& context, u64 count, const Device& device) {
+    std::vector<Polynomial> polys;
+    for (u64 j = 0; j < count; ++j) {
+        polys.emplace_back(context, true, true);
+        polys.back().setData(DeviceSpecificArray<u64>(0, device, getDefaultStream()));
+    }
+    return polys;
+}
 
 constexpr long smallNumber = -123456789;
 constexpr long realPart = 987654321987, imaginaryPart = -31415926535;
@@ -65,13 +99,14 @@ struct Row {
     Words add(const Words& x, u64 c) const { return add(x, Words(x.size(), c % p)); }
 };
 
-/// An element of the shape and on the device of `model`.
+/// An element of the shape and on the device of `model`; without words where there is no memory.
 LevelledElement elementLike(const Context& context, const Polynomial& model, long value) {
+    const Device device = model.getDevice();
     LevelledElement e(value, context, model.isModUp(), ringOf(context).numBase - 1);
-    if (model.getDevice().type == DeviceType::CPU)
-        e.to(model.getDevice());
+    if (device.type == DeviceType::CPU)
+        e.to(device);
     else
-        e.allocate(model.getDevice());
+        e.getData() = DeviceSpecificArray<u64>(0, device, getDefaultStream());
     return e;
 }
 
@@ -525,9 +560,19 @@ TEST_P(PolynomialOperations, NameThemselvesOnADeviceWithoutBackend) {
     const Inputs in = addresses(inputs);
     Outputs out = addressesOf(outputs);
     if (GetParam().inputCount > out.size()) out[0] = &inputs.back(); // where a sum is added to an operand
-    EXPECT_REFUSED(GetParam().run({variant.context, served, in, out}),
-                   "Cannot support the function '" + GetParam().plainName +
-                       "' in the current build configuration");
+    EXPECT_REFUSED(GetParam().run({variant.context, served, in, out}), unsupported(GetParam().plainName));
+}
+
+TEST_P(PolynomialOperations, NameTheirFormForTheGPUOnOne) {
+    const Context& context = variants()[0].context;
+    const PrimeModuli served(ParameterPreset::FX, ringOf(context).total(), 64, {gpu});
+    auto inputs = withoutWords(context, GetParam().inputCount, gpu);
+    auto outputs = withoutWords(context, GetParam().outputCount(), gpu);
+    const Inputs in = addresses(inputs);
+    Outputs out = addressesOf(outputs);
+    if (GetParam().inputCount > out.size()) out[0] = &inputs.back(); // where a sum is added to an operand
+    EXPECT_REFUSED(GetParam().run({context, served, in, out}),
+                   unsupported(namesOnGPU.at(GetParam().plainName)));
 }
 
 TEST_P(PolynomialOperations, RunOnAnyDeviceOfTheHostThatTheContextServes) {
@@ -727,15 +772,12 @@ TEST_F(PolynomialOperation, IsZeroLooksAtAllLiveRowsAndAtNoOther) {
 }
 
 TEST_F(PolynomialOperation, IsZeroFailsUnderTheNameOfTheKindOfDevice) {
-    const Device gpu{DeviceType::GPU, 0};
     const PrimeModuli served(ParameterPreset::FX, ring.total(), 64, {pinned, gpu});
     Polynomial p = polynomial(false, true, 2);
     p.setData(DeviceSpecificArray<u64>(0, gpu, getDefaultStream()));
-    EXPECT_REFUSED(served.isZero(p),
-                   "Cannot support the function 'isZeroCUDA' in the current build configuration");
+    EXPECT_REFUSED(served.isZero(p), unsupported("isZeroCUDA"));
     p.allocate(pinned);
-    EXPECT_REFUSED(served.isZero(p),
-                   "Cannot support the function 'isZero' in the current build configuration");
+    EXPECT_REFUSED(served.isZero(p), unsupported("isZero"));
     EXPECT_REFUSED(primes.isZero(p), "The generated context does not support the operation with current "
                                      "operands; check the device.");
 }
@@ -839,6 +881,19 @@ TEST_F(PolynomialInnerProduct, TellsTheFirstRuleThatItsOperandsBreak) {
                                              "current operands; check the device.");
     a[1].setLevel(1);
     EXPECT_REFUSED(run(a, x, y, out1, out2), "Operands have different levels.");
+}
+
+TEST_F(PolynomialInnerProduct, NamesItselfOnDevicesWithoutBackend) {
+    const PrimeModuli served(ParameterPreset::FX, ring.total(), 64, {pinned, gpu});
+    for (const auto& [device, name] :
+         {std::pair{gpu, "innerProductCUDA"}, std::pair{pinned, "innerProduct"}}) {
+        const auto operands = withoutWords(context, 2, device);
+        auto outputs = withoutWords(context, 2, device);
+        const auto self = [](const Polynomial& p) -> const Polynomial& { return p; };
+        const PolyIter begin(operands.begin(), self), end(operands.end(), self);
+        EXPECT_REFUSED(served.innerProduct(begin, end, begin, begin, outputs[0], outputs[1]),
+                       unsupported(name));
+    }
 }
 
 } // namespace
