@@ -13,7 +13,8 @@
 namespace Torvo::detail {
 
 /// Passes reads through to another buffer and counts the bytes, so that a field read in pieces can still
-/// report how much of the whole it got.
+/// report how much of the whole it got. A file that cannot be read, as a directory that was opened, ends
+/// where it stands: to the archive a short read like any other.
 class CountingBuffer : public std::streambuf {
 public:
     explicit CountingBuffer(std::streambuf& source) : source_(source) {}
@@ -21,12 +22,20 @@ public:
 
 protected:
     std::streamsize xsgetn(char* out, std::streamsize byteCount) override {
-        const std::streamsize got = source_.sgetn(out, byteCount);
+        const std::streamsize got = readSource(out, byteCount);
         count_ += static_cast<u64>(std::max<std::streamsize>(got, 0));
         return got;
     }
 
 private:
+    std::streamsize readSource(char* out, std::streamsize byteCount) {
+        try {
+            return source_.sgetn(out, byteCount);
+        } catch (const std::ios_base::failure&) {
+            return 0;
+        }
+    }
+
     std::streambuf& source_;
     u64 count_ = 0;
 };

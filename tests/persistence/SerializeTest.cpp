@@ -72,6 +72,25 @@ TEST(Serialize, LoadingGivesTheFieldsBack) {
     EXPECT_EQ(number, -3);
 }
 
+// Each with a frame of its own, of whatever byte order: what is read is not one byte more than what is asked
+// for.
+TEST(Serialize, ObjectsFollowOneAnotherInAStream) {
+    std::istringstream stream(saved(arrayOf<u64>({1, 2, 3})) + std::string("\0\0\0\0\5", 5) + saved(u64{9}) +
+                              "rest");
+    DeviceSpecificArray<u64> array;
+    int number = 0;
+    u64 word = 0;
+    Serialize::load(stream, array);
+    Serialize::load(stream, number);
+    Serialize::load(stream, word);
+    EXPECT_EQ(valuesOf(array), (std::vector<u64>{1, 2, 3}));
+    EXPECT_EQ(number, 5);
+    EXPECT_EQ(word, 9U);
+    std::string rest;
+    stream >> rest;
+    EXPECT_EQ(rest, "rest");
+}
+
 TEST(Serialize, AFileOfTheOtherEndiannessIsSwapped) {
     u64 word = 0;
     loadFrom(std::string("\0\1\2\3\4\5\6\7\10", 9), word);
@@ -102,6 +121,14 @@ TEST(Serialize, AFileThatDoesNotOpenIsNamed) {
     u64 word = 1;
     EXPECT_REFUSED(Serialize::save(path, word), "Cannot open file " + path);
     EXPECT_REFUSED(Serialize::load(path, word), "Cannot open file " + path);
+    EXPECT_EQ(word, 1U);
+}
+
+// A directory opens, and only the read fails.
+TEST(Serialize, WhatOpensButCannotBeReadIsAShortRead) {
+    const test::TemporaryDirectory directory;
+    u64 word = 1;
+    EXPECT_THROW_TEXT(Serialize::load(directory.path(), word), cereal::Exception, shortRead(1, 0));
     EXPECT_EQ(word, 1U);
 }
 
@@ -196,6 +223,18 @@ TEST(DeviceSpecificArrayArchive, PinnedMemoryHasNoArchive) {
 }
 
 // 3 mebibytes are there, 2^40 words are asked for.
+TEST(DeviceSpecificArrayArchive, OfAGPUGoesThroughTheHostWhichFindsNoWay) {
+    const Device gpu{DeviceType::GPU, 0};
+    DeviceSpecificArray<u64> array(0, gpu, getDefaultStream());
+    EXPECT_REFUSED(saved(array), "Not supported. Build with TORVO_CUDA flag.");
+    EXPECT_REFUSED(loadFrom(Bytes::frame().u64s({0}).str(), array),
+                   "Not supported. Build with TORVO_CUDA flag.");
+    EXPECT_REFUSED(loadFrom(Bytes::frame().u64s({1, 7}).str(), array),
+                   "Cannot support the function 'doAllocate' in the current build configuration");
+    EXPECT_EQ(array.getDevice(), gpu);
+    EXPECT_EQ(array.size(), 0U);
+}
+
 TEST(ReadPieces, TakesLittleMoreMemoryThanTheStreamHasBytes) {
     std::istringstream stream(Bytes::frame().str() + std::string(3 << 20, 'x'));
     detail::CountedInputArchive archive(stream);
