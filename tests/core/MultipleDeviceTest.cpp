@@ -3,6 +3,11 @@
 #include "core/DeviceSpecificArray.hpp"
 #include "support/Expect.hpp"
 
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 namespace Torvo {
@@ -113,6 +118,33 @@ TEST(MultipleDevice, EnsureCopiesTheFirstValueOnlyWhenThereIsNone) {
     items.set(cpu, {{5, cpu}});
     items.ensure(cpu);
     EXPECT_EQ(items.at(cpu)[0].number, 5);
+}
+
+TEST(MultipleDevice, EveryMemberButCopyWaitsForTheMutex) {
+    Items items;
+    items.set(cpu, {{1, cpu}});
+    const std::vector<std::function<void()>> members{[&] { items.at(cpu); },
+                                                     [&] { std::as_const(items).at(cpu); },
+                                                     [&] { (void)items.contains(cpu); },
+                                                     [&] {
+                                                         items.set(gpu, {{2, gpu}});
+                                                     },
+                                                     [&] { items.ensure(otherCpu); },
+                                                     [&] { items.removeExcept(cpu); }};
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        std::atomic<bool> returned = false;
+        std::unique_lock lock(items.mutex());
+        std::thread caller([&] {
+            members[i]();
+            returned = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // time to return where nothing holds it
+        EXPECT_FALSE(returned) << "member " << i;
+        items.copyTo_(cpu, cpu); // for a caller that holds the mutex
+        lock.unlock();
+        caller.join();
+    }
+    EXPECT_EQ(devicesOf(items), std::vector<Device>{cpu});
 }
 
 } // namespace

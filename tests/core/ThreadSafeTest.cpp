@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <barrier>
+#include <chrono>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -42,6 +43,19 @@ TEST(ThreadSafe, ManyReadersAreInsideAtOnce) {
         });
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(passed, readers);
+}
+
+TEST(ThreadSafe, AReaderWaitsForTheWriter) {
+    ThreadSafe<int> number;
+    std::thread reader;
+    int seen = 0;
+    number.write([&](int& n) {
+        reader = std::thread([&] { seen = number.read([](const int& value) { return value; }); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // time to come in where nothing holds it
+        n = 1;
+    });
+    reader.join();
+    EXPECT_EQ(seen, 1);
 }
 
 TEST(ThreadSafe, WritersExcludeOneAnother) {
