@@ -30,7 +30,9 @@ TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>
 ///                      which is the number of multiplicative levels
 /// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61
 /// @param log_qpsize    bits of the other ciphertext primes, and so of the scale: 36 to 61
-/// @param log_tpsize    bits of the temporary primes of key switching, at most 61
+/// @param log_tpsize    bits of the temporary primes of key switching, at most 61. There are
+///                      `chain_length / gadget_rank` of them, as many as primes of a digit, and together they
+///                      must reach the size of the digit with the base prime
 /// @param gadget_rank   number of digits in key switching; divides `chain_length`. Fewer digits mean faster
 ///                      key switching and smaller keys, but a larger total modulus, and so less security
 /// @param rank          1
@@ -53,11 +55,15 @@ TORVO_API Context makeContext(unsigned long log_degree, unsigned long chain_leng
 
 /// Rebuilds a context from a file of `saveContextToFile`. The file is a recipe and holds no primes: a custom
 /// chain is searched for again, with the same outcome.
-/// @throws RuntimeException "Cannot open file " and the path; the archive's exceptions on a short file
+/// @throws RuntimeException "Cannot open file " and the path; then as `makeContext`, for what the file says
+/// @throws cereal::Exception, a std::runtime_error, on a short file: "Failed to read <wanted> bytes from
+///         input stream! Read <got>"
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});
 
 /// Writes the recipe of a context, 69 bytes, over whatever the file held. GPU numbers are not stored.
 /// @throws RuntimeException "Cannot open file " and the path
+/// @throws cereal::Exception, a std::runtime_error, on a full disk: "Failed to write <wanted> bytes to output
+///         stream! Wrote <got>"
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
 
 /// log2 of the number of complex slots of a full message: log2 of the degree, less one.

@@ -23,10 +23,10 @@ struct Device {
     }
 };
 
-/// The GPU that a request without a device number goes to: {GPU, 0} in this build.
+/// The GPU that a request without a device number goes to: {GPU, 0} in this build. Thread-safe, never throws.
 TORVO_API Device getCurrentCudaDevice();
 
-/// Makes GPU `id` the current one. Without a GPU backend this does nothing.
+/// Makes GPU `id` the current one. Without a GPU backend this does nothing. Thread-safe, never throws.
 TORVO_API void setCurrentCudaDevice(int id);
 
 } // namespace Torvo

@@ -18,16 +18,21 @@ public:
     static GlobalConfiguration& instance();
 
     /// A copy of `config["features"][name]`; null when there is no such key.
-    /// @throws nlohmann::json::type_error when "features" is not an object
+    /// @throws nlohmann::json::type_error when the document or "features" is neither an object nor null:
+    ///         "cannot use operator[] with a string argument with " and the type
     nlohmann::json getFeature(const char* name) const;
 
     /// The switch `name` as a boolean; false when it is absent or there are no features.
-    /// @throws nlohmann::json::type_error when the value is not a boolean
+    /// @throws nlohmann::json::type_error when the value is not a boolean: "type must be boolean, but is "
+    /// and
+    ///         the type
     bool isFeatureEnabled(const char* name) const;
 
-    /// Sets `config["features"][name]`, adding it when it is new.
+    /// Sets `config["features"][name]`, adding it, and "features" too, when it is new.
+    /// @throws nlohmann::json::type_error when the document or "features" is neither an object nor null
     void setFeature(const char* name, bool value);
-    /// As above, with any JSON value.
+    /// As above, with any JSON value. To be given as one: a bare number or string literal would be taken for
+    /// a `bool`.
     void setFeature(const char* name, nlohmann::json value);
 
 private:

@@ -53,6 +53,28 @@ TEST(GlobalConfiguration, SettingAddsAndReplaces) {
     EXPECT_EQ(configuration.getFeature("x")["depth"], 2);
 }
 
+TEST(GlobalConfiguration, SettingMakesWhatIsNullAnObjectAndRefusesTheRest) {
+    for (const char* text : {"null", "{}", R"({"features": null})"}) {
+        GlobalConfiguration configuration(Json::parse(text));
+        configuration.setFeature("x", true);
+        EXPECT_TRUE(configuration.isFeatureEnabled("x")) << text;
+    }
+    for (const char* text : {"[]", R"({"features": []})"}) {
+        GlobalConfiguration configuration(Json::parse(text));
+        EXPECT_THROW_TEXT(
+            configuration.setFeature("x", true), Json::type_error,
+            "[json.exception.type_error.305] cannot use operator[] with a string argument with array");
+    }
+}
+
+TEST(GlobalConfiguration, NumbersAndTextsAreSetAsJson) {
+    GlobalConfiguration configuration(Json::object());
+    configuration.setFeature("depth", Json(2));
+    configuration.setFeature("name", Json("two"));
+    EXPECT_EQ(configuration.getFeature("depth"), Json(2));
+    EXPECT_EQ(configuration.getFeature("name"), Json("two"));
+}
+
 TEST(GlobalConfiguration, InstanceCanBeChanged) {
     auto& configuration = GlobalConfiguration::instance();
     configuration.setFeature("only_for_this_test", true);
