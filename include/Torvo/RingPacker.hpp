@@ -51,7 +51,8 @@ public:
 
     /// Several ciphertexts of high rank and low degree into one of lower rank and higher degree
     /// (`getNumCiphertextsToModPack` of them), by a key switch for each group of secret components. Takes
-    /// memory for a copy of the inputs, and for one sum for each thread.
+    /// memory for a copy of the inputs, and for one sum for each thread; where there is none, std::bad_alloc
+    /// leaves the output as it was.
     /// @throws RuntimeException in this order: "[modPack] Total dimension of encrypting messages of input and
     ///         output does not match"; "[modPack] Input or output ciphertexts is not compatible to the given
     ///         modpack keys"; "The operand have to encode the message on its coefficients"; "Two operands

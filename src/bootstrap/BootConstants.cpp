@@ -1,13 +1,11 @@
 #include "bootstrap/BootConstants.hpp"
 
-#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/ThrowingLoop.hpp"
 #include "bootstrap/RadixDecomposition.hpp"
 #include "context/ContextContent.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <cmath>
-#include <exception>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -42,23 +40,6 @@ struct StageDiagonals {
     long first = 0, skipped = 0;
     u64 count = 0;
 };
-
-/// Like `forEachIndex`, for a body that may run out of memory: the first exception of any thread comes out
-/// when all have left the loop.
-template <class Body>
-void forEachIndexOrThrow(u64 count, Body&& body) {
-    std::exception_ptr failure;
-    std::mutex mutex;
-    forEachIndex(count, [&](u64 i) {
-        try {
-            body(i);
-        } catch (...) {
-            const std::lock_guard lock(mutex);
-            if (failure == nullptr) failure = std::current_exception();
-        }
-    });
-    if (failure != nullptr) std::rethrow_exception(failure);
-}
 
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "ring/MLWEKeySwitch.hpp"
 
 #include "arithmetic/RowLoop.hpp"
+#include "arithmetic/ThrowingLoop.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/OutputShape.hpp"
 #include "evaluator/KeySwitcher.hpp"
@@ -99,14 +100,14 @@ Ciphertext sumOverGroups(const KeySwitcher& switcher, std::span<const Polynomial
     std::vector<EvaluationKey*> keyOf;
     for (u64 k = 0; k < numKeys; ++k) {
         keyOf.push_back(keys.getModPackKey(k).get());
-        keyOf.back()->copyTo(device); // so that nothing is left to fail in the loop
+        keyOf.back()->copyTo(device); // so that only memory is left to fail in the loop
     }
     const u64 numShares = std::min(numKeys, teamSize());
     std::vector<GroupSum> shares;
     for (u64 t = 0; t < numShares; ++t)
         shares.emplace_back(small, keys.getContext(), rank, components.front().getLevel(), device);
 
-    forEachIndex(numShares, [&](u64 t) {
+    forEachIndexOrThrow(numShares, [&](u64 t) {
         for (u64 k = t * numKeys / numShares; k < (t + 1) * numKeys / numShares; ++k)
             shares[t].add(switcher, components.subspan(k * rank, rank), *keyOf[k]);
         shares[t].finish(switcher);

@@ -1,3 +1,4 @@
+#include "arithmetic/RowLoop.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
 #include "support/Pointers.hpp"
@@ -11,6 +12,12 @@
 #include <gtest/gtest.h>
 
 #include <omp.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <new>
 
 namespace Torvo {
 
@@ -246,6 +253,41 @@ TEST(RingPackerModPack, RefusesKeysAndLevelsThatDoNotFit) {
     EXPECT_REFUSED(
         modPack(packing.keys, out),
         "The generated context does not support the operation with current operands; check the device.");
+}
+
+namespace {
+
+/// Ends the process with status 0 if packing with `bytes` of memory to spare either works or is refused by an
+/// exception, with the output as it was.
+[[noreturn]] void packWithin(u64 bytes) {
+    const Context ring = makeContext(15, 8, 60, 50, 61, 1), module = makeContext(15, 8, 60, 50, 61, 1);
+    module->parameter.rank = 4;
+    Seeded seeded(958);
+    const auto in = randomOnCoefficients<MLWE>(module, 7, seeded);
+    const ModPackKeyBundle keys(ring, 4); // unset: nobody looks at the result
+    Ciphertext out(ring);
+    const u64* words = out.getPolyData(0, 0);
+    omp_set_num_threads(2);
+    forEachIndex(2, [](u64) {}); // wakes the team
+    u64 pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t limit = pages * static_cast<u64>(sysconf(_SC_PAGESIZE)) + bytes;
+    const rlimit both{limit, limit};
+    if (setrlimit(RLIMIT_AS, &both) != 0) std::_Exit(2);
+    try {
+        packer.modPack(std::vector<const CiphertextBase<MLWE>*>{&in}, keys, out);
+    } catch (const std::bad_alloc&) {
+        std::_Exit(out.getPolyData(0, 0) == words && out.getEncodingType() == EncodingType::Slot ? 0 : 1);
+    }
+    std::_Exit(0);
+}
+
+} // namespace
+
+TEST(RingPackerModPackRealPreset, TellsWhenMemoryRunsOut) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (u64 mebibytes = 8; mebibytes <= 72; mebibytes += 8)
+        EXPECT_EXIT(packWithin(mebibytes << 20), testing::ExitedWithCode(0), "") << mebibytes;
 }
 
 // ---- plain LWE
