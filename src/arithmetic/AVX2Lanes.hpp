@@ -41,10 +41,16 @@ struct ProductParts {
     low = _mm256_blend_epi32(parts.lowProduct, _mm256_slli_epi64(parts.middle, 32), 0b10101010);
 }
 
-/// xh * yl + xl * yh: what the low word of a product takes 2^32 times.
+/// Low halves of xl * yh and xh * yl, as the halves of each lane: one instruction for both, since no more
+/// than their lowest 32 bits reach the low word of x * y.
 [[gnu::always_inline]] static inline __m256i crossProducts(__m256i x, __m256i y) {
-    return _mm256_add_epi64(_mm256_mul_epu32(_mm256_srli_epi64(x, 32), y),
-                            _mm256_mul_epu32(x, _mm256_srli_epi64(y, 32)));
+    return _mm256_mullo_epi32(x, _mm256_shuffle_epi32(y, 0b10110001));
+}
+
+/// x + 2^32 * (the sum of the halves of `cross`) modulo 2^64.
+[[gnu::always_inline]] static inline __m256i addCross(__m256i x, __m256i cross) {
+    const __m256i sum = _mm256_add_epi64(cross, _mm256_slli_epi64(cross, 32));
+    return _mm256_add_epi64(x, _mm256_blend_epi32(_mm256_setzero_si256(), sum, 0b10101010));
 }
 
 } // namespace arith
@@ -71,14 +77,13 @@ struct AVX2Lanes {
     [[gnu::always_inline]] static Words shoupQuotient(Words x, Words companion) {
         return mulHigh(x, companion);
     }
-    /// v*w - x*y, low words: the cross products of both meet before their one shift.
+    /// v*w - x*y, low words: the cross products of both meet before they are shifted.
     [[gnu::always_inline]] static Words mulLowDifference(Words v, Words w, Words x, Words y) {
-        const Words cross = sub(arith::crossProducts(v, w), arith::crossProducts(x, y));
-        const Words low = sub(_mm256_mul_epu32(v, w), _mm256_mul_epu32(x, y));
-        return add(low, _mm256_slli_epi64(cross, 32));
+        const Words cross = _mm256_sub_epi32(arith::crossProducts(v, w), arith::crossProducts(x, y));
+        return arith::addCross(sub(_mm256_mul_epu32(v, w), _mm256_mul_epu32(x, y)), cross);
     }
     [[gnu::always_inline]] static Words mulLow(Words x, Words y) {
-        return add(_mm256_mul_epu32(x, y), _mm256_slli_epi64(arith::crossProducts(x, y), 32));
+        return arith::addCross(_mm256_mul_epu32(x, y), arith::crossProducts(x, y));
     }
     /// Low word of the product x * y shifted right by `shift` < 64, and the low word of the product itself.
     [[gnu::always_inline]] static Words mulShifted(Words x, Words y, u64 shift, Words& low) {
