@@ -375,9 +375,11 @@ TYPED_TEST(LinearForms, ConstantsWithinAHundredMillionthOfIntegersCountAsSuch) {
     this->evaluator.multImagUnit(x, part);
     this->evaluator.sub(exact, part, exact);
     EXPECT_TRUE(sameWords(near, exact));
-    this->evaluator.mult(x, Complex(2.0 + 2e-8, -1.0), far);
+    this->evaluator.mult(x, Complex(1e-8, -1e-8), near); // the bound itself still counts
+    EXPECT_EQ(near.getLevel(), 2u);
+    this->evaluator.mult(x, Complex(2.0 + 1.01e-8, -1.0), far);
     EXPECT_EQ(far.getLevel(), 1u);
-    this->evaluator.mult(x, Complex(2.0, -1.0 + 2e-8), far);
+    this->evaluator.mult(x, Complex(2.0, -1.0 + 1.01e-8), far);
     EXPECT_EQ(far.getLevel(), 1u);
     // A half is no integer, whichever way it rounds.
     this->evaluator.mult(x, Complex(-0.5, 0.0), far);
@@ -452,6 +454,16 @@ TYPED_TEST(LinearForms, APlaintextOfAnotherLevelCountsAsItsMessage) {
     EXPECT_TRUE(sameWords(out, expected));
     this->evaluator.mult(x, plain, out);
     this->evaluator.mult(x, decoded, expected);
+    EXPECT_TRUE(sameWords(out, expected));
+    // What both owe counts in the new encoding too.
+    const TypeParam owing = this->scheme.encrypt(this->message, 2, 1);
+    const Plaintext owingPlain = this->scheme.encoder.encode(this->other, 3, 1);
+    const Message owingDecoded = this->scheme.encoder.decode(owingPlain);
+    this->evaluator.add(owing, owingPlain, out);
+    this->evaluator.add(owing, owingDecoded, expected);
+    EXPECT_TRUE(sameWords(out, expected));
+    this->evaluator.sub(owing, owingPlain, out);
+    this->evaluator.sub(owing, owingDecoded, expected);
     EXPECT_TRUE(sameWords(out, expected));
 }
 

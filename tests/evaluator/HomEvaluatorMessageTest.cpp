@@ -208,6 +208,15 @@ TEST(HomEvaluatorMessage, ProductsRecoverInfinitiesFromNaN) {
     EXPECT_TRUE(std::isinf(out[0].real()) || std::isinf(out[0].imag()));
 }
 
+TEST(HomEvaluatorMessage, TheImaginaryUnitIsAFactorLikeAnyOther) {
+    // (1 + 0i) * (0 + 1i) has the real part 1 * 0 - 0 * 1, which is a positive zero.
+    const Message in = messageOf({{1.0, 0.0}});
+    Message out;
+    evaluator().multImagUnit(in, out);
+    EXPECT_EQ(out[0], Complex(0.0, 1.0));
+    EXPECT_FALSE(std::signbit(out[0].real()));
+}
+
 TEST(HomEvaluatorMessage, RotationsShiftCyclicallyModuloTheSlots) {
     Seeded random(13);
     SCOPED_TRACE(random.describe());

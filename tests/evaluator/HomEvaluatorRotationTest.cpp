@@ -225,6 +225,8 @@ TEST_F(HomEvaluatorRotation, ATurnOfAllSlotsIsACopyThatNeedsNoKey) {
     const Ciphertext y = scheme.encrypt(sparse, level);
     keyless.leftRotate(y, 4, out);
     EXPECT_TRUE(sameWords(out, y));
+    keyless.rightRotate(y, 12, out);
+    EXPECT_TRUE(sameWords(out, y));
     Message expected;
     bundled().leftRotate(sparse, 5, expected);
     bundled().leftRotate(y, 5, out);
