@@ -83,8 +83,7 @@ const NamedKernel kernels[] = {
      [](Rows& r) { r.modulus.normalizeModAndConstMult<true>(r[1], 12345, neighbour(r), r[0]); }},
     {"convertTenRows",
      [](Rows& r) {
-         r.modulus.sumNormalizedProducts(r.tenRows.data(), r.tenSources.data(), r.tenRows.data(), 1, 10,
-                                         r[0]);
+         r.modulus.sumCentredProducts(r.tenRows.data(), r.tenSources.data(), r.tenRows.data(), 1, 10, r[0]);
      }},
     {"sumThreeProducts",
      [](Rows& r) {

@@ -101,13 +101,22 @@ struct AVX2Lanes {
             Words low;
             Words high;
         };
+        /// The limbs of a constant.
+        struct Factor {
+            u64 low;
+            u64 high;
+        };
 
         Words low = _mm256_setzero_si256();
         Words middle = _mm256_setzero_si256();
         Words high = _mm256_setzero_si256();
 
         [[gnu::always_inline]] static Limbs split(Words x) {
-            return {_mm256_and_si256(x, splat(limbMask)), _mm256_srli_epi64(x, bits)};
+            return {_mm256_and_si256(x, AVX2Lanes::splat(limbMask)), _mm256_srli_epi64(x, bits)};
+        }
+        [[gnu::always_inline]] static Factor factor(u64 x) { return {x & limbMask, x >> bits}; }
+        [[gnu::always_inline]] static Limbs splat(Factor x) {
+            return {AVX2Lanes::splat(x.low), AVX2Lanes::splat(x.high)};
         }
         [[gnu::always_inline]] void add(const Limbs& x) {
             low = AVX2Lanes::add(low, x.low);
@@ -121,9 +130,9 @@ struct AVX2Lanes {
         }
         [[gnu::always_inline]] void carry() {
             middle = AVX2Lanes::add(middle, _mm256_srli_epi64(low, bits));
-            low = _mm256_and_si256(low, splat(limbMask));
+            low = _mm256_and_si256(low, AVX2Lanes::splat(limbMask));
             high = AVX2Lanes::add(high, _mm256_srli_epi64(middle, bits));
-            middle = _mm256_and_si256(middle, splat(limbMask));
+            middle = _mm256_and_si256(middle, AVX2Lanes::splat(limbMask));
         }
         /// After `carry`.
         [[gnu::always_inline]] Words highWord() const { return _mm256_srli_epi64(high, 64 - 2 * bits); }

@@ -46,8 +46,8 @@ DeviceSpecificArray2D<u64> tableOf(u64 rows, u64 columns, Entry&& entry) {
     return table;
 }
 
-/// The rows of one digit that are to be summed up for another prime: `count` rows from `rows` on, of primes
-/// `first`, `first + 1`, ...; `hats` holds the constant of row r at word r * hatStride.
+/// The lifted rows of one digit that are to be summed up for another prime: `count` rows from `rows` on, of
+/// primes `first`, `first + 1`, ...; `hats` holds the constant of row r at word r * hatStride.
 struct DigitRows {
     const u64* rows;
     u64 count;
@@ -56,10 +56,10 @@ struct DigitRows {
     u64 hatStride;
 };
 
-/// out = sum over r of centred(row r) * hat_r modulo the prime of `target`.
+/// out = sum over r of norm(row r) * hat_r modulo the prime of `target`, where the rows were lifted.
 void convertDigit(const Ring& ring, const DigitRows& digit, const Modulus& target, u64* out) {
-    target.sumNormalizedProducts(digit.rows, &ring.primes[digit.first], digit.hats, digit.hatStride,
-                                 digit.count, out);
+    target.sumCentredProducts(digit.rows, &ring.primes[digit.first], digit.hats, digit.hatStride, digit.count,
+                              out);
 }
 
 /// Takes words of range 2 to range 1.
@@ -153,6 +153,7 @@ PolynomialVector FastBaseConv::modUpCPUImpl(const Polynomial& a) const {
         else
             modulus.constMult<1>(a.getRow(i), hatInvQ[i], row, ring.degree);
         if (a.isNTT()) modulus.getNTT().computeBackward<1>(row);
+        if (groupSize > 1) modulus.liftCentred(row);
     });
 
     const auto work = modUpWork(ring, level);
@@ -201,7 +202,9 @@ Ciphertext FastBaseConv::modDownCPUImpl(const Ciphertext& in, bool isNTT) const 
         u64* row = temporary.getData() + i * n;
         std::copy_n(from[i / K]->getRow(ring.numBase + j), n, row);
         modulus.getNTT().computeBackward<1>(row);
-        if (K > 1) modulus.constMult<1>(row, hatInvP[j], row, n);
+        if (K == 1) return;
+        modulus.constMult<1>(row, hatInvP[j], row, n);
+        modulus.liftCentred(row);
     });
 
     forEachIndex(2 * live, [&](u64 i) {

@@ -168,20 +168,25 @@ void Modulus::normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) co
                                                          out, degree_, p_);
 }
 
-void Modulus::sumNormalizedProducts(const u64* sourceRows, const Modulus* sources, const u64* constants,
-                                    u64 stride, u64 count, u64* out) const {
-    const bool vectors = runsAVX2();
-    std::array<rows::NormalizedTerm, rows::maxNormalizedTerms> terms;
+void Modulus::liftCentred(u64* row) const {
+    constAdd(row, p_ >> 1, row, degree_);
+}
+
+void Modulus::sumCentredProducts(const u64* liftedRows, const Modulus* sources, const u64* constants,
+                                 u64 stride, u64 count, u64* out) const {
+    const auto sum = runsAVX2() ? AVX2::sumConstantProducts : rows::sumConstantProducts<ScalarLanes>;
+    u64 lifts = 0, greatest = p_;
+    for (u64 r = 0; r < count; ++r) {
+        const u64 q = sources[r].getPrime();
+        lifts = add(lifts, mult(reduce(q >> 1), constants[r * stride]));
+        greatest = std::max(greatest, q);
+    }
+    std::array<rows::ConstantTerm, rows::maxTerms> terms;
     for (u64 begin = 0; begin < count; begin += terms.size()) {
         const u64 few = std::min<u64>(count - begin, terms.size());
-        bool small = p_ < rows::smallLimbModulus;
-        for (u64 j = 0; j < few; ++j) {
-            const u64 r = begin + j, q = sources[r].getPrime();
-            terms[j] = {sourceRows + r * degree_, {q >> 1, p_ - reduce(q)}, constants[r * stride]};
-            small = small && q < rows::smallLimbModulus;
-        }
-        const auto sum = vectors ? AVX2::sumNormalizedProducts : rows::sumNormalizedProducts<ScalarLanes>;
-        sum(terms.data(), few, small, begin != 0, out, degree_, wide());
+        for (u64 j = 0; j < few; ++j)
+            terms[j] = {liftedRows + (begin + j) * degree_, constants[(begin + j) * stride]};
+        sum(terms.data(), few, greatest, begin != 0, negate(lifts), out, degree_, wide());
     }
 }
 

@@ -90,16 +90,18 @@ public:
 
     // Sums over many rows in one pass, over `degree` words, a multiple of 8; reduced once.
 
+    /// Adds floor(p / 2) to a row of range 1. What w was, next to zero, it now is as w - floor(p / 2): so a
+    /// sum over such rows need not look at each word to centre it.
+    void liftCentred(u64* row) const;
     /// out = sum over r < count of norm(row r) * constants[r * stride], in range 1. Row r stands at
-    /// sourceRows + r * degree, in range 1 for the prime of sources[r]; constants are in range 1. `out` is
-    /// none of the rows.
-    void sumNormalizedProducts(const u64* sourceRows, const Modulus* sources, const u64* constants,
-                               u64 stride, u64 count, u64* out) const;
+    /// sourceRows + r * degree, lifted by sources[r]; constants are in range 1. `out` is none of the rows.
+    void sumCentredProducts(const u64* liftedRows, const Modulus* sources, const u64* constants, u64 stride,
+                            u64 count, u64* out) const;
     /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over j < count, `termAt(j)` giving the three rows.
     /// The outputs are none of the rows. count > 0.
     template <class TermAt>
     void sumProducts(u64 count, TermAt termAt, u64* out1, u64* out2) const {
-        std::array<rows::ProductTerm, rows::maxProductTerms> terms;
+        std::array<rows::ProductTerm, rows::maxTerms> terms;
         for (u64 begin = 0; begin < count; begin += terms.size()) {
             const u64 few = std::min<u64>(count - begin, terms.size());
             for (u64 j = 0; j < few; ++j) terms[j] = termAt(begin + j);

@@ -83,9 +83,9 @@ void mulModInt<true>(u64* out1, u64* out2, const u64* a, const u64* b1, const u6
     rows::mulTwo<true, AVX2Lanes>(out1, out2, a, b1, b2, n, makeBarrettConstant(p));
 }
 
-void sumNormalizedProducts(const rows::NormalizedTerm* terms, u64 count, bool small, bool accumulate,
-                           u64* out, u64 n, rows::WideConstant wide) {
-    rows::sumNormalizedProducts<AVX2Lanes>(terms, count, small, accumulate, out, n, wide);
+void sumConstantProducts(const rows::ConstantTerm* terms, u64 count, u64 greatest, bool accumulate, u64 start,
+                         u64* out, u64 n, rows::WideConstant wide) {
+    rows::sumConstantProducts<AVX2Lanes>(terms, count, greatest, accumulate, start, out, n, wide);
 }
 
 void sumProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,

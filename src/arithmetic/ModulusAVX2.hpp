@@ -32,9 +32,9 @@ template <bool accumulate>
 template <bool accumulate>
 [[gnu::visibility("hidden")]] void mulModInt(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2,
                                              u64 p, u64 n);
-/// See `rows`; n is a multiple of 8, `small` tells that all moduli are below rows::smallLimbModulus.
-void sumNormalizedProducts(const rows::NormalizedTerm* terms, u64 count, bool small, bool accumulate,
-                           u64* out, u64 n, rows::WideConstant wide);
+/// See `rows`; n is a multiple of 8.
+void sumConstantProducts(const rows::ConstantTerm* terms, u64 count, u64 greatest, bool accumulate, u64 start,
+                         u64* out, u64 n, rows::WideConstant wide);
 void sumProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,
                  rows::WideConstant wide);
 

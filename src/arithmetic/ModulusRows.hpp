@@ -49,11 +49,9 @@ struct WideConstant {
     u64 low;
 };
 
-/// A term of a sum of products with one constant: the row, in range 1 for a modulus q < 2^61, is centred as
-/// CentringConstant tells and multiplied by c < p.
-struct NormalizedTerm {
+/// A term of a sum of products with constants: row * c, all factors below 2^61.
+struct ConstantTerm {
     const u64* row;
-    CentringConstant centring;
     u64 c;
 };
 
@@ -234,42 +232,46 @@ void normalizeAndConstMult(const u64* in, ShoupConstant c, CentringConstant cent
     }
 }
 
-/// Limbs of the sums of products below, by the greatest modulus in them. A sum of products is kept as
-/// low + 2^bits * middle + 2^(2 bits) * high, and its carries are moved up after every few terms:
+/// Terms that one sum of products may have: with factors below 2^61 it stays below 2^126.
+inline constexpr u64 maxTerms = 16;
+
+/// A sum of products is kept as low + 2^bits * middle + 2^(2 bits) * high, and its carries are moved up after
+/// every few terms. By a term low gains less than 2^(2 bits), middle twice the product of a low and a high
+/// limb. So, by the greatest factor:
 ///
-///   28 bits, moduli below 2^55:  factors below 2^56, products of limbs below 2^56, 64 terms between carries;
-///   31 bits, moduli below 2^61:  factors below 2^62 and 2^61; low gains less than 2^62 by a term, middle 1.5
-///                                times that: 2 terms between carries. The sum must stay below 2^126.
-inline constexpr int smallLimbBits = 28, greatLimbBits = 31;
-inline constexpr u64 smallLimbModulus = u64{1} << 55;
+///   28 bits, factors below 2^56:  more terms between carries than a sum may have;
+///   30 bits, factors below 2^60:  8 terms, 8 * 2 * (2^30 - 1)^2 < 2^64 - 2^34;
+///   31 bits, factors below 2^61:  4 terms, 4 * (2^31 - 1)^2 and 4 * 2 * (2^31 - 1) * (2^30 - 1), both below
+///                                 2^64 - 2^33.
+///
+/// What is left below 2^64 holds the carries from below and the word that the sum begins with.
+inline constexpr u64 smallFactors = u64{1} << 56, greatFactors = u64{1} << 60;
 
-/// Terms that one sum may have. A normalized row has words below q + p < 2^62, so a product is below 2^123.
-inline constexpr u64 maxNormalizedTerms = 8;
-inline constexpr u64 maxProductTerms = 16;
-
-template <int limbBits>
+template <int bits>
 [[gnu::always_inline]] constexpr bool carriesAreDue(u64 terms) {
-    return limbBits == greatLimbBits && terms % 2 == 0;
+    if constexpr (bits == 30) return terms % 8 == 0;
+    if constexpr (bits == 31) return terms % 4 == 0;
+    return false;
 }
 
-/// out = sum of norm(row) * c over `count` <= maxNormalizedTerms terms, added to what stood there when
-/// `accumulate`. Two vectors at a time: n is a multiple of 2 * L::width. `out` may be a term's row.
-template <int limbBits, bool accumulate, class L>
-void sumNormalizedProducts(const NormalizedTerm* terms, u64 count, u64* out, u64 n, WideConstant wide) {
-    using Sum = typename L::template Sum<limbBits>;
+/// out = start + sum of row * c over `count` <= maxTerms terms, with `accumulate` out += that sum; start <
+/// 2^61. Two vectors at a time: n is a multiple of 2 * L::width.
+template <int bits, bool accumulate, class L>
+void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 start, u64* out, u64 n,
+                         WideConstant wide) {
+    using Sum = typename L::template Sum<bits>;
+    typename Sum::Factor factors[maxTerms];
+    for (u64 r = 0; r < count; ++r) factors[r] = Sum::factor(terms[r].c);
     for (u64 i = 0; i < n; i += 2 * L::width) {
         Sum first, second;
-        if constexpr (accumulate) {
-            first.add(Sum::split(L::load(out + i)));
-            second.add(Sum::split(L::load(out + i + L::width)));
-        }
+        first.add(Sum::split(accumulate ? L::load(out + i) : L::splat(start)));
+        second.add(Sum::split(accumulate ? L::load(out + i + L::width) : L::splat(start)));
         for (u64 r = 0; r < count; ++r) {
-            const NormalizedTerm& term = terms[r];
-            const auto half = L::splat(term.centring.half), delta = L::splat(term.centring.delta);
-            const auto c = Sum::split(L::splat(term.c));
-            first.addProduct(Sum::split(L::addIfAbove(L::load(term.row + i), half, delta)), c);
-            second.addProduct(Sum::split(L::addIfAbove(L::load(term.row + i + L::width), half, delta)), c);
-            if (carriesAreDue<limbBits>(r + 1)) {
+            const u64* row = terms[r].row + i;
+            const auto c = Sum::splat(factors[r]);
+            first.addProduct(Sum::split(L::load(row)), c);
+            second.addProduct(Sum::split(L::load(row + L::width)), c);
+            if (carriesAreDue<bits>(r + 1)) {
                 first.carry();
                 second.carry();
             }
@@ -281,11 +283,11 @@ void sumNormalizedProducts(const NormalizedTerm* terms, u64 count, u64* out, u64
     }
 }
 
-/// out1 = sum of a * x, out2 = sum of a * y over `count` <= maxProductTerms terms, added to what stood there
-/// when `accumulate`. The outputs may be rows of terms.
-template <int limbBits, bool accumulate, class L>
+/// out1 = sum of a * x, out2 = sum of a * y over `count` <= maxTerms terms, added to what stood there when
+/// `accumulate`. The outputs may be rows of terms.
+template <int bits, bool accumulate, class L>
 void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 n, WideConstant wide) {
-    using Sum = typename L::template Sum<limbBits>;
+    using Sum = typename L::template Sum<bits>;
     for (u64 i = 0; i < n; i += L::width) {
         Sum first, second;
         if constexpr (accumulate) {
@@ -296,7 +298,7 @@ void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 
             const auto a = Sum::split(L::load(terms[r].a + i));
             first.addProduct(Sum::split(L::load(terms[r].x + i)), a);
             second.addProduct(Sum::split(L::load(terms[r].y + i)), a);
-            if (carriesAreDue<limbBits>(r + 1)) {
+            if (carriesAreDue<bits>(r + 1)) {
                 first.carry();
                 second.carry();
             }
@@ -308,24 +310,26 @@ void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 
     }
 }
 
-/// The sums with the limbs that suit the moduli; `small` tells that all are below smallLimbModulus.
+/// The sums with the limbs that suit their factors, which are at most `greatest`.
 template <class L>
-void sumNormalizedProducts(const NormalizedTerm* terms, u64 count, bool small, bool accumulate, u64* out,
-                           u64 n, WideConstant wide) {
-    const auto sum = small ? (accumulate ? sumNormalizedProducts<smallLimbBits, true, L>
-                                         : sumNormalizedProducts<smallLimbBits, false, L>)
-                           : (accumulate ? sumNormalizedProducts<greatLimbBits, true, L>
-                                         : sumNormalizedProducts<greatLimbBits, false, L>);
-    sum(terms, count, out, n, wide);
+void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 greatest, bool accumulate, u64 start,
+                         u64* out, u64 n, WideConstant wide) {
+    const auto sum =
+        greatest < smallFactors
+            ? (accumulate ? sumConstantProducts<28, true, L> : sumConstantProducts<28, false, L>)
+        : greatest < greatFactors
+            ? (accumulate ? sumConstantProducts<30, true, L> : sumConstantProducts<30, false, L>)
+            : (accumulate ? sumConstantProducts<31, true, L> : sumConstantProducts<31, false, L>);
+    sum(terms, count, start, out, n, wide);
 }
 
 template <class L>
 void sumProducts(const ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,
                  WideConstant wide) {
     const auto sum =
-        wide.p < smallLimbModulus
-            ? (accumulate ? sumProducts<smallLimbBits, true, L> : sumProducts<smallLimbBits, false, L>)
-            : (accumulate ? sumProducts<greatLimbBits, true, L> : sumProducts<greatLimbBits, false, L>);
+        wide.p < smallFactors   ? (accumulate ? sumProducts<28, true, L> : sumProducts<28, false, L>)
+        : wide.p < greatFactors ? (accumulate ? sumProducts<30, true, L> : sumProducts<30, false, L>)
+                                : (accumulate ? sumProducts<31, true, L> : sumProducts<31, false, L>);
     sum(terms, count, out1, out2, n, wide);
 }
 

@@ -32,7 +32,11 @@ struct ScalarLanes {
     struct Sum {
         u128 value = 0;
 
+        using Factor = u64;
+
         static u64 split(Words x) { return x; }
+        static Factor factor(u64 x) { return x; }
+        static u64 splat(Factor x) { return x; }
         void add(u64 x) { value += x; }
         void addProduct(u64 x, u64 y) { value += u128{x} * y; }
         void carry() {}

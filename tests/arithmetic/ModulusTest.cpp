@@ -478,6 +478,12 @@ struct Sources {
         }
     }
 
+    std::vector<u64> lifted() const {
+        auto result = rows;
+        for (u64 r = 0; r < moduli.size(); ++r) moduli[r].liftCentred(result.data() + r * degree);
+        return result;
+    }
+
     u64 expected(u64 i, u64 p) const {
         u64 sum = 0;
         for (u64 r = 0; r < moduli.size(); ++r)
@@ -492,7 +498,7 @@ struct Sources {
     std::vector<u64> constants;
 };
 
-TEST_P(RowKernels, SumNormalizedProductsConvertsFromManyModuli) {
+TEST_P(RowKernels, SumCentredProductsConvertsFromManyModuli) {
     SCOPED_TRACE(random_.describe());
     for (u64 p : primes) {
         for (u64 n : {8UL, 64UL}) {
@@ -502,8 +508,8 @@ TEST_P(RowKernels, SumNormalizedProductsConvertsFromManyModuli) {
                     const Modulus modulus(n, p, false);
                     const Sources from(n, count, p, random_, extreme);
                     std::vector<u64> out(n);
-                    modulus.sumNormalizedProducts(from.rows.data(), from.moduli.data(), from.constants.data(),
-                                                  2, count, out.data());
+                    modulus.sumCentredProducts(from.lifted().data(), from.moduli.data(),
+                                               from.constants.data(), 2, count, out.data());
                     for (u64 i = 0; i < n; ++i) ASSERT_EQ(out[i], from.expected(i, p)) << "i=" << i;
                 }
             }
@@ -511,19 +517,28 @@ TEST_P(RowKernels, SumNormalizedProductsConvertsFromManyModuli) {
     }
 }
 
-TEST_P(RowKernels, SumNormalizedProductsCarriesItsGreatestSums) {
-    // From the greatest prime to the next below: x + p - q is taken for all words above q / 2, and all words
-    // of the sum are at their greatest.
-    const u64 n = 8, q = 2305843009213689601, p = 2305843009213682689;
-    const Modulus modulus(n, p, false);
-    for (u64 word : {q / 2, q / 2 + 1, q - 1}) {
+TEST_P(RowKernels, LiftCentredPutsResiduesNextToZeroInOrder) {
+    for (u64 p : primes) {
+        const u64 n = 8, half = p / 2;
+        std::vector<u64> row{0, 1, half, half + 1, p - 1, half - 1, half + 2, 2};
+        Modulus(n, p, false).liftCentred(row.data());
+        EXPECT_THAT(row, ElementsAre(half, half + 1, 2 * half, 0, half - 1, 2 * half - 1, 1, half + 2));
+    }
+}
+
+TEST_P(RowKernels, SumCentredProductsCarriesItsGreatestSums) {
+    // All factors at their greatest, for the greatest primes of each number of limb bits: a lifted word of
+    // q - 1 was (q - 1) / 2.
+    const u64 n = 8;
+    for (u64 p : {2305843009213689601UL, 1152921504606846577UL, 72057594037927889UL}) {
+        const Modulus modulus(n, p, false);
         for (u64 count = 1; count <= 33; ++count) {
             std::vector<Modulus> moduli;
-            for (u64 r = 0; r < count; ++r) moduli.emplace_back(n, q, false);
-            const std::vector<u64> rows(n * count, word), constants(count, p - 1);
+            for (u64 r = 0; r < count; ++r) moduli.emplace_back(n, p, false);
+            const std::vector<u64> rows(n * count, p - 1), constants(count, p - 1);
             std::vector<u64> out(n);
-            modulus.sumNormalizedProducts(rows.data(), moduli.data(), constants.data(), 1, count, out.data());
-            EXPECT_THAT(out, Each(wideMul(wideMul(centred(word, q, p), p - 1, p), count, p))) << count;
+            modulus.sumCentredProducts(rows.data(), moduli.data(), constants.data(), 1, count, out.data());
+            EXPECT_THAT(out, Each(wideMul(wideMul(p / 2, p - 1, p), count, p))) << count;
         }
     }
 }
