@@ -24,6 +24,9 @@ public:
     /// Smaller blocks the C library itself keeps at hand.
     static constexpr std::size_t minBlock = std::size_t{256} << 10;
 
+    /// From this size on, blocks lie on pages of 2 MiB where the system grants them.
+    static constexpr std::size_t minHugePageBlock = std::size_t{2} << 20;
+
     explicit BlockCache(std::size_t limit);
     BlockCache(const BlockCache&) = delete;
     BlockCache& operator=(const BlockCache&) = delete;

@@ -5,12 +5,17 @@
 #include "support/Sanitizer.hpp"
 #include "support/Seeded.hpp"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <new>
+#include <sstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -138,6 +143,33 @@ TEST(BlockCache, ThreadsNeverShareABlock) {
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(broken, std::vector<int>(threadCount));
     EXPECT_LE(cache.keptBytes(), 3 * mebi);
+}
+
+/// The flags by which the system describes the mapping that holds `address`; empty where it does not tell.
+std::string mappingFlags(const void* address) {
+    std::ifstream mappings("/proc/self/smaps");
+    bool isIts = false;
+    for (std::string line; std::getline(mappings, line);) {
+        std::uintptr_t begin = 0, end = 0;
+        char dash = 0;
+        if (std::istringstream head(line); head >> std::hex >> begin >> dash >> end && dash == '-')
+            isIts = begin <= reinterpret_cast<std::uintptr_t>(address) &&
+                    reinterpret_cast<std::uintptr_t>(address) < end;
+        else if (isIts && line.starts_with("VmFlags:"))
+            return line + ' ';
+    }
+    return {};
+}
+
+TEST(BlockCache, AsksForHugePagesUnderBlocksThatHoldSome) {
+    if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled")) GTEST_SKIP() << "no huge pages here";
+    BlockCache cache(0);
+    auto* block = static_cast<std::byte*>(cache.allocate(8 * mebi));
+    const std::string first = mappingFlags(block), last = mappingFlags(block + 8 * mebi - 1);
+    cache.release(block, 8 * mebi);
+    if (first.empty()) GTEST_SKIP() << "the system does not describe mappings";
+    EXPECT_THAT(first, testing::HasSubstr(" hg "));
+    EXPECT_THAT(last, testing::HasSubstr(" hg "));
 }
 
 TEST(BlockCache, ServesTheHostMemoryResource) {
