@@ -15,15 +15,11 @@
 namespace Torvo {
 namespace {
 
-using test::BootScheme;
+using test::boot;
 using test::ErrorBits;
 using test::SimulatedBootstrap;
 
 constexpr double tolerance = 1.5; // bits
-
-const BootScheme& boot() {
-    return BootScheme::toy();
-}
 
 Ciphertext encrypted(const Message& message, u64 level) {
     Ciphertext out(boot().scheme.context);

@@ -14,15 +14,8 @@
 namespace Torvo {
 namespace {
 
-using test::BootScheme;
-using test::Scheme;
-
-const BootScheme& boot() {
-    return BootScheme::toy();
-}
-const Scheme& toy() {
-    return boot().scheme;
-}
+using test::boot;
+using test::toy;
 
 constexpr long double pi = std::numbers::pi_v<long double>;
 constexpr u64 sineLevel = 21; // where coefficient-to-slot leaves the toy preset

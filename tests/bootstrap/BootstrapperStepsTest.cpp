@@ -17,15 +17,9 @@
 namespace Torvo {
 namespace {
 
-using test::BootScheme;
-using test::Scheme;
+using test::boot;
+using test::toy;
 
-const BootScheme& boot() {
-    return BootScheme::toy();
-}
-const Scheme& toy() {
-    return boot().scheme;
-}
 const ContextContent& ring() {
     return *toy().context;
 }

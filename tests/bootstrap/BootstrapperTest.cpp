@@ -20,15 +20,8 @@
 namespace Torvo {
 namespace {
 
-using test::BootScheme;
-using test::Scheme;
-
-const BootScheme& boot() {
-    return BootScheme::toy();
-}
-const Scheme& toy() {
-    return boot().scheme;
-}
+using test::boot;
+using test::toy;
 
 /// A pack with the fixed keys and rotation keys of these left rotations.
 KeyPack packWith(const std::set<long>& rotations) {

@@ -19,15 +19,8 @@ namespace Torvo {
 namespace {
 
 using test::BigInt;
-using test::BootScheme;
-using test::Scheme;
-
-const BootScheme& boot() {
-    return BootScheme::toy();
-}
-const Scheme& toy() {
-    return boot().scheme;
-}
+using test::boot;
+using test::toy;
 
 /// b + a s of a ciphertext in NTT form, as integers of least absolute value modulo the live primes.
 std::vector<BigInt> phaseOf(const Ciphertext& ciphertext) {
