@@ -1,0 +1,50 @@
+#include "support/FailingAllocations.hpp"
+
+#include "core/DeviceSpecificArray.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <thread>
+
+using namespace Torvo;
+using namespace Torvo::test;
+
+namespace {
+
+TEST(FailingAllocations, FailOnceAfterTheCountedOnes) {
+    const FailingAllocation failing(1);
+    EXPECT_NO_THROW(std::make_unique<int>(1));
+    EXPECT_FALSE(failing.hasFailed());
+    EXPECT_THROW(std::make_unique<int>(2), std::bad_alloc);
+    EXPECT_TRUE(failing.hasFailed());
+    EXPECT_NO_THROW(std::make_unique<int>(3));
+}
+
+TEST(FailingAllocations, ReachTheArraysOfTheLibrary) {
+    const FailingAllocation failing(0);
+    EXPECT_THROW(DeviceSpecificArray<u64>(3), std::bad_alloc);
+}
+
+TEST(FailingAllocations, CanBeThoseOfOtherThreadsAlone) {
+    bool threw = false;
+    std::unique_ptr<FailingAllocation> failing;
+    std::atomic<bool> isArmed = false;
+    std::thread other([&] {
+        while (!isArmed) std::this_thread::yield();
+        try {
+            std::make_unique<int>(1);
+        } catch (const std::bad_alloc&) {
+            threw = true;
+        }
+    });
+    failing = std::make_unique<FailingAllocation>(0, FailingAllocation::Thread::Others);
+    EXPECT_NO_THROW(std::make_unique<int>(2));
+    isArmed = true;
+    other.join();
+    EXPECT_TRUE(threw);
+}
+
+} // namespace
