@@ -60,8 +60,9 @@ TORVO_API Context makeContext(unsigned long log_degree, unsigned long chain_leng
 ///         input stream! Read <got>"
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});
 
-/// Writes the recipe of a context, 69 bytes, over whatever the file held. GPU numbers are not stored.
-/// @throws RuntimeException "Cannot open file " and the path
+/// Writes the recipe of a context, 69 bytes, in place of what the file held. GPU numbers are not stored.
+/// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and the
+///         reason. The file that stood there still stands then
 /// @throws cereal::Exception, a std::runtime_error, on a full disk: "Failed to write <wanted> bytes to output
 ///         stream! Wrote <got>"
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);

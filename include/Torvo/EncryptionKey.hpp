@@ -45,7 +45,8 @@ public:
     void allocate(const Device& device);
 
     /// Format: docs/files.md; the uniform part is stored as its seed.
-    /// @throws RuntimeException "Cannot open file " and the path
+    /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
+    ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

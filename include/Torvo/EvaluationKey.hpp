@@ -53,7 +53,8 @@ public:
     void removeExcept(const Device& device);
 
     /// Format: docs/files.md; the uniform parts are stored as their seeds.
-    /// @throws RuntimeException "Cannot open file " and the path
+    /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
+    ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

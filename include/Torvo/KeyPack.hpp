@@ -86,7 +86,9 @@ public:
     /// Keeps all keys on `device` only.
     void to(const Device& device);
 
-    /// `setKeyDirPath(path)`, then writes each key held into its file.
+    /// `setKeyDirPath(path)`, then writes each key held into its file. Each file is replaced as a whole, the
+    /// directory file by file: a reader meanwhile may find new keys beside old ones.
+    /// @throws RuntimeException as `setKeyDirPath`, and as `EvaluationKey::save`
     void save(const std::string& path);
     /// Writes the pack as one archive (format: docs/files.md).
     void save(std::ostream& stream) const;

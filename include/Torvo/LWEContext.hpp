@@ -44,8 +44,8 @@ TORVO_API Context makeContext(unsigned long dimension, unsigned long chain_lengt
 /// Rebuilds a context from a file of `saveContextToFile`.
 /// @throws RuntimeException "Cannot open file " and the path; the archive's exceptions on a short file
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});
-/// Writes the recipe of a context, 37 bytes, over whatever the file held.
-/// @throws RuntimeException "Cannot open file " and the path
+/// Writes the recipe of a context, 37 bytes, in place of what the file held.
+/// @throws as `Torvo::saveContextToFile`
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
 
 /// log2 of the scale of data at each level, from level 0 to the top.

@@ -50,13 +50,16 @@ public:
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
-    /// Writes the whole key.
-    /// @throws RuntimeException "Cannot open file " and the path
+    /// Writes the whole key. The file has mode 0600 from its beginning, whatever stood there.
+    /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
+    ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Writes only the generator state from which the key was sampled. The file carries no mark of the
     /// context: a context of other dimension regrows another key from it.
-    /// @throws RuntimeException "The secret key is not randomly generated" for a key given by coefficients
+    /// The file's mode is 0600 too.
+    /// @throws RuntimeException "The secret key is not randomly generated" for a key given by coefficients;
+    ///         then as `save`
     void saveSeedOnly(const std::string& path) const;
     void saveSeedOnly(std::ostream& stream) const;
 

@@ -60,7 +60,8 @@ public:
     void allocate(const Device& device);
 
     /// Writes the slots (format: docs/files.md).
-    /// @throws RuntimeException "Cannot open file " and the path
+    /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
+    ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Replaces size and slots by the saved ones.

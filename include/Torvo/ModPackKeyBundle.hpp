@@ -32,7 +32,8 @@ public:
 
     /// The file does not tell the number of keys: load into a bundle of the right number. Format:
     /// docs/files.md.
-    /// @throws RuntimeException "Cannot open file " and the path
+    /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
+    ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

@@ -30,7 +30,8 @@ public:
     void to(const Device& device);
 
     /// The format is that of `EvaluationKey`.
-    /// @throws RuntimeException "Cannot open file " and the path
+    /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
+    ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException as `EvaluationKey::load`

@@ -87,7 +87,7 @@ void SecretKeyImpl<E>::save(std::ostream& stream) const {
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::save(const std::string& path) const {
-    Serialize::save(path, detail::adapt(*this, detail::SerializeOption::full));
+    Serialize::saveSecret(path, detail::adapt(*this, detail::SerializeOption::full));
 }
 
 template <EncryptionType E>
@@ -99,7 +99,7 @@ void SecretKeyImpl<E>::saveSeedOnly(std::ostream& stream) const {
 template <EncryptionType E>
 void SecretKeyImpl<E>::saveSeedOnly(const std::string& path) const {
     require(seed.isRandom(), message::keyNotRandom);
-    Serialize::save(path, detail::adapt(*this, detail::SerializeOption::seedOnly));
+    Serialize::saveSecret(path, detail::adapt(*this, detail::SerializeOption::seedOnly));
 }
 
 template <EncryptionType E>

@@ -64,7 +64,7 @@ void SecretKeyImpl::save(std::ostream& stream) const {
 }
 
 void SecretKeyImpl::save(const std::string& path) const {
-    Serialize::save(path, detail::adapt(*this, detail::SerializeOption::full));
+    Serialize::saveSecret(path, detail::adapt(*this, detail::SerializeOption::full));
 }
 
 void SecretKeyImpl::saveSeedOnly(std::ostream& stream) const {
@@ -74,7 +74,7 @@ void SecretKeyImpl::saveSeedOnly(std::ostream& stream) const {
 
 void SecretKeyImpl::saveSeedOnly(const std::string& path) const {
     require(seed.isRandom(), message::keyNotRandom);
-    Serialize::save(path, detail::adapt(*this, detail::SerializeOption::seedOnly));
+    Serialize::saveSecret(path, detail::adapt(*this, detail::SerializeOption::seedOnly));
 }
 
 void SecretKeyImpl::saveFull(OutputArchive& archive) const {

@@ -2,6 +2,7 @@
 
 #include "persistence/Archive.hpp"
 #include "persistence/Messages.hpp"
+#include "persistence/SavedFile.hpp"
 
 #include <Torvo/RuntimeException.hpp>
 
@@ -30,30 +31,34 @@ void load(std::istream& stream, Args&&... args) {
 
 namespace detail {
 
-/// Opens a file without a buffer: a write that the disk has no room for is noticed where it happens, and no
-/// copy of a key stays behind in memory.
-template <class FileStream>
-FileStream openFile(const std::string& path, std::ios::openmode mode) {
-    FileStream stream;
-    stream.rdbuf()->pubsetbuf(nullptr, 0);
-    stream.open(path, mode | std::ios::binary);
-    if (!stream.is_open()) throw RuntimeException(message::cannotOpenFile + path);
-    return stream;
+template <class... Args>
+void saveFile(const std::string& path, Torvo::detail::Secrecy secrecy, Args&... args) {
+    Torvo::detail::writeFile(path, secrecy, [&](std::ostream& stream) { save(stream, args...); });
 }
 
 } // namespace detail
 
-/// @throws RuntimeException "Cannot open file " and the path
+/// The old file stands until the new one is whole.
+/// @throws as `writeFile`
 template <class... Args>
 void save(const std::string& path, Args&&... args) {
-    auto stream = detail::openFile<std::ofstream>(path, std::ios::out);
-    save(static_cast<std::ostream&>(stream), std::forward<Args>(args)...);
+    detail::saveFile(path, Torvo::detail::Secrecy::Public, args...);
 }
 
+/// The same, into a file that only its owner may read.
+template <class... Args>
+void saveSecret(const std::string& path, Args&&... args) {
+    detail::saveFile(path, Torvo::detail::Secrecy::Secret, args...);
+}
+
+/// Reads without a buffer: no copy of a key stays behind in memory.
 /// @throws RuntimeException "Cannot open file " and the path
 template <class... Args>
 void load(const std::string& path, Args&&... args) {
-    auto stream = detail::openFile<std::ifstream>(path, std::ios::in);
+    std::ifstream stream;
+    stream.rdbuf()->pubsetbuf(nullptr, 0);
+    stream.open(path, std::ios::in | std::ios::binary);
+    if (!stream.is_open()) throw RuntimeException(message::cannotOpenFile + path);
     load(static_cast<std::istream&>(stream), std::forward<Args>(args)...);
 }
 

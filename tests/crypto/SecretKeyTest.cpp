@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -256,6 +257,19 @@ TEST(SecretKey, BothFormsGoThroughFiles) {
 }
 
 // The position in the stream matters too: the key was drawn late in a buffer and reaches into the next one.
+TEST(SecretKey, ItsFilesAreTheOwnersAlone) {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory.path() + "/key.bin";
+    const SecretKey key(toy());
+    for (const bool isInFull : {true, false}) {
+        std::ofstream(path) << "what others may read";
+        std::filesystem::permissions(path, static_cast<std::filesystem::perms>(0666));
+        isInFull ? key.save(path) : key.saveSeedOnly(path);
+        EXPECT_EQ(std::filesystem::status(path).permissions(), static_cast<std::filesystem::perms>(0600));
+        expectSameKey(SecretKey(toy(), path), key);
+    }
+}
+
 TEST(SecretKey, LoadingTheSeedLeavesTheThreadsStreamUndisturbed) {
     setSeed(pinnedSeed);
     std::vector<u64> words(131072 - 10);

@@ -150,6 +150,19 @@ TEST(LWESecretKey, BothFormsGiveTheKeyBackThroughStreamsAndFiles) {
     EXPECT_REFUSED(SecretKey(smallLWEContext(), absent), "Cannot open file " + absent);
 }
 
+TEST(LWESecretKey, ItsFilesAreTheOwnersAlone) {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory.path() + "/key.bin";
+    const SecretKey key(smallLWEContext());
+    using Save = void (SecretKey::*)(const std::string&) const;
+    for (const Save save : {Save{&SecretKey::save}, Save{&SecretKey::saveSeedOnly}}) {
+        (key.*save)(path);
+        EXPECT_EQ(std::filesystem::status(path).permissions(), static_cast<std::filesystem::perms>(0600));
+        expectSameKey(SecretKey(smallLWEContext(), path), key);
+        std::filesystem::permissions(path, static_cast<std::filesystem::perms>(0666)); // for the next one
+    }
+}
+
 TEST(LWESecretKey, LoadingTheSeedLeavesTheThreadsStreamUndisturbed) {
     setSeed(pinnedSeed);
     std::vector<u64> words(131072 - 10);
