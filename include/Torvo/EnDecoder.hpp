@@ -15,6 +15,15 @@ namespace Torvo {
 /// the r primes it is to lose (scales: `getDefaultScaleFactorList`). Rounding is to the nearest integer, half
 /// away from zero; so the error of a slot is about sqrt(degree / 12) / scale. A negative counter is refused
 /// with "Rescale counter should be greater than or equal to zero". Thread-safe.
+///
+/// A coefficient of the plaintext times that scale has to stay below half the product of the primes 0 to
+/// l - r, and below 2^127. Beyond that it would wrap around and decode as noise. So such numbers are refused,
+/// NaN and infinities too, as the last check of all:
+///   "[encode] Cannot encode the coefficient " and the coefficient " at level " l " with rescale counter " r
+///   ": the magnitude should be at most " and the largest that is allowed ". Give a smaller number or a
+///   higher level."
+/// "the number" instead of "the coefficient" tells of a number that the caller gave, be it a coefficient or a
+/// part of a slot that is not finite. The coefficients of a message are no larger than its largest slot.
 class TORVO_API EnDecoder {
 public:
     explicit EnDecoder(const Context& context);
@@ -23,7 +32,8 @@ public:
     /// @throws RuntimeException in this order: "[encode] Cannot encode a message of size 0"; "[encode] The
     ///         message size should be a power of two"; "[encode] The target level is greater than the maximum
     ///         possible level"; "[encode] Message size is too large."; "[encode] The target rescale counter
-    ///         should be less than or equal to the target level."
+    ///         should be less than or equal to the target level."; "The generated context does not support
+    ///         the operation with current operands; check the device."; "[encode] Cannot encode the ..."
     Plaintext encode(const Message& message) const;
     /// Encodes at `level`, owing `rescale_counter` rescales, in NTT form; throws as above.
     Plaintext encode(const Message& message, unsigned long level, int rescale_counter = 0) const;
@@ -36,7 +46,7 @@ public:
     ///         possible level"; "[encode] Cannot encode a message with a size less than 2"; "[encode] The
     ///         message size should be a power of two" (above the degree); "[encode] The target rescale
     ///         counter should be less than or equal to the target level."; "[embeddingToN] The degree of
-    ///         polynomial should be divided by the size of message."
+    ///         polynomial should be divided by the size of message."; "[encode] Cannot encode the ..."
     Plaintext encodeWithoutNTT(const std::vector<double>& coefficients, unsigned long level,
                                int rescale_counter = 0) const;
 

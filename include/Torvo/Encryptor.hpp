@@ -19,7 +19,9 @@ namespace Torvo {
 /// coefficient forms), at the level of the plaintext, with its log slots and rescale counter.
 ///
 /// Forms without level and rescale counter take the encryption level and 0. Encoding errors are those of
-/// `EnDecoder::encode`.
+/// `EnDecoder::encode`. Of these "[encode] Cannot encode the ...", for numbers that are too large for level
+/// and scale, infinite or NaN, comes last of all, after those of encryption. After a refusal by encoding
+/// nothing has been drawn, and the output is as it was.
 class TORVO_API Encryptor {
 public:
     explicit Encryptor(const Context& context);

@@ -42,6 +42,10 @@ class HomEvaluatorImpl;
 ///     multiplication of operands that owe a rescale;
 ///   - "Operands have different levels.": where levels are not matched for the caller;
 ///   - "Message that is GPU-allocated is not supported.": messages are computed on the CPU;
+///   - "[encode] Cannot encode the ...": a constant or a message, given to a plaintext or a ciphertext, that
+///   is
+///     too large for level and scale, infinite or NaN (`EnDecoder` has the rule and the whole text; "the
+///     number" is a part of the constant). It is the last check, and the output is as it was;
 ///   - "Operands are not of the ring of the generated context.": an operand of another degree, or with more
 ///     primes. (Rings that differ in their primes only are not told apart.)
 class TORVO_API HomEvaluator {
@@ -137,6 +141,8 @@ public:
     void sub(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
 
     /// Times a constant. Spends one level, or none when real and imaginary part are within 1e-8 of integers.
+    /// @throws RuntimeException "[mult] Cannot multiply by the integer " and the part ": the magnitude should
+    ///         be at most 9223372036854774784. Give a smaller number.", for such a part that reaches 2^63
     template <EncryptionType E>
     void mult(const CiphertextBase<E>& in, std::complex<double> c, CiphertextBase<E>& out) const;
     /// Slot-wise product with a message; spends one level.

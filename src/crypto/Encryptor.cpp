@@ -7,11 +7,11 @@
 #include "crypto/OutputShape.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"
+#include "encoding/Encoding.hpp"
 #include "encoding/Messages.hpp"
 
-#include <Torvo/EnDecoder.hpp>
-
 #include <bit>
+#include <utility>
 
 namespace Torvo {
 
@@ -21,6 +21,10 @@ std::shared_ptr<EncryptionKey> loadedKey(const KeyPack& keyPack) {
     auto key = keyPack.getEncKey();
     require(key != nullptr, message::noEncryptionKey);
     return key;
+}
+
+void requireEncryptionLevel(const Context& context, const Plaintext& plaintext, const char* refusal) {
+    require(plaintext.getLevel() <= getEncryptionLevel(context), refusal);
 }
 
 /// A fresh error with the rows of `level`, on coefficients.
@@ -71,8 +75,8 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
     const auto key = loadedKey(keyPack);
     const Device device = key->getDevice();
     require(plaintext.getDevice() == device, message::operandsOnDifferentDevices);
+    requireEncryptionLevel(context_, plaintext, message::aboveEncryptionLevelUnderPublicKey);
     const u64 level = plaintext.getLevel();
-    require(level <= getEncryptionLevel(context_), message::aboveEncryptionLevelUnderPublicKey);
 
     const PrimeModuli& primes = context_->primes;
     SecretPolynomial v(context_, false, level), e1(context_, false, level), e0(context_, false, level);
@@ -96,7 +100,9 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
 void Encryptor::encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
                         int rescaleCounter) const {
     require(message.getDevice() == loadedKey(keyPack)->getDevice(), message::operandsOnDifferentDevices);
-    encrypt(EnDecoder(context_).encodeWithoutNTT(message, level, rescaleCounter), keyPack, out);
+    Encoding encoding(context_, message, level, rescaleCounter);
+    requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderPublicKey);
+    encrypt(std::move(encoding).take(), keyPack, out);
 }
 
 void Encryptor::encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out) const {
@@ -107,8 +113,8 @@ void Encryptor::encrypt(const Message& message, const KeyPack& keyPack, Cipherte
 template <EncryptionType E>
 void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey,
                         CiphertextBase<E>& out) const {
+    requireEncryptionLevel(context_, plaintext, message::aboveEncryptionLevelUnderSecretKey);
     const u64 level = plaintext.getLevel();
-    require(level <= getEncryptionLevel(context_), message::aboveEncryptionLevelUnderSecretKey);
 
     SecretPolynomial masked(context_, false, level);
     shapeOutput(context_, false, out);
@@ -128,7 +134,9 @@ void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secr
 template <EncryptionType E>
 void Encryptor::encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out,
                         unsigned long level, int rescaleCounter) const {
-    encrypt(EnDecoder(context_).encodeWithoutNTT(message, level, rescaleCounter), secretKey, out);
+    Encoding encoding(context_, message, level, rescaleCounter);
+    requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
+    encrypt(std::move(encoding).take(), secretKey, out);
 }
 
 template <EncryptionType E>
@@ -142,7 +150,9 @@ void Encryptor::encrypt(const std::vector<double>& coefficients, const SecretKey
                         CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const {
     require(coefficients.size() > 1, message::encodeFewerThanTwo);
     require(std::has_single_bit(coefficients.size()), message::encodeSizeNotPowerOfTwo);
-    encrypt(EnDecoder(context_).encodeWithoutNTT(coefficients, level, rescaleCounter), secretKey, out);
+    Encoding encoding(context_, coefficients, level, rescaleCounter);
+    requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
+    encrypt(std::move(encoding).take(), secretKey, out);
     out.setEncodingType(EncodingType::Coefficient);
     for (Polynomial& poly : out.getPolys().getPolys()) context_->primes.backwardNTT(poly, poly);
 }

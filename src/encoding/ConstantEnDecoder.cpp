@@ -2,6 +2,7 @@
 
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
+#include "encoding/EncodingBound.hpp"
 #include "encoding/OwedPrimes.hpp"
 
 namespace Torvo {
@@ -35,6 +36,9 @@ LevelledElement ConstantEnDecoder::encodeConst(const double& value, unsigned lon
         const auto owed = static_cast<u64>(rescaleCounter);
         LevelledElement element = zeroOf(context);
         element.setLevel(level);
+        // Before the conversion to an integer, which is not defined for more than it holds.
+        const EncodingBound bound(context->primes, context->scale_factors, level, rescaleCounter);
+        if (!bound.holds(value)) bound.refuse("number", value);
         encodeRows(context->primes, value, context->scale_factors.log_scale[level - owed], owed, element);
         return element;
     };

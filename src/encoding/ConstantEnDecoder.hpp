@@ -16,7 +16,9 @@ public:
     explicit ConstantEnDecoder(const LWE::Context& context);
 
     /// trunc(|value| * 2^log_scale[level - rescaleCounter]) with the sign of `value`, times the
-    /// `rescaleCounter` top primes, modulo each prime up to `level`. Checks nothing: callers have.
+    /// `rescaleCounter` top primes, modulo each prime up to `level`. Level and counter are not checked:
+    /// callers have.
+    /// @throws RuntimeException of `EncodingBound::refuse`
     LevelledElement encodeConst(const double& value, unsigned long level, int rescaleCounter) const;
 
 private:

@@ -5,59 +5,15 @@
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "encoding/CentredInteger.hpp"
+#include "encoding/Encoding.hpp"
 #include "encoding/Messages.hpp"
-#include "encoding/OwedPrimes.hpp"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 
 namespace Torvo {
 
 namespace {
-
-/// The rules that encoding from slots and from coefficients share; each form has its own on the size.
-void requireLevel(const Context& context, u64 level) {
-    require(level < context->parameter.chain_length, message::encodeLevelTooHigh);
-}
-
-void requireCounter(int rescaleCounter, u64 level) {
-    require(rescaleCounter <= static_cast<int>(level), message::encodeCounterAboveLevel);
-}
-
-void requireSlots(const Context& context, const Message& message, u64 level) {
-    require(!message.isEmpty(), message::encodeNothing);
-    require(std::has_single_bit(message.getSize()), message::encodeSizeNotPowerOfTwo);
-    requireLevel(context, level);
-    require(message.getLogSlots() < context->parameter.log_degree, message::encodeSizeTooLarge);
-}
-
-Plaintext blankPlaintext(const Context& context, u64 logSlots, const Device& device, u64 level,
-                         int rescaleCounter) {
-    Plaintext plaintext(context);
-    plaintext.setLogSlots(logSlots);
-    plaintext.getMx() = Polynomial(context, false, true, level); // plaintexts are kept: no rows to spare
-    plaintext.allocate(device);
-    plaintext.setRescaleCounter(rescaleCounter);
-    return plaintext;
-}
-
-/// 2^log_scale of the level that the plaintext comes down to once it owes nothing.
-double scaleOf(const Context& context, const Plaintext& plaintext) {
-    const u64 settled = plaintext.getLevel() - static_cast<u64>(plaintext.getRescaleCounter());
-    return std::pow(2.0, context->scale_factors.log_scale[settled]);
-}
-
-void multiplyByOwedPrimes(const PrimeModuli& primes, Plaintext& plaintext) {
-    const auto owed = static_cast<u64>(plaintext.getRescaleCounter());
-    if (owed == 0) return;
-    const u64 rows = plaintext.getLevel() + 1;
-    DeviceSpecificArray<u64> constants(rows);
-    for (u64 i = 0; i < rows; ++i) constants[i] = owedPrimes(primes, i, rows - 1, owed);
-    constants.to(plaintext.getDevice());
-    Polynomial& mx = plaintext.getMx();
-    primes.constMult(mx, constants.getData(), mx, OutputModulusBoundValidator(0, rows));
-}
 
 /// Reads the coefficients 0, step, 2 * step, ... of row i of a polynomial in either form.
 class StridedRow {
@@ -121,36 +77,17 @@ Plaintext EnDecoder::encode(const Message& message) const {
 }
 
 Plaintext EnDecoder::encode(const Message& message, unsigned long level, int rescale_counter) const {
-    Plaintext plaintext = encodeWithoutNTT(message, level, rescale_counter);
-    context_->primes.forwardNTT(plaintext.getMx(), plaintext.getMx());
-    return plaintext;
+    return Encoding(context_, message, level, rescale_counter).takeInNTTForm();
 }
 
 Plaintext EnDecoder::encodeWithoutNTT(const Message& message, unsigned long level,
                                       int rescale_counter) const {
-    requireSlots(context_, message, level);
-    requireCounter(rescale_counter, level);
-    Plaintext plaintext =
-        blankPlaintext(context_, message.getLogSlots(), message.getDevice(), level, rescale_counter);
-    Message coefficients = message;
-    context_->fft.backwardFFT(coefficients);
-    context_->primes.embeddingToN(coefficients, scaleOf(context_, plaintext), plaintext.getMx());
-    multiplyByOwedPrimes(context_->primes, plaintext);
-    return plaintext;
+    return Encoding(context_, message, level, rescale_counter).take();
 }
 
 Plaintext EnDecoder::encodeWithoutNTT(const std::vector<double>& coefficients, unsigned long level,
                                       int rescale_counter) const {
-    requireLevel(context_, level);
-    require(coefficients.size() > 1, message::encodeFewerThanTwo);
-    require(coefficients.size() <= context_->parameter.degree, message::encodeSizeNotPowerOfTwo);
-    requireCounter(rescale_counter, level);
-    const auto logSlots = static_cast<u64>(std::bit_width(coefficients.size())) - 2;
-    Plaintext plaintext = blankPlaintext(context_, logSlots, Device{}, level, rescale_counter);
-    context_->primes.embeddingToN(coefficients.data(), coefficients.size(), scaleOf(context_, plaintext),
-                                  plaintext.getMx());
-    multiplyByOwedPrimes(context_->primes, plaintext);
-    return plaintext;
+    return Encoding(context_, coefficients, level, rescale_counter).take();
 }
 
 Message EnDecoder::decode(const Plaintext& plaintext) const {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "core/Integers.hpp"
+
+#include <string>
+
 /// The refusals of the encoding layer, word for word.
 namespace Torvo::message {
 
@@ -19,5 +23,13 @@ inline constexpr const char* encodeLevelTooHigh =
 inline constexpr const char* encodeSizeTooLarge = "[encode] Message size is too large.";
 inline constexpr const char* encodeCounterAboveLevel =
     "[encode] The target rescale counter should be less than or equal to the target level.";
+
+/// Of `what`, a number given as `value`, both numbers in decimal.
+inline std::string encodeOutOfRange(const std::string& what, const std::string& value, u64 level, int counter,
+                                    const std::string& largest) {
+    return "[encode] Cannot encode the " + what + " " + value + " at level " + std::to_string(level) +
+           " with rescale counter " + std::to_string(counter) + ": the magnitude should be at most " +
+           largest + ". Give a smaller number or a higher level.";
+}
 
 } // namespace Torvo::message

@@ -32,13 +32,13 @@ EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 lev
         return residues;
     };
     EncodedConstant encoded{encodePart(c.real()), std::nullopt};
-    // A NaN is not zero, so it reaches the product.
+    // A NaN is not zero, so it is refused and not dropped.
     if (!(c.imag() == 0.0)) encoded.imag = encodePart(c.imag());
     return encoded;
 }
 
-Plaintext HomEvaluatorImpl::reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const {
-    return enDecoder_->encode(enDecoder_->decode(plaintext), level, rescaleCounter);
+Encoding HomEvaluatorImpl::reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const {
+    return {context_, enDecoder_->decode(plaintext), level, rescaleCounter};
 }
 
 long HomEvaluatorImpl::galoisElement(u64 index, const Device& device) const {

@@ -3,6 +3,7 @@
 #include "arithmetic/LevelledElement.hpp"
 #include "core/Integers.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
+#include "encoding/Encoding.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/KeySwitcher.hpp"
 
@@ -177,7 +178,7 @@ private:
     void requireLevelOfChain(u64 level) const;
     EncodedConstant encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
                                    const Device& device) const;
-    Plaintext reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const;
+    Encoding reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const;
     long galoisElement(u64 index, const Device& device) const;
 
     // HomEvaluatorPlaintext.cpp
@@ -196,9 +197,13 @@ private:
     void multGaussianInteger(const CiphertextBase<E>& in, double re, double im, CiphertextBase<E>& out) const;
     template <EncryptionType E>
     void multEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
+    template <EncryptionType E>
+    void multEncoded(const CiphertextBase<E>& in, Encoding encoding, CiphertextBase<E>& out) const;
     template <class Sign, EncryptionType E>
     void combineEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
                         CiphertextBase<E>& out) const;
+    template <class Sign, EncryptionType E>
+    void combineEncoded(const CiphertextBase<E>& in, Encoding encoding, CiphertextBase<E>& out) const;
     template <class Sign, EncryptionType E>
     void combine(const CiphertextBase<E>& in, const Message& message, CiphertextBase<E>& out) const;
     template <class Sign, EncryptionType E>

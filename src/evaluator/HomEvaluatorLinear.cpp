@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace Torvo {
 
@@ -17,9 +18,34 @@ constexpr const char* owesNoRescale(const CiphertextBase<E>&) {
     return message::ciphertextOwesNoRescale;
 }
 
-/// Whether a part of a constant counts as an integer that fits a word. NaN and infinities do not.
+/// Whether a part of a constant counts as an integer. NaN and infinities do not.
 bool isIntegral(double x) {
-    return std::abs(x - std::round(x)) <= 1e-8 && std::abs(x) < 0x1p64;
+    return std::abs(x - std::round(x)) <= 1e-8;
+}
+
+/// The integer that a part of a constant counts as.
+double integerOf(double x) {
+    const double n = std::round(x);
+    constexpr double largest = 0x1p63 - 0x1p10; // the last double below 2^63
+    if (std::abs(n) > largest)
+        throw RuntimeException(message::integerOutOfRange(decimal(x), decimal(largest)));
+    return n;
+}
+
+template <EncryptionType E>
+void requireSameModUp(const CiphertextBase<E>& ciphertext, const Plaintext& plaintext) {
+    require(ciphertext.isModUp() == plaintext.getMx().isModUp(), message::operandsDifferInModUp);
+}
+
+/// What the factors of a product must be, in the order in which it is told.
+template <EncryptionType E>
+void checkFactors(const CiphertextBase<E>& ciphertext, const Plaintext& plaintext) {
+    utils::throwIfCoeff(ciphertext);
+    require(ciphertext.getLevel() == plaintext.getLevel(), message::operandsDifferInLevel);
+    utils::requireLevelAboveZero(ciphertext);
+    require(utils::owesNothing(ciphertext) && utils::owesNothing(plaintext), message::operandsOweRescale);
+    utils::checkPrecondition(ciphertext, plaintext);
+    requireSameModUp(ciphertext, plaintext);
 }
 
 } // namespace
@@ -72,6 +98,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double
     utils::throwIfCoeff(in);
     utils::requireLevelAboveZero(in);
     const int owed = in.getRescaleCounter();
+    require(static_cast<u64>(owed) < in.getLevel(), message::rescaleCounterAboveLevel);
     const EncodedConstant encoded = encodeConstant(c, in.getLevel(), 0, in.getDevice());
     encoded.apply([&](const auto&... parts) { multElements(in, out, parts...); });
     out.setLogSlots(in.getLogSlots());
@@ -135,7 +162,7 @@ void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
 template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                       CiphertextBase<E>& out) const {
-    require(in.isModUp() == plaintext.getMx().isModUp(), message::operandsDifferInModUp);
+    requireSameModUp(in, plaintext);
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
     Sign::combine(context_->primes, in.getPoly(0), plaintext.getMx(), out.getPoly(0));
@@ -143,11 +170,18 @@ void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, const Plainte
 }
 
 template <class Sign, EncryptionType E>
+void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, Encoding encoding,
+                                      CiphertextBase<E>& out) const {
+    requireSameModUp(in, encoding.shape());
+    combineEncoded<Sign>(in, std::move(encoding).takeInNTTForm(), out);
+}
+
+template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combine(const CiphertextBase<E>& in, const Message& message,
                                CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
     utils::checkPrecondition(in, message);
-    combineEncoded<Sign>(in, enDecoder_->encode(message, in.getLevel(), in.getRescaleCounter()), out);
+    combineEncoded<Sign>(in, Encoding(context_, message, in.getLevel(), in.getRescaleCounter()), out);
 }
 
 template <class Sign, EncryptionType E>
@@ -243,7 +277,7 @@ void HomEvaluatorImpl::subWithoutCheck(const CiphertextBase<E>& a, const Ciphert
 
 // ---- products with what is not encrypted
 
-/// out = in * n for a double n that is an integer of at most 64 bits.
+/// out = in * n for a double n that is an integer, below 2^63 in magnitude.
 template <EncryptionType E>
 void HomEvaluatorImpl::multIntegral(const CiphertextBase<E>& in, double n, CiphertextBase<E>& out) const {
     multUnsigned(in, static_cast<u64>(std::abs(n)), out);
@@ -267,7 +301,7 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
     utils::throwIfCoeff(in);
     require(utils::owesNothing(in), message::operandOwesRescale);
     if (isIntegral(c.real()) && isIntegral(c.imag()))
-        return multGaussianInteger(in, std::round(c.real()), std::round(c.imag()), out);
+        return multGaussianInteger(in, integerOf(c.real()), integerOf(c.imag()), out);
     multWithoutRescale(in, c, out);
     out.setEncodingType(in.getEncodingType());
     rescale(out);
@@ -276,12 +310,7 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
 template <EncryptionType E>
 void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                           CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
-    require(in.getLevel() == plaintext.getLevel(), message::operandsDifferInLevel);
-    utils::requireLevelAboveZero(in);
-    require(utils::owesNothing(in) && utils::owesNothing(plaintext), message::operandsOweRescale);
-    utils::checkPrecondition(in, plaintext);
-    require(in.isModUp() == plaintext.getMx().isModUp(), message::operandsDifferInModUp);
+    checkFactors(in, plaintext);
     utils::fitLike(in, out);
     const PrimeModuli& primes = context_->primes;
     const Polynomial& factor = plaintext.getMx();
@@ -302,12 +331,19 @@ void HomEvaluatorImpl::multEncoded(const CiphertextBase<E>& in, const Plaintext&
 }
 
 template <EncryptionType E>
+void HomEvaluatorImpl::multEncoded(const CiphertextBase<E>& in, Encoding encoding,
+                                   CiphertextBase<E>& out) const {
+    checkFactors(in, encoding.shape());
+    multEncoded(in, std::move(encoding).takeInNTTForm(), out);
+}
+
+template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Message& message,
                             CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
     utils::requireLevelAboveZero(in);
     require(utils::owesNothing(in), message::operandOwesRescale);
-    multEncoded(in, enDecoder_->encode(message, in.getLevel(), 0), out);
+    multEncoded(in, Encoding(context_, message, in.getLevel(), 0), out);
 }
 
 template <EncryptionType E>

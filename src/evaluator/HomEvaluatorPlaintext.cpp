@@ -67,7 +67,7 @@ void HomEvaluatorImpl::square(const Plaintext& in, Plaintext& out) const {
 
 void HomEvaluatorImpl::relevel(const Plaintext& in, u64 targetLevel, Plaintext& out) const {
     require(targetLevel < context_->parameter.chain_length, message::relevelTooHigh);
-    out = reencode(in, targetLevel, in.getRescaleCounter());
+    out = reencode(in, targetLevel, in.getRescaleCounter()).takeInNTTForm();
 }
 
 void HomEvaluatorImpl::leftRotate(const Plaintext& in, u64 index, Plaintext& out) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 /// The refusals of the evaluator, word for word.
 namespace Torvo::message {
 
@@ -13,6 +15,12 @@ inline constexpr const char* differentEncodings = "Two operands are encoding mes
 inline constexpr const char* levelZero = "The level of the operand is zero";
 inline constexpr const char* operandOwesRescale = "The Operand should have rescale counter zero";
 inline constexpr const char* operandsOweRescale = "The Operands should have rescale counter zero";
+
+/// Of the number given and the largest allowed, in decimal.
+inline std::string integerOutOfRange(const std::string& value, const std::string& largest) {
+    return "[mult] Cannot multiply by the integer " + value + ": the magnitude should be at most " + largest +
+           ". Give a smaller number.";
+}
 
 inline constexpr const char* messageOnGPU = "Message that is GPU-allocated is not supported.";
 

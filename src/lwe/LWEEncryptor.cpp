@@ -39,13 +39,14 @@ void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out, u
     require(key.getSx().getDimension() == getDimension(context_), message::operandsDifferInDimension);
     require(level <= key.getSx().getLevel(), message::operandsDifferInLevel);
 
+    SecretElement masked(ConstantEnDecoder(context_).encodeConst(message, level, rescale_counter));
+
     const PrimeModuli& primes = context_->primes;
     stampOutput(context_, level, rescale_counter, out);
     RandomSampler().sampleUniform(out.getAx(), context_);
     SecretElement error(context_), mask(context_);
     error.setLevel(level);
     RandomSampler().sampleGaussian(error, context_);
-    SecretElement masked(ConstantEnDecoder(context_).encodeConst(message, level, rescale_counter));
     masked.to(key.getDevice());
     error.to(key.getDevice());
     out.to(key.getDevice());

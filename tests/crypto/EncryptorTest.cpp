@@ -6,6 +6,7 @@
 #include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
+#include "support/NumbersOutOfRange.hpp"
 #include "support/PolynomialBytes.hpp"
 #include "support/RingEquation.hpp"
 #include "support/Seeded.hpp"
@@ -17,6 +18,7 @@
 
 #include <omp.h>
 
+#include <functional>
 #include <thread>
 
 namespace Torvo {
@@ -482,6 +484,46 @@ TEST(Encryptor, RefusesCoefficientsInTheOrderOfTheRules) {
     expectRefusedUntouched(
         out, [&] { encryptor.encrypt(coefficients(64), fx().secretKey, out, 24, 25); },
         "[encode] The target rescale counter should be less than or equal to the target level.");
+}
+
+/// Numbers that cannot be encoded are told last, by every form.
+TEST(Encryptor, RefusesNumbersOutOfRangeLast) {
+    const Encryptor encryptor(fx().context);
+    Ciphertext out(fx().context);
+    const auto largestAt = [](u64 level) {
+        return test::largestEncodable(test::slice(getPrimeList(fx().context), 0, level + 1),
+                                      getDefaultScaleFactorList(fx().context)[level]);
+    };
+    for (const double x : test::neverEncodable()) {
+        const Message message(2, {0.5, x});
+        expectRefusedUntouched(
+            out, [&] { encryptor.encrypt(message, fx().keys, out, 13, 0); },
+            "[encrypt] Level of an input Plaintext cannot be greater than encryption level.");
+        for (const auto& encrypt : std::initializer_list<std::function<void()>>{
+                 [&] { encryptor.encrypt(message, fx().secretKey, out, 13, 0); },
+                 [&] {
+                     encryptor.encrypt(std::vector{0.5, x}, fx().secretKey, out, 13, 0);
+                 }})
+            expectRefusedUntouched(
+                out, encrypt,
+                "[encrypt] Level of an input Plaintext cannot be greater than encryption level");
+        const std::string shown = std::isfinite(x) ? "coefficient" : "number";
+        const std::string before(
+            test::rangeRefusalOf([&] { EnDecoder(fx().context).encode(message, 5, 1); }).text);
+        EXPECT_NE(before.find("Cannot encode the " + shown), std::string::npos) << before;
+        expectRefusedUntouched(
+            out, [&] { encryptor.encrypt(message, fx().keys, out, 5, 1); }, before.c_str());
+        expectRefusedUntouched(
+            out, [&] { encryptor.encrypt(message, fx().secretKey, out, 5, 1); }, before.c_str());
+        test::expectOutOfRange(
+            [&] {
+                encryptor.encrypt(std::vector{0.5, x}, fx().secretKey, out, 5, 1);
+            },
+            "number", x, 5, 1, largestAt(4));
+    }
+    const double largest = largestAt(4);
+    EXPECT_NO_THROW(encryptor.encrypt(Message(0, {largest, -largest}), fx().keys, out, 5, 1));
+    EXPECT_NO_THROW(encryptor.encrypt(std::vector{largest, -largest}, fx().secretKey, out, 5, 1));
 }
 
 // ---- threads

@@ -133,7 +133,7 @@ TEST(EnDecoder, RefusesTheSameWithoutTransform) {
 
 TEST(EnDecoder, RefusesCoefficientsInTheOrderOfTheRules) {
     const EnDecoder encoder(fx());
-    const auto coefficients = [](u64 n) { return std::vector<double>(n, 1.0); };
+    const auto coefficients = [](u64 n) { return std::vector<double>(n, std::nan("")); };
     EXPECT_REFUSED(encoder.encodeWithoutNTT(coefficients(65), 25, 26),
                    "[encode] The target level is greater than the maximum possible level");
     EXPECT_REFUSED(encoder.encodeWithoutNTT(coefficients(0), 24, 25),
@@ -147,7 +147,7 @@ TEST(EnDecoder, RefusesCoefficientsInTheOrderOfTheRules) {
 }
 
 TEST(EnDecoder, RefusesCountsOfCoefficientsThatHaveNoStride) {
-    EXPECT_REFUSED(EnDecoder(fx()).encodeWithoutNTT(std::vector<double>(3, 1.0), 1, 0),
+    EXPECT_REFUSED(EnDecoder(fx()).encodeWithoutNTT(std::vector<double>(3, std::nan("")), 1, 0),
                    "[embeddingToN] The degree of polynomial should be divided by the size of message.");
 }
 
@@ -156,7 +156,7 @@ TEST(EnDecoder, LeavesNegativeCountersToTheCounter) {
     const char* refusal = "Rescale counter should be greater than or equal to zero";
     EXPECT_REFUSED(encoder.encode(messageOfSize(32), 24, -1), refusal);
     EXPECT_REFUSED(encoder.encodeWithoutNTT(messageOfSize(32), 0, -1), refusal);
-    EXPECT_REFUSED(encoder.encodeWithoutNTT(std::vector<double>(2, 1.0), 0, -1), refusal);
+    EXPECT_REFUSED(encoder.encodeWithoutNTT(std::vector<double>(2, std::nan("")), 0, -1), refusal);
 }
 
 TEST(EnDecoder, RefusesToDecodeMoreSlotsThanTheRingHas) {

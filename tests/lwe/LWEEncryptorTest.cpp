@@ -2,6 +2,7 @@
 
 #include "support/Expect.hpp"
 #include "support/LWEPhase.hpp"
+#include "support/NumbersOutOfRange.hpp"
 #include "support/Seeded.hpp"
 
 #include <Torvo/Encryptor.hpp>
@@ -145,6 +146,26 @@ TEST(LWEEncryptor, RefusesInOrderBeforeItTouchesTheOutput) {
     EXPECT_REFUSED(encryptor.encrypt(1.0, lower, ct, 2, 0), "Operands have different levels.");
     EXPECT_TRUE(sameWords(ct, before));
     EXPECT_NO_THROW(encryptor.encrypt(1.0, lower, ct, 1, 0));
+}
+
+TEST(LWEEncryptor, RefusesNumbersOutOfRangeLastAndLeavesTheOutputAsItWas) {
+    const SecretKey key(smallLWEContext()), shorter(contextOf(ParameterPreset::SD3));
+    const Encryptor encryptor(smallLWEContext());
+    Ciphertext ct(smallLWEContext());
+    encryptor.encrypt(1.0, key, ct);
+    const Ciphertext before = ct;
+    const double largest = test::largestEncodable(test::slice(getPrimeList(smallLWEContext()), 0, 2),
+                                                  getDefaultScaleFactorList(smallLWEContext())[1]);
+    auto wrong = test::neverEncodable();
+    wrong.insert(wrong.end(), {test::nextAbove(largest), -test::nextAbove(largest)});
+    for (const double x : wrong) {
+        EXPECT_REFUSED(encryptor.encrypt(x, key, ct, 2, -1),
+                       "Rescale counter should be greater than or equal to zero");
+        EXPECT_REFUSED(encryptor.encrypt(x, shorter, ct, 2, 1), "Operands have different dimensions.");
+        test::expectOutOfRange([&] { encryptor.encrypt(x, key, ct, 2, 1); }, "number", x, 2, 1, largest);
+    }
+    EXPECT_TRUE(sameWords(ct, before));
+    for (const double x : {largest, -largest, -0.0}) EXPECT_NO_THROW(encryptor.encrypt(x, key, ct, 2, 1));
 }
 
 TEST(LWEEncryptor, RefusesLevelsAndCountersInTheWordsOfTheRing) {

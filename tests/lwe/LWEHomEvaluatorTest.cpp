@@ -2,6 +2,7 @@
 
 #include "support/Expect.hpp"
 #include "support/LWEPhase.hpp"
+#include "support/NumbersOutOfRange.hpp"
 #include "support/Seeded.hpp"
 
 #include <Torvo/LWEDecryptor.hpp>
@@ -445,6 +446,38 @@ TEST(LWEHomEvaluator, RefusesALevelThatItsChainDoesNotHave) {
     double x = 0;
     EXPECT_REFUSED(small().decryptor.decrypt(settled, longer.key, x), foreign);
     EXPECT_TRUE(sameWords(ct, before));
+}
+
+TEST(LWEHomEvaluator, RefusesNumbersOutOfRangeLastAndLeavesTheOutputAsItWas) {
+    const Scheme scheme(smallLWEContext());
+    const Ciphertext in = scheme.encrypt(0.5, 2), owing = scheme.encrypt(0.5, 2, 1);
+    Ciphertext out = scheme.encrypt(0.25, 1);
+    const Ciphertext before = out;
+    const HomEvaluator& e = scheme.evaluator;
+    const auto largestAt = [&](u64 level) {
+        return test::largestEncodable(test::slice(getPrimeList(scheme.context), 0, level + 1),
+                                      scheme.scales[level]);
+    };
+    auto wrong = test::neverEncodable();
+    wrong.insert(wrong.end(), {test::nextAbove(largestAt(2)), -test::nextAbove(largestAt(2))});
+    for (const double x : wrong) {
+        SCOPED_TRACE(x);
+        test::expectOutOfRange([&] { e.add(in, x, out); }, "number", x, 2, 0, largestAt(2));
+        test::expectOutOfRange([&] { e.sub(in, x, out); }, "number", -x, 2, 0, largestAt(2));
+        test::expectOutOfRange([&] { e.mult(in, x, out); }, "number", x, 2, 0, largestAt(2));
+        test::expectOutOfRange([&] { e.multWithoutRescale(in, x, out); }, "number", x, 2, 0, largestAt(2));
+        test::expectOutOfRange([&] { e.add(owing, x, out); }, "number", x, 2, 1, largestAt(1));
+        EXPECT_REFUSED(e.mult(scheme.encrypt(0.5, 0), x, out), levelZero);
+        EXPECT_REFUSED(e.multWithoutRescale(scheme.encrypt(0.5, 1, 1), x, out), counterAboveLevel);
+        Ciphertext inPlace = in;
+        test::expectOutOfRange([&] { e.mult(inPlace, x, inPlace); }, "number", x, 2, 0, largestAt(2));
+        EXPECT_TRUE(sameWords(inPlace, in));
+    }
+    EXPECT_TRUE(sameWords(out, before));
+    for (const double x : {largestAt(2), -largestAt(2), -0.0}) {
+        EXPECT_NO_THROW(e.add(in, x, out));
+        EXPECT_NO_THROW(e.mult(in, x, out));
+    }
 }
 
 } // namespace

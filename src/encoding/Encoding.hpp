@@ -1,0 +1,51 @@
+#pragma once
+
+#include "core/Integers.hpp"
+#include "encoding/EncodingBound.hpp"
+
+#include <Torvo/Context.hpp>
+#include <Torvo/Message.hpp>
+#include <Torvo/Plaintext.hpp>
+
+#include <optional>
+#include <vector>
+
+namespace Torvo {
+
+/// A plaintext in the making. Numbers that it cannot hold are the last thing that a caller is told, after all
+/// that an operation asks of its operands: so whoever has rules for the plaintext tests them on `shape()`,
+/// and takes it only then.
+class Encoding {
+public:
+    /// A message by its slots.
+    /// @throws RuntimeException of `EnDecoder::encode`, but for numbers out of range
+    Encoding(const Context& context, const Message& message, u64 level, int rescaleCounter);
+    /// Reals as coefficients.
+    /// @throws RuntimeException of `EnDecoder::encodeWithoutNTT`, but for numbers out of range
+    Encoding(const Context& context, const std::vector<double>& coefficients, u64 level, int rescaleCounter);
+
+    /// Level, counter, slots and device. The coefficients are of no use yet.
+    const Plaintext& shape() const { return plaintext_; }
+    /// On coefficients.
+    /// @throws RuntimeException of `EncodingBound::refuse`
+    Plaintext take() &&;
+    /// In NTT form.
+    /// @throws RuntimeException of `EncodingBound::refuse`
+    Plaintext takeInNTTForm() &&;
+
+private:
+    struct Number {
+        const char* what;
+        double value;
+    };
+
+    EncodingBound bound() const;
+    void embed(const Message& message);
+    void embed(const std::vector<double>& coefficients);
+
+    Context context_;
+    Plaintext plaintext_;
+    std::optional<Number> outOfRange_;
+};
+
+} // namespace Torvo

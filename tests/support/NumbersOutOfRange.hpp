@@ -1,0 +1,93 @@
+#pragma once
+
+#include "core/Integers.hpp"
+#include "support/BigIntegers.hpp"
+
+#include <Torvo/RuntimeException.hpp>
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <limits>
+#include <regex>
+#include <string>
+#include <vector>
+
+/// Numbers that cannot be encoded, and what a refusal tells of them.
+namespace Torvo::test {
+
+/// What neither a level nor a scale makes encodable.
+inline std::vector<double> neverEncodable() {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    return {std::nan(""), -std::nan(""), infinity, -infinity, 1e300, -1e300, DBL_MAX, -DBL_MAX};
+}
+
+/// The largest double x whose product with the scale, rounded to a double, is below half the product of the
+/// primes and below 2^127; found by bisection over all doubles, with exact integers.
+inline double largestEncodable(const std::vector<u64>& primes, double logScale) {
+    const double scale = std::pow(2.0, logScale);
+    const BigInt modulus = productOf(primes);
+    const auto passes = [&](double x) {
+        const double scaled = x * scale;
+        if (!(scaled < 0x1p127)) return false;
+        return (BigInt(std::trunc(std::ldexp(scaled, 60))) << 1) < (modulus << 60);
+    };
+    // Doubles that are not negative have the order of their words.
+    u64 low = 0, high = std::bit_cast<u64>(std::numeric_limits<double>::infinity());
+    while (high - low > 1) {
+        const u64 middle = low + (high - low) / 2;
+        (passes(std::bit_cast<double>(middle)) ? low : high) = middle;
+    }
+    return std::bit_cast<double>(low);
+}
+
+inline double nextAbove(double x) {
+    return std::nextafter(x, std::numeric_limits<double>::infinity());
+}
+
+/// What a refusal told; `text` alone when it was none of a number out of range.
+struct RangeRefusal {
+    std::string text, what;
+    double value = 0, largest = 0;
+    u64 level = 0;
+    int counter = 0;
+};
+
+template <class Call>
+RangeRefusal rangeRefusalOf(Call&& call) {
+    RangeRefusal told;
+    try {
+        call();
+        told.text = "nothing thrown";
+    } catch (const RuntimeException& refusal) {
+        told.text = refusal.what();
+    }
+    static const std::regex form(
+        R"(\[encode\] Cannot encode the (\w+) (\S+) at level (\d+) with rescale counter (\d+): )"
+        R"(the magnitude should be at most (\S+)\. Give a smaller number or a higher level\.)");
+    std::smatch match;
+    if (!std::regex_match(told.text, match, form)) return told;
+    told.what = match[1];
+    told.value = std::stod(match[2]);
+    told.level = std::stoul(match[3]);
+    told.counter = std::stoi(match[4]);
+    told.largest = std::stod(match[5]);
+    return told;
+}
+
+/// Expects `call` to be refused because of `value`, as what is to be encoded at `level` and `counter`.
+template <class Call>
+void expectOutOfRange(Call&& call, const std::string& what, double value, u64 level, int counter,
+                      double largest) {
+    const RangeRefusal told = rangeRefusalOf(call);
+    EXPECT_EQ(told.what, what) << told.text;
+    EXPECT_TRUE(told.value == value || (std::isnan(told.value) && std::isnan(value)))
+        << value << " given: " << told.text;
+    EXPECT_EQ(told.level, level) << told.text;
+    EXPECT_EQ(told.counter, counter) << told.text;
+    EXPECT_EQ(told.largest, largest) << told.text;
+}
+
+} // namespace Torvo::test
