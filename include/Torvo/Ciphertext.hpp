@@ -66,7 +66,9 @@ public:
 
     /// Index of the highest live prime: the number of rescales the data can still take.
     unsigned long getLevel() const;
-    /// Changes the level of every element, keeping the leading rows. Does not look at the rescale counter.
+    /// Changes the level of every element, keeping the leading rows. Does not look at the rescale counter,
+    /// nor at the chain: operations refuse a level that it does not have.
+    /// @throws std::bad_alloc for more than there is memory for; assign to the ciphertext before further use
     void setLevel(unsigned long level);
 
     /// Number of rescales still owed.

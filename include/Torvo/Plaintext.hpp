@@ -36,7 +36,9 @@ public:
 
     /// Index of the highest live prime: the number of rescales the data can still take.
     unsigned long getLevel() const;
-    /// Changes the level, keeping the leading rows; not bounded against the chain.
+    /// Changes the level, keeping the leading rows; not bounded against the chain, which operations do: they
+    /// refuse a level that it does not have.
+    /// @throws std::bad_alloc for more than there is memory for; nothing has changed then
     void setLevel(unsigned long level);
 
     /// Number of rescales still owed.

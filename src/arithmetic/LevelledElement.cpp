@@ -1,9 +1,11 @@
 #include "arithmetic/LevelledElement.hpp"
 
 #include "arithmetic/LWEChain.hpp"
+#include "arithmetic/Messages.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/Ring.hpp"
+#include "core/Failure.hpp"
 
 #include <algorithm>
 
@@ -19,6 +21,7 @@ LevelledElement::LevelledElement(const Context& context, bool modUp)
 
 LevelledElement::LevelledElement(long value, const Context& context, bool modUp, unsigned long level)
     : LevelledElement(context, modUp) {
+    require(level < numPrimes_, message::operandsOfOtherRing);
     setLevel(level);
     setValue(value, ringOf(context).primes);
 }
@@ -37,8 +40,8 @@ void LevelledElement::setValue(long value, const PrimeModuli& primes) {
 }
 
 void LevelledElement::setLevel(u64 level) {
-    level_ = level;
     data_.resize(modUp_ ? numPrimes_ : level + 1);
+    level_ = level;
 }
 
 void LevelledElement::to(const Device& device) {

@@ -18,6 +18,8 @@ public:
     LevelledElement(const Context& context, bool modUp);
     /// `value` modulo each prime up to `level` (all rows if `modUp`): |value| reduced, negated as p - r, so a
     /// negative multiple of p is exactly p, which is kept.
+    /// @throws RuntimeException "Operands are not of the ring of the generated context." for a level that the
+    ///         chain does not have
     LevelledElement(long value, const Context& context, bool modUp, unsigned long level);
 
     /// The same over the chain of a plain LWE context; never mod-up.

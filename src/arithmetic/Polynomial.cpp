@@ -3,6 +3,7 @@
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/Ring.hpp"
+#include "arithmetic/WordCount.hpp"
 
 #include <utility>
 
@@ -19,12 +20,13 @@ Polynomial::Polynomial(const Context& context, bool modUp, bool isNTT, u64 level
     numRows_ = modUp ? ring.total() : ring.numBase;
     primes_.reserve(numRows_);
     for (u64 i = 0; i < numRows_; ++i) primes_.push_back(ring.primes.getPrime(i));
-    data_ = DeviceSpecificArray<u64>(degree_ * (modUp ? numRows_ : level + 1));
+    data_ = DeviceSpecificArray<u64>(wordCount(degree_, modUp ? numRows_ - 1 : level));
 }
 
 void Polynomial::setLevel(u64 level) {
-    level_ = level;
-    if (!modUp_) data_.resize((level + 1) * degree_);
+    // One below level 0, where a rescale at level 0 leads, has no rows.
+    if (!modUp_) data_.resize(level + 1 == 0 ? 0 : wordCount(degree_, level));
+    level_ = level; // only now: an allocation that fails leaves level and data in step
 }
 
 void Polynomial::setData(DeviceSpecificArray<u64>&& data) {

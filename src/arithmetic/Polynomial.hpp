@@ -41,7 +41,8 @@ public:
     void setNTT(bool isNTT) { isNTT_ = isNTT; }
     const std::vector<u64>& getPrimes() const { return primes_; }
 
-    /// Stores the level and, unless mod-up, resizes the data to (level + 1) * degree words.
+    /// Stores the level and, unless mod-up, resizes the data to (level + 1) * degree words. The level is not
+    /// held against the chain: operations do that. Where there is no memory, nothing has changed.
     void setLevel(u64 level);
 
     /// Whether row i holds data: i <= level, or a temporary row of a mod-up polynomial.
@@ -54,6 +55,8 @@ public:
 
     DeviceSpecificArray<u64>& getData() { return data_; }
     const DeviceSpecificArray<u64>& getData() const { return data_; }
+    /// Whether degree, split into base and temporary primes and the prime of each row are those of `ring`.
+    bool hasShapeOf(const Ring& ring) const;
     /// Swaps the argument with the data, unless they are the same object.
     void setData(DeviceSpecificArray<u64>&& data);
 
@@ -83,7 +86,6 @@ private:
     static void headerFields(Archive& archive, Self& self);
     void loadHeader(InputArchive& archive);
     void loadContent(InputArchive& archive);
-    bool hasShapeOf(const Ring& ring) const;
 
     u64 degree_ = 0;
     u64 numBase_ = 0;

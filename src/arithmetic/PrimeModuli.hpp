@@ -78,8 +78,14 @@ public:
     }
     /// The same for operands of which the first is on `device`, and all others if `isCommon`.
     Device checkDevice(const Device& device, bool isCommon) const;
-    /// Whether a polynomial has the degree of this ring, and no more live rows than it has primes.
-    bool isOwn(const Polynomial& p) const { return p.getDegree() == degree_ && p.rowEnd() <= size(); }
+    /// Whether a polynomial has the degree of this ring and its primes on all live rows; in the mod-up state
+    /// it has a row for each of them. Rows follow the level, and a level may be set by hand: one that the
+    /// polynomial's own chain does not reach is refused too.
+    bool isOwn(const Polynomial& p) const;
+    /// Whether rows 0 to `level` belong to the first primes of this chain, whatever the degree.
+    bool sharesPrimes(const Polynomial& p, u64 level) const;
+    /// Whether the temporary rows belong to the last primes of this chain.
+    bool sharesTemporaryPrimes(const Polynomial& p) const;
 
     /// One constant per row: a copy of the words.
     DeviceSpecificArray<u64> computeConstantCoefficients(const LevelledElement& real) const;
@@ -157,7 +163,7 @@ public:
 
     /// Divides by the prime of the level, rounding, and drops it; keeps the NTT state.
     void rescale(Polynomial& p) const;
-    /// Multiplies by the prime of the next level; the new row holds nothing of use.
+    /// Multiplies by the prime of the next level, which the chain of `p` must have; the new row is zero.
     void inverseRescale(Polynomial& p) const;
 
     // ---- whole polynomials

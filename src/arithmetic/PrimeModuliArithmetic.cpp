@@ -84,7 +84,7 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
             sameLevel = sameLevel && operand->getLevel() >= first.getLevel();
             sameModUp = sameModUp && operand->isModUp() == first.isModUp();
             sameDevice = sameDevice && operand->getDevice() == first.getDevice();
-            own = own && isOwn(*operand);
+            own = own && isOwn(*operand) && operand->getNumBase() == first.getNumBase();
             overwritten = overwritten || operand == &out1 || operand == &out2;
         }
     }

@@ -34,8 +34,10 @@ u64 inverseOf(u64 prime, const Modulus& modulus) {
 } // namespace
 
 void PrimeModuli::normalizeMod(Polynomial& out, const Polynomial& in, u64 row, u64 newLevel) const {
+    const bool isOwnRow = in.getDegree() == degree_ && row <= in.getLevel() && sharesPrimes(in, row);
+    require(isOwnRow, message::operandsOfOtherRing);
     const auto bound = shapeResult(*this, {"normalizeModCUDA", "normalizeMod"},
-                                   {Operand(newLevel, in.getDevice(), in.getDegree())}, {{out, false}});
+                                   {Operand(newLevel, in.getDevice())}, {{out, false}});
     const u64* source = in.getRow(row);
     forEachRow(bound.live(), [&](u64 j) {
         if (out.getRow(j) == source) return; // a row normalised to its own prime: others read it meanwhile
@@ -47,11 +49,11 @@ void PrimeModuli::normalizeMod(Polynomial& out, const Polynomial& in, u64 row, u
 // and subAndConstMult otherwise.
 void PrimeModuli::rescale(Polynomial& p) const {
     const u64 level = p.getLevel();
-    p.setLevel(level - 1); // the top row stays in the capacity
     const Device device = getCommonDeviceAndCheck(p);
-    require(isOwn(p) && level < size(), message::operandsOfOtherRing); // the row that goes needs a prime too
+    require(isOwn(p), message::operandsOfOtherRing);
     requireBackend(device, p.isNTT() ? FailureNames{"execinttBatch", "backwardNTT"}
                                      : FailureNames{"normalizeModCUDA", "normalizeMod"});
+    p.setLevel(level - 1); // the top row stays in the capacity
     const u64* inverses = getInvPrimeData(device).getData() + level * size();
     const TopRow top{p.getRow(level), getPrime(level), degree_};
     ScratchRows scratch(degree_);
@@ -69,6 +71,7 @@ void PrimeModuli::rescale(Polynomial& p) const {
 
 void PrimeModuli::inverseRescale(Polynomial& p) const {
     const u64 level = p.getLevel() + 1;
+    require(sharesPrimes(p, level), message::operandsOfOtherRing);
     constMult(p, getPrime(level), p);
     p.setLevel(level);
     std::fill_n(p.getRow(level), degree_, 0); // a multiple of the prime of this row

@@ -31,11 +31,11 @@ void requireBackend(const Device& device, FailureNames names);
 struct Operand {
     Operand(const Polynomial& polynomial);
     Operand(const LevelledElement& element);
-    /// An operand of which the operation takes the rows up to `rowLevel` only; degree 0: not a polynomial.
-    Operand(u64 rowLevel, const Device& itsDevice, u64 itsDegree = 0)
-        : degree(itsDegree), level(rowLevel), rowEnd(rowLevel + 1), device(itsDevice) {}
+    /// Anything else, with rows up to `rowLevel`.
+    Operand(u64 rowLevel, const Device& itsDevice)
+        : level(rowLevel), rowEnd(rowLevel + 1), device(itsDevice) {}
 
-    u64 degree; ///< 0: not a polynomial
+    const Polynomial* polynomial = nullptr; ///< null: not a polynomial
     u64 level;
     u64 rowEnd; ///< one past its last row
     Device device;
@@ -66,10 +66,11 @@ struct RowBound {
     std::vector<u64> live() const { return where(ModUpOutputModulusBoundEvalValidator(level, numBase)); }
 };
 
-/// Gives the outputs the level, device and NTT state of the result, in this order: the smallest level of the
-/// operands goes to each output; the operands' devices are compared and checked; whatever is not of the ring
-/// of `primes` is refused; outputs that lie elsewhere are allocated; a device without backend is refused. The
-/// bound is that of the operand, or output, with the fewest rows.
+/// Gives the outputs the level, device and NTT state of the result, in this order: the operands' devices are
+/// compared and checked; whatever does not have the degree and, on the rows within the bound, the primes of
+/// `primes` is refused; the smallest level of the operands goes to each output; outputs that lie elsewhere
+/// are allocated; a device without backend is refused. The bound is that of the operand, or output, with the
+/// fewest rows.
 RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initializer_list<Operand> operands,
                      std::initializer_list<Output> outputs);
 

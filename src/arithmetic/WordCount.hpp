@@ -1,0 +1,18 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+#include <limits>
+#include <new>
+
+namespace Torvo {
+
+/// The words of `level + 1` rows. Levels and dimensions may be set to any number, so what no memory holds
+/// must not wrap around to a few words.
+inline u64 wordCount(u64 rowLength, u64 level) {
+    const u128 count = (static_cast<u128>(level) + 1) * rowLength;
+    if (count > std::numeric_limits<u64>::max()) throw std::bad_array_new_length();
+    return static_cast<u64>(count);
+}
+
+} // namespace Torvo
