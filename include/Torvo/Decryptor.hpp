@@ -22,6 +22,12 @@ namespace Torvo {
 ///
 /// MLWE forms throw RuntimeException "[decrypt] Number of polynomials of MLWE ciphertext is invalid" unless
 /// there are rank + 1 ring elements; RLWE forms take any number from 2 up.
+///
+/// After their own rules all members throw, before anything is written: "Operands are not of the ring of the
+/// generated context." for a ciphertext of another degree, of other primes, or at a level that its chain does
+/// not have; "the secret key is of another ring: ", the key's, ", but the decryptor's context is ", the
+/// decryptor's, "; make the decryptor with the context the key was made with", where degree, rank or primes
+/// up to the level of the ciphertext differ.
 class TORVO_API Decryptor {
 public:
     explicit Decryptor(const Context& context);

@@ -54,7 +54,9 @@ public:
     /// must stay below half the product of primes 0 and 1 (below half of prime 0 when it comes down to level
     /// 0). The message comes to be where the plaintext is.
     /// @throws RuntimeException "[encode] Message size is too large." for more slots than the ring has, then
-    ///         "Rescale counter should be less than or equal to the level"
+    ///         "Rescale counter should be less than or equal to the level", then "Operands are not of the
+    ///         ring of the generated context." for another degree, other primes, or a level that the chain
+    ///         does not have
     Message decode(const Plaintext& plaintext) const;
     /// The coefficients under the message: `2 << log_slots` reals, the values before the embedding.
     /// Throws as `decode`.

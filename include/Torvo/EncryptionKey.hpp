@@ -21,6 +21,9 @@ public:
     /// An unset key of the shape of `context`, to load into.
     explicit EncryptionKey(const Context& context);
     /// A new key for `secretKey`, drawn from the calling thread's generator.
+    /// @throws RuntimeException "the secret key is of another ring: ", the key's, ", but the context of the
+    ///         encryption key is ", the context's, "; make the encryption key with the context of the secret
+    ///         key"
     EncryptionKey(const Context& context, const SecretKey& secretKey);
 
     EncryptionKey(EncryptionKey&& other) noexcept;

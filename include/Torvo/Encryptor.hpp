@@ -30,14 +30,19 @@ public:
     /// one at a low level may not.
     /// @throws RuntimeException in this order: "[encrypt] Failed to load the encryption key";
     ///         "Operands are in different devices."; "[encrypt] Level of an input Plaintext cannot be greater
-    ///         than encryption level."; "Rescale counter should be less than or equal to the level"
+    ///         than encryption level."; "Operands are not of the ring of the generated context." for a
+    ///         plaintext of another ring; "the encryption key is of another ring: ", the key's, ", but the
+    ///         encryptor's context is ", the encryptor's, "; make the encryptor with the context the key was
+    ///         made with", where degree or primes up to the level differ; "Rescale counter should be less
+    ///         than or equal to the level"
     void encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciphertext& out) const;
     void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
                  int rescaleCounter) const;
     void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out) const;
 
-    /// @throws RuntimeException
-    ///   "[encrypt] Level of an input Plaintext cannot be greater than encryption level"
+    /// @throws RuntimeException in this order: "[encrypt] Level of an input Plaintext cannot be greater than
+    ///         encryption level"; "Operands are not of the ring of the generated context." for a plaintext of
+    ///         another ring; "the secret key is of another ring: " and on as above, also for another rank
     template <EncryptionType E>
     void encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
     template <EncryptionType E>

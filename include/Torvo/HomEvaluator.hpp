@@ -45,16 +45,22 @@ class HomEvaluatorImpl;
 ///   - "[encode] Cannot encode the ...": a constant or a message, given to a plaintext or a ciphertext, that
 ///   is
 ///     too large for level and scale, infinite or NaN (`EnDecoder` has the rule and the whole text; "the
-///     number" is a part of the constant). It is the last check, and the output is as it was;
-///   - "Operands are not of the ring of the generated context.": an operand of another degree, or with more
-///     primes. (Rings that differ in their primes only are not told apart.)
+///     number" is a part of the constant), and the output is as it was;
+///   - "Operands are not of the ring of the generated context.": an operand of another degree, of other
+///     primes, or at a level that its chain does not have, which `setLevel` lets it say. What counts is the
+///     ring, not the context: operands of a context made twice, loaded from its file, or of a preset with the
+///     same primes are taken. These two are tested last, before anything is written.
 class TORVO_API HomEvaluator {
 public:
     /// An evaluator with the keys of a key directory, each read when first needed; the multiplication key at
     /// once, if there is one.
     /// @throws RuntimeException "Cannot find path " and the path
     HomEvaluator(const Context& context, const std::string& keyDirPath);
-    /// An evaluator that shares `keyPack`.
+    /// An evaluator that shares `keyPack`. Keys fit that were made with this context, or with another of the
+    /// same degree, the same primes, split alike into ciphertext and temporary primes, and as many digits.
+    /// @throws RuntimeException "keys are of another ring: degree 64, 4 + 2 primes, 2 digits (CUSTOM), but
+    ///         the evaluator's context is degree 64, 4 + 1 primes, 4 digits (CUSTOM); make the evaluator with
+    ///         the context the keys were made with", with what is so of the two
     HomEvaluator(const Context& context, const KeyPack& keyPack);
 
     /// @name Messages

@@ -29,11 +29,15 @@ public:
     /// With a new pack.
     /// @throws RuntimeException "[KeyGenerator] context and secret key don't match"
     KeyGenerator(const Context& context, const SecretKey& secretKey);
-    /// Writing into `keyPack`.
+    /// Writing into `keyPack`, which is of the same ring as `HomEvaluator` asks.
+    /// @throws RuntimeException in this order: as above; "the key pack is of another ring: ", the pack's, ",
+    ///         but the key generator's context is ", the generator's, "; make the generator with a pack of
+    ///         its own context"
     KeyGenerator(const Context& context, const SecretKey& secretKey, const KeyPack& keyPack);
     /// With a second context for sparse secret encapsulation.
     /// @throws RuntimeException in this order: as above; "[KeyGenerator] context does not support sparse
-    ///         secret encapsulation"; "[KeyGenerator] parameter of context and context_sparse does not match"
+    ///         secret encapsulation"; "[KeyGenerator] parameter of context and context_sparse does not
+    ///         match"; for a pack of another ring as the form without a second context
     KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey);
     KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey,
                  const KeyPack& keyPack);

@@ -3,6 +3,7 @@
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/OperandRing.hpp"
 #include "crypto/OutputShape.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"
@@ -42,11 +43,20 @@ CiphertextBase<E> inNTTForm(const PrimeModuli& primes, CiphertextBase<E> ct) {
     return ct;
 }
 
+/// The last guards of a decryption.
+template <EncryptionType E>
+void requireMatch(const Context& context, const CiphertextBase<E>& ct, const SecretKeyBase<E>& secretKey) {
+    requireOfRing(context, ct);
+    requireSameRows(secretKey.getContext(), context, ct.getLevel(), ct.isModUp(),
+                    message::decryptWithForeignSecret);
+}
+
 template <EncryptionType E>
 void innerDecrypt(const Context& context, const CiphertextBase<E>& ct, const SecretKeyBase<E>& secretKey,
                   Plaintext& out) {
     if (E == EncryptionType::MLWE)
         require(ct.getNumPoly() == getRank(context) + 1, message::decryptWrongSize);
+    requireMatch(context, ct, secretKey);
     shapeOutput(context, ct.isModUp(), out);
     out.setLevel(ct.getLevel());
     out.setLogSlots(ct.getLogSlots());
@@ -96,6 +106,7 @@ void Decryptor::partialDecrypt(const Ciphertext& ciphertext, const SecretKey& se
                                Ciphertext& out) const {
     require(isOnSlots(ciphertext), message::notOnSlots);
     require(ciphertext.getNumPoly() == 2, message::partialDecryptWrongSize);
+    requireMatch(context_, ciphertext, secretKey);
     const PrimeModuli& primes = context_->primes;
     const u64 level = ciphertext.getLevel();
     const bool isModUp = ciphertext.isModUp();

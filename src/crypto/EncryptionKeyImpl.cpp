@@ -3,6 +3,7 @@
 #include "arithmetic/PolyGerm.hpp"
 #include "arithmetic/Ring.hpp"
 #include "context/ContextContent.hpp"
+#include "crypto/Messages.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"
 #include "persistence/Archive.hpp"
@@ -17,6 +18,7 @@ EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext)
 EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext, const SecretKey& secretKey)
     : EncryptionKeyImpl(keyContext) {
     const u64 level = context->parameter.encryption_level;
+    requireSameRows(secretKey.getContext(), context, level, false, message::encryptionKeyOfForeignSecret);
     SecretPolynomial error(context, false, level);
     ax.setLevel(level);
     bx.setLevel(level);

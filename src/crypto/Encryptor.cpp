@@ -3,7 +3,9 @@
 #include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "crypto/EncryptionKeyImpl.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/OperandRing.hpp"
 #include "crypto/OutputShape.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"
@@ -77,6 +79,8 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
     require(plaintext.getDevice() == device, message::operandsOnDifferentDevices);
     requireEncryptionLevel(context_, plaintext, message::aboveEncryptionLevelUnderPublicKey);
     const u64 level = plaintext.getLevel();
+    requireOfRing(context_, plaintext);
+    requireSameRows(key->impl().context, context_, level, false, message::encryptUnderForeignKey);
 
     const PrimeModuli& primes = context_->primes;
     SecretPolynomial v(context_, false, level), e1(context_, false, level), e0(context_, false, level);
@@ -115,6 +119,8 @@ void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secr
                         CiphertextBase<E>& out) const {
     requireEncryptionLevel(context_, plaintext, message::aboveEncryptionLevelUnderSecretKey);
     const u64 level = plaintext.getLevel();
+    requireOfRing(context_, plaintext);
+    requireSameRows(secretKey.getContext(), context_, level, false, message::encryptUnderForeignSecret);
 
     SecretPolynomial masked(context_, false, level);
     shapeOutput(context_, false, out);

@@ -26,6 +26,12 @@ const Context& matching(const Context& context, const Context& contextSparse,
     return context;
 }
 
+/// The last of the checks: whoever reads the pack takes all its keys for keys of its ring.
+const Context& writingInto(const KeyPackImpl& keyPack, const Context& context) {
+    requireSameRing(keyPack.getContext(), context, message::keyGeneratorForeignPack);
+    return context;
+}
+
 /// For a source secret, over the whole chain.
 SecretPolynomial emptySecret(const Context& context) {
     return SecretPolynomial(context, true, ringOf(context).numBase - 1);
@@ -35,14 +41,14 @@ SecretPolynomial emptySecret(const Context& context) {
 
 KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const std::optional<SecretKey>& secretKey,
                                    std::shared_ptr<KeyPackImpl> keyPack)
-    : KeyGeneratorImplBase(matching(context, secretKey)), secretKey_(secretKey),
+    : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, secretKey))), secretKey_(secretKey),
       keyPack_(std::move(keyPack)) {}
 
 KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const Context& contextSparse,
                                    const std::optional<SecretKey>& secretKey,
                                    std::shared_ptr<KeyPackImpl> keyPack)
-    : KeyGeneratorImplBase(matching(context, contextSparse, secretKey), contextSparse), secretKey_(secretKey),
-      keyPack_(std::move(keyPack)) {}
+    : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, contextSparse, secretKey)), contextSparse),
+      secretKey_(secretKey), keyPack_(std::move(keyPack)) {}
 
 const SecretKey& KeyGeneratorImpl::secretKey() const {
     require(secretKey_.has_value(), message::keyGeneratorWithoutSecretKey);

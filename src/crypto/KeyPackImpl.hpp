@@ -32,6 +32,8 @@ public:
     KeyPackImpl(const Context& context, const Context& contextSparse);
     KeyPackImpl(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
 
+    const Context& getContext() const { return context_; }
+
     bool isEncKeyFileAvailable() const;
     bool isMultKeyFileAvailable() const;
     bool isConjKeyFileAvailable() const;

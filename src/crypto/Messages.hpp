@@ -1,5 +1,7 @@
 #pragma once
 
+#include "context/SameRing.hpp"
+
 /// The refusals of the crypto layer, word for word.
 namespace Torvo::message {
 
@@ -30,6 +32,19 @@ inline constexpr const char* decryptWrongSize =
     "[decrypt] Number of polynomials of MLWE ciphertext is invalid";
 inline constexpr const char* partialDecryptWrongSize = "[partialDecrypt] Size of Ciphertext should be 2";
 
+inline constexpr RefusedMeeting encryptUnderForeignKey{
+    "the encryption key is of another ring", "the encryptor's context",
+    "make the encryptor with the context the key was made with"};
+inline constexpr RefusedMeeting encryptUnderForeignSecret{
+    "the secret key is of another ring", "the encryptor's context",
+    "make the encryptor with the context the key was made with"};
+inline constexpr RefusedMeeting decryptWithForeignSecret{
+    "the secret key is of another ring", "the decryptor's context",
+    "make the decryptor with the context the key was made with"};
+inline constexpr RefusedMeeting encryptionKeyOfForeignSecret{
+    "the secret key is of another ring", "the context of the encryption key",
+    "make the encryption key with the context of the secret key"};
+
 inline constexpr const char* encryptionKeyOnTwoDevices =
     "Polynomials in a ciphertext are in different devices";
 
@@ -44,6 +59,9 @@ inline constexpr const char* keyGeneratorWithoutEncapsulation =
     "[KeyGenerator] context does not support sparse secret encapsulation";
 inline constexpr const char* keyGeneratorOtherSparseContext =
     "[KeyGenerator] parameter of context and context_sparse does not match";
+inline constexpr RefusedMeeting keyGeneratorForeignPack{"the key pack is of another ring",
+                                                        "the key generator's context",
+                                                        "make the generator with a pack of its own context"};
 inline constexpr const char* keyGeneratorWithoutSecretKey =
     "[KeyGenerator] The KeyGenerator was constructed without a default secret key";
 inline constexpr const char* keyGeneratorWithoutSparseContext =

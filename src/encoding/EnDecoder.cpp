@@ -3,6 +3,7 @@
 #include "arithmetic/Messages.hpp"
 #include "arithmetic/Polynomial.hpp"
 #include "context/ContextContent.hpp"
+#include "context/SameRing.hpp"
 #include "core/Failure.hpp"
 #include "encoding/CentredInteger.hpp"
 #include "encoding/Encoding.hpp"
@@ -105,8 +106,7 @@ std::vector<double> EnDecoder::decodeWithoutFFT(const Plaintext& plaintext) cons
     require(plaintext.getLogSlots() < context_->parameter.log_degree, message::encodeSizeTooLarge);
     require(plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()),
             message::rescaleCounterAboveLevel);
-    const bool isOfChain = plaintext.getLevel() < context_->parameter.chain_length;
-    require(isOfChain && context_->primes.isOwn(plaintext.getMx()), message::operandsOfOtherRing);
+    require(isOfRing(context_, plaintext.getMx()), message::operandsOfOtherRing);
     if (plaintext.getRescaleCounter() == 0)
         return decodeSettled(context_, plaintext.getMx(), plaintext.getLogSlots());
     return decodeSettled(context_, settle(context_->primes, plaintext), plaintext.getLogSlots());

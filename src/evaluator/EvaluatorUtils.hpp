@@ -6,6 +6,7 @@
 #include "core/Failure.hpp"
 #include "core/Integers.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/OperandRing.hpp"
 #include "crypto/OutputShape.hpp"
 #include "encoding/Messages.hpp"
 #include "evaluator/Messages.hpp"

@@ -3,29 +3,34 @@
 #include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "crypto/KeyPackImpl.hpp"
 
 #include <utility>
 
 namespace Torvo {
 
+namespace {
+
+/// Passes the pack on, so that it is checked before any table is made.
+KeyPack ofRing(const Context& context, KeyPack&& keyPack) {
+    requireSameRing(keyPack.getImpl()->getContext(), context, message::evaluatorForeignKeys);
+    return std::move(keyPack);
+}
+
+} // namespace
+
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, const std::string& keyDirPath)
     : HomEvaluatorImpl(context, KeyPack(context, keyDirPath)) {}
 
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, KeyPack keyPack)
-    : context_(context), keyPack_(std::move(keyPack)),
+    : context_(context), keyPack_(ofRing(context, std::move(keyPack))),
       constantEnDecoder_(std::make_shared<ConstantEnDecoder>(context)),
       enDecoder_(std::make_shared<EnDecoder>(context)), keySwitcher_(std::make_shared<KeySwitcher>(context)) {
     keyPack_.loadMultKey();
 }
 
-/// Before a scale is looked up that the chain does not have.
-void HomEvaluatorImpl::requireLevelOfChain(u64 level) const {
-    require(level < context_->parameter.chain_length, message::operandsOfOtherRing);
-}
-
 EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
                                                  const Device& device) const {
-    requireLevelOfChain(level);
     const auto encodePart = [&](double part) {
         LevelledElement residues = constantEnDecoder_->encodeConst(part, level, rescaleCounter);
         if (residues.getDevice() != device) residues.to(device);

@@ -175,7 +175,10 @@ private:
     enum class Direction { Left, Right };
 
     // HomEvaluatorImpl.cpp
-    void requireLevelOfChain(u64 level) const;
+    template <class... Operands>
+    void requireOwn(const Operands&... operands) const {
+        requireOfRing(context_, operands...);
+    }
     EncodedConstant encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
                                    const Device& device) const;
     Encoding reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const;

@@ -54,6 +54,7 @@ void checkFactors(const CiphertextBase<E>& ciphertext, const Plaintext& plaintex
 
 template <utils::Owing Operand>
 void HomEvaluatorImpl::negate(const Operand& in, Operand& out) const {
+    requireOwn(in);
     utils::fitLike(in, out);
     for (u64 i = 0; i < utils::numElements(in); ++i)
         context_->primes.negate(utils::element(in, i), utils::element(out, i));
@@ -64,6 +65,7 @@ template <utils::Owing Operand>
 void HomEvaluatorImpl::add(const Operand& in, std::complex<double> c, Operand& out) const {
     utils::throwIfCoeff(in);
     utils::requireCounterWithinLevel(in);
+    requireOwn(in);
     const EncodedConstant encoded = encodeConstant(c, in.getLevel(), in.getRescaleCounter(), in.getDevice());
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
@@ -97,6 +99,7 @@ template <utils::Owing Operand>
 void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double> c, Operand& out) const {
     utils::throwIfCoeff(in);
     utils::requireLevelAboveZero(in);
+    requireOwn(in);
     const int owed = in.getRescaleCounter();
     require(static_cast<u64>(owed) < in.getLevel(), message::rescaleCounterAboveLevel);
     const EncodedConstant encoded = encodeConstant(c, in.getLevel(), 0, in.getDevice());
@@ -108,6 +111,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double
 template <utils::Owing Operand>
 void HomEvaluatorImpl::multImagUnit(const Operand& in, Operand& out) const {
     utils::throwIfCoeff(in);
+    requireOwn(in);
     const bool modUp = utils::element(in, 0).isModUp();
     LevelledElement zero(0, context_, modUp, in.getLevel()), one(1, context_, modUp, in.getLevel());
     zero.to(in.getDevice());
@@ -129,6 +133,7 @@ void HomEvaluatorImpl::multUnsigned(const Operand& in, u64 n, Operand& out) cons
 template <utils::Owing Operand>
 void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) const {
     utils::throwIfCoeff(in);
+    requireOwn(in);
     if (n == -1) return negate(in, out);
     if (n >= 0) return multUnsigned(in, static_cast<u64>(n), out);
     LevelledElement residues(n, context_, utils::element(in, 0).isModUp(), in.getLevel());
@@ -143,6 +148,7 @@ void HomEvaluatorImpl::rescale(Operand& inOut) const {
     utils::requireLevelAboveZero(inOut);
     const int owed = inOut.getRescaleCounter();
     require(owed > 0, owesNoRescale(inOut));
+    requireOwn(inOut);
     for (u64 i = 0; i < utils::numElements(inOut); ++i) context_->primes.rescale(utils::element(inOut, i));
     inOut.setRescaleCounter(owed - 1);
 }
@@ -151,6 +157,7 @@ template <utils::Owing Operand>
 void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
     utils::throwIfCoeff(inOut);
     require(inOut.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
+    requireOwn(inOut);
     for (u64 i = 0; i < utils::numElements(inOut); ++i)
         context_->primes.inverseRescale(utils::element(inOut, i));
     inOut.setRescaleCounter(inOut.getRescaleCounter() + 1);
@@ -163,6 +170,7 @@ template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                       CiphertextBase<E>& out) const {
     requireSameModUp(in, plaintext);
+    requireOwn(in, plaintext);
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
     Sign::combine(context_->primes, in.getPoly(0), plaintext.getMx(), out.getPoly(0));
@@ -216,6 +224,7 @@ void HomEvaluatorImpl::combineElements(const CiphertextBase<E>& a, const Ciphert
                                        CiphertextBase<E>& out) const {
     utils::checkPrecondition(a, b);
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
+    requireOwn(a, b);
     // The output may be either operand, so it is asked for its size before it is given another.
     const u64 countA = a.getNumPoly(), countB = b.getNumPoly(), common = std::min(countA, countB);
     utils::fitElements(context_, std::max(countA, countB), a.isModUp(), out);
@@ -300,6 +309,7 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
                             CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
     require(utils::owesNothing(in), message::operandOwesRescale);
+    requireOwn(in);
     if (isIntegral(c.real()) && isIntegral(c.imag()))
         return multGaussianInteger(in, integerOf(c.real()), integerOf(c.imag()), out);
     multWithoutRescale(in, c, out);
@@ -311,6 +321,7 @@ template <EncryptionType E>
 void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                           CiphertextBase<E>& out) const {
     checkFactors(in, plaintext);
+    requireOwn(in, plaintext);
     utils::fitLike(in, out);
     const PrimeModuli& primes = context_->primes;
     const Polynomial& factor = plaintext.getMx();
@@ -366,11 +377,11 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
     require(targetLevel <= level, message::levelDownUpwards);
     utils::throwIfCoeff(in);
     require(utils::owesNothing(in), message::operandOwesRescale);
+    requireOwn(in);
     if (targetLevel == level) {
         out = in;
         return;
     }
-    requireLevelOfChain(level);
     const auto& [logScale, correction] = context_->scale_factors;
     const u64 last = targetLevel + 1;
     const double exponent = logScale[last] - logScale[level] + static_cast<double>(correction[last]);

@@ -31,6 +31,7 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     requireEqualLevels(a, b);
     require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
+    requireOwn(a, b);
     const u64 logSlots = a.getLogSlots();
     const int owed = a.getRescaleCounter() + b.getRescaleCounter() + 1;
     if (a.getNumPoly() == 2 && b.getNumPoly() == 2) {
@@ -73,6 +74,8 @@ void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const 
     require(n >= 3, message::nothingToRelinearize);
     const std::shared_ptr<EvaluationKey> key = keyPack_.getMultKey();
     require(key != nullptr, message::noMultiplicationKey);
+    require(!in.isModUp(), message::operandsDifferInModUp);
+    requireOwn(in);
     // in[n-1] * s^(n-1) = (in[n-1] * s^2) * s^(n-3): one key serves all powers.
     const Ciphertext switched = keySwitcher_->switchKey(in.getPoly(n - 1), *key);
     const u64 logSlots = in.getLogSlots();

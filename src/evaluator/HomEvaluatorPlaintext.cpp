@@ -26,6 +26,7 @@ void HomEvaluatorImpl::combine(const Plaintext& a, const Plaintext& b, Plaintext
     checkEqualLevels(a, b);
     utils::checkPrecondition(a, b);
     require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
+    requireOwn(a, b);
     utils::fitLike(a, out);
     Sign::combine(context_->primes, a.getMx(), b.getMx(), out.getMx());
     utils::copyStamp(a, out);
@@ -50,6 +51,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Plaintext& a, const Plaintext& b
     checkFactors(a, b);
     utils::checkPrecondition(a, b);
     require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
+    requireOwn(a, b);
     utils::fitLike(a, out);
     context_->primes.hadamardMult(a.getMx(), b.getMx(), out.getMx());
     utils::copyStamp(a, out);
@@ -71,6 +73,7 @@ void HomEvaluatorImpl::relevel(const Plaintext& in, u64 targetLevel, Plaintext& 
 }
 
 void HomEvaluatorImpl::leftRotate(const Plaintext& in, u64 index, Plaintext& out) const {
+    requireOwn(in);
     if (index % context_->parameter.num_slots == 0)
         out = in;
     else
@@ -83,6 +86,7 @@ void HomEvaluatorImpl::rightRotate(const Plaintext& in, u64 index, Plaintext& ou
 }
 
 void HomEvaluatorImpl::conjugate(const Plaintext& in, Plaintext& out) const {
+    requireOwn(in);
     applyAutomorphism(in, -1, out);
 }
 

@@ -46,6 +46,7 @@ Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, Eva
 void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
     utils::throwIfCoeff(in);
     requireTwoElements(in);
+    requireOwn(in);
     const u64 r = index % context_->parameter.num_slots;
     if (r == 0) {
         out = in;
@@ -93,6 +94,7 @@ void HomEvaluatorImpl::conjugate(const Ciphertext& in, Ciphertext& out) const {
     requireTwoElements(in);
     const std::shared_ptr<EvaluationKey> key = keyPack_.getConjKey();
     require(key != nullptr, message::noConjugationKey);
+    requireOwn(in);
     out = applyAutomorphism(in, -1, *key);
 }
 
@@ -111,6 +113,7 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
                                   std::vector<Ciphertext>& outs) const {
     utils::throwIfCoeff(in);
     requireTwoElements(in);
+    requireOwn(in);
     if (isElementOf(outs, in)) {
         // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): `outs` changes its size below
         const Ciphertext copy = in;
@@ -157,6 +160,7 @@ void HomEvaluatorImpl::rotSum(const std::vector<Ciphertext>& cts, const std::vec
     for (const Ciphertext& ct : cts) {
         require(ct.getLevel() == cts[0].getLevel(), message::operandsDifferInLevel);
         utils::checkPrecondition(cts[0], ct);
+        requireOwn(ct);
     }
     Ciphertext sum = std::ranges::all_of(indices, [](u64 r) { return r == 0; }) ? plainSum(cts)
                                                                                 : switchedSum(cts, indices);
@@ -207,6 +211,7 @@ void HomEvaluatorImpl::rightRotateReduce(const Ciphertext& in, u64 gap, u64 coun
 void HomEvaluatorImpl::rotateReduce(Direction direction, const Ciphertext& in, u64 gap, u64 count,
                                     Ciphertext& out) const {
     utils::throwIfCoeff(in);
+    requireOwn(in);
     if (count <= 1)
         out = in;
     else if (std::has_single_bit(count))

@@ -2,12 +2,16 @@
 
 #include "arithmetic/Messages.hpp"
 #include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/Ring.hpp"
 #include "arithmetic/Validators.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "crypto/EvaluationKeyImpl.hpp"
+#include "crypto/OperandRing.hpp"
 #include "evaluator/Messages.hpp"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 namespace Torvo {
@@ -28,6 +32,7 @@ KeySwitcher::KeySwitcher(const Context& context)
     : context_(context), baseConv_(context), decomposeData_(context) {}
 
 void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const {
+    require(isOfRing(context_, poly), message::operandsOfOtherRing);
     Polynomial scaled(context_, false, poly.isNTT());
     scaled.setLevel(poly.getLevel());
     scaled.allocate(poly.getDevice());
@@ -36,6 +41,22 @@ void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) 
                                OutputModulusBoundValidator{0, poly.getLevel() + 1});
     PolynomialVector blocks = baseConv_.modUp(scaled);
     out = std::move(blocks.getPolys());
+}
+
+void KeySwitcher::requireFit(const EvaluationKey& key, const Device& device, u64 digits) const {
+    const Ring ring = ringOf(context_);
+    const auto& ax = key.impl().ax.at(device);
+    const auto& bx = key.impl().bx.at(device);
+    const u64 pairs = std::min(ax.size(), bx.size());
+    const auto fits = [&](const Polynomial& p) { return p.isModUp() && p.hasShapeOf(ring); };
+    const auto used = static_cast<std::ptrdiff_t>(digits);
+    if (digits <= pairs && std::all_of(ax.begin(), ax.begin() + used, fits) &&
+        std::all_of(bx.begin(), bx.begin() + used, fits))
+        return;
+    const Context& itsContext = key.getContext();
+    const std::string name = itsContext ? itsContext->parameter.name : "without a context";
+    refuseMeeting(message::switchByForeignKey, RingShape(pairs == 0 ? Polynomial() : ax.front(), pairs, name),
+                  RingShape(context_));
 }
 
 Ciphertext KeySwitcher::unsetProduct(const Polynomial& digit) const {
@@ -48,6 +69,7 @@ Ciphertext KeySwitcher::unsetProduct(const Polynomial& digit) const {
 Ciphertext KeySwitcher::multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const {
     const Device device = commonDevice(polys);
     key.copyTo(device);
+    requireFit(key, device, polys.size());
     Ciphertext product = unsetProduct(polys.front());
     context_->primes.innerProduct(polys.begin(), polys.end(), key.getAxIter(device), key.getBxIter(device),
                                   product.getPoly(1), product.getPoly(0));
@@ -61,6 +83,7 @@ Ciphertext KeySwitcher::multEvalKeys(const std::vector<std::vector<Polynomial>>&
     std::vector<const Polynomial*> digits, ax, bx;
     for (u64 i = 0; i < keys.size(); ++i) {
         keys[i]->copyTo(device);
+        requireFit(*keys[i], device, polys[i].size());
         for (u64 j = 0; j < polys[i].size(); ++j) {
             digits.push_back(&polys[i][j]);
             ax.push_back(keys[i]->getAxIter(device) + j);
@@ -77,6 +100,7 @@ Ciphertext KeySwitcher::multEvalKeys(const std::vector<std::vector<Polynomial>>&
 }
 
 void KeySwitcher::modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const {
+    require(in.isModUp() && isOfRing(context_, in), message::operandsOfOtherRing);
     out = baseConv_.modDown(in, isNTT);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "context/SameRing.hpp"
+
 #include <string>
 
 /// The refusals of the evaluator, word for word.
@@ -44,6 +46,12 @@ inline constexpr const char* sizesOfRotSumDiffer = "ctxt and rot_idx have differ
 
 inline constexpr const char* elementsOnDifferentDevices = "Elements of operand are in different devices.";
 
+inline constexpr RefusedMeeting evaluatorForeignKeys{
+    "keys are of another ring", "the evaluator's context",
+    "make the evaluator with the context the keys were made with"};
+inline constexpr RefusedMeeting switchByForeignKey{"the switching key is of another ring",
+                                                   "the context of the operation",
+                                                   "use a key made with this context"};
 inline constexpr const char* noMultiplicationKey = "Failed to load the multiplication key";
 inline constexpr const char* noConjugationKey = "Failed to load the conjugation key";
 /// The index follows, in decimal.

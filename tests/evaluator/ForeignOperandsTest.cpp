@@ -1,4 +1,5 @@
 #include "arithmetic/Messages.hpp"
+#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"
 
@@ -11,13 +12,25 @@ using namespace Torvo::test;
 
 namespace {
 
-/// Objects of one ring handed to the services of another: another degree, or a longer chain. Without a
-/// refusal they would be read past their ends.
-class ForeignOperands : public testing::TestWithParam<bool> {
+enum class Foreign { Degree, Chain, Primes };
+
+/// Objects of one ring handed to the services of another: another degree, a longer chain, or other primes.
+/// Without a refusal they would be read past their ends, or taken for other numbers.
+class ForeignOperands : public testing::TestWithParam<Foreign> {
 protected:
-    /// Degree 128 in place of 64, or 25 primes in place of 3.
+    static Context foreignContext() {
+        switch (GetParam()) {
+        case Foreign::Degree:
+            return makeContext(7, 3, 50, 40, 51, 1);
+        case Foreign::Chain:
+            return makeContext(ParameterPreset::FX); // 25 primes in place of 3
+        default:
+            return makeContext(6, 3, 49, 39, 51, 1);
+        }
+    }
+
     const Context own = makeContext(6, 3, 50, 40, 51, 1);
-    const Context foreign = GetParam() ? makeContext(7, 3, 50, 40, 51, 1) : makeContext(ParameterPreset::FX);
+    const Context foreign = foreignContext();
 
     Ciphertext encrypted(const Context& context) const {
         Ciphertext out(context);
@@ -38,8 +51,8 @@ TEST_P(ForeignOperands, AreRefusedByTheEvaluator) {
     generator.genConjKey();
     generator.genLeftRotKey(1);
     const HomEvaluator evaluator(own, generator.getKeyPack());
-    const Ciphertext theirs = encrypted(foreign);
-    Ciphertext out(own), inPlace = theirs;
+    const Ciphertext theirs = encrypted(foreign), before = encrypted(own);
+    Ciphertext out = before, inPlace = theirs;
 
     expectRefused([&] { evaluator.negate(theirs, out); });
     expectRefused([&] { evaluator.add(theirs, theirs, out); });
@@ -51,6 +64,10 @@ TEST_P(ForeignOperands, AreRefusedByTheEvaluator) {
     expectRefused([&] { evaluator.levelDown(theirs, 0, out); });
     expectRefused([&] { evaluator.leftRotate(theirs, 1, out); });
     expectRefused([&] { evaluator.conjugate(theirs, out); });
+    expectRefused([&] { evaluator.levelDown(theirs, theirs.getLevel(), out); });
+    expectRefused([&] { evaluator.leftRotate(theirs, 0, out); });
+    expectRefused([&] { evaluator.multInteger(theirs, 1, out); });
+    EXPECT_TRUE(sameWords(out, before)) << "an output of a refused call";
     inPlace.setRescaleCounter(1);
     expectRefused([&] { evaluator.rescale(inPlace); });
 }
@@ -58,7 +75,7 @@ TEST_P(ForeignOperands, AreRefusedByTheEvaluator) {
 TEST_P(ForeignOperands, AreRefusedByTheDecoder) {
     const Message message(getLogFullSlots(own), 0.5);
     const Plaintext theirs = EnDecoder(foreign).encode(message, 1), high = EnDecoder(foreign).encode(message);
-    if (getDegree(own) != getDegree(foreign)) expectRefused([&] { EnDecoder(own).decode(theirs); });
+    expectRefused([&] { EnDecoder(own).decode(theirs); });
     if (getEncryptionLevel(foreign) > getEncryptionLevel(own))
         expectRefused([&] { EnDecoder(own).decode(high); });
 }
@@ -68,29 +85,30 @@ TEST_P(ForeignOperands, AreRefusedByTheDecryptor) {
     expectRefused([&] { Decryptor(own).decrypt(encrypted(foreign), SecretKey(own), plaintext); });
 }
 
-INSTANTIATE_TEST_SUITE_P(Rings, ForeignOperands, testing::Bool(),
-                         [](const auto& test) { return test.param ? "OfAnotherDegree" : "OfMorePrimes"; });
-
-using OperandsOfTwoDegrees = ForeignOperands;
-
-// Rings of one degree are not told apart here: the level of the shorter chain is taken.
-TEST_P(OperandsOfTwoDegrees, AreRefusedTogether) {
+TEST_P(ForeignOperands, AreRefusedBesideOwnOnes) {
     const HomEvaluator evaluator(own, KeyPack(own));
     const Ciphertext ours = encrypted(own);
-    Ciphertext theirs = encrypted(foreign), out(own);
+    Ciphertext theirs = encrypted(foreign), out = ours;
     theirs.setLogSlots(ours.getLogSlots());
+    const Message message(getLogFullSlots(own), 0.5);
+    const Plaintext foreignPlaintext = EnDecoder(foreign).encode(message, 2);
     expectRefused([&] { evaluator.add(ours, theirs, out); });
+    expectRefused([&] { evaluator.add(theirs, ours, out); });
+    expectRefused([&] { evaluator.add(ours, foreignPlaintext, out); });
+    expectRefused([&] { evaluator.mult(ours, foreignPlaintext, out); });
+    expectRefused([&] { evaluator.multWithoutRescale(ours, foreignPlaintext, out); });
+    theirs.setLevel(2);
     expectRefused([&] { evaluator.tensor(theirs, ours, out); });
-
-    const Message message(getLogFullSlots(foreign), 0.5);
-    Plaintext plaintext(own);
-    expectRefused([&] { Decryptor(own).decrypt(ours, SecretKey(foreign), plaintext); });
-    expectRefused(
-        [&] { Encryptor(own).encrypt(EnDecoder(foreign).encode(message, 1), SecretKey(own), out); });
-    expectRefused(
-        [&] { Encryptor(own).encrypt(Message(getLogFullSlots(own), 0.5), SecretKey(foreign), out); });
+    expectRefused([&] { evaluator.rotSum({ours, theirs}, {0, 0}, out); });
+    EXPECT_TRUE(sameWords(out, ours));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rings, OperandsOfTwoDegrees, testing::Values(true));
+INSTANTIATE_TEST_SUITE_P(Rings, ForeignOperands,
+                         testing::Values(Foreign::Degree, Foreign::Chain, Foreign::Primes),
+                         [](const auto& test) {
+                             return test.param == Foreign::Degree  ? "OfAnotherDegree"
+                                    : test.param == Foreign::Chain ? "OfMorePrimes"
+                                                                   : "OfOtherPrimes";
+                         });
 
 } // namespace
