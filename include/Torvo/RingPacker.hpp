@@ -21,14 +21,17 @@ namespace Torvo {
 /// becomes coefficient c k + j of the large one, and the other way round.
 ///
 /// Stateless and const: calls may run at once on different outputs. The contexts of inputs, keys and outputs
-/// must have the same primes up to the level of the inputs; the key generation checks it.
+/// must have the same primes up to the level of the inputs.
 ///
 /// After the rules that each member tells come, in this order and with RuntimeException too: "Operands have
 /// different levels."; "Rescale counter should be less than or equal to the level"; "Size should be 2" for
 /// ring ciphertexts that wait for relinearization; "The level of input ciphertext does not fit in current
-/// context" for keys or outputs of too few primes or another degree; "Polynomials should be of non-NTT form
-/// in ring switching."; "The generated context does not support the operation with current operands; check
-/// the device."
+/// context" for keys or outputs of too few primes or another degree, and for an input at a level that its own
+/// chain does not have; "Polynomials should be of non-NTT form in ring switching."; "The generated context
+/// does not support the operation with current operands; check the device."; and last, before anything is
+/// written, where the primes up to the level differ, "the input has other primes than the output: " (in
+/// `decompose` "than the key: "), then "keys are of another ring: ", each with degree, primes and digits of
+/// both sides and what to do.
 class TORVO_API RingPacker {
 public:
     /// Several small-ring ciphertexts into one of a large ring (`getNumCiphertextsToFullCompose` of them); a

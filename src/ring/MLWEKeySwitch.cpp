@@ -140,9 +140,6 @@ void mlweKeySwitch(const std::vector<Polynomial>& polys, const ModPackKeyBundle&
     const Context context = out.getContext();
     const PrimeModuli& primes = context->primes;
     const Polynomial& b = polys.front();
-    primes.getCommonDeviceAndCheck(b);
-    keys.getContext()->primes.getCommonDeviceAndCheck(b);
-
     const KeySwitcher switcher(keys.getContext());
     Ciphertext switched(keys.getContext());
     switcher.modDown(sumOverGroups(switcher, std::span(polys).subspan(1), keys, context), switched, false);

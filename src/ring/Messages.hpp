@@ -1,5 +1,7 @@
 #pragma once
 
+#include "context/SameRing.hpp"
+
 /// The refusals of ring switching and packing, word for word.
 namespace Torvo::message {
 
@@ -35,5 +37,15 @@ inline constexpr const char* unPackDegree =
     "[unPack] Input Ciphertext degree should be equal to the number of output LWE Ciphertexts";
 inline constexpr const char* unPackLevel = "[unPack] The level of given ciphertext is more than the level of "
                                            "max encryption level of the output ciphertext(s)";
+
+inline constexpr RefusedMeeting packingInput{
+    "the input has other primes than the output", "the output's context",
+    "choose contexts that share their primes up to the level of the input"};
+inline constexpr RefusedMeeting packingKeys{
+    "keys are of another ring", "the output's context",
+    "use keys whose context shares its primes with the output up to the level of the input"};
+inline constexpr RefusedMeeting decomposingKey{
+    "the input has other primes than the key", "the key's context",
+    "use a key whose context shares its primes with the input up to its level"};
 
 } // namespace Torvo::message

@@ -81,6 +81,21 @@ void requireFit(const Context& context, u64 degree, u64 level) {
             message::ciphertextDoesNotFit);
 }
 
+/// Rows are moved up to the level, which may have been set by hand to one that the operand does not reach.
+template <EncryptionType E>
+void requireWithinOwnChain(const CiphertextBase<E>& operand) {
+    require(operand.getLevel() < operand.getContext()->parameter.chain_length, message::ciphertextDoesNotFit);
+}
+void requireWithinOwnChain(const LWE::Ciphertext& operand) {
+    require(operand.getLevel() < operand.getContext()->parameter.chain_length, message::ciphertextDoesNotFit);
+}
+
+/// Whether the residues of an operand are residues of `context` too. Both have the level in their chains.
+template <class AnyCiphertext, class AnyContext>
+void requirePrimes(const AnyCiphertext& operand, const AnyContext& context, const RefusedMeeting& meeting) {
+    requireSharedPrimes(operand.getContext(), context, operand.getLevel(), meeting);
+}
+
 /// Whether `in` fill the degree `whole` together.
 template <class AnyCiphertext>
 bool fillTogether(const std::vector<const AnyCiphertext*>& in, u64 whole) {
@@ -176,8 +191,14 @@ void modPackAny(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBun
     require(level <= encryptionLevelOf(out.getContext()), message::modPackLevel);
     requireLevels(in);
     requireFit(keys.getContext(), rankOf(out) * degreeOf(out), level);
+    for (const AnyCiphertext* operand : in) requireWithinOwnChain(*operand);
     const int counter = in.front()->getRescaleCounter();
-    mlweKeySwitch(combined(in, out.getContext()), keys, out);
+    const std::vector<Polynomial> polys = combined(in, out.getContext());
+    for (const Context& ring : {out.getContext(), keys.getContext()})
+        ring->primes.getCommonDeviceAndCheck(polys.front());
+    for (const AnyCiphertext* operand : in) requirePrimes(*operand, out.getContext(), message::packingInput);
+    requireSharedPrimes(keys.getContext(), out.getContext(), level, message::packingKeys);
+    mlweKeySwitch(polys, keys, out);
     stamp(counter, out);
 }
 
@@ -205,8 +226,11 @@ void RingPacker::compose(const std::vector<const Ciphertext*>& in, const RingSwi
     requireLevels(in);
     for (const Ciphertext* operand : in) requireTwoElements(*operand);
     for (const Context& ring : {context, key.getContext()}) requireFit(ring, degreeOf(out), first.getLevel());
+    for (const Ciphertext* operand : in) requireWithinOwnChain(*operand);
     for (const Ciphertext* operand : in) requireOutOfNTT(*operand);
     key.getContext()->primes.getCommonDeviceAndCheck(first);
+    for (const Ciphertext* operand : in) requirePrimes(*operand, context, message::packingInput);
+    requireSharedPrimes(key.getContext(), context, first.getLevel(), message::packingKeys);
 
     const int counter = first.getRescaleCounter();
     shapePair(context, out);
@@ -233,9 +257,12 @@ void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
     utils::requireCounterWithinLevel(in);
 
     const int counter = in.getRescaleCounter();
+    requireWithinOwnChain(in);
     Ciphertext switched(key.getContext(), in);
     requireOutOfNTT(in);
     key.getContext()->primes.getCommonDeviceAndCheck(in);
+    requirePrimes(in, key.getContext(), message::decomposingKey);
+    requireSharedPrimes(key.getContext(), context, in.getLevel(), message::packingKeys);
     switchKey(key, switched);
     for (Ciphertext* part : out) shapePair(context, *part);
     for (u64 j = 0; j < 2; ++j) {
@@ -270,9 +297,11 @@ void RingPacker::unPack(const Ciphertext& in, const std::vector<LWE::Ciphertext*
     requireTwoElements(in);
     utils::requireCounterWithinLevel(in);
 
+    requireWithinOwnChain(in);
     LevelledVector a(context);
     ringSwitcher.split(in.getPoly(1), a);
     context->primes.getCommonDeviceAndCheck(a);
+    requirePrimes(in, context, message::packingInput);
     std::vector<LevelledElement*> numbers;
     for (LWE::Ciphertext* part : out) {
         shapeUnpacked(context, in.getLevel(), in.getDevice(), *part);
