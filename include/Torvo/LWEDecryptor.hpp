@@ -18,8 +18,10 @@ public:
     ///         counter should be less than or equal to the level"; "Operands are in different devices."; "The
     ///         generated context does not support the operation with current operands; check the device.";
     ///         "Operands are not of the ring of the generated context." and "Operands have different levels."
-    ///         for a level that the chain of the context, or of the key, does not have. `out` stays as it
-    ///         was.
+    ///         for a level that the chain of the context, or of the key, does not have, the first for a
+    ///         ciphertext of other primes too; "the secret key has other primes: ", the key's, ", but the
+    ///         decryptor's context is ", the decryptor's, "; make the decryptor with the context the key was
+    ///         made with". `out` stays as it was.
     void decrypt(const Ciphertext& in, const SecretKey& key, double& out) const;
 
 private:

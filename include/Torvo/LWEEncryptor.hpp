@@ -22,9 +22,11 @@ public:
     ///         The target level is greater than the maximum possible level"; "[encode] The target rescale
     ///         counter should be less than or equal to the target level."; "Rescale counter should be greater
     ///         than or equal to zero"; and, for a key of another length or of fewer primes, "Operands have
-    ///         different dimensions."; "Operands have different levels."; last "[encode] Cannot
-    ///         encode the number ...", in the words of the ring's encoder, for a message that is too large
-    ///         for level and scale, infinite or NaN. The output stays as it was.
+    ///         different dimensions."; "Operands have different levels."; for other primes up to the level
+    ///         "the secret key has other primes: ", the key's, ", but the encryptor's context is ", the
+    ///         encryptor's, "; make the encryptor with the context the key was made with"; last "[encode]
+    ///         Cannot encode the number ...", in the words of the ring's encoder, for a message that is too
+    ///         large for level and scale, infinite or NaN. The output stays as it was.
     void encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
                  int rescale_counter) const;
 

@@ -15,7 +15,8 @@ class HomEvaluatorImpl;
 ///
 /// Every operation may also throw RuntimeException "Operands are in different devices."; "The generated
 /// context does not support the operation with current operands; check the device."; "Operands are not of the
-/// ring of the generated context.": a ciphertext at a level that the chain of the evaluator does not have.
+/// ring of the generated context.": a ciphertext of other primes, or at a level that the chain of the
+/// evaluator or its own does not have.
 ///
 /// Those that take a real number refuse one that is too large for level and scale, infinite or NaN as the
 /// last check, with "[encode] Cannot encode the number ..." in the words of the ring's encoder (`EnDecoder`).

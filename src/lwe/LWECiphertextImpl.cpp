@@ -1,6 +1,8 @@
 #include "lwe/LWECiphertextImpl.hpp"
 
+#include "arithmetic/Messages.hpp"
 #include "context/LWEContextContent.hpp"
+#include "context/SameRing.hpp"
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
 #include "persistence/Archive.hpp"
@@ -41,6 +43,10 @@ void CiphertextImpl::load(InputArchive& archive) {
 
 void shapeOutput(const Context& context, Ciphertext& out) {
     if (out.getContext()->context_hash != context->context_hash) out = Ciphertext(context);
+}
+
+void requireOfChain(const Context& context, const Ciphertext& operand) {
+    require(sharePrimes(operand.getContext(), context, operand.getLevel()), message::operandsOfOtherRing);
 }
 
 } // namespace Torvo::LWE

@@ -32,4 +32,9 @@ public:
 /// context with the same primes and dimension, keeps its storage and contents.
 void shapeOutput(const Context& context, Ciphertext& out);
 
+/// Refuses a ciphertext at a level that the chain of `context`, or its own, does not have, and one of other
+/// primes. Dimensions are compared where two vectors meet.
+/// @throws RuntimeException "Operands are not of the ring of the generated context."
+void requireOfChain(const Context& context, const Ciphertext& operand);
+
 } // namespace Torvo::LWE

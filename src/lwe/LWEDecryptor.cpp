@@ -4,6 +4,7 @@
 #include "core/Failure.hpp"
 #include "encoding/CentredInteger.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
+#include "lwe/LWECiphertextImpl.hpp"
 #include "lwe/Messages.hpp"
 #include "lwe/SecretElement.hpp"
 
@@ -29,6 +30,10 @@ void Decryptor::decrypt(const Ciphertext& in, const SecretKey& key, double& out)
     require(in.getAx().getDimension() == key.getSx().getDimension(), message::decryptOtherDimension);
     utils::requireCounterWithinLevel(in);
     const PrimeModuli& primes = context_->primes;
+    primes.getCommonDeviceAndCheck(in.getAx(), key.getSx(), in.getBx());
+    requireOfChain(context_, in);
+    require(in.getLevel() <= key.getSx().getLevel(), message::operandsDifferInLevel);
+    requireSharedPrimes(key.getContext(), context_, in.getLevel(), message::decryptNumberWithForeignSecret);
     SecretElement t(context_);
     primes.innerProduct(in.getAx(), key.getSx(), t);
     primes.add(t, in.getBx(), t);

@@ -7,6 +7,7 @@
 #include "encoding/ConstantEnDecoder.hpp"
 #include "encoding/Messages.hpp"
 #include "lwe/LWECiphertextImpl.hpp"
+#include "lwe/Messages.hpp"
 #include "lwe/SecretElement.hpp"
 
 namespace Torvo::LWE {
@@ -38,6 +39,7 @@ void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out, u
     isValidRescaleCounter(rescale_counter);
     require(key.getSx().getDimension() == getDimension(context_), message::operandsDifferInDimension);
     require(level <= key.getSx().getLevel(), message::operandsDifferInLevel);
+    requireSharedPrimes(key.getContext(), context_, level, message::encryptNumberUnderForeignSecret);
 
     SecretElement masked(ConstantEnDecoder(context_).encodeConst(message, level, rescale_counter));
 

@@ -3,7 +3,6 @@
 #include "arithmetic/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
-#include "lwe/LWECiphertextImpl.hpp"
 
 #include <cmath>
 
@@ -11,20 +10,15 @@ namespace Torvo::LWE {
 
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context) : context_(context), constantEnDecoder_(context) {}
 
-/// Before a scale is looked up that the chain does not have.
-void HomEvaluatorImpl::requireLevelOfChain(u64 level) const {
-    require(level < context_->parameter.chain_length, message::operandsOfOtherRing);
-}
-
 LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescaleCounter,
                                                  const Device& device) const {
-    requireLevelOfChain(level);
     LevelledElement residues = constantEnDecoder_.encodeConst(c, level, rescaleCounter);
     if (residues.getDevice() != device) residues.to(device);
     return residues;
 }
 
 void HomEvaluatorImpl::negate(const Ciphertext& in, Ciphertext& out) const {
+    requireOwn(in);
     shapeOutput(in.getContext(), out);
     context_->primes.negate(in.getAx(), out.getAx());
     context_->primes.negate(in.getBx(), out.getBx());
@@ -33,6 +27,7 @@ void HomEvaluatorImpl::negate(const Ciphertext& in, Ciphertext& out) const {
 
 void HomEvaluatorImpl::add(const Ciphertext& in, double c, Ciphertext& out) const {
     utils::requireCounterWithinLevel(in);
+    requireOwn(in);
     const int owed = in.getRescaleCounter();
     const LevelledElement constant = encodeConstant(c, in.getLevel(), owed, in.getDevice());
     shapeOutput(in.getContext(), out);
@@ -51,6 +46,8 @@ void HomEvaluatorImpl::sub(const Ciphertext& in, double c, Ciphertext& out) cons
 template <class Sign>
 void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     utils::checkPrecondition(a, b);
+    for (const Ciphertext* operand : {&a, &b}) requireOwn(*operand);
+    require(a.getAx().getDimension() == b.getAx().getDimension(), message::operandsDifferInDimension);
     if (a.getLevel() == b.getLevel()) return combineParts<Sign>(a, b, out);
     Ciphertext lowered(context_);
     if (a.getLevel() > b.getLevel()) {
@@ -88,6 +85,7 @@ void HomEvaluatorImpl::multParts(const Ciphertext& in, const LevelledElement& fa
 }
 
 void HomEvaluatorImpl::multInteger(const Ciphertext& in, long n, Ciphertext& out) const {
+    requireOwn(in);
     if (n == 1) {
         out = in;
         return;
@@ -102,6 +100,7 @@ void HomEvaluatorImpl::multInteger(const Ciphertext& in, long n, Ciphertext& out
 void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& in, double c, Ciphertext& out) const {
     const int owed = in.getRescaleCounter();
     require(static_cast<u64>(owed) < in.getLevel(), message::rescaleCounterAboveLevel);
+    requireOwn(in);
     multParts(in, encodeConstant(c, in.getLevel(), 0, in.getDevice()), out);
     out.setRescaleCounter(owed + 1);
 }
@@ -118,6 +117,7 @@ void HomEvaluatorImpl::rescale(Ciphertext& ct) const {
     utils::requireLevelAboveZero(ct);
     const int owed = ct.getRescaleCounter();
     require(owed > 0, message::ciphertextOwesNoRescale);
+    requireOwn(ct);
     context_->primes.rescale(ct.getAx());
     context_->primes.rescale(ct.getBx());
     ct.setRescaleCounter(owed - 1);
@@ -127,7 +127,7 @@ void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 target, Ciphertext& o
     const u64 level = in.getLevel();
     require(target <= level, message::levelDownUpwards);
     require(utils::owesNothing(in), message::operandOwesRescale);
-    requireLevelOfChain(level);
+    requireOwn(in);
     out = in;
     if (target == level) return;
     const auto& logScale = context_->scale_factors.log_scale;

@@ -3,6 +3,7 @@
 #include "arithmetic/LevelledElement.hpp"
 #include "core/Integers.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
+#include "lwe/LWECiphertextImpl.hpp"
 
 #include <Torvo/LWECiphertext.hpp>
 #include <Torvo/LWEContext.hpp>
@@ -27,7 +28,7 @@ public:
     void levelDownOne(const Ciphertext& in, Ciphertext& out) const;
 
 private:
-    void requireLevelOfChain(u64 level) const;
+    void requireOwn(const Ciphertext& operand) const { requireOfChain(context_, operand); }
     LevelledElement encodeConstant(double c, u64 level, int rescaleCounter, const Device& device) const;
     void multParts(const Ciphertext& in, const LevelledElement& factor, Ciphertext& out) const;
     template <class Sign>

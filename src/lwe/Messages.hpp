@@ -1,8 +1,17 @@
 #pragma once
 
+#include "context/SameRing.hpp"
+
 /// The refusals of plain LWE that the ring layers do not know, word for word.
 namespace Torvo::message {
 
 inline constexpr const char* decryptOtherDimension = "[decrypt] ctxt and sk have different dimension";
+
+inline constexpr RefusedMeeting encryptNumberUnderForeignSecret{
+    "the secret key has other primes", "the encryptor's context",
+    "make the encryptor with the context the key was made with"};
+inline constexpr RefusedMeeting decryptNumberWithForeignSecret{
+    "the secret key has other primes", "the decryptor's context",
+    "make the decryptor with the context the key was made with"};
 
 } // namespace Torvo::message

@@ -356,7 +356,7 @@ TEST(LWEHomEvaluator, SumsRefuseInOrder) {
 /// The primes are those of the evaluator, whatever the operands say; their words come first of all.
 TEST(LWEHomEvaluator, AnOutputThatIsAnOperandOfAnotherContextIsReadBeforeItIsWritten) {
     const HomEvaluator& evaluator = small().evaluator;
-    const Scheme other(makeContext(64, 3, 50, 39));
+    const Scheme other(makeContext(64, 2, 50, 40)); // the same primes, one fewer
     for (const auto& [a, b] : {std::pair(small().encrypt(1.5, 1), other.encrypt(0.25, 1)),
                                std::pair(other.encrypt(0.25, 1), small().encrypt(1.5, 1))}) {
         everyWay([&](const auto& x, const auto& y, auto& to) { evaluator.add(x, y, to); }, a, b);
@@ -478,6 +478,62 @@ TEST(LWEHomEvaluator, RefusesNumbersOutOfRangeLastAndLeavesTheOutputAsItWas) {
         EXPECT_NO_THROW(e.add(in, x, out));
         EXPECT_NO_THROW(e.mult(in, x, out));
     }
+}
+
+TEST(LWEHomEvaluator, RefusesOtherPrimesAndALevelSetByHandBeforeItWrites) {
+    const std::string foreign = "Operands are not of the ring of the generated context.";
+    const HomEvaluator& evaluator = small().evaluator;
+    const Scheme other(makeContext(64, 3, 49, 41)), shorter(makeContext(64, 2, 50, 40));
+    Ciphertext raised = shorter.encrypt(1, 1);
+    raised.setLevel(2); // which the chain of the evaluator has
+    const Ciphertext ours = small().encrypt(1, 2), before = small().encrypt(0.5, 1);
+    Ciphertext out = before;
+    for (const Ciphertext& in : {other.encrypt(1, 2), raised}) {
+        EXPECT_REFUSED(evaluator.negate(in, out), foreign);
+        EXPECT_REFUSED(evaluator.add(in, 1.0, out), foreign);
+        EXPECT_REFUSED(evaluator.add(in, ours, out), foreign);
+        EXPECT_REFUSED(evaluator.sub(ours, in, out), foreign);
+        EXPECT_REFUSED(evaluator.multInteger(in, 1, out), foreign);
+        EXPECT_REFUSED(evaluator.multInteger(in, -3, out), foreign);
+        EXPECT_REFUSED(evaluator.mult(in, 0.5, out), foreign);
+        EXPECT_REFUSED(evaluator.levelDown(in, 2, out), foreign);
+        EXPECT_REFUSED(evaluator.levelDownOne(in, out), foreign);
+        Ciphertext owing = in;
+        owing.setRescaleCounter(1);
+        EXPECT_REFUSED(evaluator.rescale(owing), foreign);
+        EXPECT_EQ(owing.getLevel(), 2U);
+    }
+    const Scheme wider(makeContext(65, 3, 50, 40));
+    EXPECT_REFUSED(evaluator.add(wider.encrypt(1, 2), ours, out), differentDimensions);
+    EXPECT_TRUE(sameWords(out, before));
+    evaluator.add(wider.encrypt(1, 2), wider.encrypt(2, 2), out); // of another dimension, both alike
+    EXPECT_NEAR(wider.decrypt(out), 3, 2 * wider.fresh() / wider.scale(2));
+}
+
+TEST(LWEHomEvaluator, TakesAShorterChainOfTheSamePrimes) {
+    const Scheme shorter(makeContext(64, 2, 50, 40));
+    Ciphertext out(smallLWEContext());
+    small().evaluator.multInteger(shorter.encrypt(1.5, 1), 2, out);
+    EXPECT_NEAR(shorter.decrypt(out), 3, 2 * shorter.fresh() / shorter.scale(1));
+}
+
+/// Words under other primes are other numbers: neither side is taken for the other.
+TEST(LWEHomEvaluator, EncryptionAndDecryptionRefuseKeysOfOtherPrimes) {
+    const Scheme other(makeContext(64, 3, 49, 41));
+    const Ciphertext ours = small().encrypt(1, 2);
+    Ciphertext out = ours;
+    double x = 7;
+    const auto text = [](const std::string& owner) {
+        return "the secret key has other primes: dimension 64, 3 primes (CUSTOM), but the " + owner +
+               "'s context is dimension 64, 3 primes (CUSTOM), with other primes from index 0 on; make the " +
+               owner + " with the context the key was made with";
+    };
+    EXPECT_REFUSED(small().encryptor.encrypt(0.5, other.key, out), text("encryptor"));
+    EXPECT_REFUSED(small().decryptor.decrypt(ours, other.key, x), text("decryptor"));
+    EXPECT_REFUSED(small().decryptor.decrypt(other.encrypt(1, 2), other.key, x),
+                   "Operands are not of the ring of the generated context.");
+    EXPECT_TRUE(sameWords(out, ours));
+    EXPECT_EQ(x, 7);
 }
 
 } // namespace
