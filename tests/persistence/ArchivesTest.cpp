@@ -333,6 +333,7 @@ TEST(Archives, EveryFileIsLoadedByATest) {
         const std::string name = entry.path().filename().string(),
                           extension = entry.path().extension().string();
         if (extension != ".bin" && extension != ".context") continue;
+        if (entry.path().parent_path().filename() == "damaged") continue; // DamagedArchivesTest
         EXPECT_NE(source.find(name), std::string::npos) << name;
     }
 }

@@ -51,6 +51,18 @@ std::string bytesOf(Save&& save) {
     return stream.str();
 }
 
+/// Objects with members `save` and `load`.
+template <class T>
+std::string saved(const T& object) {
+    return bytesOf([&](std::ostream& stream) { object.save(stream); });
+}
+
+template <class T>
+void loadFrom(const std::string& bytes, T& object) {
+    std::istringstream stream(bytes);
+    object.load(stream);
+}
+
 /// The text of a short read of one field.
 inline std::string shortRead(u64 wanted, u64 got) {
     return "Failed to read " + std::to_string(wanted) + " bytes from input stream! Read " +

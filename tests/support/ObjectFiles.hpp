@@ -20,17 +20,6 @@
 /// Objects with members `save` and `load`, looked at through their files.
 namespace Torvo::test {
 
-template <class T>
-std::string saved(const T& object) {
-    return bytesOf([&](std::ostream& stream) { object.save(stream); });
-}
-
-template <class T>
-void loadFrom(const std::string& bytes, T& object) {
-    std::istringstream stream(bytes);
-    object.load(stream);
-}
-
 inline std::string contentOf(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
