@@ -7,6 +7,24 @@ namespace {
 
 using Json = nlohmann::json;
 
+/// No member gives the version out. An explicit instantiation may name private members, so this one does.
+const Json& documentOf(const GlobalConfiguration& configuration);
+template <auto document>
+struct DocumentReader {
+    friend const Json& documentOf(const GlobalConfiguration& configuration) {
+        return configuration.*document;
+    }
+};
+template struct DocumentReader<&GlobalConfiguration::config_>;
+
+TEST(GlobalConfiguration, TheDocumentHasAVersionOfItsOwn) {
+    const Json& document = documentOf(GlobalConfiguration::instance());
+    EXPECT_EQ(document.at("major_version"), 0);
+    EXPECT_EQ(document.at("minor_version"), 3);
+    EXPECT_EQ(document.at("patch_version"), 0);
+    EXPECT_EQ(document.size(), 4U) << "and its features";
+}
+
 TEST(GlobalConfiguration, InstanceIsOneAndHasTheDefaultFeatures) {
     auto& configuration = GlobalConfiguration::instance();
     EXPECT_EQ(&configuration, &GlobalConfiguration::instance());

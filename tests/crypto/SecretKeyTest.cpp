@@ -339,6 +339,33 @@ TEST(SecretKey, SavingWithAnotherOptionIsRefused) {
                    "[save SecretKey] Invalid serialize option");
 }
 
+/// A full file of a given key, but with this many coefficients in front of the ring elements, which are as
+/// they should be.
+template <class Key>
+std::string fileWithCoefficients(const Context& context, u64 count) {
+    const u64 size = getRank(context) * getDegree(context);
+    const std::string file = fullFile(Key(context, alternating(size).data()));
+    // Frame, option, type, hash, tag, flag, an empty state.
+    constexpr u64 head = 1 + 1 + 4 + 4 + 8 + 4 + 1 + 8;
+    Bytes bytes;
+    bytes.raw(file.substr(0, head)).u64s({count});
+    for (u64 i = 0; i < count; ++i) bytes.u32(1);
+    return bytes.raw(file.substr(head + 8 + 4 * size)).str();
+}
+
+template <class Key>
+void expectOneNumberOfCoefficients(const Context& context) {
+    const u64 size = getRank(context) * getDegree(context);
+    EXPECT_NO_THROW(loaded<Key>(context, fileWithCoefficients<Key>(context, size)));
+    for (const u64 count : {u64{0}, size / 2, size - 1, size + 1, 2 * size})
+        EXPECT_REFUSED(loaded<Key>(context, fileWithCoefficients<Key>(context, count)), test::notVerified);
+}
+
+TEST(SecretKey, AFullFileOfMoreOrFewerCoefficientsIsRefused) {
+    expectOneNumberOfCoefficients<SecretKey>(toy());
+    expectOneNumberOfCoefficients<MLWEKey>(rankFour());
+}
+
 TEST(SecretKey, ShortFilesFailAndLeaveTheThreadsStreamUndisturbed) {
     const SecretKey key(smallContext());
     const std::string state = threadGenerator().getState();

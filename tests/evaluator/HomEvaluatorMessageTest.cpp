@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <functional>
@@ -232,6 +233,28 @@ TEST(HomEvaluatorMessage, RotationsShiftCyclicallyModuloTheSlots) {
             EXPECT_EQ(left[i], in[(i + index) % n]);
             EXPECT_EQ(itself[i], in[(i + index) % n]);
             EXPECT_EQ(right[(i + index) % n], in[i]);
+        }
+    }
+}
+
+/// As many as the logarithm of the size tells. For a size that is no power of two this is not the index
+/// modulo the size.
+TEST(HomEvaluatorMessage, RotationsTakeTheLowBitsOfTheIndex) {
+    Seeded random(16);
+    SCOPED_TRACE(random.describe());
+    for (const u64 n : {1ul, 2ul, 3ul, 8ul, 11ul, 12ul}) {
+        Message in = random.message(4), left, right;
+        in.resize(n);
+        for (const u64 index : {1ul, 2ul, 9ul, 13ul, (1ul << 63) + 1, ~0ul}) {
+            SCOPED_TRACE(testing::Message() << n << " slots, index " << index);
+            const u64 turn = index & (std::bit_floor(n) - 1);
+            evaluator().leftRotate(in, index, left);
+            evaluator().rightRotate(in, index, right);
+            ASSERT_EQ(left.getSize(), n);
+            for (u64 i = 0; i < n; ++i) {
+                EXPECT_EQ(left[i], in[(i + turn) % n]);
+                EXPECT_EQ(right[(i + turn) % n], in[i]);
+            }
         }
     }
 }

@@ -14,6 +14,7 @@
 #include <climits>
 #include <cmath>
 #include <omp.h>
+#include <sstream>
 
 namespace Torvo::LWE {
 namespace {
@@ -89,6 +90,32 @@ TEST(LWEEncryptor, FillsAnOutputOfAnotherContextOrPlace) {
     double x = 0;
     Decryptor(smallLWEContext()).decrypt(ct, key, x);
     EXPECT_NEAR(x, 0.5, maxFresh * 0x1p-39);
+}
+
+/// The primes of another context with the same sizes would do for the words, but not for the stamp.
+TEST(LWEEncryptor, AnOutputOfOtherPrimesBecomesOneOfTheContext) {
+    const SecretKey key(smallLWEContext());
+    Ciphertext ct(makeContext(64, 3, 49, 38));
+    Encryptor(smallLWEContext()).encrypt(0.5, key, ct);
+    EXPECT_EQ(ct.getContext(), smallLWEContext());
+    std::stringstream file;
+    ct.save(file);
+    Ciphertext loaded(smallLWEContext());
+    loaded.load(file);
+    EXPECT_TRUE(sameWords(loaded, ct));
+}
+
+/// An output in use may be at a level that does not bear the new counter; its new level does.
+TEST(LWEEncryptor, HoldsTheCounterAgainstTheNewLevel) {
+    const SecretKey key(smallLWEContext());
+    for (const u64 before : {0, 1, 2})
+        for (const int owed : {0, 1, 2}) {
+            Ciphertext ct(smallLWEContext());
+            ct.setLevel(before);
+            Encryptor(smallLWEContext()).encrypt(0.5, key, ct, 2, owed);
+            EXPECT_EQ(ct.getLevel(), 2U);
+            EXPECT_EQ(ct.getRescaleCounter(), owed);
+        }
 }
 
 TEST(LWEEncryptor, DrawsTheVectorThenTheError) {

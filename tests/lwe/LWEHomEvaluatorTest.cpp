@@ -1,5 +1,6 @@
 #include <Torvo/LWEHomEvaluator.hpp>
 
+#include "support/Bytes.hpp"
 #include "support/Expect.hpp"
 #include "support/LWEPhase.hpp"
 #include "support/NumbersOutOfRange.hpp"
@@ -13,6 +14,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <map>
 
 namespace Torvo::LWE {
 namespace {
@@ -79,6 +81,24 @@ const std::vector<Scheme>& schemes() {
 using Unary = std::function<void(const Ciphertext&, Ciphertext&)>;
 using Binary = std::function<void(const Ciphertext&, const Ciphertext&, Ciphertext&)>;
 
+/// A context of the same sizes with primes of its own.
+const Context& otherPrimes(const Context& context) {
+    static std::map<Context, Context> made;
+    Context& other = made[context];
+    if (other == nullptr) other = makeContext(getDimension(context), getPrimeList(context).size(), 49, 38);
+    return other;
+}
+
+/// In every word, and in the stamp under which they are saved.
+void expectOfOneContext(const Ciphertext& out, const Ciphertext& expected) {
+    EXPECT_EQ(out.getContext()->context_hash, expected.getContext()->context_hash);
+    EXPECT_TRUE(sameWords(out, expected));
+    const auto save = [](const Ciphertext& ct) {
+        return test::bytesOf([&](std::ostream& stream) { ct.save(stream); });
+    };
+    EXPECT_EQ(save(out), save(expected));
+}
+
 /// Runs an operation into a fresh output, into one that was used for something else, and in place: all must
 /// agree in every word.
 Ciphertext everyWay(const Unary& operation, const Ciphertext& in) {
@@ -88,15 +108,21 @@ Ciphertext everyWay(const Unary& operation, const Ciphertext& in) {
     operation(inPlace, inPlace);
     operation(in, foreign);
     EXPECT_TRUE(sameWords(inPlace, out));
-    EXPECT_TRUE(sameWords(foreign, out));
+    expectOfOneContext(foreign, out);
+    // Of the same sizes, so that nothing but its primes tells that it is of another context.
+    Ciphertext lookalike(otherPrimes(in.getContext()));
+    operation(in, lookalike);
+    expectOfOneContext(lookalike, out);
     EXPECT_EQ(out.getBx().getData().size(), out.getLevel() + 1);
     EXPECT_EQ(out.getAx().getData().size(), (out.getLevel() + 1) * getDimension(in.getContext()));
     return out;
 }
 
 Ciphertext everyWay(const Binary& operation, const Ciphertext& a, const Ciphertext& b) {
-    Ciphertext out(a.getContext()), overA = a, overB = b;
+    Ciphertext out(a.getContext()), overA = a, overB = b, lookalike(otherPrimes(a.getContext()));
     operation(a, b, out);
+    operation(a, b, lookalike);
+    expectOfOneContext(lookalike, out);
     operation(overA, b, overA);
     operation(a, overB, overB);
     EXPECT_TRUE(sameWords(overA, out));
