@@ -160,5 +160,65 @@ INSTANTIATE_TEST_SUITE_P(Presets, NoiseRealPreset,
                                          Case{"FGb", ParameterPreset::FGb}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
+// ---- degree 2^17, the largest of a preset, without the keys that take gigabytes
+
+/// Of the three presets the one with the fewest primes up to the encryption level whose scales, of 51 bits,
+/// leave the roundings of doubles far behind the noise.
+struct LargestDegree {
+    Context context = makeContext(ParameterPreset::FVb);
+    NoiseModel model{context};
+    u64 level = getEncryptionLevel(context), degree = getDegree(context);
+    test::Seeded random{8};
+};
+
+TEST(LargestDegreeRealPreset, EncodesAndEncryptsUnderTheSecretKeyWithThePredictedNoise) {
+    LargestDegree d;
+    SCOPED_TRACE(d.random.describe());
+    ASSERT_EQ(d.degree, u64{1} << 17);
+    Message message(getLogFullSlots(d.context)), got;
+    for (auto& slot : message) slot = std::polar(1.0, d.random.real(0, 6.28));
+    const EnDecoder encoder(d.context);
+    const Plaintext plaintext = encoder.encode(message);
+    Measured encoded, encrypted;
+    encoded.take(encoder.decode(plaintext), message);
+    expectPredicted(encoded, d.model.slots({1.0 / 12, {}}, d.level), d.model);
+
+    const SecretKey key(d.context);
+    Ciphertext ciphertext(d.context);
+    Encryptor(d.context).encrypt(plaintext, key, ciphertext);
+    Decryptor(d.context).decrypt(ciphertext, key, got);
+    encrypted.take(got, message);
+    expectPredicted(encrypted, d.model.slots(d.model.secretKeyEncryption(), d.level), d.model);
+}
+
+/// Both powers of 2 are good to one unit in the last place, and both products to half a unit: relative errors
+/// of 2^-52 and 2^-53. Numbers of at most 1 at a scale below 2^52 are off by 3 units of the scale, and by
+/// half a unit more since they are rounded to integers.
+TEST(LargestDegreeRealPreset, GivesCoefficientsBackUpToTheirError) {
+    LargestDegree d;
+    SCOPED_TRACE(d.random.describe());
+    std::vector<double> numbers(d.degree), got;
+    for (double& number : numbers) number = d.random.real(-1, 1);
+    const SecretKey key(d.context);
+    Ciphertext ciphertext(d.context);
+    /// In units of the scale that is left.
+    const auto largestError = [&](u64 level, int owed) {
+        Encryptor(d.context).encrypt(numbers, key, ciphertext, level, owed);
+        Decryptor(d.context).decrypt(ciphertext, key, got);
+        EXPECT_EQ(got.size(), numbers.size());
+        const double scale = d.model.scale(level - static_cast<u64>(owed));
+        EXPECT_LT(scale, 0x1p52);
+        double largest = 0;
+        for (u64 k = 0; k < d.degree; ++k) largest = std::max(largest, std::abs(got.at(k) - numbers[k]));
+        return largest * scale;
+    };
+    // The Box-Muller radius of a word ends at 6.7 deviations: an error is 21 at most.
+    const double fresh = largestError(d.level, 0);
+    EXPECT_LT(fresh, 21 + 3.5);
+    EXPECT_GT(fresh, 8) << "the largest of 2^17 errors of deviation 3.2";
+    // The rescale divides the error by a prime, and so takes it away.
+    EXPECT_LT(largestError(1, 1), 3.5);
+}
+
 } // namespace
 } // namespace Torvo
