@@ -40,6 +40,9 @@ public:
     /// What is kept now, in bytes.
     std::size_t keptBytes() const;
 
+    /// For holding it during forks.
+    std::mutex& mutex() { return mutex_; }
+
     /// The size of the class that a request belongs to: at least `bytes`, at most 9/8 of it. For 8 bytes or
     /// more.
     static std::size_t sizeClass(std::size_t bytes);

@@ -1,6 +1,7 @@
 #include "core/HostMemoryResource.hpp"
 
 #include "core/BlockCache.hpp"
+#include "core/Forks.hpp"
 
 namespace Torvo {
 
@@ -20,10 +21,19 @@ constexpr std::size_t keptBytesLimit = 0;
 constexpr std::size_t keptBytesLimit = std::size_t{512} << 20;
 #endif
 
-BlockCache& hostBlocks() {
-    static auto& blocks = *new BlockCache(keptBytesLimit); // never destroyed, as the arrays in static storage
+BlockCache* newHostBlocks() {
+    auto* blocks = new BlockCache(keptBytesLimit);
+    holdDuringForks(blocks->mutex());
     return blocks;
 }
+
+BlockCache& hostBlocks() {
+    static auto& blocks = *newHostBlocks(); // never destroyed, as the arrays in static storage
+    return blocks;
+}
+
+/// Made when the library is loaded: a child that was forked while another thread made it would wait for ever.
+[[maybe_unused]] const BlockCache& madeAtLoad = hostBlocks();
 
 } // namespace
 

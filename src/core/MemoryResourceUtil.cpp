@@ -1,5 +1,6 @@
 #include "core/CudaMemoryResource.hpp"
 #include "core/Failure.hpp"
+#include "core/Forks.hpp"
 #include "core/HostMemoryResource.hpp"
 #include "core/MemoryResource.hpp"
 #include "core/Messages.hpp"
@@ -25,17 +26,29 @@ std::unique_ptr<MemoryResource> makeMemoryResource(DeviceType type) {
     throw RuntimeException(message::noMemoryResource);
 }
 
+struct Registry {
+    Registry() { holdDuringForks(mutex); }
+
+    std::mutex mutex;
+    std::map<Device, std::unique_ptr<MemoryResource>> resources;
+};
+
+Registry& registry() {
+    // Never destroyed: arrays in static storage give their memory back after the end of main.
+    static auto& made = *new Registry;
+    return made;
+}
+
+/// Made when the library is loaded: a child that was forked while another thread made it would wait for ever.
+[[maybe_unused]] const Registry& madeAtLoad = registry();
+
 } // namespace
 
 MemoryResource& getPerDeviceMemoryResource(const Device& device) {
-    using Registry = std::map<Device, std::unique_ptr<MemoryResource>>;
-    // Never destroyed: arrays in static storage give their memory back after the end of main.
-    static auto& registry = *new Registry;
-    static std::mutex mutex;
-
+    auto& [mutex, resources] = registry();
     const std::lock_guard lock(mutex);
-    if (const auto found = registry.find(device); found != registry.end()) return *found->second;
-    return *registry.emplace(device, makeMemoryResource(device.type)).first->second;
+    if (const auto found = resources.find(device); found != resources.end()) return *found->second;
+    return *resources.emplace(device, makeMemoryResource(device.type)).first->second;
 }
 
 } // namespace Torvo

@@ -5,6 +5,7 @@
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
 #define TORVO_TESTS_UNDER_SANITIZER
+#define TORVO_TESTS_UNDER_THREAD_SANITIZER
 #endif
 #endif
 #ifdef __SANITIZE_ADDRESS__
@@ -13,15 +14,31 @@
 
 namespace Torvo::test {
 
-/// The sanitizers end the process where `operator new` would throw std::bad_alloc.
 #ifdef TORVO_TESTS_UNDER_SANITIZER
-inline constexpr bool newCanThrow = false;
+inline constexpr bool underSanitizer = true;
 #else
-inline constexpr bool newCanThrow = true;
+inline constexpr bool underSanitizer = false;
 #endif
+#ifdef TORVO_TESTS_UNDER_THREAD_SANITIZER
+inline constexpr bool underThreadSanitizer = true;
+#else
+inline constexpr bool underThreadSanitizer = false;
+#endif
+
+/// The sanitizers end the process where `operator new` would throw std::bad_alloc.
+inline constexpr bool newCanThrow = !underSanitizer;
 
 } // namespace Torvo::test
 
 /// First line of a test that asks for more memory than there is.
 #define SKIP_WHERE_NEW_CANNOT_THROW()                                                                        \
     if (!::Torvo::test::newCanThrow) GTEST_SKIP() << "operator new cannot throw here"
+
+/// First line of a test whose children start threads: the thread sanitizer ends such a child of a process
+/// that has threads.
+#define SKIP_WHERE_CHILDREN_CANNOT_START_THREADS()                                                           \
+    if (::Torvo::test::underThreadSanitizer) GTEST_SKIP() << "children cannot start threads here"
+
+/// First line of a test that looks at stacks or memory as a whole: instrumented code needs far more of both.
+#define SKIP_WHERE_CODE_IS_INSTRUMENTED()                                                                    \
+    if (::Torvo::test::underSanitizer) GTEST_SKIP() << "instrumented code needs more memory"
