@@ -17,14 +17,18 @@ inline u64 teamSize() {
     return omp_in_parallel() != 0 ? 1 : static_cast<u64>(omp_get_max_threads());
 }
 
+/// Threads of a loop over `count` indices: one or the default team, never a size between. A team that shrinks
+/// gives its threads back to the system, to be made anew for the next loop.
+inline int threadsFor(u64 count, Nesting nesting = Nesting::Guarded) {
+    const bool alone = count < 2 || (nesting == Nesting::Guarded && omp_in_parallel() != 0);
+    return alone ? 1 : omp_get_max_threads();
+}
+
 /// Calls body(i) for i < count, shared out among an OpenMP team in contiguous blocks; all threads have left
 /// before it returns. The body must not throw: an exception that left it would end the process.
 template <Nesting nesting = Nesting::Guarded, class Body>
 void forEachIndex(u64 count, Body&& body) {
-    // One thread or the default team, never a size between: a team that shrinks gives its threads back to
-    // the system, to be made anew for the next loop.
-    const bool alone = count < 2 || (nesting == Nesting::Guarded && omp_in_parallel() != 0);
-    const int threads = alone ? 1 : omp_get_max_threads();
+    const int threads = threadsFor(count, nesting);
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (u64 i = 0; i < count; ++i) body(i);
 }

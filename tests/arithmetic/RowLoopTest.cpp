@@ -1,7 +1,12 @@
 #include "arithmetic/RowLoop.hpp"
 
+#include "arithmetic/ThrowingLoop.hpp"
+#include "support/Expect.hpp"
+
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -50,6 +55,38 @@ TEST_F(RowLoop, OpensATeamInsideATeamUnlessItIsGuarded) {
     }
     EXPECT_EQ(guarded, (std::vector<int>{0, 0, 0, 0}));
     EXPECT_EQ(unguarded, (std::vector<int>{0, 0, 1, 1}));
+}
+
+TEST_F(RowLoop, PreparesEveryThreadOfTheTeamBeforeAnyIndex) {
+    omp_set_num_threads(3);
+    for (const u64 count : {u64{0}, u64{1}, u64{2}, u64{8}}) {
+        std::atomic<u64> prepared = 0;
+        std::vector<u64> preparedBefore(count);
+        std::vector<int> threads(count, -1);
+        forEachIndexAfter([&] { ++prepared; }, count,
+                          [&](u64 i) {
+                              preparedBefore[i] = prepared;
+                              threads[i] = omp_get_thread_num();
+                          });
+        EXPECT_EQ(preparedBefore, std::vector<u64>(count, count < 2 ? 1 : 3));
+        EXPECT_EQ(threads, threadOfIndex<Nesting::Guarded>(count))
+            << "each index has the thread it always has";
+    }
+}
+
+TEST_F(RowLoop, CallsNothingWhereAThreadCannotBePrepared) {
+    omp_set_num_threads(3);
+    for (int failing = 0; failing < 3; ++failing) {
+        std::atomic<u64> prepared = 0, called = 0;
+        const auto prepare = [&] {
+            ++prepared;
+            if (omp_get_thread_num() == failing) throw std::runtime_error("unprepared");
+        };
+        EXPECT_THROW_TEXT(forEachIndexAfter(prepare, 8, [&](u64) { ++called; }), std::runtime_error,
+                          "unprepared");
+        EXPECT_EQ(prepared, 3U);
+        EXPECT_EQ(called, 0U);
+    }
 }
 
 TEST_F(RowLoop, SharesOutRangesThatBeginAtWholeCacheLines) {
