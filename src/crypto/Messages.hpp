@@ -5,6 +5,11 @@
 /// The refusals of the crypto layer, word for word.
 namespace Torvo::message {
 
+inline constexpr const char* cannotSeed = "Cannot seed the random generator: "; // then the source
+/// After the source and the reason, which stands in brackets.
+inline constexpr const char* letSourceBeUsed =
+    "). Let the process use this source, which a sandbox may forbid, and try again.";
+
 inline constexpr const char* keyNotOfRankOne =
     "[Secret Key] The number of RLWE secret key must be equal to one.";
 inline constexpr const char* keyNotRandom = "The secret key is not randomly generated";
