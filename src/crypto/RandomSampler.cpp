@@ -1,6 +1,6 @@
 #include "crypto/RandomSampler.hpp"
 
-#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/ThrowingLoop.hpp"
 #include "arithmetic/UniformResidue.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
@@ -45,6 +45,13 @@ void fillUniform(u64 prime, u64* row, u64 count) {
     for (u64 k = 0; k < count; ++k) row[k] = residue(row[k], generator);
 }
 
+/// fillRow(i) for the rows below `count`, each on a thread of the team, which draws from its own generator.
+/// No word is drawn before all of them have one that cannot fail: an exception must not leave the loop.
+template <class FillRow>
+void fillRows(u64 count, FillRow&& fillRow) {
+    forEachIndexAfter([] { threadGenerator().makeBuffer(); }, count, fillRow);
+}
+
 /// A coefficient from the two low bits: 0 for 00 and 01, -1 for 10, +1 for 11.
 long ternary(u64 bits) {
     if ((bits & 2) == 0) return 0;
@@ -77,12 +84,12 @@ void spread(const SmallCoefficients& coefficients, const PrimeModuli& primes, Po
 } // namespace
 
 void RandomSampler::sampleUniform(Polynomial& poly, const Context& context) const {
-    forEachIndex(poly.rowEnd(),
-                 [&](u64 i) { fillUniform(context->primes.getPrime(i), poly.getRow(i), poly.getDegree()); });
+    fillRows(poly.rowEnd(),
+             [&](u64 i) { fillUniform(context->primes.getPrime(i), poly.getRow(i), poly.getDegree()); });
 }
 
 void RandomSampler::sampleUniform(LevelledVector& vector, const LWE::Context& context) const {
-    forEachIndex(vector.getLevel() + 1, [&](u64 i) {
+    fillRows(vector.getLevel() + 1, [&](u64 i) {
         fillUniform(context->primes.getPrime(i), vector.getRow(i), vector.getDimension());
     });
 }

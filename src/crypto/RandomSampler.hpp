@@ -10,7 +10,9 @@
 
 namespace Torvo {
 
-/// The distributions of the scheme, drawn from the calling thread's generator. Stateless, thread-safe.
+/// The distributions of the scheme, drawn from the calling thread's generator. Stateless, thread-safe. Where
+/// a generator cannot be seeded (RuntimeException) or has no memory for its words (std::bad_alloc), nothing
+/// is drawn.
 class RandomSampler {
 public:
     /// Uniform residues in every row, exactly (by rejection). Each OpenMP thread draws its rows from its own

@@ -2,7 +2,9 @@
 
 #include "arithmetic/RandomWords.hpp"
 #include "core/Blake3.hpp"
+#include "core/Forks.hpp"
 #include "core/SecureWipe.hpp"
+#include "crypto/SystemSeed.hpp"
 #include "persistence/MemoryBuffer.hpp"
 #include "persistence/Serialize.hpp"
 
@@ -11,68 +13,115 @@
 #include <algorithm>
 #include <istream>
 #include <ostream>
-#include <random>
 
 namespace Torvo {
 
+namespace {
+
+/// No number of forks.
+constexpr u64 forgotten = ~u64{0};
+
+} // namespace
+
 UniformRandomBitGenerator::UniformRandomBitGenerator() {
-    std::random_device entropy("default");
-    for (auto& word : seed_) word = entropy();
-    refillBuffer();
+    takeFreshSeed();
 }
 
 UniformRandomBitGenerator::~UniformRandomBitGenerator() {
-    utils::wipe(seed_.data(), sizeof seed_);
-    utils::wipe(buffer_.data(), sizeof buffer_);
+    forgetSeed();
 }
 
 u64 UniformRandomBitGenerator::operator()() {
-    if (index_ >= wordCount) startNextBuffer();
-    return buffer_[index_++];
+    if (position_.index >= filled_) provideWords();
+    return buffer_[position_.index++];
 }
 
 void UniformRandomBitGenerator::getRandomNumbers(unsigned long* out, unsigned long count) {
     while (count > 0) {
-        if (index_ >= wordCount) startNextBuffer();
-        const u64 run = std::min(count, wordCount - index_);
-        std::copy_n(buffer_.begin() + index_, run, out);
-        index_ += run;
+        if (position_.index >= filled_) provideWords();
+        const u64 run = std::min(count, wordCount - position_.index);
+        std::copy_n(buffer_.get() + position_.index, run, out);
+        position_.index += run;
         out += run;
         count -= run;
     }
 }
 
-void UniformRandomBitGenerator::startNextBuffer() {
-    ++counter_;
+// What can fail comes first: the position changes only when there are words for it.
+void UniformRandomBitGenerator::provideWords() {
+    makeBuffer();
+    renewIfStale();
+    if (position_.index >= wordCount) {
+        ++position_.counter;
+        position_.index = 0;
+    }
     refillBuffer();
-    index_ = 0;
 }
 
-void UniformRandomBitGenerator::setSeed(const std::array<unsigned long, 4>& seed) {
-    seed_ = seed;
-    counter_ = 0;
-    index_ = 0;
-    refillBuffer();
+void UniformRandomBitGenerator::makeBuffer() {
+    if (buffer_ == nullptr) buffer_ = std::make_unique_for_overwrite<u64[]>(wordCount);
 }
 
 void UniformRandomBitGenerator::refillBuffer() {
-    utils::doBLAKE3KeyedHash(buffer_.data(), sizeof buffer_, &counter_, sizeof counter_, seed_.data());
+    makeBuffer();
+    const u64 counter = position_.counter;
+    utils::doBLAKE3KeyedHash(buffer_.get(), wordCount * sizeof(u64), &counter, sizeof counter,
+                             position_.seed.data());
+    filled_ = wordCount;
+}
+
+void UniformRandomBitGenerator::wipeWords() noexcept {
+    utils::wipe(buffer_.get(), filled_ * sizeof(u64));
+    filled_ = 0;
+}
+
+void UniformRandomBitGenerator::setSeed(const std::array<unsigned long, 4>& seed) noexcept {
+    start(seed, false);
+}
+
+// Field by field: a whole position made here would leave a copy of the seed behind.
+void UniformRandomBitGenerator::start(const std::array<unsigned long, 4>& seed,
+                                      bool isSeededBySystem) noexcept {
+    wipeWords();
+    position_.seed = seed;
+    position_.counter = 0;
+    position_.index = 0;
+    position_.isSeededBySystem = isSeededBySystem;
+    position_.forks = forkCount();
+}
+
+void UniformRandomBitGenerator::takeFreshSeed() {
+    std::array<unsigned long, 4> seed{};
+    drawSystemSeed(seed);
+    start(seed, true);
+    utils::wipe(seed.data(), sizeof seed);
+}
+
+void UniformRandomBitGenerator::forgetSeed() noexcept {
+    wipeWords();
+    utils::wipe(&position_, sizeof position_);
+    position_.forks = forgotten;
+}
+
+void UniformRandomBitGenerator::renewIfStale() {
+    if (position_.forks != forkCount()) takeFreshSeed();
+}
+
+void UniformRandomBitGenerator::setPosition(const Position& position) noexcept {
+    wipeWords();
+    position_ = position;
 }
 
 void UniformRandomBitGenerator::save(std::ostream& stream) const {
-    Serialize::save(stream, seed_, counter_, index_);
+    Serialize::save(stream, position_.seed, position_.counter, position_.index);
 }
 
-// The state changes only once all of it has been read, so that seed and buffer never disagree.
+// The state changes only once all of it has been read.
 void UniformRandomBitGenerator::load(std::istream& stream) {
-    std::array<unsigned long, 4> seed{};
-    u64 counter = 0, index = 0;
-    Serialize::load(stream, seed, counter, index);
-    seed_ = seed;
-    counter_ = counter;
-    index_ = index;
-    refillBuffer();
-    utils::wipe(seed.data(), sizeof seed);
+    Position loaded{.forks = forkCount()};
+    Serialize::load(stream, loaded.seed, loaded.counter, loaded.index);
+    setPosition(loaded);
+    utils::wipe(&loaded, sizeof loaded);
 }
 
 std::string UniformRandomBitGenerator::getState() const {
@@ -93,6 +142,7 @@ void UniformRandomBitGenerator::setState(const std::string& state) {
 
 UniformRandomBitGenerator& threadGenerator() {
     thread_local UniformRandomBitGenerator generator;
+    generator.renewIfStale();
     return generator;
 }
 

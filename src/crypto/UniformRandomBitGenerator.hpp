@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <limits>
+#include <memory>
 #include <string>
 
 namespace Torvo {
@@ -13,6 +14,10 @@ namespace Torvo {
 /// The randomness of the library: a keyed BLAKE3 stream, expanded a mebibyte at a time. Buffer number
 /// `counter` is the extendable output for the eight bytes of `counter`, keyed with `seed`. One instance per
 /// thread (`threadGenerator`), so there is no lock; an instance is not synchronised.
+///
+/// The buffer lies on the heap, since thread-local storage comes out of the stack of every thread of a
+/// program. It is made at the first draw and filled at the first draw from a seed: a seed that is replaced
+/// before costs no hash. Words are wiped when their seed is replaced.
 class UniformRandomBitGenerator {
 public:
     using result_type = u64;
@@ -20,7 +25,17 @@ public:
     /// Length of a saved state.
     static constexpr std::size_t stateBytes = 49;
 
+    /// Where a generator stands and whence it has its seed: all of it but the words, which follow from that.
+    struct Position {
+        std::array<unsigned long, 4> seed{};
+        u64 counter = 0;
+        u64 index = 0;
+        bool isSeededBySystem = false;
+        u64 forks = 0; ///< `forkCount()` when the seed was given
+    };
+
     /// Seeds from the operating system: 128 bits, in the low halves of the four words.
+    /// @throws RuntimeException as `drawSystemSeed` does
     UniformRandomBitGenerator();
     /// Wipes seed and buffer.
     ~UniformRandomBitGenerator();
@@ -31,17 +46,39 @@ public:
     static constexpr u64 max() { return std::numeric_limits<u64>::max(); }
 
     /// The next word.
+    /// @throws std::bad_alloc when there is no memory for the buffer, which the first draw makes; nothing is
+    ///         drawn then
     u64 operator()();
     /// The next `count` words.
+    /// @throws std::bad_alloc as above
     void getRandomNumbers(unsigned long* out, unsigned long count);
+    /// Makes the buffer, so that no draw throws.
+    /// @throws std::bad_alloc
+    void makeBuffer();
 
-    const std::array<unsigned long, 4>& getSeed() const { return seed_; }
+    const std::array<unsigned long, 4>& getSeed() const { return position_.seed; }
     /// Starts again from `seed`, counter 0.
-    void setSeed(const std::array<unsigned long, 4>& seed);
-    u64 getCounter() const { return counter_; }
-    u64 getIndex() const { return index_; }
+    void setSeed(const std::array<unsigned long, 4>& seed) noexcept;
+    u64 getCounter() const { return position_.counter; }
+    u64 getIndex() const { return position_.index; }
+
+    /// Whether the seed came from the operating system, not from a caller.
+    bool isSeededBySystem() const { return position_.isSeededBySystem; }
+    /// Starts again from a seed of the operating system.
+    /// @throws RuntimeException as `drawSystemSeed` does; nothing changes then
+    void takeFreshSeed();
+    /// Wipes seed and words: `takeFreshSeed` comes before anything else is drawn.
+    void forgetSeed() noexcept;
+    /// Takes a fresh seed if the last one was forgotten, or is a copy of the one in a parent process.
+    /// @throws RuntimeException as `takeFreshSeed` does
+    void renewIfStale();
+
+    const Position& getPosition() const { return position_; }
+    /// Goes on from there.
+    void setPosition(const Position& position) noexcept;
 
     /// Rebuilds the buffer from seed and counter; the position stays.
+    /// @throws std::bad_alloc as above
     void refillBuffer();
 
     /// The state in 49 bytes: frame, seed, counter, index.
@@ -51,15 +88,18 @@ public:
     void setState(const std::string& state);
 
 private:
-    void startNextBuffer();
+    void start(const std::array<unsigned long, 4>& seed, bool isSeededBySystem) noexcept;
+    void provideWords();
+    void wipeWords() noexcept;
 
-    std::array<unsigned long, 4> seed_{};
-    u64 counter_ = 0;
-    u64 index_ = 0;
-    std::array<u64, wordCount> buffer_;
+    Position position_;
+    u64 filled_ = 0; ///< words of the buffer that belong to seed and counter: all or none
+    std::unique_ptr<u64[]> buffer_;
 };
 
-/// The calling thread's generator, made at its first use and destroyed when the thread ends.
+/// The calling thread's generator, made at its first use and destroyed when the thread ends. Never one with a
+/// seed that was forgotten or that the parent process has too.
+/// @throws RuntimeException as `drawSystemSeed` does, where a seed is to be made
 UniformRandomBitGenerator& threadGenerator();
 
 } // namespace Torvo

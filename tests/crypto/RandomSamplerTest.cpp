@@ -3,6 +3,10 @@
 #include "context/ContextContent.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 #include "support/ChiSquare.hpp"
+#include "support/Expect.hpp"
+#include "support/FailingAllocations.hpp"
+#include "support/NewThread.hpp"
+#include "support/ScriptedEntropy.hpp"
 
 #include <Torvo/Randomseeds.hpp>
 
@@ -10,7 +14,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <new>
 #include <omp.h>
 #include <set>
 #include <thread>
@@ -26,6 +32,12 @@ constexpr u64 untouched = ~u64{0};
 
 const Context& toy() {
     static const Context context = makeContext(ParameterPreset::FX);
+    return context;
+}
+
+/// Dimension 1000; three primes.
+const LWE::Context& plain() {
+    static const LWE::Context context = LWE::makeContext(1000, 3, 50, 40);
     return context;
 }
 
@@ -127,6 +139,68 @@ TEST(SampleUniform, ResiduesAreUniform) {
             counts[static_cast<u64>(static_cast<u128>(poly.getRow(0)[k]) * 64 / poly.getPrimes()[0])] += 1.0;
     }
     EXPECT_LT(std::abs(test::chiSquareDeviation(counts)), 6.0);
+}
+
+/// Runs body() on a new thread whose team of four, new too, has no generators yet.
+template <class Body>
+void withNewTeam(Body&& body) {
+    test::onNewThread([&] {
+        omp_set_num_threads(4);
+        body();
+    });
+}
+
+void expectUntouched(const Polynomial& poly) {
+    for (const u64 word : poly.getData()) ASSERT_EQ(word, untouched);
+}
+
+TEST(SampleUniform, DrawsNothingWhereAWorkerCannotSeedItsGenerator) {
+    withNewTeam([] {
+        setSeed(pinnedSeed);
+        const std::string state = threadGenerator().getState();
+        Polynomial poly = marked(false, 5);
+        {
+            const test::ScriptedEntropy entropy(
+                {.kernelError = EPERM, .whose = test::ScriptedEntropy::Thread::Others});
+            EXPECT_REFUSED(
+                RandomSampler().sampleUniform(poly, toy()),
+                "Cannot seed the random generator: getrandom failed (Operation not permitted). Let "
+                "the process use this source, which a sandbox may forbid, and try again.");
+            expectUntouched(poly);
+            EXPECT_EQ(threadGenerator().getState(), state);
+            LevelledVector vector(plain());
+            EXPECT_THROW(RandomSampler().sampleUniform(vector, plain()), RuntimeException);
+            EXPECT_EQ(threadGenerator().getState(), state);
+        }
+        RandomSampler().sampleUniform(poly, toy());
+        for (u64 i = 0; i <= 5; ++i) EXPECT_LT(poly.getRow(i)[0], poly.getPrimes()[i]);
+    });
+}
+
+TEST(SampleUniform, DrawsNothingWhereAWorkerHasNoMemoryForItsWords) {
+    u64 failures = 0;
+    for (bool hasFailed = true; hasFailed;) {
+        withNewTeam([&] {
+            setSeed(pinnedSeed);
+            const std::string state = threadGenerator().getState();
+            Polynomial poly = marked(false, 5);
+            {
+                const test::FailingAllocation failing(failures, test::FailingAllocation::Thread::Others);
+                try {
+                    RandomSampler().sampleUniform(poly, toy());
+                } catch (const std::bad_alloc&) {
+                    ++failures;
+                    EXPECT_EQ(threadGenerator().getState(), state);
+                    expectUntouched(poly);
+                }
+                hasFailed = failing.hasFailed();
+            }
+            RandomSampler().sampleUniform(poly, toy());
+            for (u64 i = 0; i <= 5; ++i) EXPECT_LT(poly.getRow(i)[0], poly.getPrimes()[i]);
+        });
+        ASSERT_LT(failures, 100U);
+    }
+    EXPECT_EQ(failures, 3U) << "one for each worker";
 }
 
 TEST(SampleUniform, WorksInsideAParallelRegion) {
@@ -335,12 +409,6 @@ TEST(SampleHWT, PositionsAndSignsAreUniform) {
     }
     EXPECT_LT(std::abs(test::chiSquareDeviation(positions)), 6.0);
     EXPECT_LT(std::abs(test::binomialDeviation(positive, 64000, 0.5)), 6.0);
-}
-
-/// Dimension 1000; three primes.
-const LWE::Context& plain() {
-    static const LWE::Context context = LWE::makeContext(1000, 3, 50, 40);
-    return context;
 }
 
 TEST(SampleUniform, OfAVectorFollowsTheWordsRowByRow) {

@@ -5,6 +5,9 @@
 #include "support/Bytes.hpp"
 #include "support/ChiSquare.hpp"
 #include "support/Expect.hpp"
+#include "support/FailingAllocations.hpp"
+#include "support/Sanitizer.hpp"
+#include "support/ScriptedEntropy.hpp"
 
 #include <Torvo/Randomseeds.hpp>
 
@@ -13,12 +16,17 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <cstdint>
+#include <fstream>
 #include <memory>
+#include <new>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace Torvo {
@@ -30,7 +38,7 @@ using test::Bytes;
 constexpr Seed pinnedSeed{0x0123456789abcdef, 0xfedcba9876543210, 0x0f1e2d3c4b5a6978, 0x8796a5b4c3d2e1f0};
 constexpr u64 bufferWords = 131072;
 
-/// The generator is a mebibyte: not for the stack.
+/// On the heap, since a generator can neither be copied nor moved.
 std::unique_ptr<UniformRandomBitGenerator> generatorOf(const Seed& seed) {
     auto generator = std::make_unique<UniformRandomBitGenerator>();
     generator->setSeed(seed);
@@ -84,6 +92,137 @@ TEST(UniformRandomBitGenerator, AFreshGeneratorHasSeedWordsOf32BitsAndStandsAtTh
     EXPECT_NE(a->getSeed(), b->getSeed());
     const auto replay = generatorOf(a->getSeed());
     EXPECT_EQ(take(*a, 10), take(*replay, 10));
+}
+
+TEST(UniformRandomBitGenerator, AFreshSeedStartsAgainFromTheBeginning) {
+    const auto generator = generatorOf(pinnedSeed);
+    EXPECT_FALSE(generator->isSeededBySystem());
+    skip(*generator, bufferWords + 5);
+    generator->takeFreshSeed();
+    EXPECT_TRUE(generator->isSeededBySystem());
+    for (const auto word : generator->getSeed()) EXPECT_EQ(word >> 32, 0U);
+    const Seed seed = generator->getSeed();
+    EXPECT_EQ(take(*generator, 10), take(*generatorOf(seed), 10));
+    generator->takeFreshSeed();
+    EXPECT_NE(generator->getSeed(), seed);
+    generator->setSeed(pinnedSeed);
+    EXPECT_FALSE(generator->isSeededBySystem());
+    EXPECT_EQ((*generator)(), knownBuffers[0].first);
+}
+
+TEST(UniformRandomBitGenerator, AFreshSeedThatCannotBeHadChangesNothing) {
+    const auto generator = generatorOf(pinnedSeed);
+    skip(*generator, 1);
+    const test::ScriptedEntropy entropy({.kernelError = ENOSYS});
+    EXPECT_THROW(generator->takeFreshSeed(), RuntimeException);
+    EXPECT_FALSE(generator->isSeededBySystem());
+    EXPECT_EQ((*generator)(), knownBuffers[0].second);
+    EXPECT_THROW(UniformRandomBitGenerator(), RuntimeException);
+}
+
+// A reference to the generator may be older than that.
+TEST(UniformRandomBitGenerator, AForgottenSeedIsReplacedBeforeAnythingIsDrawn) {
+    const auto generator = generatorOf(pinnedSeed);
+    skip(*generator, 7);
+    generator->forgetSeed();
+    {
+        const test::ScriptedEntropy entropy({.kernelError = ENOSYS});
+        EXPECT_THROW((*generator)(), RuntimeException);
+        EXPECT_THROW(generator->renewIfStale(), RuntimeException);
+    }
+    const u64 word = (*generator)();
+    const Seed seed = generator->getSeed();
+    EXPECT_NE(seed, pinnedSeed);
+    EXPECT_NE(seed, Seed{});
+    EXPECT_TRUE(generator->isSeededBySystem());
+    EXPECT_EQ(generator->getIndex(), 1U);
+    EXPECT_EQ(word, (*generatorOf(seed))());
+    generator->renewIfStale();
+    EXPECT_EQ(generator->getSeed(), seed) << "only once";
+}
+
+TEST(UniformRandomBitGenerator, ADrawWithoutMemoryForTheBufferDrawsNothing) {
+    for (const bool isBulk : {false, true}) {
+        UniformRandomBitGenerator generator;
+        generator.setSeed(pinnedSeed);
+        u64 word = 0;
+        {
+            const test::FailingAllocation failing(0);
+            EXPECT_THROW(isBulk ? generator.getRandomNumbers(&word, 1) : void(generator()), std::bad_alloc);
+        }
+        EXPECT_EQ(generator.getIndex(), 0U);
+        EXPECT_EQ(generator(), knownBuffers[0].first);
+    }
+}
+
+TEST(UniformRandomBitGenerator, AMadeBufferNeedsNoMemoryEverAfter) {
+    UniformRandomBitGenerator generator;
+    generator.setSeed(pinnedSeed);
+    generator.makeBuffer();
+    const test::FailingAllocation failing(0);
+    for (u64 i = 0; i <= bufferWords; ++i) generator();
+    generator.takeFreshSeed();
+    generator.setSeed(pinnedSeed);
+    EXPECT_EQ(generator(), knownBuffers[0].first);
+    EXPECT_FALSE(failing.hasFailed());
+}
+
+// Every thread of a program pays for it with its stack.
+TEST(UniformRandomBitGenerator, HoldsItsBufferElsewhere) {
+    EXPECT_LE(sizeof(UniformRandomBitGenerator), 128U);
+}
+
+/// The mappings of this process that it may write, but for stacks.
+std::vector<std::pair<const u64*, const u64*>> writableMemory() {
+    std::vector<std::pair<const u64*, const u64*>> ranges;
+    std::ifstream mappings("/proc/self/maps");
+    for (std::string line; std::getline(mappings, line);) {
+        std::uintptr_t begin = 0, end = 0;
+        char dash = 0;
+        std::string rights;
+        std::istringstream head(line);
+        head >> std::hex >> begin >> dash >> end >> rights;
+        if (rights.starts_with("rw") && line.find("[stack]") == std::string::npos)
+            ranges.emplace_back(reinterpret_cast<const u64*>(begin), reinterpret_cast<const u64*>(end));
+    }
+    return ranges;
+}
+
+/// How often two words stand next to each other in memory. They come masked, so as not to be found here.
+u64 occurrences(u64 maskedFirst, u64 maskedSecond, u64 mask) {
+    u64 count = 0;
+    for (const auto& [begin, end] : writableMemory())
+        for (const u64* word = begin; word + 1 < end; ++word)
+            if ((word[0] ^ mask) == maskedFirst && (word[1] ^ mask) == maskedSecond) ++count;
+    return count;
+}
+
+// The memory is looked through for two words from the middle of the buffer, which nobody has drawn.
+TEST(UniformRandomBitGenerator, WordsAreWipedWhenTheirSeedIsReplacedAndAtTheEnd) {
+    SKIP_WHERE_CODE_IS_INSTRUMENTED();
+    constexpr u64 mask = 0x5a5a5a5a5a5a5a5a;
+    u64 first = 0, second = 0;
+    {
+        UniformRandomBitGenerator generator;
+        generator.setSeed({7, 8, 9, 10});
+        skip(generator, bufferWords / 2);
+        first = generator() ^ mask;
+        second = generator() ^ mask;
+    }
+    EXPECT_EQ(occurrences(first, second, mask), 0U);
+    const auto expectWiped = [&](auto&& replaceSeed) {
+        UniformRandomBitGenerator generator;
+        generator.setSeed({7, 8, 9, 10});
+        generator();
+        EXPECT_EQ(occurrences(first, second, mask), 1U);
+        replaceSeed(generator);
+        EXPECT_EQ(occurrences(first, second, mask), 0U);
+    };
+    const std::string state = generatorOf(pinnedSeed)->getState();
+    expectWiped([](auto& generator) { generator.setSeed(pinnedSeed); });
+    expectWiped([](auto& generator) { generator.takeFreshSeed(); });
+    expectWiped([](auto& generator) { generator.forgetSeed(); });
+    expectWiped([&](auto& generator) { generator.setState(state); });
 }
 
 TEST(UniformRandomBitGenerator, TheWordAfter131072BeginsTheNextBuffer) {
@@ -176,6 +315,11 @@ TEST(UniformRandomBitGenerator, AShortStateFailsAndLeavesTheGeneratorAsItWas) {
         ASSERT_THROW(generator->setState(state.substr(0, length)), cereal::Exception) << length;
     EXPECT_EQ(generator->getSeed(), pinnedSeed);
     EXPECT_EQ((*generator)(), knownBuffers[0].first);
+    UniformRandomBitGenerator bySystem;
+    EXPECT_THROW(bySystem.setState(state.substr(0, 48)), cereal::Exception);
+    EXPECT_TRUE(bySystem.isSeededBySystem());
+    bySystem.setState(state);
+    EXPECT_FALSE(bySystem.isSeededBySystem());
 }
 
 TEST(UniformRandomBitGenerator, AStateBeyondTheBufferGoesOnWithTheNextOne) {
