@@ -21,8 +21,11 @@ class Polynomial;
 template <EncryptionType E>
 class SecretKeyBase {
 public:
-    /// A new random key, from the calling thread's generator.
-    /// @throws RuntimeException "[Secret Key] The number of RLWE secret key must be equal to one."
+    /// A new random key, from the calling thread's generator, which takes a fresh seed from the operating
+    /// system right before and right after: so the files of the key, which hold the state of the generator,
+    /// tell nothing about other keys and encryptions of the thread. Not so after `setSeed`.
+    /// @throws RuntimeException "[Secret Key] The number of RLWE secret key must be equal to one."; "Cannot
+    ///         seed the random generator: " and the source that failed
     explicit SecretKeyBase(const Context& context);
     /// A key from `rank * degree` coefficients, each -1, 0 or 1 (unchecked).
     /// @throws RuntimeException as above
@@ -54,14 +57,16 @@ public:
     /// Moves the ring elements; the coefficients stay on the CPU.
     void to(const Device& device);
 
-    /// Writes the whole key. The file has mode 0600 from its beginning, whatever stood there.
+    /// Writes the whole key, with the generator state from which it was sampled. The file has mode 0600 from
+    /// its beginning, whatever stood there.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
     ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Writes only the generator state from which the key was sampled, 71 bytes in all. The file carries no
-    /// mark of the context: a context of other degree or weight regrows another key from it.
-    /// The file's mode is 0600 too.
+    /// mark of the context: a context of other degree or weight regrows another key from it. After `setSeed`
+    /// the state also gives what the thread drew later: other keys, and the masks of encryptions. The file's
+    /// mode is 0600 too.
     /// @throws RuntimeException "The secret key is not randomly generated" for a key given by coefficients;
     ///         then as `save`
     void saveSeedOnly(const std::string& path) const;

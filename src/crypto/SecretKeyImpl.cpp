@@ -23,6 +23,7 @@ SecretKeyImpl<E>::SecretKeyImpl(const Context& context_, Unset)
 
 template <EncryptionType E>
 SecretKeyImpl<E>::SecretKeyImpl(const Context& context_) : SecretKeyImpl(context_, Unset{}) {
+    const KeySampling sampling;
     seed = SeedState::ofThread();
     sample();
 }

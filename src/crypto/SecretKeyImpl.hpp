@@ -18,7 +18,7 @@ namespace Torvo {
 template <EncryptionType E>
 class SecretKeyImpl {
 public:
-    /// A random key, drawn from the calling thread's generator.
+    /// A random key, drawn from the calling thread's generator as `KeySampling` says.
     explicit SecretKeyImpl(const Context& context);
     SecretKeyImpl(const Context& context, const int* coefficients);
     /// Of either saved form.

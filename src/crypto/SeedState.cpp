@@ -1,7 +1,6 @@
 #include "crypto/SeedState.hpp"
 
 #include "core/SecureWipe.hpp"
-#include "crypto/UniformRandomBitGenerator.hpp"
 #include "persistence/Archive.hpp"
 #include "persistence/Verifier.hpp"
 
@@ -59,12 +58,22 @@ void SeedState::loadState(InputArchive& archive, bool mayBeEmpty) {
     archive(cereal::binary_data(state_.data(), length));
 }
 
-BorrowedGenerator::BorrowedGenerator(const SeedState& seed) : previous_(SeedState::ofThread()) {
-    threadGenerator().setState(seed.getState());
+BorrowedGenerator::BorrowedGenerator(const SeedState& seed)
+    : generator_(threadGenerator()), previous_(generator_.getPosition()) {
+    generator_.setState(seed.getState());
 }
 
 BorrowedGenerator::~BorrowedGenerator() {
-    threadGenerator().setState(previous_.getState());
+    generator_.setPosition(previous_);
+    utils::wipe(&previous_, sizeof previous_);
+}
+
+KeySampling::KeySampling() : generator_(threadGenerator()) {
+    if (generator_.isSeededBySystem()) generator_.takeFreshSeed();
+}
+
+KeySampling::~KeySampling() {
+    if (generator_.isSeededBySystem()) generator_.forgetSeed();
 }
 
 } // namespace Torvo

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/Integers.hpp"
+#include "crypto/UniformRandomBitGenerator.hpp"
 #include "persistence/ArchiveForward.hpp"
 
 #include <string>
@@ -48,7 +48,24 @@ public:
     BorrowedGenerator& operator=(const BorrowedGenerator&) = delete;
 
 private:
-    SeedState previous_;
+    UniformRandomBitGenerator& generator_;
+    UniformRandomBitGenerator::Position previous_; ///< no string: giving it back allocates nothing
+};
+
+/// While it lives, the calling thread samples a random key. The key's file holds the state of the generator
+/// from which it was sampled; whoever has the file could regrow what else came from that seed. So a generator
+/// that was seeded by the operating system starts from a fresh seed, and forgets it at the end, also when
+/// sampling failed. One with the seed of a caller goes on in its stream, for reproducible tests.
+class KeySampling {
+public:
+    /// @throws RuntimeException as `drawSystemSeed` does
+    KeySampling();
+    ~KeySampling();
+    KeySampling(const KeySampling&) = delete;
+    KeySampling& operator=(const KeySampling&) = delete;
+
+private:
+    UniformRandomBitGenerator& generator_;
 };
 
 } // namespace Torvo

@@ -18,6 +18,7 @@ SecretKeyImpl::SecretKeyImpl(const Context& chain, Unset)
     : context(chain), coefficients(chain->parameter.dimension), sx(chain) {}
 
 SecretKeyImpl::SecretKeyImpl(const Context& chain) : SecretKeyImpl(chain, Unset{}) {
+    const KeySampling sampling;
     seed = SeedState::ofThread();
     sample();
 }

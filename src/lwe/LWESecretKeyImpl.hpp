@@ -16,7 +16,7 @@ namespace Torvo::LWE {
 /// tells the key is wiped on destruction and before it is assigned over.
 class SecretKeyImpl {
 public:
-    /// A random key, drawn from the calling thread's generator.
+    /// A random key, drawn from the calling thread's generator as `KeySampling` says.
     explicit SecretKeyImpl(const Context& context);
     SecretKeyImpl(const Context& context, const int* coefficients);
     /// Of either saved form.

@@ -1,13 +1,18 @@
+#include "crypto/UniformRandomBitGenerator.hpp"
 #include "support/BootScheme.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
+#include "support/NewThread.hpp"
+#include "support/ScriptedEntropy.hpp"
 
 #include <Torvo/Bootstrapper.hpp>
+#include <Torvo/Randomseeds.hpp>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <complex>
 #include <optional>
 
@@ -206,6 +211,25 @@ TEST(EncapsulationRealPreset, BootstrapsAndTakesAnyNewKey) {
         pair().generator.genSparseSecretEncapsulationKey();
         EXPECT_NE(pair().keys.getSparseSecretEncapsulationKey(), key);
     }
+}
+
+// The sparse secret is forgotten, but its seed would tell it: the masks that are drawn after it come from
+// another one, and so does whatever the thread's last key file told.
+TEST(EncapsulationRealPreset, TheSparseSecretHasASeedOfItsOwn) {
+    pair();
+    test::onNewThread([] {
+        threadGenerator()();
+        const auto before = getSeed();
+        const test::ScriptedEntropy entropy({});
+        pair().generator.genSparseSecretEncapsulationKey();
+        EXPECT_EQ(entropy.callCount(), 2U);
+        EXPECT_NE(getSeed(), before);
+        EXPECT_GT(threadGenerator().getIndex(), 0U) << "masks and errors were drawn from the last seed";
+        setSeed({1, 2, 3, 4});
+        pair().generator.genSparseSecretEncapsulationKey();
+        EXPECT_EQ(entropy.callCount(), 2U) << "for reproducible tests";
+        EXPECT_EQ(getSeed(), (std::array<unsigned long, 4>{1, 2, 3, 4}));
+    });
 }
 
 } // namespace

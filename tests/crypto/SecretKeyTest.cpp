@@ -1,5 +1,6 @@
 #include <Torvo/SecretKey.hpp>
 
+#include "arithmetic/PolyGerm.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretKeyImpl.hpp"
@@ -9,7 +10,10 @@
 #include "support/Bytes.hpp"
 #include "support/DamagedFiles.hpp"
 #include "support/Expect.hpp"
+#include "support/FailingAllocations.hpp"
+#include "support/NewThread.hpp"
 #include "support/PolynomialBytes.hpp"
+#include "support/ScriptedEntropy.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <Torvo/Randomseeds.hpp>
@@ -17,8 +21,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -282,6 +288,106 @@ TEST(SecretKey, LoadingTheSeedLeavesTheThreadsStreamUndisturbed) {
     const u64 next = threadGenerator()();
     threadGenerator().setState(state);
     EXPECT_EQ(threadGenerator()(), next);
+}
+
+/// What an attacker with the seed file of a key gets out of it, who draws what the thread drew.
+template <class Key>
+void expectFileTellsNothingElse(const Context& context) {
+    const std::string before = threadGenerator().getState();
+    const Key a(context);
+    const std::string file = seedFile(a);
+    const PolyGerm mask;
+    const Key b(context);
+
+    const std::string state = file.substr(file.size() - 49);
+    EXPECT_NE(state.substr(0, 33), before.substr(0, 33)) << "no seed of what was drawn before";
+    test::onNewThread([&] {
+        threadGenerator().setState(state);
+        EXPECT_EQ(coefficientsOf(Key(context)), coefficientsOf(a)) << "the file is the key";
+        const std::string behind = threadGenerator().getState();
+        EXPECT_NE(PolyGerm(), mask);
+        EXPECT_NE(coefficientsOf(Key(context)), coefficientsOf(b));
+        threadGenerator().setState(behind);
+        EXPECT_NE(coefficientsOf(Key(context)), coefficientsOf(b));
+    });
+}
+
+TEST(SecretKey, TheFileTellsNothingOfOtherKeysAndMasks) {
+    test::onNewThread([] {
+        expectFileTellsNothingElse<SecretKey>(toy());
+        expectFileTellsNothingElse<MLWEKey>(rankFour());
+    });
+}
+
+// The key that fails may have been seen by nobody, but its sampling took a seed, which is used for nothing
+// else. A fresh seed at the end shows when the thread draws again.
+TEST(SecretKey, ThatCannotBeFinishedTakesItsSeedAlong) {
+    test::onNewThread([] {
+        for (u64 before = 0, failures = 0;; ++before) {
+            threadGenerator()();
+            const test::ScriptedEntropy entropy({});
+            bool hasFailed = false;
+            {
+                const test::FailingAllocation failing(before, test::FailingAllocation::Thread::Calling);
+                try {
+                    const SecretKey key(toy());
+                } catch (const std::bad_alloc&) {
+                    ++failures;
+                }
+                hasFailed = failing.hasFailed();
+            }
+            const u64 taken = entropy.callCount();
+            threadGenerator()();
+            EXPECT_EQ(entropy.callCount(), taken == 0 ? 0U : 2U) << before;
+            if (!hasFailed) {
+                EXPECT_EQ(taken, 1U);
+                EXPECT_GT(failures, 3U);
+                return;
+            }
+        }
+    });
+}
+
+TEST(SecretKey, IsNotMadeWithoutAFreshSeed) {
+    test::onNewThread([] {
+        threadGenerator()();
+        const std::string state = threadGenerator().getState();
+        {
+            const test::ScriptedEntropy entropy({.kernelError = ENOSYS});
+            EXPECT_THROW(SecretKey{toy()}, RuntimeException);
+        }
+        EXPECT_EQ(threadGenerator().getState(), state);
+    });
+}
+
+TEST(SecretKey, LoadingTheSeedWithoutMemoryLeavesTheThreadsStreamUndisturbed) {
+    const SecretKey key(toy());
+    const std::string file = seedFile(key);
+    for (const bool isSeededBySystem : {true, false}) {
+        test::onNewThread([&] {
+            if (!isSeededBySystem) setSeed(pinnedSeed);
+            const std::string state = threadGenerator().getState();
+            for (u64 before = 0, failures = 0;; ++before) {
+                bool hasFailed = false;
+                std::istringstream stream(file);
+                {
+                    const test::FailingAllocation failing(before, test::FailingAllocation::Thread::Calling);
+                    try {
+                        const SecretKey again(toy(), stream);
+                    } catch (const std::bad_alloc&) {
+                        ++failures;
+                    }
+                    hasFailed = failing.hasFailed();
+                }
+                ASSERT_EQ(threadGenerator().getState(), state) << before;
+                ASSERT_EQ(threadGenerator().isSeededBySystem(), isSeededBySystem) << before;
+                if (!hasFailed) {
+                    EXPECT_GT(failures, 3U);
+                    return;
+                }
+            }
+        });
+    }
 }
 
 TEST(SecretKey, ASeedFileIsTakenByAnyContextOfItsType) {

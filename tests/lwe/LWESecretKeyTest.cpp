@@ -1,5 +1,6 @@
 #include <Torvo/LWESecretKey.hpp>
 
+#include "arithmetic/PolyGerm.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 #include "lwe/LWESecretKeyImpl.hpp"
@@ -9,6 +10,7 @@
 #include "support/DamagedFiles.hpp"
 #include "support/Expect.hpp"
 #include "support/LWEPhase.hpp"
+#include "support/NewThread.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <Torvo/LWEDecryptor.hpp>
@@ -68,6 +70,24 @@ TEST(LWESecretKey, HasExactlyTheHammingWeightInEveryPreset) {
         EXPECT_EQ(static_cast<long>(values.size()) - std::count(values.begin(), values.end(), 0), weight);
         EXPECT_TRUE(std::all_of(values.begin(), values.end(), [](int v) { return v >= -1 && v <= 1; }));
     }
+}
+
+TEST(LWESecretKey, TheFileTellsNothingOfOtherKeysAndMasks) {
+    test::onNewThread([] {
+        const SecretKey a(smallLWEContext());
+        const std::string file = seedFile(a), state = file.substr(file.size() - 49);
+        const PolyGerm mask;
+        const SecretKey b(smallLWEContext());
+        test::onNewThread([&] {
+            threadGenerator().setState(state);
+            EXPECT_EQ(coefficientsOf(SecretKey(smallLWEContext())), coefficientsOf(a));
+            const std::string behind = threadGenerator().getState();
+            EXPECT_NE(PolyGerm(), mask);
+            EXPECT_NE(coefficientsOf(SecretKey(smallLWEContext())), coefficientsOf(b));
+            threadGenerator().setState(behind);
+            EXPECT_NE(coefficientsOf(SecretKey(smallLWEContext())), coefficientsOf(b));
+        });
+    });
 }
 
 TEST(LWESecretKey, IsWhatTheSamplerDrawsFromTheStateBefore) {
