@@ -1,7 +1,9 @@
 #include <cstdio>
 #include <dlfcn.h>
 #include <latch>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -20,36 +22,96 @@ void* openLibrary(const char* path) {
     return library;
 }
 
-RoundTrip findRoundTrip(const char* libraryPath, const char* pluginPath) {
-    if (openLibrary(libraryPath) == nullptr) return nullptr;
-    void* plugin = openLibrary(pluginPath);
-    if (plugin == nullptr) return nullptr;
-    return reinterpret_cast<RoundTrip>(dlsym(plugin, "torvoPluginRoundTrip"));
+/// The library, then the plugin that uses it.
+struct Loaded {
+    Loaded(const char* libraryPath, const char* pluginPath)
+        : library(openLibrary(libraryPath)), plugin(library != nullptr ? openLibrary(pluginPath) : nullptr) {}
+
+    RoundTrip roundTrip() const {
+        if (plugin == nullptr) return nullptr;
+        return reinterpret_cast<RoundTrip>(dlsym(plugin, "torvoPluginRoundTrip"));
+    }
+    void close() const {
+        if (plugin != nullptr) dlclose(plugin);
+        if (library != nullptr) dlclose(library);
+    }
+
+    void* library;
+    void* plugin;
+};
+
+bool isSmall(double error) {
+    std::printf("largest error %g\n", error);
+    return error < errorBound;
 }
 
-} // namespace
-
-/// Arguments: the library, then a plugin that uses it. The threads stand before either is loaded.
-int main(int argc, char** argv) {
-    if (argc != 3) return 2;
+/// The round trip on eight threads that are older than the library.
+int failuresOfOlderThreads(const char* const* paths, Loaded*& loaded) {
     RoundTrip roundTrip = nullptr;
     std::vector<double> errors(threadCount, 1.0);
-    std::latch loaded(1);
+    std::latch isLoaded(1);
     {
         std::vector<std::jthread> threads;
         for (double& error : errors) {
             threads.emplace_back([&] {
-                loaded.wait();
+                isLoaded.wait();
                 if (roundTrip != nullptr) error = roundTrip();
             });
         }
-        roundTrip = findRoundTrip(argv[1], argv[2]);
-        loaded.count_down();
+        loaded = new Loaded(paths[0], paths[1]);
+        roundTrip = loaded->roundTrip();
+        isLoaded.count_down();
     }
     int failures = 0;
-    for (const double error : errors) {
-        std::printf("largest error %g\n", error);
-        if (!(error < errorBound)) ++failures;
+    for (const double error : errors) failures += isSmall(error) ? 0 : 1;
+    return failures;
+}
+
+/// 1 unless isWell() holds in a forked child, within a minute.
+template <class Check>
+int failuresOfChild(Check&& isWell) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        _exit(isWell() ? 0 : 1);
     }
+    int status = 1;
+    if (waitpid(child, &status, 0) != child || status != 0) {
+        std::fprintf(stderr, "the child ended with status %x\n", status);
+        return 1;
+    }
+    return 0;
+}
+
+/// A process without instrumentation by the thread sanitizer, which ends children that start threads.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+constexpr bool childrenCanStartThreads = false;
+#else
+constexpr bool childrenCanStartThreads = true;
+#endif
+#else
+constexpr bool childrenCanStartThreads = true;
+#endif
+
+} // namespace
+
+/// Arguments: the library, then a plugin that uses it. The threads stand before either is loaded. Children
+/// are forked while the library is there, by a thread that has used it, and after it is unloaded.
+int main(int argc, char** argv) {
+    if (argc != 3) return 2;
+    Loaded* loaded = nullptr;
+    int failures = failuresOfOlderThreads(argv + 1, loaded);
+    if (const RoundTrip roundTrip = loaded->roundTrip(); roundTrip != nullptr && childrenCanStartThreads) {
+        // A thread that ends: as long as one lives that has drawn, the library cannot go.
+        std::jthread([&] {
+            failures += isSmall(roundTrip()) ? 0 : 1;
+            failures += failuresOfChild([&] { return isSmall(roundTrip()); });
+        });
+    }
+    loaded->close();
+    failures += failuresOfChild([] { return true; });
+    const bool isGone = dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD) == nullptr;
+    std::printf("the library is %s\n", isGone ? "unloaded" : "still there");
     return failures == 0 ? 0 : 1;
 }
