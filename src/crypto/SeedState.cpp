@@ -42,18 +42,20 @@ void SeedState::saveState(OutputArchive& archive) const {
 
 void SeedState::load(InputArchive& archive) {
     archive(detail::Flag(isRandom_));
-    loadState(archive, true);
+    loadBytes(archive);
 }
 
 void SeedState::loadState(InputArchive& archive) {
-    loadState(archive, false);
     isRandom_ = true;
+    loadBytes(archive);
 }
 
-void SeedState::loadState(InputArchive& archive, bool mayBeEmpty) {
+// Only a key that was sampled has a state, and it always has: without one it could not be saved as that
+// alone.
+void SeedState::loadBytes(InputArchive& archive) {
     u64 length = 0;
     archive(length);
-    verify(length == UniformRandomBitGenerator::stateBytes || (mayBeEmpty && length == 0));
+    verify(length == (isRandom_ ? UniformRandomBitGenerator::stateBytes : 0));
     state_.resize(length);
     archive(cereal::binary_data(state_.data(), length));
 }

@@ -33,7 +33,7 @@ public:
     void loadState(InputArchive& archive);
 
 private:
-    void loadState(InputArchive& archive, bool mayBeEmpty);
+    void loadBytes(InputArchive& archive);
 
     bool isRandom_ = false;
     std::string state_;

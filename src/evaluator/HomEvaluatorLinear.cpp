@@ -158,6 +158,7 @@ void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
     utils::throwIfCoeff(inOut);
     require(inOut.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
     requireOwn(inOut);
+    utils::requireCounterWithinLevel(inOut);
     for (u64 i = 0; i < utils::numElements(inOut); ++i)
         context_->primes.inverseRescale(utils::element(inOut, i));
     inOut.setRescaleCounter(inOut.getRescaleCounter() + 1);

@@ -33,7 +33,10 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
     const u64 logSlots = a.getLogSlots();
-    const int owed = a.getRescaleCounter() + b.getRescaleCounter() + 1;
+    // Counters set before the level came down, or read from a file, may be any.
+    const long sum = long{a.getRescaleCounter()} + b.getRescaleCounter() + 1;
+    require(static_cast<u64>(sum) <= a.getLevel(), message::rescaleCounterAboveLevel);
+    const int owed = static_cast<int>(sum);
     if (a.getNumPoly() == 2 && b.getNumPoly() == 2) {
         utils::fitElements(context_, 3, a.isModUp(), out);
         context_->primes.tensor(a.getPoly(1), a.getPoly(0), b.getPoly(1), b.getPoly(0), out.getPoly(1),
