@@ -55,7 +55,10 @@ TORVO_API Context makeContext(unsigned long log_degree, unsigned long chain_leng
 
 /// Rebuilds a context from a file of `saveContextToFile`. The file is a recipe and holds no primes: a custom
 /// chain is searched for again, with the same outcome.
-/// @throws RuntimeException "Cannot open file " and the path; then as `makeContext`, for what the file says
+/// @throws RuntimeException "Cannot open file " and the path; "The file is longer than what is to be loaded:
+/// "
+///         with the path and both lengths, for a file of another kind; then as `makeContext`, for what the
+///         file says
 /// @throws cereal::Exception, a std::runtime_error, on a short file: "Failed to read <wanted> bytes from
 ///         input stream! Read <got>"
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});

@@ -42,7 +42,7 @@ TORVO_API Context makeContext(unsigned long dimension, unsigned long chain_lengt
                               unsigned long log_qpsize, const std::set<int>& cuda_device_ids = {});
 
 /// Rebuilds a context from a file of `saveContextToFile`.
-/// @throws RuntimeException "Cannot open file " and the path; the archive's exceptions on a short file
+/// @throws as `Torvo::makeContextFromFile`
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});
 /// Writes the recipe of a context, 37 bytes, in place of what the file held.
 /// @throws as `Torvo::saveContextToFile`

@@ -54,7 +54,7 @@ Context makeContext(unsigned long log_degree, unsigned long chain_length, unsign
 
 Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {
     ContextRecipe recipe{};
-    Serialize::load(path, recipe);
+    Serialize::loadWhole(path, recipe);
     if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
     return makeContext(recipe.log_degree, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
                        recipe.log_tpsize, recipe.gadget_rank, recipe.rank, cuda_device_ids);

@@ -47,7 +47,7 @@ Context makeContext(unsigned long dimension, unsigned long chain_length, unsigne
 
 Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {
     ContextRecipe recipe{};
-    Serialize::load(path, recipe);
+    Serialize::loadWhole(path, recipe);
     if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
     return makeContext(recipe.dimension, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
                        cuda_device_ids);

@@ -1,5 +1,9 @@
 #include "persistence/Archive.hpp"
 
+#include "persistence/Messages.hpp"
+
+#include <Torvo/RuntimeException.hpp>
+
 #include <string>
 
 namespace Torvo::detail {
@@ -18,6 +22,13 @@ std::string decimal(u128 value) {
 void throwShortRead(u128 wanted, u64 got) {
     throw cereal::Exception("Failed to read " + decimal(wanted) + " bytes from input stream! Read " +
                             std::to_string(got));
+}
+
+void requireEnd(const std::string& path, u64 read, std::streamsize left) {
+    if (left <= 0) return; // -1: none will come
+    throw RuntimeException(message::fileTooLong + path + " holds " +
+                           std::to_string(read + static_cast<u64>(left)) + " bytes, not " +
+                           std::to_string(read) + "; give the path of a file of the right kind");
 }
 
 } // namespace Torvo::detail

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <istream>
 #include <streambuf>
+#include <string>
 
 namespace Torvo::detail {
 
@@ -53,6 +54,9 @@ public:
 
 /// The cereal failure of a read that came short, for fields whose length in bytes may exceed a word.
 [[noreturn]] void throwShortRead(u128 wanted, u64 got);
+
+/// Refuses a file of which `read` bytes make the object and `left` more are there.
+void requireEnd(const std::string& path, u64 read, std::streamsize left);
 
 /// Reads `count` elements of `T` (whose scalars are `Scalar`) in pieces: a mebibyte at first, then as much as
 /// is there already. Before each piece `grow(n)` makes room for n elements in all and returns the array. So a

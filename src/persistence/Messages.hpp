@@ -8,6 +8,8 @@ inline constexpr const char* notVerified = "[Verifier::load] Validation failed d
 inline constexpr const char* cannotOpenFile = "Cannot open file ";
 /// Followed by the path, ": " and the reason that the system gives.
 inline constexpr const char* cannotFinishFile = "Cannot finish writing file ";
+/// Followed by the path, " holds ", the length found, " bytes, not ", the length expected and what to do.
+inline constexpr const char* fileTooLong = "The file is longer than what is to be loaded: ";
 inline constexpr const char* unknownOptionToSave = "[save SecretKey] Invalid serialize option";
 inline constexpr const char* unknownOptionToLoad = "[load SecretKey] Invalid serialize option";
 

@@ -51,15 +51,36 @@ void saveSecret(const std::string& path, Args&&... args) {
     detail::saveFile(path, Torvo::detail::Secrecy::Secret, args...);
 }
 
-/// Reads without a buffer: no copy of a key stays behind in memory.
-/// @throws RuntimeException "Cannot open file " and the path
-template <class... Args>
-void load(const std::string& path, Args&&... args) {
+namespace detail {
+
+/// Without a buffer: no copy of a key stays behind in memory.
+inline std::ifstream openToRead(const std::string& path) {
     std::ifstream stream;
     stream.rdbuf()->pubsetbuf(nullptr, 0);
     stream.open(path, std::ios::in | std::ios::binary);
     if (!stream.is_open()) throw RuntimeException(message::cannotOpenFile + path);
+    return stream;
+}
+
+} // namespace detail
+
+/// @throws RuntimeException "Cannot open file " and the path
+template <class... Args>
+void load(const std::string& path, Args&&... args) {
+    std::ifstream stream = detail::openToRead(path);
     load(static_cast<std::istream&>(stream), std::forward<Args>(args)...);
+}
+
+/// The same of a file that holds no more than that. Of a pipe only what has come by then is seen.
+/// @throws RuntimeException "Cannot open file " and the path; "The file is longer than what is to be loaded:
+/// "
+///         and so on
+template <class... Args>
+void loadWhole(const std::string& path, Args&&... args) {
+    std::ifstream stream = detail::openToRead(path);
+    Torvo::detail::CountedInputArchive archive(stream);
+    (static_cast<cereal::PortableBinaryInputArchive&>(archive)(std::forward<Args>(args)), ...);
+    Torvo::detail::requireEnd(path, archive.bytesRead(), stream.rdbuf()->in_avail());
 }
 
 } // namespace Torvo::Serialize

@@ -5,11 +5,13 @@
 #include "support/Expect.hpp"
 
 #include <cereal/cereal.hpp>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -181,11 +183,32 @@ TEST_F(ContextFile, OfACustomContextIgnoresTheEncryptionLevel) {
     EXPECT_EQ(getEncryptionLevel(makeContextFromFile(path_)), 5u);
 }
 
-TEST_F(ContextFile, MayBeFollowedByOtherBytes) {
-    Bytes bytes = customFile;
-    bytes.resize(100);
-    write(bytes);
+// A key file begins with numbers that would do for a preset.
+TEST_F(ContextFile, LongerThanItIsIsOfAnotherKind) {
+    for (const u64 more : {1, 70, 100000}) {
+        Bytes bytes = customFile;
+        bytes.resize(bytes.size() + more);
+        write(bytes);
+        EXPECT_REFUSED(makeContextFromFile(path_), "The file is longer than what is to be loaded: " + path_ +
+                                                       " holds " + std::to_string(69 + more) +
+                                                       " bytes, not 69; give the path of a file of the right "
+                                                       "kind");
+    }
+}
+
+TEST_F(ContextFile, MayComeThroughAPipe) {
+    std::filesystem::remove(path_);
+    ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+    Bytes longer = customFile;
+    longer.push_back(0);
+    auto writing = std::async(std::launch::async, [&] { write(customFile); });
     EXPECT_EQ(getDegree(makeContextFromFile(path_)), 128u);
+    writing.get();
+    writing = std::async(std::launch::async, [&] { write(longer); });
+    EXPECT_REFUSED(makeContextFromFile(path_), "The file is longer than what is to be loaded: " + path_ +
+                                                   " holds 70 bytes, not 69; give the path of a file of the "
+                                                   "right kind");
+    writing.get();
 }
 
 TEST_F(ContextFile, CutShortAnywhereFailsInTheArchive) {

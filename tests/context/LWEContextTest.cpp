@@ -169,6 +169,13 @@ TEST_F(LWEContextFile, OfAPresetIsReadByItsNumberAlone) {
     EXPECT_EQ(getDimension(makeContextFromFile(path)), 32U);
 }
 
+TEST_F(LWEContextFile, LongerThanItIsIsOfAnotherKind) {
+    write(Bytes::frame().u32(2).u64s({48, 50, 40, 3, 0, 0, 0, 0}).str()); // as long as that of a ring
+    EXPECT_REFUSED(makeContextFromFile(path), "The file is longer than what is to be loaded: " + path +
+                                                  " holds 69 bytes, not 37; give the path of a file of the "
+                                                  "right kind");
+}
+
 TEST_F(LWEContextFile, ShortOrDamagedFailsCleanly) {
     const std::string file = Bytes::frame().u32(2).u64s({48, 50, 40, 3}).str();
     const auto load = [&](std::istream& stream) {
