@@ -62,6 +62,8 @@ public:
     unsigned long getLogSlots() const;
     /// Stores `log_slots` unchecked.
     void setLogSlots(unsigned long log_slots);
+    /// @throws RuntimeException "The number of slots of log slots <log_slots> does not fit a word; set log
+    ///         slots below 64"
     unsigned long getNumberOfSlots() const;
 
     /// Index of the highest live prime: the number of rescales the data can still take.
@@ -111,6 +113,8 @@ public:
     ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// Takes what any context of the same primes and degree has saved. Levels and log slots are taken as they
+    /// are, also such as the context has no use for: operations refuse those.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects." when the file is of another ring or another kind; the archive's
     ///         exception on a short read. A failed load leaves the object fit for destruction only.

@@ -1,5 +1,6 @@
 #include "arithmetic/FastBaseConv.hpp"
 
+#include "arithmetic/Messages.hpp"
 #include "arithmetic/PrimeProduct.hpp"
 #include "arithmetic/Ring.hpp"
 #include "arithmetic/RowLoop.hpp"
@@ -109,7 +110,20 @@ FastBaseConv::FastBaseConv(const Context& context) : context_(context) {
               }));
 }
 
+namespace {
+
+/// A level that the chain does not have would be looked up past the ends of the tables; rows of another ring
+/// would be read past their own.
+void requireOfChain(const Ring& ring, const Polynomial& polynomial, bool isModUp) {
+    require(polynomial.isModUp() == isModUp && polynomial.hasShapeOf(ring) &&
+                polynomial.getLevel() < ring.numBase,
+            message::operandsOfOtherRing);
+}
+
+} // namespace
+
 PolynomialVector FastBaseConv::modUp(const Polynomial& a) const {
+    requireOfChain(ringOf(context_), a, false);
     switch (a.getDevice().type) {
     case DeviceType::CPU:
         return modUpCPUImpl(a);
@@ -121,6 +135,7 @@ PolynomialVector FastBaseConv::modUp(const Polynomial& a) const {
 }
 
 Ciphertext FastBaseConv::modDown(const Ciphertext& in, bool isNTT) const {
+    for (u64 i = 0; i < 2; ++i) requireOfChain(ringOf(context_), in.getPoly(i), true);
     switch (in.getDevice().type) {
     case DeviceType::CPU:
         return modDownCPUImpl(in, isNTT);

@@ -3,6 +3,8 @@
 #include "persistence/Archive.hpp"
 #include "persistence/Limits.hpp"
 
+#include <algorithm>
+
 namespace Torvo {
 
 void LevelledElement::save(OutputArchive& archive) const {
@@ -11,9 +13,10 @@ void LevelledElement::save(OutputArchive& archive) const {
 
 void LevelledElement::load(InputArchive& archive) {
     archive(numPrimes_, level_, detail::Flag(modUp_));
-    verify(numPrimes_ <= limit::rows && level_ < numPrimes_);
-    archive(data_);
-    verify(data_.size() == numPrimes_ || (!modUp_ && data_.size() == level_ + 1));
+    verify(0 < numPrimes_ && numPrimes_ <= limit::rows && level_ + 1 != 0);
+    verify(!modUp_ || level_ < numPrimes_);
+    const u64 words = modUp_ ? numPrimes_ : level_ + 1;
+    data_.loadSized(archive, {words, std::max(words, numPrimes_)});
 }
 
 void LevelledVector::save(OutputArchive& archive) const {
@@ -22,9 +25,18 @@ void LevelledVector::save(OutputArchive& archive) const {
 
 void LevelledVector::load(InputArchive& archive) {
     archive(dimension_, level_);
-    verify(level_ < limit::rows); // a dimension has no bound, and no memory is taken by it
-    archive(data_);
-    verify(isProduct(data_.size(), dimension_, level_ + 1));
+    loadWords(archive);
+}
+
+void LevelledVector::loadSized(InputArchive& archive, u64 dimension) {
+    archive(dimension_, level_);
+    verify(dimension_ == dimension);
+    loadWords(archive);
+}
+
+void LevelledVector::loadWords(InputArchive& archive) {
+    verify(level_ + 1 != 0); // neither number has a bound, and no memory is taken by them
+    data_.loadSized(archive, {countOf(dimension_, level_ + 1)});
 }
 
 } // namespace Torvo

@@ -36,6 +36,7 @@ LevelledElement::LevelledElement(long value, const LWE::Context& context, unsign
 }
 
 void LevelledElement::setValue(long value, const PrimeModuli& primes) {
+    require(data_.size() <= primes.size(), message::operandsOfOtherRing);
     for (u64 i = 0; i < data_.size(); ++i) data_[i] = primes[i].residue(value);
 }
 

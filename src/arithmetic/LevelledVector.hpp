@@ -32,8 +32,12 @@ public:
 
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
+    /// The same, refusing another dimension before any word is read.
+    void loadSized(InputArchive& archive, u64 dimension);
 
 private:
+    void loadWords(InputArchive& archive);
+
     u64 dimension_ = 0;
     u64 level_ = 0;
     DeviceSpecificArray<u64> data_;

@@ -33,6 +33,37 @@ void Polynomial::setData(DeviceSpecificArray<u64>&& data) {
     if (&data != &data_) std::swap(data, data_);
 }
 
+bool Polynomial::hasPrimesOf(const Ring& ring) const {
+    if (degree_ != ring.degree || numRows_ > ring.total()) return false;
+    if (modUp_ && numRows_ != ring.total()) return false;
+    for (u64 i = 0; i < numRows_; ++i)
+        if (primes_[i] != ring.primes.getPrime(i)) return false;
+    return true;
+}
+
+bool Polynomial::hasShapeOf(const Ring& ring) const {
+    return numBase_ == ring.numBase && hasPrimesOf(ring);
+}
+
+bool Polynomial::isLike(const Polynomial& other) const {
+    return degree_ == other.degree_ && numBase_ == other.numBase_ && level_ == other.level_ &&
+           modUp_ == other.modUp_ && isNTT_ == other.isNTT_ && primes_ == other.primes_;
+}
+
+void Polynomial::adopt(const Ring& ring) {
+    if (numBase_ == ring.numBase) return;
+    numBase_ = ring.numBase;
+    germ_.reset();
+    if (modUp_) {
+        level_ = numBase_ - 1;
+        return;
+    }
+    numRows_ = numBase_;
+    primes_.clear();
+    for (u64 i = 0; i < numRows_; ++i) primes_.push_back(ring.primes.getPrime(i));
+    data_.resize((level_ + 1) * degree_); // more there may be: rows above the level, of a germ once dropped
+}
+
 void Polynomial::to(const Device& device) {
     data_.to(device);
 }

@@ -8,6 +8,7 @@
 #include <Torvo/Context.hpp>
 #include <Torvo/Device.hpp>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct Ring;
 /// The flags are book-keeping: the container checks nothing. Not synchronised.
 class Polynomial {
 public:
+    using HeaderCheck = std::function<bool(const Polynomial&)>;
+
     /// Shapeless, to load into or to assign to.
     Polynomial() = default;
     /// At the top level on the CPU, data unset.
@@ -55,8 +58,6 @@ public:
 
     DeviceSpecificArray<u64>& getData() { return data_; }
     const DeviceSpecificArray<u64>& getData() const { return data_; }
-    /// Whether degree, split into base and temporary primes and the prime of each row are those of `ring`.
-    bool hasShapeOf(const Ring& ring) const;
     /// Swaps the argument with the data, unless they are the same object.
     void setData(DeviceSpecificArray<u64>&& data);
 
@@ -73,19 +74,46 @@ public:
     /// A polynomial of the same shape as this one (level, flags, size, device), data unset, without germ.
     Polynomial sameShape() const;
 
-    /// Header, primes, then the germ if there is one, else the data (docs/files.md).
+    /// Whether any ring can have these primes.
+    bool hasPossiblePrimes() const;
+    /// Whether the degree is that of `ring` and row i of its prime i, in the mod-up state with all of them.
+    bool hasPrimesOf(const Ring& ring) const;
+    /// Whether that, and as many ciphertext primes too.
+    bool hasShapeOf(const Ring& ring) const;
+    /// Whether both have the same shape, primes, level and flags.
+    bool isLike(const Polynomial& other) const;
+    /// Makes a polynomial whose rows are of the primes of `ring`, and none of them a hole, one of `ring`,
+    /// wherever it drew the line between ciphertext primes and temporary ones. The germ is dropped: it
+    /// describes as many rows as there were.
+    void adopt(const Ring& ring);
+
+    /// Header, primes and data (docs/files.md).
     void save(OutputArchive& archive) const;
-    /// Regrows the data from the germ if there is one. Takes any shape that a context could have.
+    /// The same with the germ, if there is one, in place of the data: for the uniform part of a key.
+    void saveByGerm(OutputArchive& archive) const;
+
+    /// Takes any shape that a context could have. A germ is refused, here and in the next two.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
     void load(InputArchive& archive);
-    /// The same, taking no shape but that of `ring`: what has a context is loaded so.
+    /// Takes what has the degree and the primes of `ring`; its level is what it has rows for. What is not
+    /// mod-up is adopted by `ring`; a mod-up polynomial stays of the ring that it came from, since its rows
+    /// are multiples of the product of the temporary primes there.
     void load(InputArchive& archive, const Ring& ring);
+    /// Takes no header but one that `isExpected`, which is asked before the data are read.
+    void load(InputArchive& archive, const HeaderCheck& isExpected);
+    /// The same, where a germ may stand for the data: they are unset until `regrow`, so that a germ costs no
+    /// memory before the caller has seen that it may.
+    void loadByGerm(InputArchive& archive, const HeaderCheck& isExpected);
+    /// Grows the data from the germ, if there is one.
+    void regrow();
 
 private:
     template <class Archive, class Self>
     static void headerFields(Archive& archive, Self& self);
-    void loadHeader(InputArchive& archive);
-    void loadContent(InputArchive& archive);
+    void saveHeader(OutputArchive& archive, bool withoutGerm) const;
+    /// Whether a germ follows.
+    bool loadHeader(InputArchive& archive, const HeaderCheck& isExpected);
+    void loadData(InputArchive& archive);
 
     u64 degree_ = 0;
     u64 numBase_ = 0;

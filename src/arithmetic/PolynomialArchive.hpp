@@ -4,6 +4,7 @@
 #include "core/Integers.hpp"
 #include "persistence/ArchiveForward.hpp"
 
+#include <optional>
 #include <vector>
 
 namespace Torvo {
@@ -12,10 +13,18 @@ struct Ring;
 
 /// u64 count, then the polynomials.
 void savePolynomials(OutputArchive& archive, const std::vector<Polynomial>& polys);
-/// At most `maxCount` polynomials of any shape, or, in the second form, of no shape but that of `ring`. A
-/// germ of a kilobyte grows to megabytes, so the caller says how many it can have a use for.
+/// Any number of polynomials, each as `Polynomial::load` of a ring.
 /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
-void loadPolynomials(InputArchive& archive, std::vector<Polynomial>& polys, u64 maxCount);
-void loadPolynomials(InputArchive& archive, std::vector<Polynomial>& polys, u64 maxCount, const Ring& ring);
+void loadPolynomials(InputArchive& archive, std::vector<Polynomial>& polys, const Ring& ring);
+
+/// The two parts of a switching key, one after the other; the uniform one by its germs.
+void saveKeyPolynomials(OutputArchive& archive, const std::vector<Polynomial>& ax,
+                        const std::vector<Polynomial>& bx);
+/// Takes `expectedCount` polynomials of each part, or as many of one as of the other, with headers that are
+/// expected. A germ of a kilobyte grows to megabytes: that of ax is grown once the polynomial of bx beside it
+/// has come in full and in the same shape. So the load costs little more than twice the bytes of the key.
+/// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
+void loadKeyPolynomials(InputArchive& archive, std::vector<Polynomial>& ax, std::vector<Polynomial>& bx,
+                        std::optional<u64> expectedCount, const Polynomial::HeaderCheck& isExpected);
 
 } // namespace Torvo

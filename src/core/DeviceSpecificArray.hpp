@@ -9,6 +9,7 @@
 
 #include <complex>
 #include <cstddef>
+#include <initializer_list>
 
 namespace Torvo {
 
@@ -73,8 +74,13 @@ public:
     void save(OutputArchive& archive) const;
     /// Reads in bounded pieces: no more memory is taken than the stream has bytes for.
     void load(InputArchive& archive);
+    /// The same, taking no count but one of `sizes`: any other is refused before an element is read.
+    /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
+    void loadSized(InputArchive& archive, std::initializer_list<u64> sizes);
 
 private:
+    template <class IsTaken>
+    void loadCounted(InputArchive& archive, IsTaken&& isTaken);
     void swap(DeviceSpecificArray& other) noexcept;
 
     Device device_;

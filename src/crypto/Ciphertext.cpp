@@ -2,6 +2,7 @@
 
 #include "context/ContextContent.hpp"
 #include "crypto/CiphertextImpl.hpp"
+#include "encoding/NumberOfSlots.hpp"
 #include "persistence/Serialize.hpp"
 
 namespace Torvo {
@@ -67,7 +68,7 @@ void CiphertextBase<E>::setLogSlots(unsigned long log_slots) {
 
 template <EncryptionType E>
 unsigned long CiphertextBase<E>::getNumberOfSlots() const {
-    return u64{1} << impl_->log_slots;
+    return numberOfSlots(impl_->log_slots);
 }
 
 template <EncryptionType E>

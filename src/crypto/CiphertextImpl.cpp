@@ -12,7 +12,8 @@ namespace Torvo {
 namespace {
 
 bool haveSameShape(const Polynomial& a, const Polynomial& b) {
-    return a.getLevel() == b.getLevel() && a.isModUp() == b.isModUp() && a.isNTT() == b.isNTT();
+    return a.getNumBase() == b.getNumBase() && a.getLevel() == b.getLevel() && a.isModUp() == b.isModUp() &&
+           a.isNTT() == b.isNTT();
 }
 
 } // namespace
@@ -65,15 +66,12 @@ void CiphertextImpl<E>::load(InputArchive& archive) {
     verifyHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Ciphertext);
     int counter = 0;
     archive(log_slots, counter, encoding_type);
-    verify(log_slots <= getLogFullSlots(context) && counter >= 0);
+    verify(counter >= 0);
     verify(encoding_type == EncodingType::Slot || encoding_type == EncodingType::Coefficient);
     rescale_counter.setValue(counter);
     archive(polys);
     verify(polys.getSize() > 1);
-    for (Polynomial& poly : polys.getPolys()) {
-        verify(haveSameShape(poly, polys.getPoly(0)));
-        poly.disableGerm();
-    }
+    for (const Polynomial& poly : polys.getPolys()) verify(haveSameShape(poly, polys.getPoly(0)));
 }
 
 template class CiphertextImpl<EncryptionType::RLWE>;

@@ -1,5 +1,6 @@
 #include <Torvo/Decryptor.hpp>
 
+#include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "crypto/Messages.hpp"
@@ -108,6 +109,7 @@ void Decryptor::partialDecrypt(const Ciphertext& ciphertext, const SecretKey& se
     require(ciphertext.getNumPoly() == 2, message::partialDecryptWrongSize);
     requireMatch(context_, ciphertext, secretKey);
     const PrimeModuli& primes = context_->primes;
+    require(primes.isOwn(ciphertext.getPoly(1)), message::operandsOfOtherRing);
     const u64 level = ciphertext.getLevel();
     const bool isModUp = ciphertext.isModUp();
     SecretPolynomial error(context_, isModUp, level), share(context_, isModUp, level);

@@ -31,17 +31,32 @@ EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext, const SecretKey&
 
 void EncryptionKeyImpl::save(OutputArchive& archive) const {
     saveTag(archive, ObjectTag::EncryptionKey);
-    archive(context_hash, bx, ax);
+    archive(context_hash, bx);
+    ax.saveByGerm(archive);
 }
 
 void EncryptionKeyImpl::load(InputArchive& archive) {
     verifyTag(archive, ObjectTag::EncryptionKey);
     archive(context_hash);
-    for (Polynomial* poly : {&bx, &ax}) {
-        poly->load(archive, ringOf(context));
-        verify(!poly->isModUp() && poly->isNTT());
-    }
-    verify(ax.getLevel() == bx.getLevel());
+    loadParts(archive);
+}
+
+void EncryptionKeyImpl::loadOwn(InputArchive& archive) {
+    verifyTag(archive, ObjectTag::EncryptionKey);
+    archive(context_hash);
+    verify(context_hash == context->context_hash);
+    loadParts(archive);
+}
+
+// A germ grows to the full height of the ring, so it is taken only where bx has the rows of a key that was
+// generated.
+void EncryptionKeyImpl::loadParts(InputArchive& archive) {
+    bx.load(archive, [this](const Polynomial& poly) {
+        return poly.hasShapeOf(ringOf(context)) && !poly.isModUp() && poly.isNTT();
+    });
+    ax.loadByGerm(archive, [this](const Polynomial& poly) { return poly.isLike(bx); });
+    verify(!ax.getGerm() || ax.getLevel() >= context->parameter.encryption_level);
+    ax.regrow();
 }
 
 } // namespace Torvo

@@ -19,11 +19,16 @@ public:
     /// Tag, hash, bx, ax (docs/files.md). Loading takes the hash over, and refuses other rings and shapes.
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
+    /// Takes the place of this key: refuses another hash too.
+    void loadOwn(InputArchive& archive);
 
     Context context;
     Polynomial ax; ///< stays at full height whatever its level: it was grown so from its germ
     Polynomial bx;
     u64 context_hash;
+
+private:
+    void loadParts(InputArchive& archive);
 };
 
 } // namespace Torvo

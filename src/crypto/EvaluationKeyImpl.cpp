@@ -4,8 +4,9 @@
 #include "arithmetic/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "persistence/Archive.hpp"
-#include "persistence/Limits.hpp"
 #include "persistence/Verifier.hpp"
+
+#include <optional>
 
 namespace Torvo {
 
@@ -16,18 +17,6 @@ std::vector<Polynomial> emptyPolynomials(const Context& context) {
     polys.reserve(context->parameter.gadget_rank);
     for (u64 j = 0; j < context->parameter.gadget_rank; ++j) polys.emplace_back(context, true, true);
     return polys;
-}
-
-/// Reads the polynomials of a key: as many as are asked for and of that ring when there is a context.
-void loadKeyPolynomials(InputArchive& archive, const Context& context, std::vector<Polynomial>& polys) {
-    if (context) {
-        loadPolynomials(archive, polys, context->parameter.gadget_rank, ringOf(context));
-        verify(polys.size() == context->parameter.gadget_rank);
-    } else {
-        loadPolynomials(archive, polys, limit::rows);
-    }
-    for (const Polynomial& poly : polys)
-        verify(poly.isModUp() && poly.isNTT() && poly.getLevel() + 1 == poly.getNumBase());
 }
 
 } // namespace
@@ -47,16 +36,42 @@ EvaluationKeyImpl::EvaluationKeyImpl(const Context& keyContext, char keyType, u6
 void EvaluationKeyImpl::save(OutputArchive& archive) const {
     saveTag(archive, ObjectTag::EvaluationKey);
     archive(context_hash, type, rotation_index);
-    savePolynomials(archive, ax.at(Device{}));
-    savePolynomials(archive, bx.at(Device{}));
+    saveKeyPolynomials(archive, ax.at(Device{}), bx.at(Device{}));
 }
 
 void EvaluationKeyImpl::load(InputArchive& archive) {
     verifyTag(archive, ObjectTag::EvaluationKey);
     archive(context_hash, type, rotation_index);
-    loadKeyPolynomials(archive, context, ax.at(Device{}));
-    loadKeyPolynomials(archive, context, bx.at(Device{}));
-    verify(ax.at(Device{}).size() == bx.at(Device{}).size());
+    loadParts(archive);
+}
+
+void EvaluationKeyImpl::loadOwn(InputArchive& archive) {
+    loadOwn(archive, [this](u64 index) { return index == rotation_index; });
+}
+
+void EvaluationKeyImpl::loadAnyRotation(InputArchive& archive) {
+    loadOwn(archive, [this](u64 index) { return index < context->parameter.num_slots; });
+}
+
+template <class IsTaken>
+void EvaluationKeyImpl::loadOwn(InputArchive& archive, IsTaken&& isTaken) {
+    verifyTag(archive, ObjectTag::EvaluationKey);
+    u64 hash = 0, index = 0;
+    char kind = 0;
+    archive(hash, kind, index);
+    verify(hash == context->context_hash && kind == type && isTaken(index));
+    context_hash = hash;
+    rotation_index = index;
+    loadParts(archive);
+}
+
+void EvaluationKeyImpl::loadParts(InputArchive& archive) {
+    std::optional<u64> count;
+    if (context) count = context->parameter.gadget_rank;
+    loadKeyPolynomials(archive, ax.at(Device{}), bx.at(Device{}), count, [this](const Polynomial& poly) {
+        const bool isOfRing = context ? poly.hasShapeOf(ringOf(context)) : poly.hasPossiblePrimes();
+        return isOfRing && poly.isModUp() && poly.isNTT() && poly.getLevel() + 1 == poly.getNumBase();
+    });
 }
 
 } // namespace Torvo

@@ -22,6 +22,11 @@ public:
     /// other rings when the key has a context.
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
+    /// Takes the place of this key: loads nothing but a key of its type, its index and the ring of its
+    /// context, all told before the polynomials are read.
+    void loadOwn(InputArchive& archive);
+    /// The same with the index of any rotation.
+    void loadAnyRotation(InputArchive& archive);
 
     Context context;
     char type = 0;
@@ -29,6 +34,11 @@ public:
     MultipleDevice<std::vector<Polynomial>> ax;
     MultipleDevice<std::vector<Polynomial>> bx;
     u64 context_hash = 0;
+
+private:
+    template <class IsTaken>
+    void loadOwn(InputArchive& archive, IsTaken&& isTaken);
+    void loadParts(InputArchive& archive);
 };
 
 } // namespace Torvo

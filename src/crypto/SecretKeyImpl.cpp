@@ -1,5 +1,6 @@
 #include "crypto/SecretKeyImpl.hpp"
 
+#include "arithmetic/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/SecureWipe.hpp"
@@ -119,13 +120,21 @@ void SecretKeyImpl<E>::saveSeed(OutputArchive& archive) const {
 
 template <EncryptionType E>
 void SecretKeyImpl<E>::loadFull(InputArchive& archive) {
-    const u64 size = coefficients.size(), rank = sx.getSize();
+    const Ring ring = ringOf(context);
     loadEncryptionType(archive);
     verifyHashAndTag(archive, context->context_hash, ObjectTag::SecretKey);
-    archive(seed, coefficients);
-    verify(coefficients.size() == size);
-    archive(sx);
-    verify(sx.getSize() == rank && sx.isModUp() && sx.isNTT());
+    archive(seed);
+    coefficients.loadSized(archive, {coefficients.size()});
+    u64 rank = 0;
+    archive(rank);
+    verify(rank == sx.getSize());
+    for (Polynomial& poly : sx.getPolys()) {
+        poly.load(archive, [&](const Polynomial& header) {
+            const bool isWhole = header.getLevel() + 1 == header.getNumBase();
+            return header.hasPrimesOf(ring) && header.isModUp() && header.isNTT() && isWhole;
+        });
+        poly.adopt(ring);
+    }
 }
 
 template <EncryptionType E>

@@ -10,6 +10,9 @@ namespace Torvo::message {
 inline constexpr const char* messageSizeNotPowerOfTwo =
     "[Message] The size of message must be a power of two";
 
+inline constexpr const char* slotsOfLogSlots = "The number of slots of log slots "; ///< the number follows
+inline constexpr const char* exceedAWord = " does not fit a word; set log slots below 64";
+
 inline constexpr const char* negativeRescaleCounter =
     "Rescale counter should be greater than or equal to zero";
 inline constexpr const char* rescaleCounterAboveLevel =

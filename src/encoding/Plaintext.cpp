@@ -2,6 +2,7 @@
 
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
+#include "encoding/NumberOfSlots.hpp"
 #include "encoding/PlaintextImpl.hpp"
 #include "persistence/Serialize.hpp"
 
@@ -28,7 +29,7 @@ void Plaintext::setLogSlots(unsigned long log_slots) {
 }
 
 unsigned long Plaintext::getNumberOfSlots() const {
-    return u64{1} << impl_->log_slots;
+    return numberOfSlots(impl_->log_slots);
 }
 
 unsigned long Plaintext::getLevel() const {

@@ -19,10 +19,9 @@ void PlaintextImpl::load(InputArchive& archive) {
     verifyHashAndTag(archive, ring.contextHash, ObjectTag::Plaintext);
     int counter = 0;
     archive(log_slots, counter);
-    verify(log_slots <= getLogFullSlots(context) && counter >= 0);
+    verify(counter >= 0);
     rescale_counter.setValue(counter);
     mx.load(archive, ring);
-    mx.disableGerm();
 }
 
 } // namespace Torvo

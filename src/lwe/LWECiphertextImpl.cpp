@@ -34,8 +34,7 @@ void CiphertextImpl::load(InputArchive& archive) {
     archive(counter);
     verify(counter >= 0);
     rescale_counter.setValue(counter);
-    archive(ax);
-    verify(ax.getDimension() == parameter.dimension && ax.getLevel() < parameter.chain_length);
+    ax.loadSized(archive, parameter.dimension);
     archive(bx);
     verify(bx.getNumPrimes() == parameter.chain_length && bx.getLevel() == ax.getLevel() && !bx.isModUp() &&
            bx.getData().size() == ax.getLevel() + 1);

@@ -91,10 +91,10 @@ void SecretKeyImpl::saveSeed(OutputArchive& archive) const {
 void SecretKeyImpl::loadFull(InputArchive& archive) {
     const Parameter& parameter = context->parameter;
     verifyHashAndTag(archive, context->context_hash, ObjectTag::SecretKey);
-    archive(seed, coefficients);
-    verify(coefficients.size() == parameter.dimension);
-    archive(sx);
-    verify(sx.getDimension() == parameter.dimension && sx.getLevel() + 1 == parameter.chain_length);
+    archive(seed);
+    coefficients.loadSized(archive, {parameter.dimension});
+    sx.loadSized(archive, parameter.dimension);
+    verify(sx.getLevel() + 1 == parameter.chain_length);
 }
 
 void SecretKeyImpl::loadSeed(InputArchive& archive) {

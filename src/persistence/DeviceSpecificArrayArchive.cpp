@@ -2,6 +2,8 @@
 #include "core/Failure.hpp"
 #include "persistence/Archive.hpp"
 
+#include <algorithm>
+
 namespace Torvo {
 
 namespace {
@@ -33,15 +35,27 @@ void DeviceSpecificArray<T>::save(OutputArchive& archive) const {
 
 template <class T>
 void DeviceSpecificArray<T>::load(InputArchive& archive) {
+    loadCounted(archive, [](u64) { return true; });
+}
+
+template <class T>
+void DeviceSpecificArray<T>::loadSized(InputArchive& archive, std::initializer_list<u64> sizes) {
+    loadCounted(archive, [&](u64 count) { return std::ranges::find(sizes, count) != sizes.end(); });
+}
+
+template <class T>
+template <class IsTaken>
+void DeviceSpecificArray<T>::loadCounted(InputArchive& archive, IsTaken&& isTaken) {
     if (device_.type == DeviceType::GPU) {
         DeviceSpecificArray host;
-        host.load(archive);
+        host.loadCounted(archive, isTaken);
         host.to(device_, stream_);
         return swap(host);
     }
     if (device_.type != DeviceType::CPU) throwUnsupported("load");
     u64 count = 0;
     archive(count);
+    verify(isTaken(count));
     resize(0);
     detail::readPieces<T, typename ScalarOf<T>::Type>(archive, count, [this](u64 size) {
         resize(size);
@@ -51,8 +65,10 @@ void DeviceSpecificArray<T>::load(InputArchive& archive) {
 
 template void DeviceSpecificArray<u64>::save(OutputArchive&) const;
 template void DeviceSpecificArray<u64>::load(InputArchive&);
+template void DeviceSpecificArray<u64>::loadSized(InputArchive&, std::initializer_list<u64>);
 template void DeviceSpecificArray<int>::save(OutputArchive&) const;
 template void DeviceSpecificArray<int>::load(InputArchive&);
+template void DeviceSpecificArray<int>::loadSized(InputArchive&, std::initializer_list<u64>);
 template void DeviceSpecificArray<std::complex<double>>::save(OutputArchive&) const;
 template void DeviceSpecificArray<std::complex<double>>::load(InputArchive&);
 

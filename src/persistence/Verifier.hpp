@@ -28,9 +28,10 @@ inline void verify(bool condition) {
     require(condition, message::notVerified);
 }
 
-/// Whether `a * b`, computed without wrapping, is `product`.
-inline bool isProduct(u64 product, u64 a, u64 b) {
-    return static_cast<u128>(a) * b == product;
+/// a * b; where no word holds it the largest word, which is the count of no array.
+inline u64 countOf(u64 a, u64 b) {
+    const u128 product = static_cast<u128>(a) * b;
+    return product > ~u64{0} ? ~u64{0} : static_cast<u64>(product);
 }
 
 /// The u32 tag at the head of an object.

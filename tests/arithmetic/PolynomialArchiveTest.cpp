@@ -4,6 +4,7 @@
 #include "arithmetic/LevelledVector.hpp"
 #include "arithmetic/PolynomialVector.hpp"
 #include "arithmetic/Ring.hpp"
+#include "context/ContextContent.hpp"
 #include "persistence/Serialize.hpp"
 #include "support/Bytes.hpp"
 #include "support/DamagedFiles.hpp"
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -51,6 +53,31 @@ void expectSame(const Polynomial& a, const Polynomial& b) {
     EXPECT_EQ(a.getPrimes(), b.getPrimes());
     EXPECT_EQ(a.getGerm(), b.getGerm());
     EXPECT_TRUE(std::equal(a.getData().begin(), a.getData().end(), b.getData().begin(), b.getData().end()));
+}
+
+std::string savedByGerm(const Polynomial& poly) {
+    return test::bytesOf([&](std::ostream& stream) {
+        OutputArchive archive(stream);
+        poly.saveByGerm(archive);
+    });
+}
+
+bool isOfSmallRing(const Polynomial& poly) {
+    return poly.hasShapeOf(ringOf(smallContext()));
+}
+
+/// Loads the uniform part of a key.
+void loadByGerm(std::istream& stream, Polynomial& poly) {
+    detail::CountedInputArchive archive(stream);
+    poly.loadByGerm(archive, isOfSmallRing);
+}
+
+Polynomial loadedByGerm(const std::string& bytes) {
+    std::istringstream stream(bytes);
+    Polynomial poly;
+    loadByGerm(stream, poly);
+    poly.regrow();
+    return poly;
 }
 
 /// Loads into whatever is there, of any ring.
@@ -94,22 +121,46 @@ TEST(PolynomialArchive, AGermCostsAKilobyteAndTheHeaderAndIsRegrown) {
     const auto& words = poly.getGerm()->getWords();
     Bytes file = Bytes::frame().raw(test::smallPolynomialHead(true, true, 1, false).str());
     for (const u64 word : words) file.u64s({word});
-    EXPECT_EQ(saved(poly), file.str());
+    EXPECT_EQ(savedByGerm(poly), file.str());
     EXPECT_EQ(file.str().size(), 1 + 4 * 8 + 2 + 8 + 3 * 8 + 1 + 1024U);
-    Polynomial loaded;
-    loadFrom(file.str(), loaded);
+    expectSame(loadedByGerm(file.str()), poly);
+}
+
+// Before, nothing has been grown.
+TEST(PolynomialArchive, AGermCostsNoMemoryUntilItIsRegrown) {
+    Polynomial poly(smallContext(), true, true);
+    populateUniformPoly(poly, true);
+    std::istringstream stream(savedByGerm(poly));
+    Polynomial loaded(smallContext(), true, true);
+    loadByGerm(stream, loaded);
+    EXPECT_EQ(loaded.getData().capacity(), 0U);
+    EXPECT_TRUE(loaded.isLike(poly));
+    loaded.regrow();
     expectSame(loaded, poly);
+}
+
+TEST(PolynomialArchive, OnlyTheUniformPartOfAKeyMayBeAGerm) {
+    Polynomial poly(smallContext(), false, true);
+    populateUniformPoly(poly, true);
+    const std::string file = savedByGerm(poly);
+    EXPECT_REFUSED(from(file, loadAny), test::notVerified);
+    EXPECT_REFUSED(from(file, loadOfRing), test::notVerified);
+    PolynomialVector polys(smallContext(), 1, false, true);
+    EXPECT_REFUSED(loadFrom(Bytes::frame().u64s({1}).raw(file.substr(1)).str(), polys), test::notVerified);
 }
 
 TEST(PolynomialArchive, WithoutItsGermAPolynomialIsSavedWhole) {
     Polynomial poly(smallContext(), true, true);
     populateUniformPoly(poly, true);
-    const u64 withGerm = saved(poly).size();
+    const std::string inFull = saved(poly);
+    EXPECT_EQ(inFull.size(), savedByGerm(poly).size() - 1024 + 8 + 8 * poly.getData().size());
     poly.disableGerm();
-    EXPECT_EQ(saved(poly).size(), withGerm - 1024 + 8 + 8 * poly.getData().size());
+    EXPECT_EQ(savedByGerm(poly), inFull);
+    EXPECT_EQ(saved(poly), inFull);
     Polynomial loaded;
-    loadFrom(saved(poly), loaded);
+    loadFrom(inFull, loaded);
     expectSame(loaded, poly);
+    expectSame(loadedByGerm(inFull), poly);
 }
 
 // A key at the encryption level is regrown to full height, and stays so when its germ is dropped.
@@ -118,10 +169,9 @@ TEST(PolynomialArchive, RegrownDataBelowTheTopLevelStaysAtFullHeight) {
     poly.setLevel(0);
     populateUniformPoly(poly, true);
     ASSERT_EQ(poly.getData().size(), 128U);
-    Polynomial loaded;
-    loadFrom(saved(poly), loaded);
-    expectSame(loaded, poly);
+    expectSame(loadedByGerm(savedByGerm(poly)), poly);
     poly.disableGerm();
+    Polynomial loaded;
     loadFrom(saved(poly), loaded);
     expectSame(loaded, poly);
 }
@@ -167,6 +217,8 @@ TEST(PolynomialArchive, RefusesWhatNoContextMakes) {
         {.numRows = 1, .modUp = 1},
         {.level = 2},
         {.level = ~u64{0}},
+        {.level = ~u64{0}, .words = 0},
+        {.level = 2, .modUp = 1},
         {.modUp = 2},
         {.isNTT = 2},
         {.primes = {97}},
@@ -192,7 +244,6 @@ TEST(PolynomialArchive, WithARingRefusesAnotherShape) {
     const auto primes = getPrimeList(smallContext());
     const std::vector<Head> others{
         {.degree = 128, .words = 256},
-        {.numBase = 1, .numRows = 1, .level = 0, .primes = {primes[0]}, .words = 64},
         {.numRows = 2, .modUp = 1},
         {.primes = {primes[0], primes[2]}},
         {.primes = {primes[0], 97}},
@@ -205,22 +256,88 @@ TEST(PolynomialArchive, WithARingRefusesAnotherShape) {
     }
 }
 
+// The level is what the file has rows for.
+TEST(PolynomialArchive, TakesALevelAtOrAboveTheChain) {
+    for (const u64 level : {2, 3, 40}) {
+        const Polynomial poly = numbered(false, true, level, 9);
+        Polynomial loaded;
+        loadFrom(saved(poly), loaded);
+        expectSame(loaded, poly);
+        EXPECT_NO_THROW(from(saved(poly), loadOfRing));
+    }
+    // 64 words of the highest level, as they stood at full height before the level was set.
+    EXPECT_REFUSED(from(Head{.level = 2, .words = 128}.file(), loadAny), test::notVerified);
+}
+
+/// The polynomial that a ring makes of a file.
+Polynomial loadedOfRing(const std::string& file, const Ring& ring) {
+    std::istringstream stream(file);
+    detail::CountedInputArchive archive(stream);
+    Polynomial poly;
+    poly.load(archive, ring);
+    return poly;
+}
+
+// The small ring has two ciphertext primes and one temporary one.
+TEST(PolynomialArchive, OfAnotherSplitOfThePrimesBecomesOneOfTheRing) {
+    const Ring ring = ringOf(smallContext());
+    const auto primes = getPrimeList(smallContext());
+    for (const u64 numBase : {1, 3}) {
+        for (u64 level = 0; level < numBase; ++level) {
+            Head head{.numBase = numBase, .numRows = numBase, .level = level};
+            head.primes.assign(primes.begin(), primes.begin() + static_cast<long>(numBase));
+            head.words = 64 * (level + 1);
+            const Polynomial poly = loadedOfRing(head.file(), ring);
+            EXPECT_TRUE(poly.hasShapeOf(ring));
+            EXPECT_EQ(poly.getNumRows(), 2U);
+            EXPECT_EQ(poly.getLevel(), level);
+            EXPECT_EQ(poly.getData().size(), head.words);
+            EXPECT_NO_THROW(from(saved(poly), loadOfRing)); // what it is saved as is taken
+            head.words = 64 * numBase;                      // once grown from a germ
+            EXPECT_EQ(loadedOfRing(head.file(), ring).getData().size(), 64 * (level + 1));
+        }
+    }
+}
+
+TEST(PolynomialArchive, OfAnotherSplitOfThePrimesStaysSoInTheModUpState) {
+    const Ring ring = ringOf(smallContext());
+    const auto primes = getPrimeList(smallContext());
+    const Head head{.numBase = 1,
+                    .numRows = 3,
+                    .level = 2,
+                    .modUp = 1,
+                    .primes = {primes.begin(), primes.end()},
+                    .words = 192};
+    const Polynomial poly = loadedOfRing(head.file(), ring);
+    EXPECT_EQ(poly.getNumBase(), 1U);
+    EXPECT_FALSE(poly.hasShapeOf(ring));
+    EXPECT_EQ(saved(poly), head.file());
+    Polynomial out(smallContext(), true, true);
+    EXPECT_REFUSED(smallContext()->primes.negate(poly, out),
+                   "Operands are not of the ring of the generated context.");
+}
+
 TEST(PolynomialArchive, EveryPrefixIsAShortRead) {
     Polynomial seeded(smallContext(), true, true);
     populateUniformPoly(seeded, true);
-    for (const std::string& file : {saved(numbered(true, true, 1, 7)), saved(seeded)}) {
-        test::expectShortReads(file, loadAny);
-        test::expectShortReads(file, loadOfRing);
-    }
+    const std::string inFull = saved(numbered(true, true, 1, 7));
+    test::expectShortReads(inFull, loadAny);
+    test::expectShortReads(inFull, loadOfRing);
+    test::expectShortReads(savedByGerm(seeded), [&](std::istream& stream) { loadByGerm(stream, seeded); });
 }
 
 TEST(PolynomialArchive, DamageDoesNoHarm) {
     Polynomial seeded(smallContext(), false, true);
     populateUniformPoly(seeded, true);
-    for (const std::string& file : {saved(numbered(true, true, 0, 7)), saved(seeded)}) {
+    const std::string byGerm = savedByGerm(seeded);
+    for (const std::string& file : {saved(numbered(true, true, 0, 7)), byGerm}) {
         test::expectNoHarmFromDamage(file, 100, loadAny);
         test::expectNoHarmFromDamage(file, 100, loadOfRing);
     }
+    test::expectNoHarmFromDamage(byGerm, 100, [&](std::istream& stream) {
+        loadByGerm(stream, seeded);
+        seeded.regrow();
+    });
 }
 
 TEST(PolynomialVectorArchive, IsACountAndThePolynomials) {
@@ -242,31 +359,57 @@ TEST(PolynomialVectorArchive, IsACountAndThePolynomials) {
     }
 }
 
-TEST(PolynomialVectorArchive, RefusesAnotherRingAndMorePolynomialsThanAnyoneUses) {
+TEST(PolynomialVectorArchive, TakesAsManyAsAreThere) {
+    PolynomialVector polys(smallContext(), 1, false, true), loaded(smallContext(), 1, false, true);
+    test::fillWithNumbers(polys.getPoly(0), 0);
+    for (const u64 count : {0, 1, 40}) {
+        polys.setSize(1);
+        polys.getPolys().resize(count, polys.getPoly(0));
+        const std::string file = saved(polys);
+        loadFrom(file, loaded);
+        EXPECT_EQ(loaded.getSize(), count);
+        EXPECT_EQ(saved(loaded), file);
+        if (count == 0) polys.getPolys().emplace_back(smallContext(), false, true);
+    }
+}
+
+TEST(PolynomialVectorArchive, RefusesAnotherRingAndCountsThatNothingFollows) {
     PolynomialVector polys(smallContext(), 1, false, true);
     PolynomialVector other(makeContext(ParameterPreset::FX), 1, false, true);
     EXPECT_REFUSED(loadFrom(saved(polys), other), test::notVerified);
-    EXPECT_REFUSED(loadFrom(Bytes::frame().u64s({17}).str(), polys), test::notVerified);
-    EXPECT_REFUSED(loadFrom(Bytes::frame().u64s({~u64{0}}).str(), polys), test::notVerified);
+    for (const u64 count : {u64{17}, ~u64{0}})
+        EXPECT_THROW_TEXT(loadFrom(Bytes::frame().u64s({count}).str(), polys), cereal::Exception,
+                          test::shortRead(8, 0));
 }
 
-TEST(PolynomialsArchive, TakesNoMoreThanTheCallerHasAUseFor) {
-    const std::vector<Polynomial> polys{numbered(true, true, 1, 0), numbered(true, true, 1, 300)};
-    std::ostringstream out;
-    OutputArchive archive(out);
-    savePolynomials(archive, polys);
-    const auto load = [&](u64 maxCount) {
-        std::istringstream stream(out.str());
+TEST(KeyPolynomialsArchive, TakesTwoPartsOfOneShapeAndGrowsTheGermsOfTheFirst) {
+    std::vector<Polynomial> ax(2, Polynomial(smallContext(), true, true));
+    for (Polynomial& poly : ax) populateUniformPoly(poly, true);
+    const std::vector<Polynomial> bx{numbered(true, true, 1, 0), numbered(true, true, 1, 300)};
+    const std::string file = test::bytesOf([&](std::ostream& stream) {
+        OutputArchive archive(stream);
+        saveKeyPolynomials(archive, ax, bx);
+    });
+    const auto load = [&](const std::string& bytes, std::optional<u64> count) {
+        std::istringstream stream(bytes);
         detail::CountedInputArchive input(stream);
-        std::vector<Polynomial> loaded;
-        loadPolynomials(input, loaded, maxCount);
-        return loaded;
+        std::vector<Polynomial> first, second(5);
+        loadKeyPolynomials(input, first, second, count, isOfSmallRing);
+        ASSERT_EQ(first.size(), 2U);
+        ASSERT_EQ(second.size(), 2U);
+        for (u64 j = 0; j < 2; ++j) {
+            expectSame(first[j], ax[j]);
+            expectSame(second[j], bx[j]);
+        }
     };
-    EXPECT_REFUSED(load(1), test::notVerified);
-    const auto loaded = load(2);
-    ASSERT_EQ(loaded.size(), 2U);
-    expectSame(loaded[0], polys[0]);
-    expectSame(loaded[1], polys[1]);
+    load(file, 2);
+    load(file, std::nullopt);
+    EXPECT_REFUSED(load(file, 1), test::notVerified);
+    EXPECT_REFUSED(load(file, 3), test::notVerified);
+    EXPECT_REFUSED(load(Bytes::frame().u64s({101}).str(), std::nullopt), test::notVerified);
+    std::string unequal = file; // one polynomial of bx only
+    unequal[1 + 8 + 2 * (savedByGerm(ax[0]).size() - 1)] = 1;
+    EXPECT_REFUSED(load(unequal, std::nullopt), test::notVerified);
 }
 
 TEST(LevelledElementArchive, TheBytesAreThoseOfTheTable) {
@@ -288,13 +431,24 @@ TEST(LevelledElementArchive, RefusesWhatNoContextMakesAndStandsDamage) {
     const auto load = [&](std::istream& stream) { Serialize::load(stream, loaded); };
     for (const Bytes& forged :
          {Bytes::frame().u64s({0, 0}).u8(0).u64s({1, 5}), Bytes::frame().u64s({101, 0}).u8(0).u64s({1, 5}),
-          Bytes::frame().u64s({2, 2}).u8(0).u64s({3, 5, 5, 5}),
-          Bytes::frame().u64s({2, 0}).u8(2).u64s({1, 5}), Bytes::frame().u64s({3, 0}).u8(1).u64s({1, 5}),
-          Bytes::frame().u64s({3, 1}).u8(0).u64s({1, 5})})
+          Bytes::frame().u64s({2, 2}).u8(0).u64s({2, 5, 5}),
+          Bytes::frame().u64s({2, 2}).u8(1).u64s({2, 5, 5}),
+          Bytes::frame().u64s({2, ~u64{0}}).u8(0).u64s({0}), Bytes::frame().u64s({2, 0}).u8(2).u64s({1, 5}),
+          Bytes::frame().u64s({3, 0}).u8(1).u64s({1, 5}), Bytes::frame().u64s({3, 1}).u8(0).u64s({1, 5})})
         EXPECT_REFUSED(loadFrom(forged.str(), loaded), test::notVerified);
     const std::string file = saved(LevelledElement(-9, smallContext(), true, 1));
     test::expectShortReads(file, load);
     test::expectNoHarmFromDamage(file, file.size(), load);
+}
+
+TEST(LevelledElementArchive, TakesALevelAtOrAboveTheChain) {
+    LevelledElement high(5, smallContext(), false, 1);
+    high.setLevel(3);
+    std::fill(high.getData().begin(), high.getData().end(), 7);
+    LevelledElement loaded(0, smallContext(), false, 0);
+    loadFrom(saved(high), loaded);
+    EXPECT_EQ(loaded.getLevel(), 3U);
+    EXPECT_EQ(saved(loaded), saved(high));
 }
 
 TEST(LevelledVectorArchive, TheBytesAreThoseOfTheTable) {

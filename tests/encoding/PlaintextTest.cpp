@@ -209,10 +209,10 @@ TEST(Plaintext, ComesToNoHarmFromADamagedFile) {
         plaintext.load(stream);
         // What was taken is fit for use.
         EXPECT_FALSE(plaintext.getMx().getGerm().has_value());
-        EXPECT_LE(plaintext.getLogSlots(), 5U);
-        EXPECT_LT(plaintext.getLevel(), 2U);
+        EXPECT_LE(plaintext.getLevel(), 1U);
         plaintext.isZero();
-        if (plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()))
+        if (plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()) &&
+            plaintext.getLogSlots() <= 5)
             EnDecoder(smallContext()).decode(plaintext);
     });
 }

@@ -144,6 +144,7 @@ TEST(LWECiphertext, AShapeOfAnotherContextIsRefused) {
         return bytes.str();
     };
     EXPECT_NO_THROW(loaded(smallLWEContext(), withShape(64, 1, 3, 1, 2)));
+    EXPECT_NO_THROW(loaded(smallLWEContext(), withShape(64, 3, 3, 3, 4))) << "above the chain";
     EXPECT_REFUSED(loaded(smallLWEContext(), withShape(63, 1, 3, 1, 2)), test::notVerified);
     EXPECT_REFUSED(loaded(smallLWEContext(), withShape(64, 3, 4, 3, 4)), test::notVerified);
     EXPECT_REFUSED(loaded(smallLWEContext(), withShape(64, 1, 4, 1, 2)), test::notVerified);

@@ -11,10 +11,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <map>
+#include <sstream>
+#include <vector>
 
 namespace Torvo::LWE {
 namespace {
@@ -560,6 +563,39 @@ TEST(LWEHomEvaluator, EncryptionAndDecryptionRefuseKeysOfOtherPrimes) {
                    "Operands are not of the ring of the generated context.");
     EXPECT_TRUE(sameWords(out, ours));
     EXPECT_EQ(x, 7);
+}
+
+// Files of levels that were set by hand: the chain has three primes.
+TEST(LWEHomEvaluator, WhatWasLoadedAboveTheChainDoesNoHarm) {
+    const Scheme& s = small();
+    for (const u64 level : {3, 4, 40}) {
+        SCOPED_TRACE(level);
+        Ciphertext high(s.context), x(s.context), out(s.context);
+        high.setLevel(level);
+        std::fill(high.getAx().getData().begin(), high.getAx().getData().end(), 1);
+        std::fill(high.getBx().getData().begin(), high.getBx().getData().end(), 2);
+        std::stringstream file;
+        high.save(file);
+        x.load(file);
+        ASSERT_EQ(x.getLevel(), level);
+        EXPECT_TRUE(sameWords(x, high));
+        const Ciphertext good = s.encrypt(0.5, 1);
+        double number = 0;
+        const std::vector<std::function<void()>> calls{
+            [&] { s.evaluator.negate(x, out); },
+            [&] { s.evaluator.add(x, x, out); },
+            [&] { s.evaluator.add(good, x, out); },
+            [&] { s.evaluator.add(x, 0.5, out); },
+            [&] { s.evaluator.multInteger(x, -3, out); },
+            [&] { s.evaluator.mult(x, 0.5, out); },
+            [&] { s.evaluator.levelDown(x, 1, out); },
+            [&] { s.evaluator.levelDownOne(x, out); },
+            [&] { s.decryptor.decrypt(x, s.key, number); },
+        };
+        for (const auto& call : calls) EXPECT_THROW(call(), RuntimeException);
+        x.setRescaleCounter(1);
+        EXPECT_REFUSED(s.evaluator.rescale(x), "Operands are not of the ring of the generated context.");
+    }
 }
 
 } // namespace

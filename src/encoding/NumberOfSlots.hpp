@@ -1,0 +1,21 @@
+#pragma once
+
+#include "core/Integers.hpp"
+#include "encoding/Messages.hpp"
+
+#include <Torvo/RuntimeException.hpp>
+
+#include <string>
+
+namespace Torvo {
+
+/// 2^logSlots. Objects bear any log slots, also such as have no number.
+/// @throws RuntimeException "The number of slots of log slots <logSlots> does not fit a word; set log slots
+///         below 64"
+inline u64 numberOfSlots(u64 logSlots) {
+    if (logSlots >= 64)
+        throw RuntimeException(message::slotsOfLogSlots + std::to_string(logSlots) + message::exceedAWord);
+    return u64{1} << logSlots;
+}
+
+} // namespace Torvo
