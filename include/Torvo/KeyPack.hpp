@@ -37,9 +37,10 @@ public:
     KeyPack(const Context& context, const Context& contextSparse);
     KeyPack(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
 
-    /// Read the key from the directory unless it is in memory. A missing file is no failure; in a pack
-    /// without a second context the encapsulation key counts as missing. After a failure the key may be asked
-    /// for again.
+    /// Read the key from the directory unless it is in memory. A missing file is no failure, nor is one that
+    /// does not open; in a pack without a second context the encapsulation key counts as missing. The key of
+    /// a file must be of the kind and the rotation index that its name tells, and of the ring of the context.
+    /// After a failure the key may be asked for again.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects.", or the
     ///         archive's exception, for a bad file
     void loadEncKey() const;
@@ -49,8 +50,9 @@ public:
     void loadRightRotKey(unsigned long index) const;
     void loadSparseSecretEncapsulationKey() const;
 
-    /// Read the key from a stream. A fixed key replaces the one held; a rotation key held already stays.
-    /// After a failure the pack holds what it held before.
+    /// Read the key from a stream. It must be of the kind and the rotation index that is asked for, and of
+    /// the ring of the context. A fixed key replaces the one held; a rotation key held already stays. After a
+    /// failure the pack holds what it held before.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."; the
     ///         archive's exception on a short read; for an encapsulation key in a pack without a second
     ///         context "[KeyPack] context does not support sparse secret encapsulation"
@@ -92,8 +94,8 @@ public:
     void save(const std::string& path);
     /// Writes the pack as one archive (format: docs/files.md).
     void save(std::ostream& stream) const;
-    /// Replaces what the pack held by the pack of a stream, once all of it has been read; a rotation key goes
-    /// under the index that it bears.
+    /// Replaces what the pack held by the pack of a stream, once all of it has been read. Each key must be of
+    /// its kind and of the ring of its context; a rotation key goes under the index that it bears.
     /// @throws as the loads of single keys from a stream
     void load(std::istream& stream);
 

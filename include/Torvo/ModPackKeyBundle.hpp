@@ -36,6 +36,7 @@ public:
     ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// Takes no keys but such with tag `p` of the large ring.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects."; the archive's exception on a short read
     void load(const std::string& path);

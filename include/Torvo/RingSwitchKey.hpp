@@ -34,6 +34,7 @@ public:
     ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// Takes no key but one with tag `w` of the large ring.
     /// @throws RuntimeException as `EvaluationKey::load`
     void load(const std::string& path);
     void load(std::istream& stream);

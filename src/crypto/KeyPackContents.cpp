@@ -12,21 +12,29 @@ namespace Torvo {
 
 namespace {
 
-template <class Archive, class Key>
-void fields(Archive& archive, Key& key) {
+template <class Key>
+void saveFields(OutputArchive& archive, const Key& key) {
     archive(key.impl());
 }
 
-template <class Archive>
-void fields(Archive& archive, SparseSecretEncapsulationKey& key) {
+void saveFields(OutputArchive& archive, const SparseSecretEncapsulationKey& key) {
     archive(key.getDTSPart()->impl(), key.getSTDPart()->impl());
+}
+
+template <class Key>
+void loadFields(InputArchive& archive, Key& key) {
+    key.impl().loadOwn(archive);
+}
+
+void loadFields(InputArchive& archive, SparseSecretEncapsulationKey& key) {
+    for (EvaluationKey* part : {key.getDTSPart(), key.getSTDPart()}) loadFields(archive, *part);
 }
 
 template <class Key>
 void saveIfPresent(OutputArchive& archive, const std::shared_ptr<Key>& key) {
     const bool isPresent = key != nullptr;
     archive(detail::Flag(isPresent));
-    if (key) fields(archive, *key);
+    if (key) saveFields(archive, *key);
 }
 
 template <class Key, class Make>
@@ -35,7 +43,7 @@ std::shared_ptr<Key> loadIfPresent(InputArchive& archive, Make&& makeEmpty) {
     archive(detail::Flag(isPresent));
     if (!isPresent) return nullptr;
     std::shared_ptr<Key> key = makeEmpty();
-    fields(archive, *key);
+    loadFields(archive, *key);
     return key;
 }
 
@@ -46,7 +54,7 @@ void KeyPackContents::save(OutputArchive& archive) const {
     saveIfPresent(archive, multKey);
     saveIfPresent(archive, conjKey);
     archive(u64{rotKeys.size()});
-    for (const auto& [index, key] : rotKeys) fields(archive, *key);
+    for (const auto& [index, key] : rotKeys) saveFields(archive, *key);
     saveIfPresent(archive, sparseKey);
 }
 
@@ -58,7 +66,7 @@ void KeyPackContents::load(InputArchive& archive) {
     archive(count);
     for (u64 i = 0; i < count; ++i) {
         std::shared_ptr<EvaluationKey> key = makeEmptyRotKey(context, 0);
-        fields(archive, *key);
+        key->impl().loadAnyRotation(archive);
         rotKeys.emplace(key->getRotationIndex(), std::move(key));
     }
     sparseKey = loadIfPresent<SparseSecretEncapsulationKey>(archive, [&] {

@@ -31,8 +31,9 @@ struct KeyPackContents {
     /// u64 count and the rotation keys in index order; the encapsulation key behind its byte. Keys stand
     /// without their frames (docs/files.md).
     void save(OutputArchive& archive) const;
-    /// Keys are read one by one, so a forged count costs no more memory than the stream has keys for. A
-    /// rotation key goes under the index that it bears.
+    /// Keys are read one by one, so a forged count costs no more memory than the stream has keys for. Each
+    /// must be of the kind whose place it takes and of the ring of its context. A rotation key goes under the
+    /// index that it bears.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."; for an
     ///         encapsulation key without a second context "[KeyPack] context does not support sparse secret
     ///         encapsulation"; the archive's exception on a short read

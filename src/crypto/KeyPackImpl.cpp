@@ -40,7 +40,7 @@ constexpr const char* sparseKeyName = "SparseSecretEncapsulationKey.bin";
 
 template <class Key>
 std::shared_ptr<Key> readFrom(std::istream& stream, std::unique_ptr<Key> key) {
-    load(*key, stream);
+    loadOwn(*key, stream);
     return key;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/Failure.hpp"
+#include "crypto/OwnKey.hpp"
 
 #include <fstream>
 #include <istream>
@@ -11,8 +12,8 @@
 
 namespace Torvo {
 
-/// The key of a file by `make`, or null when the file does not open. The file is opened once: whether it is
-/// there and what it holds are told by the same descriptor.
+/// The key of a file that takes the place of what `make` gives, or null when the file does not open. The file
+/// is opened once: whether it is there and what it holds are told by the same descriptor.
 template <class Make>
 auto readKeyFile(const std::string& path, Make&& make) {
     using Key = typename decltype(make())::element_type;
@@ -20,7 +21,7 @@ auto readKeyFile(const std::string& path, Make&& make) {
     std::shared_ptr<Key> key;
     if (file.is_open()) {
         key = make();
-        load(*key, file);
+        loadOwn(*key, file);
     }
     return key;
 }

@@ -1,6 +1,7 @@
 #include <Torvo/SparseSecretEncapsulationKey.hpp>
 
 #include "crypto/EvaluationKeyImpl.hpp"
+#include "crypto/OwnKey.hpp"
 #include "persistence/Serialize.hpp"
 
 namespace Torvo {
@@ -50,11 +51,11 @@ void SparseSecretEncapsulationKey::save(std::ostream& stream) const {
 }
 
 void SparseSecretEncapsulationKey::load(const std::string& path) {
-    Serialize::load(path, dts_.impl(), std_.impl());
+    Serialize::load(path, OwnKey(dts_.impl()), OwnKey(std_.impl()));
 }
 
 void SparseSecretEncapsulationKey::load(std::istream& stream) {
-    Serialize::load(stream, dts_.impl(), std_.impl());
+    Serialize::load(stream, OwnKey(dts_.impl()), OwnKey(std_.impl()));
 }
 
 std::unique_ptr<SparseSecretEncapsulationKey>

@@ -19,7 +19,7 @@ public:
         for (const auto& key : *keys_) archive(std::as_const(*key).impl());
     }
     void load(InputArchive& archive) {
-        for (const auto& key : *keys_) archive(key->impl());
+        for (const auto& key : *keys_) key->impl().loadOwn(archive);
     }
 
 private:

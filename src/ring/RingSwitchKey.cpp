@@ -1,5 +1,9 @@
 #include <Torvo/RingSwitchKey.hpp>
 
+#include "crypto/EvaluationKeyImpl.hpp"
+#include "crypto/OwnKey.hpp"
+#include "persistence/Serialize.hpp"
+
 namespace Torvo {
 
 RingSwitchKey::RingSwitchKey(const Context& context) : key_(makeEmptyRingSwitchKey(context)) {}
@@ -25,11 +29,11 @@ void RingSwitchKey::save(std::ostream& stream) const {
 }
 
 void RingSwitchKey::load(const std::string& path) {
-    key_->load(path);
+    Serialize::load(path, OwnKey(key_->impl()));
 }
 
 void RingSwitchKey::load(std::istream& stream) {
-    key_->load(stream);
+    Serialize::load(stream, OwnKey(key_->impl()));
 }
 
 } // namespace Torvo

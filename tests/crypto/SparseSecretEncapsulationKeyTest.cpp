@@ -99,6 +99,14 @@ TEST(SparseSecretEncapsulationKey, DamagedFilesFailCleanly) {
     SparseSecretEncapsulationKey swapped(contexts.sparse, contexts.dense); // parts of the other's shapes
     std::istringstream stream(file);
     EXPECT_REFUSED(swapped.load(stream), "[Verifier::load] Validation failed during deserializing objects.");
+    const u64 kindOfSecond = fileOf(*key->getDTSPart()).size() + 4 + 8;
+    for (const u64 kind : {u64{1} + 4 + 8, kindOfSecond}) {
+        std::string ofOtherKind = file;
+        ASSERT_EQ(ofOtherKind[kind], 's');
+        ofOtherKind[kind] = 'm';
+        EXPECT_REFUSED(loadBytes(ofOtherKind),
+                       "[Verifier::load] Validation failed during deserializing objects.");
+    }
     EXPECT_REFUSED(target.save(std::string("/no/such/directory/key")),
                    "Cannot open file /no/such/directory/key");
     EXPECT_REFUSED(target.load(std::string("/no/such/directory/key")),

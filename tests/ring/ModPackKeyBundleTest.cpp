@@ -97,6 +97,12 @@ TEST(ModPackKeyBundleFile, OfAnotherTagRingOrLengthIsRefused) {
         damaged[tagOfKey] = 3;
         EXPECT_REFUSED(loadFrom(damaged, keys), notVerified);
     }
+    const u64 kindOfSecond = 1 + smallEvaluationKeyFields('p', 0).size() + 4 + 8;
+    std::string ofOtherKind = file, ofOtherHash = file;
+    ofOtherKind[kindOfSecond] = 'w';
+    ofOtherHash[kindOfSecond - 1] ^= 1;
+    EXPECT_REFUSED(loadFrom(ofOtherKind, keys), notVerified);
+    EXPECT_REFUSED(loadFrom(ofOtherHash, keys), notVerified);
     ModPackKeyBundle ofOtherRing(makeContext(7, 2, 50, 40, 60, 2), 2);
     EXPECT_REFUSED(loadFrom(file, ofOtherRing), notVerified);
     for (const u64 length : {u64{0}, u64{1}, file.size() / 2, file.size() - 1})

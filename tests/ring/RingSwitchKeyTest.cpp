@@ -49,11 +49,16 @@ TEST(RingSwitchKeyFile, IsThatOfAnEvaluationKey) {
     expectRobust(file, 110, other);
 }
 
-TEST(RingSwitchKeyFile, TellsNothingOfTheKindThatWouldBeRefused) {
+TEST(RingSwitchKeyFile, OfAnotherKindIndexOrRingIsRefused) {
     RingSwitchKey key(smallContext());
-    loadFrom(Bytes::frame().raw(smallEvaluationKeyFields('r', 5)).str(), key);
-    EXPECT_EQ(key.getKey().getType(), 'r');
-    EXPECT_EQ(key.getKey().getRotationIndex(), 5U);
+    for (const auto& fields : {smallEvaluationKeyFields('r', 5), smallEvaluationKeyFields('p', 0),
+                               smallEvaluationKeyFields('w', 5)})
+        EXPECT_REFUSED(loadFrom(Bytes::frame().raw(fields).str(), key), notVerified);
+    std::string otherHash = Bytes::frame().raw(smallEvaluationKeyFields('w', 0)).str();
+    EXPECT_NO_THROW(loadFrom(otherHash, key));
+    otherHash[1 + 4] ^= 1;
+    EXPECT_REFUSED(loadFrom(otherHash, key), notVerified);
+    EXPECT_EQ(key.getKey().getType(), 'w');
     RingSwitchKey ofOtherRing(makeContext(7, 2, 50, 40, 60, 2));
     EXPECT_REFUSED(loadFrom(saved(key), ofOtherRing), notVerified);
 }
