@@ -14,11 +14,15 @@ class ContextContent;
 
 /// A parameter set with all its tables: ring, prime chain, transforms, scales. Immutable once made; any
 /// number of threads and objects share it, and the last holder frees the tables.
+///
+/// A null one is refused by whatever takes a context, with RuntimeException "The context is null. Make one
+/// with makeContext."
 using Context = std::shared_ptr<ContextContent>;
 
 /// Makes the context of a preset.
 /// @param preset           any preset but `CUSTOM`
-/// @param cuda_device_ids  GPUs to serve; this build has none, so pass an empty set
+/// @param cuda_device_ids  GPUs to serve; this build has none, so pass an empty set. A negative
+///                         number passes, and selects nothing
 /// @throws RuntimeException in this order: "Invalid CUDA device ID: " and the number, for a GPU that is not
 ///         there; "The input parameter preset is not yet supported."; "Need to specify some parameters in
 ///         order to use CUSTOM parameters."

@@ -44,7 +44,7 @@ public:
     void decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
                  std::vector<double>& out) const;
 
-    /// A share of a decryption, with fresh noise added: out[0] = b + a * s + e, out[1] = a.
+    /// A share of a decryption, with fresh noise added: out[0] = b + a * s + e, out[1] = a, in NTT form.
     /// @throws RuntimeException "The operand have to encode the message on its slots", then "[partialDecrypt]
     ///         Size of Ciphertext should be 2"
     void partialDecrypt(const Ciphertext& ciphertext, const SecretKey& secretKey, Ciphertext& out) const;

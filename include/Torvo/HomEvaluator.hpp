@@ -195,8 +195,11 @@ public:
     /// @{
     /// The raw product, of numPoly(a) + numPoly(b) - 1 elements; owes what both owed and one rescale more.
     void tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
-    /// Switches the top element away: one element fewer.
-    /// @throws RuntimeException "[relinearize] the length of the input ciphertext should be >= 3.", then
+    /// Switches the top element away, that of the highest power of the secret: one element fewer. A
+    /// ciphertext of more than three takes one call for each element above two, all with the one
+    /// multiplication key; the value, level and counter stay.
+    /// @throws RuntimeException "[relinearize] the length of the input ciphertext should be >= 3."; "The
+    ///         generated context does not support the operation with current operands; check the device.";
     ///         "Failed to load the multiplication key"
     void relinearize(const Ciphertext& in, Ciphertext& out) const;
     /// `tensor` and `relinearize`, owing one rescale. Levels must be equal.

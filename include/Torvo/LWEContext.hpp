@@ -17,6 +17,9 @@ class ContextContent;
 
 /// A parameter set of plain LWE with its prime chain and scales: vectors of integers modulo a product of
 /// primes, without ring structure. Immutable; any number of threads and objects share it.
+///
+/// A null one is refused by whatever takes a context, with RuntimeException "The context is null. Make one
+/// with makeContext."
 using Context = std::shared_ptr<ContextContent>;
 
 /// Makes the context of a preset.
@@ -27,7 +30,7 @@ TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>
 
 /// Makes a context from numbers of your own; the primes are searched for. Such a chain shares its primes with
 /// a ring context by luck only: to exchange ciphertexts with a ring, use a preset.
-/// @param dimension     length of the secret and of the `a` vectors
+/// @param dimension     length of the secret and of the `a` vectors, at least 1
 /// @param chain_length  number of primes, 1 to 50
 /// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61. Of one size, the base
 /// prime
@@ -35,9 +38,9 @@ TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>
 ///                      make it larger
 /// @param log_qpsize    bits of the other primes: 36 to 61
 /// @throws RuntimeException in this order: "Invalid CUDA device ID: " and the number; "[Parameter] Invalid
-///         chain_length"; "[PrimeModuli] Prime size is too big. It should be < 62"; "[PrimeModuli] Base prime
-///         should be greater than quantize primes"; "[PrimeModuli] Quantize primes should be greater than or
-///         equal to 36 bit"
+///         chain_length"; "[Parameter] Invalid dimension: it should be at least 1"; "[PrimeModuli] Prime size
+///         is too big. It should be < 62"; "[PrimeModuli] Base prime should be greater than quantize primes";
+///         "[PrimeModuli] Quantize primes should be greater than or equal to 36 bit"
 TORVO_API Context makeContext(unsigned long dimension, unsigned long chain_length, unsigned long log_bpsize,
                               unsigned long log_qpsize, const std::set<int>& cuda_device_ids = {});
 

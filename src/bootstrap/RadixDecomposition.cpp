@@ -3,6 +3,7 @@
 #include "bootstrap/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 
 #include <Torvo/Bootstrapper.hpp>
 
@@ -91,7 +92,7 @@ std::set<long> ContextContent::getRotIndicesForBootstrap(u64 log_slots, bool com
 }
 
 std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots) {
-    return context->getRotIndicesForBootstrap(log_slots, false);
+    return requireContext(context)->getRotIndicesForBootstrap(log_slots, false);
 }
 
 } // namespace Torvo

@@ -1,5 +1,6 @@
 #include "context/ContextContent.hpp"
 #include "context/CudaIdsToDevices.hpp"
+#include "core/RequireContext.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <Torvo/Context.hpp>
@@ -32,6 +33,10 @@ ContextRecipe recipeOf(const Parameter& p) {
             p.log_tpsize, p.log_qpsize, p.chain_length,     p.rank};
 }
 
+const Parameter& parameterOf(const Context& context) {
+    return requireContext(context)->parameter;
+}
+
 } // namespace
 
 Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids) {
@@ -61,48 +66,48 @@ Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_d
 }
 
 void saveContextToFile(const Context& context, const std::string& path) {
-    Serialize::save(path, recipeOf(context->parameter));
+    Serialize::save(path, recipeOf(parameterOf(context)));
 }
 
 unsigned long getLogFullSlots(const Context& context) {
-    return context->parameter.log_degree - 1;
+    return parameterOf(context).log_degree - 1;
 }
 
 unsigned long getDegree(const Context& context) {
-    return context->parameter.degree;
+    return parameterOf(context).degree;
 }
 
 unsigned long getRank(const Context& context) {
-    return context->parameter.rank;
+    return parameterOf(context).rank;
 }
 
 unsigned long getEncryptionLevel(const Context& context) {
-    return context->parameter.encryption_level;
+    return parameterOf(context).encryption_level;
 }
 
 unsigned long getSecurityLevel(const Context& context) {
-    return static_cast<unsigned long>(context->parameter.security_level);
+    return static_cast<unsigned long>(parameterOf(context).security_level);
 }
 
 std::vector<double> getDefaultScaleFactorList(const Context& context) {
-    const auto& scales = context->scale_factors.log_scale;
-    return {scales.begin(), scales.begin() + static_cast<std::ptrdiff_t>(context->parameter.chain_length)};
+    const auto& scales = requireContext(context)->scale_factors.log_scale;
+    return {scales.begin(), scales.begin() + static_cast<std::ptrdiff_t>(parameterOf(context).chain_length)};
 }
 
 std::vector<unsigned long> getPrimeList(const Context& context) {
-    return context->primes.getPrimes();
+    return requireContext(context)->primes.getPrimes();
 }
 
 bool isBootstrappableParameter(const Context& context) {
-    return context->parameter.has_bootstrap;
+    return parameterOf(context).has_bootstrap;
 }
 
 bool isExtendedBootstrapSupported(const Context& context) {
-    return context->parameter.has_extended_bootstrap;
+    return parameterOf(context).has_extended_bootstrap;
 }
 
 bool isSparseSecretEncapsulationSupported(const Context& context) {
-    return context->parameter.has_sparse_encapsulation;
+    return parameterOf(context).has_sparse_encapsulation;
 }
 
 } // namespace Torvo

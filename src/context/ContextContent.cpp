@@ -1,6 +1,7 @@
 #include "context/ContextContent.hpp"
 
 #include "arithmetic/Ring.hpp"
+#include "core/RequireContext.hpp"
 
 namespace Torvo {
 
@@ -50,7 +51,7 @@ u64 computeContextHash(const std::vector<unsigned long>& primes, u64 degree) {
 }
 
 Ring ringOf(const Context& context) {
-    const Parameter& parameter = context->parameter;
+    const Parameter& parameter = requireContext(context)->parameter;
     return {context->primes, parameter.degree,      parameter.rank,       parameter.chain_length,
             parameter.numTP, parameter.gadget_rank, context->context_hash};
 }

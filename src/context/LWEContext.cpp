@@ -3,6 +3,7 @@
 #include "context/LWEContextContent.hpp"
 #include "context/Messages.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <Torvo/LWEContext.hpp>
@@ -33,6 +34,10 @@ ContextRecipe recipeOf(const Parameter& p) {
     return {p.preset, p.dimension, p.log_bpsize, p.log_qpsize, p.chain_length};
 }
 
+const Parameter& parameterOf(const Context& context) {
+    return requireContext(context)->parameter;
+}
+
 } // namespace
 
 Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids) {
@@ -54,28 +59,28 @@ Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_d
 }
 
 void saveContextToFile(const Context& context, const std::string& path) {
-    Serialize::save(path, recipeOf(context->parameter));
+    Serialize::save(path, recipeOf(parameterOf(context)));
 }
 
 std::vector<double> getDefaultScaleFactorList(const Context& context) {
-    const auto& scales = context->scale_factors.log_scale;
-    return {scales.begin(), scales.begin() + static_cast<std::ptrdiff_t>(context->parameter.chain_length)};
+    const auto& scales = requireContext(context)->scale_factors.log_scale;
+    return {scales.begin(), scales.begin() + static_cast<std::ptrdiff_t>(parameterOf(context).chain_length)};
 }
 
 std::vector<unsigned long> getPrimeList(const Context& context) {
-    return context->primes.getPrimes();
+    return requireContext(context)->primes.getPrimes();
 }
 
 unsigned long getEncryptionLevel(const Context& context) {
-    return context->parameter.numQP;
+    return parameterOf(context).numQP;
 }
 
 unsigned long getDimension(const Context& context) {
-    return context->parameter.dimension;
+    return parameterOf(context).dimension;
 }
 
 unsigned long getSecurityLevel(const Context& context) {
-    return static_cast<unsigned long>(context->parameter.security_level);
+    return static_cast<unsigned long>(parameterOf(context).security_level);
 }
 
 } // namespace LWE
@@ -84,6 +89,8 @@ namespace {
 
 template <class A, class B>
 unsigned long maxCompatibleLevel(const A& a, const B& b) {
+    requireContext(a);
+    requireContext(b);
     require(a->primes.getPrime(0) == b->primes.getPrime(0), message::incompatibleContexts);
     const u64 shorter = std::min(a->parameter.chain_length, b->parameter.chain_length);
     u64 level = 0;

@@ -2,6 +2,7 @@
 
 #include "arithmetic/LWEChain.hpp"
 #include "context/ContextContent.hpp"
+#include "core/RequireContext.hpp"
 
 namespace Torvo::LWE {
 
@@ -16,6 +17,7 @@ ContextContent::ContextContent(u64 dimension, u64 chain_length, u64 log_bpsize, 
       context_hash(computeContextHash(primes.getPrimes(), parameter.dimension)) {}
 
 Chain chainOf(const Context& context) {
+    requireContext(context);
     return {context->primes, context->parameter.dimension, context->parameter.chain_length,
             context->context_hash};
 }

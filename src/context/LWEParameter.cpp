@@ -47,6 +47,7 @@ Parameter::Parameter(u64 secretDimension, u64 chainLength, u64 logBasePrime, u64
     : preset(ParameterPreset::CUSTOM), name("CUSTOM"), log_bpsize(logBasePrime),
       log_qpsize(logQuantizePrime) {
     require(1 <= chainLength && chainLength <= maxChainLength, message::invalidChainLength);
+    require(secretDimension >= 1, message::invalidDimension);
     setSizes(*this, secretDimension, chainLength);
     const u64 logDimension = static_cast<u64>(std::bit_width(dimension | 1)) - 1;
     security_level = computeLWESecurityLevel(logDimension, log_bpsize + numQP * log_qpsize);

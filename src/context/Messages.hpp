@@ -5,6 +5,7 @@ namespace Torvo::message {
 
 inline constexpr const char* invalidLogDegree = "[Parameter] Invalid log_degree";
 inline constexpr const char* invalidChainLength = "[Parameter] Invalid chain_length";
+inline constexpr const char* invalidDimension = "[Parameter] Invalid dimension: it should be at least 1";
 inline constexpr const char* gadgetRankMustDivide = "[Parameter] gadget_rank should divide chain_length";
 inline constexpr const char* customRankAboveOne =
     "[Parameter] custom parameter with rank > 1 is not supported.";

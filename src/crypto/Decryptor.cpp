@@ -3,6 +3,7 @@
 #include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/OperandRing.hpp"
 #include "crypto/OutputShape.hpp"
@@ -10,6 +11,8 @@
 #include "crypto/SecretPolynomial.hpp"
 
 #include <Torvo/EnDecoder.hpp>
+
+#include <optional>
 
 namespace Torvo {
 
@@ -38,11 +41,23 @@ void evaluateAt(const PrimeModuli& primes, const CiphertextBase<MLWE>& ct,
     }
 }
 
+/// A ciphertext in NTT form: itself, or a copy that was transformed.
 template <EncryptionType E>
-CiphertextBase<E> inNTTForm(const PrimeModuli& primes, CiphertextBase<E> ct) {
-    for (Polynomial& poly : ct.getPolys().getPolys()) primes.forwardNTT(poly, poly);
-    return ct;
-}
+class InNTTForm {
+public:
+    InNTTForm(const PrimeModuli& primes, const CiphertextBase<E>& ct) : ct_(&ct) {
+        if (ct.isNTT()) return;
+        ct_ = &copy_.emplace(ct);
+        for (Polynomial& poly : copy_->getPolys().getPolys()) primes.forwardNTT(poly, poly);
+    }
+    InNTTForm(const InNTTForm&) = delete;
+    InNTTForm& operator=(const InNTTForm&) = delete;
+    const CiphertextBase<E>& get() const { return *ct_; }
+
+private:
+    const CiphertextBase<E>* ct_;
+    std::optional<CiphertextBase<E>> copy_;
+};
 
 /// The last guards of a decryption.
 template <EncryptionType E>
@@ -63,10 +78,7 @@ void innerDecrypt(const Context& context, const CiphertextBase<E>& ct, const Sec
     out.setLogSlots(ct.getLogSlots());
     out.setRescaleCounter(ct.getRescaleCounter());
     out.allocate(ct.getDevice());
-    if (ct.isNTT())
-        evaluateAt(context->primes, ct, secretKey, out.getMx());
-    else
-        evaluateAt(context->primes, inNTTForm(context->primes, ct), secretKey, out.getMx());
+    evaluateAt(context->primes, InNTTForm<E>(context->primes, ct).get(), secretKey, out.getMx());
 }
 
 template <EncryptionType E>
@@ -76,7 +88,7 @@ bool isOnSlots(const CiphertextBase<E>& ct) {
 
 } // namespace
 
-Decryptor::Decryptor(const Context& context) : context_(context) {}
+Decryptor::Decryptor(const Context& context) : context_(requireContext(context)) {}
 
 template <EncryptionType E>
 void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
@@ -103,13 +115,14 @@ void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase
     out = EnDecoder(context_).decodeWithoutFFT(plaintext);
 }
 
-void Decryptor::partialDecrypt(const Ciphertext& ciphertext, const SecretKey& secretKey,
-                               Ciphertext& out) const {
-    require(isOnSlots(ciphertext), message::notOnSlots);
-    require(ciphertext.getNumPoly() == 2, message::partialDecryptWrongSize);
-    requireMatch(context_, ciphertext, secretKey);
+void Decryptor::partialDecrypt(const Ciphertext& in, const SecretKey& secretKey, Ciphertext& out) const {
+    require(isOnSlots(in), message::notOnSlots);
+    require(in.getNumPoly() == 2, message::partialDecryptWrongSize);
+    requireMatch(context_, in, secretKey);
     const PrimeModuli& primes = context_->primes;
-    require(primes.isOwn(ciphertext.getPoly(1)), message::operandsOfOtherRing);
+    require(primes.isOwn(in.getPoly(1)), message::operandsOfOtherRing);
+    const InNTTForm<RLWE> form(primes, in);
+    const Ciphertext& ciphertext = form.get();
     const u64 level = ciphertext.getLevel();
     const bool isModUp = ciphertext.isModUp();
     SecretPolynomial error(context_, isModUp, level), share(context_, isModUp, level);

@@ -3,6 +3,7 @@
 #include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/EncryptionKeyImpl.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/OperandRing.hpp"
@@ -70,7 +71,7 @@ void hideUnder(const Context& context, const SecretKeyBase<E>& secretKey, const 
 
 } // namespace
 
-Encryptor::Encryptor(const Context& context) : context_(context) {}
+Encryptor::Encryptor(const Context& context) : context_(requireContext(context)) {}
 
 // (ct[1], ct[0]) = v * (ax, bx) + (e1, e0 + m). Drawn in this order: v, e1, e0.
 void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciphertext& out) const {

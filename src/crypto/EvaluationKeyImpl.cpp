@@ -3,6 +3,7 @@
 #include "arithmetic/PolynomialArchive.hpp"
 #include "arithmetic/Ring.hpp"
 #include "context/ContextContent.hpp"
+#include "core/RequireContext.hpp"
 #include "persistence/Archive.hpp"
 #include "persistence/Verifier.hpp"
 
@@ -27,7 +28,7 @@ EvaluationKeyImpl::EvaluationKeyImpl() {
 }
 
 EvaluationKeyImpl::EvaluationKeyImpl(const Context& keyContext, char keyType, u64 rotationIndex)
-    : context(keyContext), type(keyType), rotation_index(rotationIndex),
+    : context(requireContext(keyContext)), type(keyType), rotation_index(rotationIndex),
       context_hash(keyContext->context_hash) {
     ax.set(Device{}, emptyPolynomials(context));
     bx.set(Device{}, emptyPolynomials(context));

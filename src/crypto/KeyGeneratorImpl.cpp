@@ -3,6 +3,7 @@
 #include "arithmetic/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/SecretPolynomial.hpp"
 
@@ -14,6 +15,7 @@ namespace {
 
 /// Passes the context on, so that it is checked before any table is made of it.
 const Context& matching(const Context& context, const std::optional<SecretKey>& secretKey) {
+    requireContext(context);
     require(!secretKey || *context == *secretKey->getContext(), message::keyGeneratorOtherContext);
     return context;
 }

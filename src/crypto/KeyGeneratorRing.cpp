@@ -1,6 +1,7 @@
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "core/WipedVector.hpp"
 #include "crypto/KeyGeneratorImpl.hpp"
 #include "crypto/Messages.hpp"
@@ -69,6 +70,7 @@ RingSwitchKey KeyGeneratorImpl::genDecomposeKey(const Context& switch_context,
     const SecretKey& s = secretKey();
     const Context& out = out_key.getContext();
     const u64 level = out->parameter.encryption_level;
+    requireContext(switch_context);
     require(context_->parameter.degree == switch_context->parameter.degree, message::decomposeKeyDegree);
     require(isMultiple(switch_context->parameter.degree, out->parameter.degree), message::decomposeDegree);
     require(level <= getMaxCompatibleLevel(context_, out), message::decomposePrimes);

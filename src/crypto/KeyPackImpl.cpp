@@ -2,6 +2,7 @@
 
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
 #include "persistence/Serialize.hpp"
 
@@ -49,11 +50,12 @@ std::shared_ptr<Key> readFrom(std::istream& stream, std::unique_ptr<Key> key) {
 void requireSparsePartner(const Context& context, const Context& contextSparse, const char* unsupported,
                           const char* mismatched) {
     require(isSparseSecretEncapsulationSupported(context), unsupported);
-    require(contextSparse->parameter.preset == getSparseParameterPresetFor(context->parameter.preset),
+    require(requireContext(contextSparse)->parameter.preset ==
+                getSparseParameterPresetFor(context->parameter.preset),
             mismatched);
 }
 
-KeyPackImpl::KeyPackImpl(const Context& context) : context_(context) {}
+KeyPackImpl::KeyPackImpl(const Context& context) : context_(requireContext(context)) {}
 
 KeyPackImpl::KeyPackImpl(const Context& context, const std::string& keyDirPath) : KeyPackImpl(context) {
     openKeyDir(keyDirPath);

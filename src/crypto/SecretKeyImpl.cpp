@@ -3,6 +3,7 @@
 #include "arithmetic/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "core/SecureWipe.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/RandomSampler.hpp"
@@ -17,7 +18,7 @@ namespace Torvo {
 
 template <EncryptionType E>
 SecretKeyImpl<E>::SecretKeyImpl(const Context& context_, Unset)
-    : context(context_), coefficients(context_->parameter.rank * context_->parameter.degree),
+    : context(requireContext(context_)), coefficients(context_->parameter.rank * context_->parameter.degree),
       sx(context_, context_->parameter.rank, true, true) {
     require(E != EncryptionType::RLWE || context->parameter.rank == 1, message::keyNotOfRankOne);
 }

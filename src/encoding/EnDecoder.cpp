@@ -5,6 +5,7 @@
 #include "context/ContextContent.hpp"
 #include "context/SameRing.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "encoding/CentredInteger.hpp"
 #include "encoding/Encoding.hpp"
 #include "encoding/Messages.hpp"
@@ -71,7 +72,7 @@ std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, 
 
 } // namespace
 
-EnDecoder::EnDecoder(const Context& context) : context_(context) {}
+EnDecoder::EnDecoder(const Context& context) : context_(requireContext(context)) {}
 
 Plaintext EnDecoder::encode(const Message& message) const {
     return encode(message, context_->parameter.encryption_level, 0);

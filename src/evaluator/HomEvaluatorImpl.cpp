@@ -3,6 +3,7 @@
 #include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/KeyPackImpl.hpp"
 
 #include <utility>
@@ -23,7 +24,7 @@ HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, const std::string& ke
     : HomEvaluatorImpl(context, KeyPack(context, keyDirPath)) {}
 
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, KeyPack keyPack)
-    : context_(context), keyPack_(ofRing(context, std::move(keyPack))),
+    : context_(requireContext(context)), keyPack_(ofRing(context, std::move(keyPack))),
       constantEnDecoder_(std::make_shared<ConstantEnDecoder>(context)),
       enDecoder_(std::make_shared<EnDecoder>(context)), keySwitcher_(std::make_shared<KeySwitcher>(context)) {
     keyPack_.loadMultKey();

@@ -75,6 +75,7 @@ void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const 
     utils::throwIfCoeff(in);
     const u64 n = in.getNumPoly();
     require(n >= 3, message::nothingToRelinearize);
+    context_->primes.checkDevice(in.getPoly(n - 1).getDevice(), true);
     const std::shared_ptr<EvaluationKey> key = keyPack_.getMultKey();
     require(key != nullptr, message::noMultiplicationKey);
     require(!in.isModUp(), message::operandsDifferInModUp);

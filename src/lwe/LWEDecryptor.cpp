@@ -2,6 +2,7 @@
 
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "encoding/CentredInteger.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "lwe/LWECiphertextImpl.hpp"
@@ -24,7 +25,7 @@ double decode(const Context& context, const LevelledElement& t) {
 
 } // namespace
 
-Decryptor::Decryptor(const Context& context) : context_(context) {}
+Decryptor::Decryptor(const Context& context) : context_(requireContext(context)) {}
 
 void Decryptor::decrypt(const Ciphertext& in, const SecretKey& key, double& out) const {
     require(in.getAx().getDimension() == key.getSx().getDimension(), message::decryptOtherDimension);

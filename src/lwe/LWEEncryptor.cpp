@@ -3,6 +3,7 @@
 #include "arithmetic/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
 #include "encoding/Messages.hpp"
@@ -24,7 +25,7 @@ void stampOutput(const Context& context, u64 level, int rescaleCounter, Cipherte
 
 } // namespace
 
-Encryptor::Encryptor(const Context& context) : context_(context) {}
+Encryptor::Encryptor(const Context& context) : context_(requireContext(context)) {}
 
 void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out) const {
     encrypt(message, key, out, getEncryptionLevel(context_), 0);

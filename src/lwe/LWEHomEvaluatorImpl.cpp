@@ -2,13 +2,15 @@
 
 #include "arithmetic/Messages.hpp"
 #include "context/LWEContextContent.hpp"
+#include "core/RequireContext.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 
 #include <cmath>
 
 namespace Torvo::LWE {
 
-HomEvaluatorImpl::HomEvaluatorImpl(const Context& context) : context_(context), constantEnDecoder_(context) {}
+HomEvaluatorImpl::HomEvaluatorImpl(const Context& context)
+    : context_(requireContext(context)), constantEnDecoder_(context) {}
 
 LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescaleCounter,
                                                  const Device& device) const {

@@ -2,6 +2,7 @@
 
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 #include "core/SecureWipe.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/RandomSampler.hpp"
@@ -15,7 +16,7 @@
 namespace Torvo::LWE {
 
 SecretKeyImpl::SecretKeyImpl(const Context& chain, Unset)
-    : context(chain), coefficients(chain->parameter.dimension), sx(chain) {}
+    : context(requireContext(chain)), coefficients(chain->parameter.dimension), sx(chain) {}
 
 SecretKeyImpl::SecretKeyImpl(const Context& chain) : SecretKeyImpl(chain, Unset{}) {
     const KeySampling sampling;

@@ -12,5 +12,7 @@ inline constexpr const char* cannotFinishFile = "Cannot finish writing file ";
 inline constexpr const char* fileTooLong = "The file is longer than what is to be loaded: ";
 inline constexpr const char* unknownOptionToSave = "[save SecretKey] Invalid serialize option";
 inline constexpr const char* unknownOptionToLoad = "[load SecretKey] Invalid serialize option";
+inline constexpr const char* noStreamBuffer =
+    "The stream has no buffer. Give one that is connected to a file or to memory.";
 
 } // namespace Torvo::message

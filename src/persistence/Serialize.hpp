@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/Failure.hpp"
 #include "persistence/Archive.hpp"
 #include "persistence/Messages.hpp"
 #include "persistence/SavedFile.hpp"
@@ -16,15 +17,19 @@
 /// arguments in order, as cereal's portable binary archive writes them.
 namespace Torvo::Serialize {
 
+/// @throws RuntimeException "The stream has no buffer. Give one that is connected to a file or to memory."
 template <class... Args>
 void save(std::ostream& stream, Args&&... args) {
+    require(stream.rdbuf() != nullptr, message::noStreamBuffer);
     cereal::PortableBinaryOutputArchive archive(stream);
     (archive(std::forward<Args>(args)), ...);
 }
 
+/// @throws RuntimeException as `save`
 /// @throws cereal::Exception "Failed to read <wanted> bytes from input stream! Read <got>" on a short read
 template <class... Args>
 void load(std::istream& stream, Args&&... args) {
+    require(stream.rdbuf() != nullptr, message::noStreamBuffer);
     Torvo::detail::CountedInputArchive archive(stream);
     (static_cast<cereal::PortableBinaryInputArchive&>(archive)(std::forward<Args>(args)), ...);
 }

@@ -1,6 +1,7 @@
 #include <Torvo/ModPackKeyBundle.hpp>
 
 #include "core/Integers.hpp"
+#include "core/RequireContext.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "persistence/Serialize.hpp"
 
@@ -28,7 +29,8 @@ private:
 
 } // namespace
 
-ModPackKeyBundle::ModPackKeyBundle(const Context& context, unsigned long num_keys) : context_(context) {
+ModPackKeyBundle::ModPackKeyBundle(const Context& context, unsigned long num_keys)
+    : context_(requireContext(context)) {
     for (u64 k = 0; k < num_keys; ++k) keys_.push_back(makeEmptyModPackKey(context));
 }
 

@@ -1,29 +1,30 @@
 #include <Torvo/RingPackerUtils.hpp>
 
 #include "arithmetic/Messages.hpp"
-#include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
 
 namespace Torvo {
 
 unsigned long getNumCiphertextsAfterFullDecompose(const Context& from, const Context& to) {
-    return from->parameter.degree / to->parameter.degree;
+    return getDegree(from) / getDegree(to);
 }
 
 unsigned long getNumCiphertextsToFullCompose(const Context& from, const Context& to) {
-    return to->parameter.degree / from->parameter.degree;
+    return getDegree(to) / getDegree(from);
 }
 
 unsigned long getNumCiphertextsToModPack(const Context& from, const Context& to) {
-    return to->parameter.degree / from->parameter.degree;
+    return getDegree(to) / getDegree(from);
 }
 
-unsigned long getNumCiphertextsToModPack(const LWE::Context&, const Context& to) {
-    return to->parameter.degree;
+unsigned long getNumCiphertextsToModPack(const LWE::Context& from, const Context& to) {
+    requireContext(from);
+    return getDegree(to);
 }
 
 unsigned long getNumCiphertextsAfterUnPack(const Context& context) {
-    return context->parameter.degree;
+    return getDegree(context);
 }
 
 LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context, const SecretKey& secret_key) {

@@ -103,6 +103,8 @@ TEST(LWEContext, RefusesInOrder) {
     EXPECT_REFUSED(makeContext(ParameterPreset{4}), "The input parameter preset is not yet supported.");
     EXPECT_REFUSED(makeContext(8, 0, 62, 62), "[Parameter] Invalid chain_length");
     EXPECT_REFUSED(makeContext(8, 51, 62, 62), "[Parameter] Invalid chain_length");
+    EXPECT_REFUSED(makeContext(0, 51, 62, 62), "[Parameter] Invalid chain_length");
+    EXPECT_REFUSED(makeContext(0, 2, 34, 62), "[Parameter] Invalid dimension: it should be at least 1");
     EXPECT_REFUSED(makeContext(8, 2, 34, 62), "[PrimeModuli] Prime size is too big. It should be < 62");
     EXPECT_REFUSED(makeContext(8, 2, 62, 35), "[PrimeModuli] Prime size is too big. It should be < 62");
     EXPECT_REFUSED(makeContext(8, 2, 34, 35),
@@ -187,11 +189,14 @@ TEST_F(LWEContextFile, ShortOrDamagedFailsCleanly) {
     EXPECT_REFUSED(makeContextFromFile(path), "The input parameter preset is not yet supported.");
     write(Bytes::frame().u32(2).u64s({48, 50, 40, ~u64{0}}).str());
     EXPECT_REFUSED(makeContextFromFile(path), "[Parameter] Invalid chain_length");
+    write(Bytes::frame().u32(2).u64s({0, 50, 40, 3}).str());
+    EXPECT_REFUSED(makeContextFromFile(path), "[Parameter] Invalid dimension: it should be at least 1");
     write(file);
     EXPECT_REFUSED(makeContextFromFile(path, {1}), "Invalid CUDA device ID: 1");
     test::expectNoHarmFromDamage(file, file.size(), load,
                                  {"The input parameter preset is not yet supported.",
                                   "[Parameter] Invalid chain_length",
+                                  "[Parameter] Invalid dimension: it should be at least 1",
                                   "[PrimeModuli] Prime size is too big. It should be < 62",
                                   "[PrimeModuli] Base prime should be greater than quantize primes",
                                   "[PrimeModuli] Quantize primes should be greater than or equal to 36 bit"});

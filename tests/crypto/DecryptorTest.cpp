@@ -312,6 +312,27 @@ TEST(Decryptor, MakesSharesWithOneError) {
     }
 }
 
+/// Decryption brings a ciphertext to NTT form on the way; so does this, and the share comes out in it.
+TEST(Decryptor, MakesTheSameShareOfACiphertextOutOfNTTForm) {
+    constexpr std::array<unsigned long, 4> seed = {5, 6, 7, 8};
+    Seeded random(70);
+    SCOPED_TRACE(random.describe());
+    const SecretKey& secretKey = key();
+    const auto ciphertext = randomCiphertext<EncryptionType::RLWE>(fx(), random, 5, 2);
+    Ciphertext onCoefficients = ciphertext, expected(fx()), out(fx());
+    for (Polynomial& poly : onCoefficients.getPolys().getPolys()) fx()->primes.backwardNTT(poly, poly);
+    const Ciphertext before = onCoefficients;
+    setSeed(seed);
+    Decryptor(fx()).partialDecrypt(ciphertext, secretKey, expected);
+    setSeed(seed);
+    Decryptor(fx()).partialDecrypt(onCoefficients, secretKey, out);
+    EXPECT_TRUE(sameWords(out, expected));
+    EXPECT_TRUE(sameWords(onCoefficients, before));
+    setSeed(seed);
+    Decryptor(fx()).partialDecrypt(onCoefficients, secretKey, onCoefficients);
+    EXPECT_TRUE(sameWords(onCoefficients, expected));
+}
+
 TEST(Decryptor, ServesManyThreads) {
     Seeded random(69);
     const auto ciphertext = randomCiphertext<EncryptionType::RLWE>(fx(), random, 12, 3);

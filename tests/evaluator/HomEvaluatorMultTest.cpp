@@ -273,6 +273,11 @@ TEST_F(HomEvaluatorMult, RelinearizeRefusesInOrder) {
             "The operand have to encode the message on its slots");
     refuses([&](auto& out) { keyless.relinearize(shaped(3, 0), out); },
             "[relinearize] the length of the input ciphertext should be >= 3.");
+    // Where the operand is comes before the key.
+    Ciphertext elsewhere = shaped(3, 0, 3);
+    elsewhere.to(Device{DeviceType::CPU, 1});
+    refuses([&](auto& out) { keyless.relinearize(elsewhere, out); },
+            "The generated context does not support the operation with current operands; check the device.");
     refuses([&](auto& out) { keyless.relinearize(shaped(3, 0, 3), out); },
             "Failed to load the multiplication key");
 }
@@ -362,4 +367,45 @@ TEST_F(HomEvaluatorMult, InnerProductRefusesInOrder) {
     ciphers[1].setEncodingType(EncodingType::Slot);
     Ciphertext out(scheme.context);
     EXPECT_REFUSED(apply(out), levelsDiffer);
+}
+
+/// The product of four, of five elements, three calls away from two.
+TEST_F(HomEvaluatorMult, RelinearizingTakesOffOnePowerACall) {
+    constexpr u64 level = 12;
+    Ciphertext x(scheme.context), y(scheme.context);
+    evaluator.tensor(scheme.encrypt(m, level), scheme.encrypt(n, level), x);
+    evaluator.tensor(scheme.encrypt(m, level), scheme.encrypt(n, level), y);
+    evaluator.tensor(x, y, x);
+    ASSERT_EQ(x.getNumPoly(), 5u);
+    ASSERT_EQ(x.getRescaleCounter(), 3);
+    Message expected = productInTheClear();
+    evaluator.square(expected, expected);
+    // Dividing four scales of the top by three primes does not land on the scale of the level reached, as
+    // products do that are rescaled one by one.
+    const auto scales = getDefaultScaleFactorList(scheme.context);
+    double drift = 4 * scales[level] - scales[level - 3];
+    for (u64 i = level - 2; i <= level; ++i)
+        drift -= std::log2(static_cast<double>(getPrimeList(scheme.context)[i]));
+    evaluator.mult(expected, Complex(std::exp2(drift)), expected);
+    // Four slots below sqrt(2), each off by the error of its encryption; decoding divides three times, and
+    // rounds each time. A key switch adds its error to the undivided product, times s^3 at most: with slots
+    // of s below the degree, that is below 2^-60 once divided by three primes of more than 36 bits.
+    const double size = std::sqrt(2.0) + encryptionError(level);
+    const double rounding = 3 * scheme.errors.atLevel(scheme.errors.encoding(), level - 3);
+    const double bound =
+        4 * encryptionError(level) * size * size * size + rounding + 64 * ErrorModel::relative;
+    Message before = scheme.decrypt(x);
+    EXPECT_LT(maxError(before, expected), bound);
+    for (u64 elements = 4; elements >= 2; --elements) {
+        evaluator.relinearize(x, x);
+        EXPECT_EQ(x.getNumPoly(), elements);
+        EXPECT_EQ(x.getRescaleCounter(), 3);
+        EXPECT_EQ(x.getLevel(), level);
+        const Message now = scheme.decrypt(x);
+        EXPECT_LT(maxError(now, before), 2 * rounding + 16 * ErrorModel::relative) << elements;
+        EXPECT_LT(maxError(now, expected), bound);
+        before = now;
+    }
+    EXPECT_REFUSED(evaluator.relinearize(x, x),
+                   "[relinearize] the length of the input ciphertext should be >= 3.");
 }

@@ -207,3 +207,15 @@ TEST_F(KeySwitching, TheSumsRefuseNothingAndTwoDevices) {
                    "The generated context does not support the operation with current operands; check the "
                    "device.");
 }
+
+TEST_F(KeySwitching, BlocksAreMadeOnlyWhereTheContextHasTables) {
+    Polynomial elsewhere = uniform(6);
+    elsewhere.to(Device{DeviceType::CPU, 1});
+    std::vector<Polynomial> kept = blocksOf(uniform(3));
+    const std::vector<Polynomial> before = kept;
+    EXPECT_REFUSED(switcher.modUpPQ(elsewhere, kept),
+                   "The generated context does not support the operation with current operands; check the "
+                   "device.");
+    ASSERT_EQ(kept.size(), before.size());
+    for (u64 j = 0; j < kept.size(); ++j) EXPECT_TRUE(sameWords(kept[j], before[j]));
+}

@@ -280,20 +280,6 @@ TEST(LWESecretKey, ACopyIsAKeyOfItsOwn) {
 }
 
 /// Nothing refuses a dimension of zero, which a context file may hold: a number then is its own ciphertext.
-TEST(LWESecretKey, OfNoDimensionIsEmpty) {
-    const Context context = makeContext(0, 2, 50, 40);
-    const SecretKey key(context);
-    EXPECT_EQ(coefficientsOf(key).size(), 0U);
-    expectSameKey(loaded(context, fullFile(key)), key);
-    expectSameKey(loaded(context, seedFile(key)), key);
-    Ciphertext ct(context);
-    Encryptor(context).encrypt(0.75, key, ct);
-    HomEvaluator(context).mult(ct, -2, ct);
-    double number = 0;
-    Decryptor(context).decrypt(ct, key, number);
-    EXPECT_NEAR(number, -1.5, 100 * std::exp2(-getDefaultScaleFactorList(context)[0]));
-}
-
 TEST(LWESecretKey, LivesOnTheCPU) {
     SecretKey key(smallLWEContext());
     EXPECT_EQ(key.getDevice(), Device{});

@@ -360,13 +360,6 @@ TEST(RingPackerModPack, RefusesPlainLWEInItsOrder) {
     EXPECT_NO_THROW(modPack(64, packing.keys, out));
 }
 
-TEST(RingPackerModPack, RefusesNumbersWithoutASecret) {
-    const NumberPacking packing;
-    const std::vector<LWE::Ciphertext> in(64, LWE::Ciphertext(LWE::makeContext(0, 1, 50, 40)));
-    Ciphertext out(packing.out);
-    EXPECT_REFUSED(packer.modPack(pointersTo(in), ModPackKeyBundle(packing.out, 0), out), keysDoNotFit);
-}
-
 TEST(RingPackerModPack, RefusesPlainLWEOfARankThatTheOutputsDoesNotDivide) {
     const NumberPacking packing; // dimension 32, and an output of rank 64
     Seeded seeded(957);

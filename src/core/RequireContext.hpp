@@ -1,0 +1,18 @@
+#pragma once
+
+#include "core/Failure.hpp"
+#include "core/Messages.hpp"
+
+#include <memory>
+
+namespace Torvo {
+
+/// Passes a context on, of a ring or of plain LWE, so that it is looked at before anything is made of it.
+/// @throws RuntimeException "The context is null. Make one with makeContext."
+template <class Content>
+const std::shared_ptr<Content>& requireContext(const std::shared_ptr<Content>& context) {
+    require(context != nullptr, message::nullContext);
+    return context;
+}
+
+} // namespace Torvo
