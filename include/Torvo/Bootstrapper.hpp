@@ -118,7 +118,8 @@ private:
 };
 
 /// The signed rotation indices that bootstrapping at `log_slots` needs, batched form.
-/// @throws RuntimeException "The parameter dose not support bootstrap."
+/// @throws RuntimeException "The parameter dose not support bootstrap."; "log_slots should not exceed "
+///         and log2 of the number of slots
 TORVO_API std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots);
 
 } // namespace Torvo

@@ -79,7 +79,8 @@ public:
     void leftRotate(const Message& in, unsigned long index, Message& out) const;
     void rightRotate(const Message& in, unsigned long index, Message& out) const;
     void conjugate(const Message& in, Message& out) const;
-    /// Sum of the rotations by 0, gap, ..., (count - 1) * gap; a count of 0 gives the message itself.
+    /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with at most 2 log2(count) additions for a
+    /// slot; a count of 0 gives the message itself. Gap and count may be any numbers.
     void leftRotateReduce(const Message& in, unsigned long gap, unsigned long count, Message& out) const;
     void rightRotateReduce(const Message& in, unsigned long gap, unsigned long count, Message& out) const;
     /// @}

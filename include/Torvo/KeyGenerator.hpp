@@ -63,7 +63,8 @@ public:
     /// The rotation keys for bootstrapping messages of 2^logSlots slots, unless they are held already.
     /// @param compact  false: a key for each index of the plan; true: the few that rotations one after the
     ///                 other need. The same value goes to `Bootstrapper` as `sequential_rotations`
-    /// @throws RuntimeException "The parameter dose not support bootstrap."
+    /// @throws RuntimeException "The parameter dose not support bootstrap."; "log_slots should not
+    ///         exceed " and log2 of the number of slots
     void genRotKeysForBootstrap(unsigned long logSlots, bool compact = false) const;
     /// The keys between the secret and a new sparse one that nobody keeps, for bootstrapping with sparse
     /// secret encapsulation; replaces those held.

@@ -52,8 +52,7 @@ bool BootstrapperImpl::isBootstrapReady(u64 log_slots) const {
 }
 
 void BootstrapperImpl::makeBootConstants(u64 log_slots) {
-    const u64 logFull = getLogFullSlots(context_);
-    if (log_slots > logFull) throw RuntimeException(message::logSlotsTooLarge + std::to_string(logFull));
+    requireLogSlots(context_->parameter, log_slots);
     if (isBootstrapReady(log_slots)) return;
     boot_constants_[log_slots] = std::make_unique<BootConstants>(log_slots, parameter_.coeff_to_slot_constant,
                                                                  parameter_.slot_to_coeff_constant, context_,

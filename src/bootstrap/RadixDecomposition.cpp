@@ -8,6 +8,7 @@
 #include <Torvo/Bootstrapper.hpp>
 
 #include <algorithm>
+#include <string>
 
 namespace Torvo {
 
@@ -80,6 +81,16 @@ void insertSequential(const RadixDecomposition& plan, u64 stage, std::set<long>&
 
 } // namespace
 
+void requireLogSlots(const Parameter& parameter, u64 log_slots) {
+    const u64 most = parameter.log_degree - 1;
+    if (log_slots > most) throw RuntimeException(message::logSlotsTooLarge + std::to_string(most));
+}
+
+void ContextContent::checkSlotsForBootstrap(u64 log_slots) const {
+    require(parameter.has_bootstrap, message::noRotationsForBootstrap);
+    requireLogSlots(parameter, log_slots);
+}
+
 std::set<long> ContextContent::getRotIndicesForBootstrap(u64 log_slots, bool compact) const {
     require(parameter.has_bootstrap, message::noRotationsForBootstrap);
     const RadixDecomposition plan(log_slots);
@@ -92,7 +103,8 @@ std::set<long> ContextContent::getRotIndicesForBootstrap(u64 log_slots, bool com
 }
 
 std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots) {
-    return requireContext(context)->getRotIndicesForBootstrap(log_slots, false);
+    requireContext(context)->checkSlotsForBootstrap(log_slots);
+    return context->getRotIndicesForBootstrap(log_slots, false);
 }
 
 } // namespace Torvo

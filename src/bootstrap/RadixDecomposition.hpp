@@ -1,5 +1,6 @@
 #pragma once
 
+#include "context/Parameter.hpp"
 #include "core/Integers.hpp"
 
 #include <Torvo/Context.hpp>
@@ -28,6 +29,9 @@ public:
     std::array<u64, 3> babySteps{};
     std::array<u64, 3> giantSteps{};
 };
+
+/// @throws RuntimeException "log_slots should not exceed " and log2 of the number of slots of the ring
+void requireLogSlots(const Parameter& parameter, u64 log_slots);
 
 /// Signed indices as left rotations below the number of slots.
 std::vector<u64> convertFromSgnIdx(const std::vector<long>& indices, const Context& context);

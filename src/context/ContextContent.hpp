@@ -24,8 +24,13 @@ public:
     /// gadget_rank.
     bool operator==(const ContextContent& other) const;
 
+    /// Refuses more slots than the ring has, which neither a bootstrapper nor a key could serve.
+    /// @throws RuntimeException "The parameter dose not support bootstrap."; "log_slots should not
+    ///         exceed " and log2 of the number of slots
+    void checkSlotsForBootstrap(u64 log_slots) const;
     /// The signed rotation indices that bootstrapping at `log_slots` needs, in ascending order; `compact`:
-    /// for rotations taken one after the other. Defined beside the plan of the stages.
+    /// for rotations taken one after the other. The plan alone: it may be of more slots than the ring has.
+    /// Both are defined beside the plan of the stages.
     /// @throws RuntimeException "The parameter dose not support bootstrap."
     std::set<long> getRotIndicesForBootstrap(u64 log_slots, bool compact) const;
 

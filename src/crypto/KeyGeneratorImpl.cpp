@@ -122,6 +122,7 @@ void KeyGeneratorImpl::genRotKeyIfNotExist(long index) const {
 
 void KeyGeneratorImpl::genRotKeysForBootstrap(u64 logSlots, bool compact) const {
     secretKey();
+    context_->checkSlotsForBootstrap(logSlots);
     for (const long index : context_->getRotIndicesForBootstrap(logSlots, compact))
         genRotKeyIfNotExist(index);
 }

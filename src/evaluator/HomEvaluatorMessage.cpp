@@ -1,6 +1,7 @@
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 namespace Torvo {
@@ -34,6 +35,12 @@ void rotateSlots(Message& message, u64 index) {
 
 u64 opposite(const Message& message, u64 index) {
     return message.isEmpty() ? 0 : message.getSize() - index % message.getSize();
+}
+
+/// steps * gap, modulo the slots: of any count, so that it must not wrap around by a word first.
+u64 turn(const Message& message, u64 steps, u64 gap) {
+    if (message.isEmpty()) return 0;
+    return static_cast<u64>(static_cast<u128>(steps) * gap % message.getSize());
 }
 
 } // namespace
@@ -91,9 +98,20 @@ void HomEvaluatorImpl::rightRotate(const Message& in, u64 index, Message& out) c
 void HomEvaluatorImpl::leftRotateReduce(const Message& in, u64 gap, u64 count, Message& out) const {
     requireOffGPU(in);
     Message sum = in, rotated;
-    for (u64 i = 1; i < count; ++i) {
-        leftRotate(in, i * gap, rotated);
+    const auto addTurned = [&](const Message& term, u64 steps) {
+        leftRotate(term, turn(term, steps, gap), rotated);
         add(sum, rotated, sum);
+    };
+    // The sum of the first `covered` rotations, where `covered` takes up the bits of `count` from the top.
+    // There are no keys to be sparing with, so nothing is taken away again, as from ciphertexts: what is
+    // infinite stays so, and no digits cancel.
+    u64 covered = 1;
+    for (u64 bit = std::bit_floor(count) / 2; bit != 0; bit /= 2) {
+        addTurned(Message(sum), covered);
+        covered *= 2;
+        if ((count & bit) == 0) continue;
+        addTurned(in, covered);
+        ++covered;
     }
     out = std::move(sum);
 }

@@ -162,6 +162,27 @@ TEST(RotationsForBootstrap, AreRefusedWithoutBootstrapping) {
     EXPECT_REFUSED(KeyGenerator(context, secretKey).genRotKeysForBootstrap(3), text);
 }
 
+TEST(RotationsForBootstrap, AreRefusedForMoreSlotsThanTheRingHas) {
+    const auto& scheme = test::Scheme::of(ParameterPreset::FX);
+    const KeyGenerator generator(scheme.context, scheme.secretKey);
+    const Context& without = test::contextOf(ParameterPreset::SD3);
+    const SecretKey itsSecret(without);
+    for (const u64 logSlots : {u64{6}, u64{62}, u64{63}, u64{64}, u64{65}, u64{1} << 40, ~u64{0}}) {
+        SCOPED_TRACE(logSlots);
+        const char* text = "log_slots should not exceed 5";
+        EXPECT_REFUSED(getRotIndicesForBootstrap(scheme.context, logSlots), text);
+        for (const bool compact : {false, true})
+            EXPECT_REFUSED(generator.genRotKeysForBootstrap(logSlots, compact), text);
+        EXPECT_REFUSED(Bootstrapper(scheme.evaluator, logSlots), text);
+        // That there is no bootstrapping at all comes first.
+        const char* first = "The parameter dose not support bootstrap.";
+        EXPECT_REFUSED(getRotIndicesForBootstrap(without, logSlots), first);
+        EXPECT_REFUSED(KeyGenerator(without, itsSecret).genRotKeysForBootstrap(logSlots), first);
+    }
+    for (u64 index = 1; index < 32; ++index)
+        EXPECT_FALSE(generator.getKeyPack().isLeftRotKeyLoaded(index)) << index;
+}
+
 TEST(RotationsForBootstrap, GetTheirKeysModuloTheSlots) {
     const auto& scheme = test::Scheme::of(ParameterPreset::FX);
     for (const bool compact : {false, true}) {

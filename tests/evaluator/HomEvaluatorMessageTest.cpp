@@ -300,6 +300,72 @@ TEST(HomEvaluatorMessage, AReduceOfNothingGivesTheMessage) {
     EXPECT_EQ(slotsOf(out), slotsOf(in));
 }
 
+/// Sums of rotations in long double, of any number of terms: the rotations come again after one turn.
+std::vector<std::complex<long double>> sumOfRotations(const Message& in, u64 gap, u64 count) {
+    const u64 n = in.getSize();
+    std::vector<std::complex<long double>> sum(n);
+    for (u64 i = 0; i < n; ++i)
+        for (u64 k = 0; k < std::min(n, count); ++k) {
+            // Rotation k is that of every k + n * j below count.
+            const u64 times = (count - k - 1) / n + 1;
+            const Complex slot = in[static_cast<u64>((static_cast<u128>(k) * (gap % n) + i) % n)];
+            sum[i] += static_cast<long double>(times) * std::complex<long double>(slot);
+        }
+    return sum;
+}
+
+/// A slot goes through two additions for each bit of the count, each rounding a sum of at most `count` terms
+/// below sqrt(2), in both parts.
+double reduceBound(u64 count) {
+    return 2 * 65 * std::sqrt(2.0) * 0x1p-53 * 1.5 * static_cast<double>(count);
+}
+
+TEST(HomEvaluatorMessage, ReducesSumAnyNumberOfRotationsOfAnySizeByAnyGap) {
+    Seeded random(16);
+    SCOPED_TRACE(random.describe());
+    for (const u64 size : {1, 2, 32, 3, 65, 100}) {
+        Message in = random.message(7);
+        in.resize(size);
+        for (const u64 gap : {u64{0}, u64{1}, u64{3}, size, (u64{1} << 63) + 5, ~u64{0}})
+            for (const u64 count :
+                 {u64{2}, u64{3}, u64{5}, u64{6}, u64{11}, u64{1000}, u64{4097}, u64{1} << 40,
+                  (u64{1} << 63) - 1, u64{1} << 63, (u64{1} << 63) + 1, ~u64{0}}) {
+                SCOPED_TRACE(testing::Message() << "size=" << size << " gap=" << gap << " count=" << count);
+                const auto left = sumOfRotations(in, gap, count),
+                           right = sumOfRotations(in, size - gap % size, count);
+                Message out, inPlace = in;
+                evaluator().leftRotateReduce(in, gap, count, out);
+                evaluator().rightRotateReduce(inPlace, gap, count, inPlace);
+                ASSERT_EQ(out.getSize(), size);
+                for (u64 i = 0; i < size; ++i) {
+                    const auto distance = [](Complex got, std::complex<long double> expected) {
+                        return std::abs(std::complex<long double>(got) - expected);
+                    };
+                    EXPECT_LE(distance(out[i], left[i]), reduceBound(count));
+                    EXPECT_LE(distance(inPlace[i], right[i]), reduceBound(count));
+                }
+            }
+    }
+}
+
+TEST(HomEvaluatorMessage, ReducesOfInfinitiesStayInfinite) {
+    Message in(2, Complex(1.0)), out;
+    in[1] = Complex(infinity, 0.0);
+    for (const u64 count : {4, 5, 7, 1000, 1023}) {
+        evaluator().leftRotateReduce(in, 1, count, out);
+        for (const Complex slot : out) EXPECT_EQ(slot, Complex(infinity, 0.0)) << count;
+    }
+}
+
+TEST(HomEvaluatorMessage, ReducesOfAnEmptyMessageAreEmpty) {
+    Message out(2, Complex(1.0));
+    evaluator().leftRotateReduce(Message(), 3, ~u64{0}, out);
+    EXPECT_TRUE(out.isEmpty());
+    out = Message(2, Complex(1.0));
+    evaluator().rightRotateReduce(Message(), 3, 5, out);
+    EXPECT_TRUE(out.isEmpty());
+}
+
 TEST(HomEvaluatorMessage, TheFreeRotationTakesSignedShifts) {
     const Message in = messageOf({1.0, 2.0, 3.0, 4.0});
     using Slots = std::vector<Complex>;
