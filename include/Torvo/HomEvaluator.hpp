@@ -148,6 +148,9 @@ public:
     void sub(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
 
     /// Times a constant. Spends one level, or none when real and imaginary part are within 1e-8 of integers.
+    /// A part within 1e-8 of an integer, where both are, is that integer: not the level alone but the value
+    /// follows it. 2 + 5e-9 doubles, 1e-9 gives an encryption of 0, and a slot may be off by 1.5e-8 times its
+    /// modulus. `multWithoutRescale` and `rescale` multiply by the constant as it is.
     /// @throws RuntimeException "[mult] Cannot multiply by the integer " and the part ": the magnitude should
     ///         be at most 9223372036854774784. Give a smaller number.", for such a part that reaches 2^63
     template <EncryptionType E>
