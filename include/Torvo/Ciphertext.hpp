@@ -55,6 +55,7 @@ public:
     unsigned long getSize() const;
     /// Growth appends copies of element 0 with its data; shrinking drops the last ones.
     /// @throws RuntimeException "The size of a ciphertext should be greater than 1" for `n` below 2
+    /// @throws std::length_error, std::bad_alloc for more elements than there is memory for
     void setNumPoly(unsigned long n);
     void setSize(unsigned long n);
 
@@ -83,8 +84,10 @@ public:
     void setEncodingType(EncodingType encoding_type);
 
     /// The prime that the next rescale divides by.
+    /// @throws std::out_of_range at a level that the chain does not have
     unsigned long getCurrentPrime() const;
     /// log2 of the scale of data at this level with nothing owed.
+    /// @throws std::out_of_range at a level that the chain does not have
     double getCurrentScaleFactor() const;
 
     bool isModUp() const;
@@ -97,7 +100,8 @@ public:
     /// All ring elements.
     PolynomialVector& getPolys();
     const PolynomialVector& getPolys() const;
-    /// Row `primeIndex` of element `polyIndex`: degree words below that prime.
+    /// Row `primeIndex` of element `polyIndex`: degree words below that prime. The row is not checked.
+    /// @throws std::out_of_range for an element past the end
     unsigned long* getPolyData(unsigned long polyIndex, unsigned long primeIndex);
     const unsigned long* getPolyData(unsigned long polyIndex, unsigned long primeIndex) const;
 

@@ -36,6 +36,7 @@ public:
     /// The stamp of the ring that the key belongs to.
     unsigned long getContextHash() const;
     /// Number of pairs.
+    /// @throws std::out_of_range "map::at" when the key has no copy on the CPU, as `save` then does too
     unsigned long getGadgetRank() const;
 
     /// The first of the `gadget_rank` elements on `device` (contiguous).

@@ -42,10 +42,9 @@ class HomEvaluatorImpl;
 ///     multiplication of operands that owe a rescale;
 ///   - "Operands have different levels.": where levels are not matched for the caller;
 ///   - "Message that is GPU-allocated is not supported.": messages are computed on the CPU;
-///   - "[encode] Cannot encode the ...": a constant or a message, given to a plaintext or a ciphertext, that
-///   is
-///     too large for level and scale, infinite or NaN (`EnDecoder` has the rule and the whole text; "the
-///     number" is a part of the constant), and the output is as it was;
+///   - "[encode] Cannot encode the ...": a constant or a message, given to a plaintext or a ciphertext,
+///     that is too large for level and scale, infinite or NaN (`EnDecoder` has the rule and the whole
+///     text; "the number" is a part of the constant), and the output is as it was;
 ///   - "Operands are not of the ring of the generated context.": an operand of another degree, of other
 ///     primes, or at a level that its chain does not have, which `setLevel` lets it say. What counts is the
 ///     ring, not the context: operands of a context made twice, loaded from its file, or of a preset with the
@@ -162,6 +161,8 @@ public:
     template <EncryptionType E>
     void mult(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
     /// The product, owing one rescale more; spends no level yet. The encoding type of `out` stays as it was.
+    /// @throws RuntimeException "Rescale counter should be less than or equal to the level" when the
+    ///         level does not afford that rescale
     template <EncryptionType E>
     void multWithoutRescale(const CiphertextBase<E>& in, std::complex<double> c,
                             CiphertextBase<E>& out) const;
@@ -215,7 +216,8 @@ public:
     /// @}
 
     /// @name Ciphertexts, rotations
-    /// Operands have two elements ("Size should be 2").
+    /// Operands have two elements ("Size should be 2"). On a device that the context has no table for,
+    /// std::out_of_range "map::at".
     /// @{
     /// Slot i of the output is slot i + index of the input, cyclically; the index is taken modulo the slots
     /// in use. Without the key for it the rotation is composed of rotations by powers of two, at one key

@@ -101,7 +101,8 @@ public:
     ///         output secret key does not divide the rank of input secret key"; "[genModPackKeyBundle] The
     ///         encryption primes of the ciphertext to pack to is not subset of the primes of the switching
     ///         key"; "[genModPackKeyBundle] The encryption primes of the ciphertext to pack to is not subset
-    ///         of the primes of the output ciphertext"
+    ///         of the primes of the output ciphertext"; "[ModPackKeyBundle] The number of keys should be at
+    ///         most 1048576"
     template <EncryptionType E>
     ModPackKeyBundle genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
                                          const SecretKeyBase<E>& out_key) const;

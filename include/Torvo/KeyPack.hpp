@@ -84,6 +84,7 @@ public:
 
     /// Sets the directory to read from, making its "PK" when that is missing.
     /// @throws RuntimeException "Cannot find path " and the path, unless it is a directory
+    /// @throws std::filesystem::filesystem_error when "PK" cannot be made
     void setKeyDirPath(const std::string& path);
     /// Keeps all keys on `device` only.
     void to(const Device& device);

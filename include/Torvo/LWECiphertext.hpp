@@ -41,7 +41,9 @@ public:
 
     /// Index of the highest live prime.
     unsigned long getLevel() const;
-    /// Changes the level of both parts, keeping the leading rows. Does not look at the rescale counter.
+    /// Changes the level of both parts, keeping the leading rows. Does not look at the rescale counter, nor
+    /// at the chain.
+    /// @throws std::bad_alloc for more rows than there is memory for
     void setLevel(unsigned long level);
     /// Number of rescales still owed.
     int getRescaleCounter() const;

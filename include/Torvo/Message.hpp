@@ -20,6 +20,7 @@ public:
     /// No slots, on the CPU.
     Message();
     /// `1 << log_slots` slots on the CPU, contents unset.
+    /// @throws std::bad_alloc for more than there is memory for, whatever the number
     explicit Message(unsigned long log_slots);
     /// `1 << log_slots` slots, each set to `value`.
     Message(unsigned long log_slots, std::complex<double> value);
@@ -44,6 +45,7 @@ public:
 
     /// Changes the number of slots, keeping the leading ones; new slots are unset.
     /// @param size  a count, not a log2; not checked to be a power of two
+    /// @throws std::bad_alloc for more than there is memory for; the message is as it was
     void resize(unsigned long size);
     /// Number of slots.
     unsigned long getSize() const;

@@ -19,6 +19,7 @@ namespace Torvo {
 class TORVO_API ModPackKeyBundle {
 public:
     /// `num_keys` unset keys of `context`, the large ring, to load into.
+    /// @throws RuntimeException "[ModPackKeyBundle] The number of keys should be at most 1048576"
     ModPackKeyBundle(const Context& context, unsigned long num_keys);
 
     const Context& getContext() const { return context_; }

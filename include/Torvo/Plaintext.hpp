@@ -52,7 +52,7 @@ public:
     /// The polynomial itself.
     Polynomial& getMx();
     const Polynomial& getMx() const;
-    /// Row `i` of the polynomial: degree words below prime `i`.
+    /// Row `i` of the polynomial, unchecked: degree words below prime `i`.
     unsigned long* getMxData(unsigned long i);
     const unsigned long* getMxData(unsigned long i) const;
 

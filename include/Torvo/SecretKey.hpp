@@ -48,6 +48,7 @@ public:
     const Context& getContext() const;
 
     /// Element `index` of the key, mod-up, in NTT form, over the whole prime chain.
+    /// @throws std::out_of_range past the end
     Polynomial& getSx(unsigned long index = 0);
     const Polynomial& getSx(unsigned long index = 0) const;
     /// The `rank * degree` coefficients.
@@ -55,6 +56,7 @@ public:
 
     Device getDevice() const;
     /// Moves the ring elements; the coefficients stay on the CPU.
+    /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
     /// Writes the whole key, with the generator state from which it was sampled. The file has mode 0600 from

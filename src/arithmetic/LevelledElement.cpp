@@ -41,7 +41,7 @@ void LevelledElement::setValue(long value, const PrimeModuli& primes) {
 }
 
 void LevelledElement::setLevel(u64 level) {
-    data_.resize(modUp_ ? numPrimes_ : level + 1);
+    data_.resize(modUp_ ? numPrimes_ : wordCount(1, level));
     level_ = level;
 }
 

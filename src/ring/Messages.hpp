@@ -47,5 +47,8 @@ inline constexpr RefusedMeeting packingKeys{
 inline constexpr RefusedMeeting decomposingKey{
     "the input has other primes than the key", "the key's context",
     "use a key whose context shares its primes with the input up to its level"};
+/// As many as the largest ring has coefficients.
+inline constexpr const char* tooManyPackingKeys =
+    "[ModPackKeyBundle] The number of keys should be at most 1048576";
 
 } // namespace Torvo::message

@@ -1,9 +1,12 @@
 #include <Torvo/ModPackKeyBundle.hpp>
 
+#include "core/Failure.hpp"
 #include "core/Integers.hpp"
 #include "core/RequireContext.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
+#include "persistence/Limits.hpp"
 #include "persistence/Serialize.hpp"
+#include "ring/Messages.hpp"
 
 namespace Torvo {
 
@@ -31,6 +34,7 @@ private:
 
 ModPackKeyBundle::ModPackKeyBundle(const Context& context, unsigned long num_keys)
     : context_(requireContext(context)) {
+    require(num_keys <= limit::degree, message::tooManyPackingKeys);
     for (u64 k = 0; k < num_keys; ++k) keys_.push_back(makeEmptyModPackKey(context));
 }
 
