@@ -227,6 +227,11 @@ Context ofSplit(u64 numBase) {
     return content;
 }
 
+SecretKey keyUnder(const Context& context, const std::string& file) {
+    std::istringstream stream(file);
+    return SecretKey(context, stream);
+}
+
 TEST(OperandsOfAnotherSplit, AreOfTheRingOnceTheyAreLoaded) {
     const Context theirs = ofSplit(2), ours = ofSplit(1);
     const SecretKey key(theirs);
@@ -236,25 +241,18 @@ TEST(OperandsOfAnotherSplit, AreOfTheRingOnceTheyAreLoaded) {
     for (const auto& [from, to] : {std::pair(theirs, ours), std::pair(ours, theirs)}) {
         const Plaintext encoded = EnDecoder(from).encode(message, 0);
         Ciphertext encrypted(from);
-        const SecretKey fromKey = [&] {
-            std::istringstream stream(saved(key));
-            return SecretKey(from, stream);
-        }();
+        const SecretKey fromKey = keyUnder(from, saved(key));
         Encryptor(from).encrypt(encoded, fromKey, encrypted);
 
         const Ciphertext loaded = reloaded(encrypted, to);
         EXPECT_EQ(loaded.getPoly(0).getNumBase(), to->parameter.chain_length);
-        std::istringstream stream(saved(fromKey));
-        const SecretKey toKey(to, stream);
+        const SecretKey toKey = keyUnder(to, saved(fromKey));
         Message back;
         Decryptor(to).decrypt(loaded, toKey, back);
         EXPECT_LT(maxError(back, message), 0x1p-20);
         EXPECT_LT(maxError(EnDecoder(to).decode(reloaded(encoded, to)), message), 0x1p-30);
         EXPECT_EQ(saved(reloaded(loaded, to)), saved(loaded));
-        EXPECT_EQ(saved(toKey), saved([&] {
-                      std::istringstream again(saved(toKey));
-                      return SecretKey(to, again);
-                  }()));
+        EXPECT_EQ(saved(keyUnder(to, saved(toKey))), saved(toKey));
     }
 }
 
