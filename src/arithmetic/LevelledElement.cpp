@@ -5,6 +5,7 @@
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/Ring.hpp"
+#include "arithmetic/WordCount.hpp"
 #include "core/Failure.hpp"
 
 #include <algorithm>
