@@ -9,16 +9,21 @@ void doBLAKE3Hash(void* out, std::size_t out_len, const void* in, std::size_t in
 }
 
 void doBLAKE3KeyedHash(void* out, std::size_t out_len, const void* in, std::size_t in_len, const void* key) {
-    blake3_hasher hasher;
-    blake3_hasher_init_keyed(&hasher, static_cast<const std::uint8_t*>(key));
-    blake3_hasher_update(&hasher, in, in_len);
-    blake3_hasher_finalize(&hasher, static_cast<std::uint8_t*>(out), out_len);
-    wipe(&hasher, sizeof hasher);
+    BLAKE3Output(in, in_len, key).read(0, out, out_len);
 }
 
 BLAKE3Output::BLAKE3Output(const void* in, std::size_t in_len) {
     blake3_hasher_init(&hasher_);
     blake3_hasher_update(&hasher_, in, in_len);
+}
+
+BLAKE3Output::BLAKE3Output(const void* in, std::size_t in_len, const void* key) {
+    blake3_hasher_init_keyed(&hasher_, static_cast<const std::uint8_t*>(key));
+    blake3_hasher_update(&hasher_, in, in_len);
+}
+
+BLAKE3Output::~BLAKE3Output() {
+    wipe(&hasher_, sizeof hasher_);
 }
 
 void BLAKE3Output::read(u64 position, void* out, std::size_t out_len) const {

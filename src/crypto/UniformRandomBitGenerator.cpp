@@ -39,7 +39,7 @@ u64 UniformRandomBitGenerator::operator()() {
 void UniformRandomBitGenerator::getRandomNumbers(unsigned long* out, unsigned long count) {
     while (count > 0) {
         if (position_.index >= filled_) provideWords();
-        const u64 run = std::min(count, wordCount - position_.index);
+        const u64 run = std::min(count, filled_ - position_.index);
         std::copy_n(buffer_.get() + position_.index, run, out);
         position_.index += run;
         out += run;
@@ -52,10 +52,12 @@ void UniformRandomBitGenerator::provideWords() {
     makeBuffer();
     renewIfStale();
     if (position_.index >= wordCount) {
+        wipeWords();
         ++position_.counter;
         position_.index = 0;
     }
-    refillBuffer();
+    const u64 begin = position_.index / pieceWords * pieceWords;
+    fill(begin, begin + pieceWords);
 }
 
 void UniformRandomBitGenerator::makeBuffer() {
@@ -64,10 +66,14 @@ void UniformRandomBitGenerator::makeBuffer() {
 
 void UniformRandomBitGenerator::refillBuffer() {
     makeBuffer();
+    fill(0, wordCount);
+}
+
+void UniformRandomBitGenerator::fill(u64 begin, u64 end) {
     const u64 counter = position_.counter;
-    utils::doBLAKE3KeyedHash(buffer_.get(), wordCount * sizeof(u64), &counter, sizeof counter,
-                             position_.seed.data());
-    filled_ = wordCount;
+    const utils::BLAKE3Output words(&counter, sizeof counter, position_.seed.data());
+    words.read(begin * sizeof(u64), buffer_.get() + begin, (end - begin) * sizeof(u64));
+    filled_ = end;
 }
 
 void UniformRandomBitGenerator::wipeWords() noexcept {

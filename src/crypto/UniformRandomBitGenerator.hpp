@@ -16,12 +16,15 @@ namespace Torvo {
 /// thread (`threadGenerator`), so there is no lock; an instance is not synchronised.
 ///
 /// The buffer lies on the heap, since thread-local storage comes out of the stack of every thread of a
-/// program. It is made at the first draw and filled at the first draw from a seed: a seed that is replaced
-/// before costs no hash. Words are wiped when their seed is replaced.
+/// program. It is made at the first draw and filled piece by piece as words are drawn: a seed that gives but
+/// few words, as that of a secret key, costs no hash of the whole. Words are wiped when others take their
+/// place.
 class UniformRandomBitGenerator {
 public:
     using result_type = u64;
     static constexpr std::size_t wordCount = 0x20000;
+    /// Words that are filled at a time: 64 KiB.
+    static constexpr std::size_t pieceWords = 0x2000;
     /// Length of a saved state.
     static constexpr std::size_t stateBytes = 49;
 
@@ -90,10 +93,11 @@ public:
 private:
     void start(const std::array<unsigned long, 4>& seed, bool isSeededBySystem) noexcept;
     void provideWords();
+    void fill(u64 begin, u64 end);
     void wipeWords() noexcept;
 
     Position position_;
-    u64 filled_ = 0; ///< words of the buffer that belong to seed and counter: all or none
+    u64 filled_ = 0; ///< where the words of the buffer end; from the index on they belong to seed and counter
     std::unique_ptr<u64[]> buffer_;
 };
 

@@ -197,25 +197,29 @@ u64 occurrences(u64 maskedFirst, u64 maskedSecond, u64 mask) {
     return count;
 }
 
-// The memory is looked through for two words from the middle of the buffer, which nobody has drawn.
-TEST(UniformRandomBitGenerator, WordsAreWipedWhenTheirSeedIsReplacedAndAtTheEnd) {
+void discard(UniformRandomBitGenerator& generator, u64 count) {
+    for (u64 i = 0; i < count; ++i) generator();
+}
+
+// The memory is looked through for two words of the last piece, which stand in the buffer and nowhere else.
+TEST(UniformRandomBitGenerator, WordsAreWipedWhenOthersTakeTheirPlaceAndAtTheEnd) {
     SKIP_WHERE_CODE_IS_INSTRUMENTED();
     constexpr u64 mask = 0x5a5a5a5a5a5a5a5a;
     u64 first = 0, second = 0;
     {
         UniformRandomBitGenerator generator;
         generator.setSeed({7, 8, 9, 10});
-        skip(generator, bufferWords / 2);
+        discard(generator, bufferWords - 100);
         first = generator() ^ mask;
         second = generator() ^ mask;
     }
     EXPECT_EQ(occurrences(first, second, mask), 0U);
-    const auto expectWiped = [&](auto&& replaceSeed) {
+    const auto expectWiped = [&](auto&& replaceWords) {
         UniformRandomBitGenerator generator;
         generator.setSeed({7, 8, 9, 10});
-        generator();
+        discard(generator, bufferWords);
         EXPECT_EQ(occurrences(first, second, mask), 1U);
-        replaceSeed(generator);
+        replaceWords(generator);
         EXPECT_EQ(occurrences(first, second, mask), 0U);
     };
     const std::string state = generatorOf(pinnedSeed)->getState();
@@ -223,6 +227,7 @@ TEST(UniformRandomBitGenerator, WordsAreWipedWhenTheirSeedIsReplacedAndAtTheEnd)
     expectWiped([](auto& generator) { generator.takeFreshSeed(); });
     expectWiped([](auto& generator) { generator.forgetSeed(); });
     expectWiped([&](auto& generator) { generator.setState(state); });
+    expectWiped([](auto& generator) { generator(); });
 }
 
 TEST(UniformRandomBitGenerator, TheWordAfter131072BeginsTheNextBuffer) {
@@ -251,6 +256,23 @@ TEST(UniformRandomBitGenerator, ABulkDrawThatEndsWithTheBufferLeavesTheNextOneUn
     skip(*generator, bufferWords);
     EXPECT_EQ(generator->getCounter(), 1U);
     EXPECT_EQ(generator->getIndex(), bufferWords);
+}
+
+// Places around the ends of the pieces in which the buffer is filled.
+TEST(UniformRandomBitGenerator, WordsDoNotDependOnWhereADrawBegins) {
+    constexpr u64 piece = UniformRandomBitGenerator::pieceWords;
+    const auto generator = generatorOf(pinnedSeed);
+    const auto words = take(*generator, bufferWords + 3 * piece);
+    for (const u64 place : {u64{0}, piece - 1, piece, 3 * piece + 5, bufferWords - piece, bufferWords - 1,
+                            bufferWords, bufferWords + piece - 1}) {
+        const u64 counter = place / bufferWords, index = place % bufferWords;
+        generator->setState(Bytes::frame()
+                                .u64s({pinnedSeed[0], pinnedSeed[1], pinnedSeed[2], pinnedSeed[3]})
+                                .u64s({counter, index})
+                                .str());
+        const auto begin = words.begin() + static_cast<long>(place);
+        EXPECT_EQ(take(*generator, piece + 1), std::vector<u64>(begin, begin + piece + 1)) << place;
+    }
 }
 
 TEST(UniformRandomBitGenerator, DrawingNoWordsChangesNothing) {
