@@ -28,11 +28,13 @@ class PolynomialVector;
 template <EncryptionType E>
 class CiphertextBase {
 public:
-    /// `rank + 1` ring elements at the top level, in NTT form, contents unset; all slots, rescale counter 0.
+    /// `rank + 1` ring elements at the top level, in NTT form, all zero; all slots, rescale counter 0.
     /// @param isModUp  whether the elements carry rows of the temporary primes too (key switching only)
     /// @throws RuntimeException "[Ciphertext] The parameter does not support the encryption type of the
     ///         creating ciphertext" when E is RLWE and the rank is not 1, or the other way round
     explicit CiphertextBase(const Context& context, bool isModUp = false);
+    /// All slots, rescale counter 0, with these ring elements and their context. For the library itself.
+    explicit CiphertextBase(PolynomialVector&& polys);
 
     /// The residues of `other`, word for word, under another context, whose primes must be the same up to
     /// the level of `other`: the caller's duty, since nothing compares them.
@@ -69,8 +71,8 @@ public:
 
     /// Index of the highest live prime: the number of rescales the data can still take.
     unsigned long getLevel() const;
-    /// Changes the level of every element, keeping the leading rows. Does not look at the rescale counter,
-    /// nor at the chain: operations refuse a level that it does not have.
+    /// Changes the level of every element, keeping the leading rows; new rows are zeros. Does not look at the
+    /// rescale counter, nor at the chain: operations refuse a level that it does not have.
     /// @throws std::bad_alloc for more than there is memory for; assign to the ciphertext before further use
     void setLevel(unsigned long level);
 
@@ -109,7 +111,7 @@ public:
     /// Moves all ring elements to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives the ring elements storage on `device`, contents unset; nothing when they are there already.
+    /// Gives the ring elements storage on `device`, all zeros; nothing when they are there already.
     void allocate(const Device& device);
 
     /// Format: docs/files.md.

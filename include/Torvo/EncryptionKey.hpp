@@ -18,13 +18,15 @@ class Polynomial;
 /// encryption level. Made by `KeyGenerator`, kept by `KeyPack`.
 class TORVO_API EncryptionKey {
 public:
-    /// An unset key of the shape of `context`, to load into.
+    /// A key of the shape of `context`, all zeros, to load into.
     explicit EncryptionKey(const Context& context);
     /// A new key for `secretKey`, drawn from the calling thread's generator.
     /// @throws RuntimeException "the secret key is of another ring: ", the key's, ", but the context of the
     ///         encryption key is ", the context's, "; make the encryption key with the context of the secret
     ///         key"
     EncryptionKey(const Context& context, const SecretKey& secretKey);
+    /// For the library itself.
+    explicit EncryptionKey(std::unique_ptr<EncryptionKeyImpl> impl);
 
     EncryptionKey(EncryptionKey&& other) noexcept;
     EncryptionKey& operator=(EncryptionKey&& other) noexcept;
@@ -44,7 +46,7 @@ public:
     /// Moves both parts to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives both parts storage on `device`, contents unset; nothing when they are there already.
+    /// Gives both parts storage on `device`, all zeros; nothing when they are there already.
     void allocate(const Device& device);
 
     /// Format: docs/files.md; the uniform part is stored as its seed.

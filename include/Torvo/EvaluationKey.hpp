@@ -21,10 +21,12 @@ class TORVO_API EvaluationKey {
 public:
     /// Empty, to load into.
     EvaluationKey();
-    /// An unset key of the shape of `context`.
+    /// A key of the shape of `context`, all zeros.
     /// @param type           tag of the key kind, see the factories below
     /// @param rotationIndex  left-rotation index of a rotation key, 0 otherwise
     EvaluationKey(const Context& context, char type, unsigned long rotationIndex);
+    /// For the library itself.
+    explicit EvaluationKey(std::unique_ptr<EvaluationKeyImpl> impl);
 
     EvaluationKey(EvaluationKey&& other) noexcept;
     EvaluationKey& operator=(EvaluationKey&& other) noexcept;
@@ -69,6 +71,8 @@ public:
 private:
     std::unique_ptr<EvaluationKeyImpl> impl_;
 };
+
+// New keys of each kind, all zeros, to generate or to load into.
 
 /// Tag `m`: switches from s * s to s.
 TORVO_API std::unique_ptr<EvaluationKey> makeEmptyMultKey(const Context& context);

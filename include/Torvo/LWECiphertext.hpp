@@ -22,7 +22,7 @@ class CiphertextImpl;
 /// read.
 class TORVO_API Ciphertext {
 public:
-    /// At the encryption level, rescale counter 0, contents unset.
+    /// At the top level, rescale counter 0, all zeros.
     explicit Ciphertext(const Context& context);
 
     Ciphertext(const Ciphertext& other);
@@ -41,8 +41,8 @@ public:
 
     /// Index of the highest live prime.
     unsigned long getLevel() const;
-    /// Changes the level of both parts, keeping the leading rows. Does not look at the rescale counter, nor
-    /// at the chain.
+    /// Changes the level of both parts, keeping the leading rows; new rows are zeros. Does not look at the
+    /// rescale counter, nor at the chain.
     /// @throws std::bad_alloc for more rows than there is memory for
     void setLevel(unsigned long level);
     /// Number of rescales still owed.

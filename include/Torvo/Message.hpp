@@ -19,7 +19,7 @@ class TORVO_API Message {
 public:
     /// No slots, on the CPU.
     Message();
-    /// `1 << log_slots` slots on the CPU, contents unset.
+    /// `1 << log_slots` slots on the CPU, each 0.
     /// @throws std::bad_alloc for more than there is memory for, whatever the number
     explicit Message(unsigned long log_slots);
     /// `1 << log_slots` slots, each set to `value`.
@@ -43,7 +43,7 @@ public:
     const std::complex<double>* begin() const;
     const std::complex<double>* end() const;
 
-    /// Changes the number of slots, keeping the leading ones; new slots are unset.
+    /// Changes the number of slots, keeping the leading ones; new slots are 0.
     /// @param size  a count, not a log2; not checked to be a power of two
     /// @throws std::bad_alloc for more than there is memory for; the message is as it was
     void resize(unsigned long size);
@@ -57,8 +57,7 @@ public:
     /// Moves the slots to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives the message storage of the same size on `device`, contents unset; nothing when it is there
-    /// already.
+    /// Gives the message storage of the same size on `device`, each slot 0; nothing when it is there already.
     void allocate(const Device& device);
 
     /// Writes the slots (format: docs/files.md).
@@ -70,6 +69,9 @@ public:
     /// @throws RuntimeException "Cannot open file " and the path; the archive's exception on a short read
     void load(const std::string& path);
     void load(std::istream& stream);
+
+    MessageImpl& impl() { return *impl_; }
+    const MessageImpl& impl() const { return *impl_; }
 
 private:
     Pointer<MessageImpl> impl_;

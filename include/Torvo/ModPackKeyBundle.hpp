@@ -18,9 +18,11 @@ namespace Torvo {
 /// nobody using them meanwhile.
 class TORVO_API ModPackKeyBundle {
 public:
-    /// `num_keys` unset keys of `context`, the large ring, to load into.
+    /// `num_keys` keys of `context`, the large ring, all zeros, to load into.
     /// @throws RuntimeException "[ModPackKeyBundle] The number of keys should be at most 1048576"
     ModPackKeyBundle(const Context& context, unsigned long num_keys);
+    /// For the library itself.
+    ModPackKeyBundle(const Context& context, std::vector<std::shared_ptr<EvaluationKey>> keys);
 
     const Context& getContext() const { return context_; }
     unsigned long getNumKeys() const;

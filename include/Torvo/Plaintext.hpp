@@ -17,8 +17,10 @@ class Polynomial;
 /// Copies copy the data and share the context. One thread may write, or many read.
 class TORVO_API Plaintext {
 public:
-    /// All slots, rescale counter 0, at the top level, contents unset.
+    /// All slots, rescale counter 0, at the top level: zero.
     explicit Plaintext(const Context& context);
+    /// All slots, rescale counter 0, with this polynomial. For the library itself.
+    Plaintext(const Context& context, Polynomial&& polynomial);
 
     Plaintext(const Plaintext& other);
     Plaintext(Plaintext&& other) noexcept;
@@ -38,8 +40,8 @@ public:
 
     /// Index of the highest live prime: the number of rescales the data can still take.
     unsigned long getLevel() const;
-    /// Changes the level, keeping the leading rows; not bounded against the chain, which operations do: they
-    /// refuse a level that it does not have.
+    /// Changes the level, keeping the leading rows; new rows are zeros. Not bounded against the chain, which
+    /// operations do: they refuse a level that it does not have.
     /// @throws std::bad_alloc for more than there is memory for; nothing has changed then
     void setLevel(unsigned long level);
 
@@ -60,7 +62,7 @@ public:
     /// Moves the polynomial to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives the polynomial storage on `device`, contents unset; nothing when it is there already.
+    /// Gives the polynomial storage on `device`, all zeros; nothing when it is there already.
     void allocate(const Device& device);
 
     /// Whether all words of all live rows are zero.

@@ -17,8 +17,10 @@ namespace Torvo {
 /// of threads may use it; `to` and `load` are for its owner, with nobody using it meanwhile.
 class TORVO_API RingSwitchKey {
 public:
-    /// An unset key of `context`, the large ring, to load into.
+    /// A key of `context`, the large ring, all zeros, to load into.
     explicit RingSwitchKey(const Context& context);
+    /// For the library itself.
+    explicit RingSwitchKey(std::shared_ptr<EvaluationKey> key);
 
     /// The large ring.
     const Context& getContext() const;

@@ -16,8 +16,10 @@ namespace Torvo {
 /// only, so a new key serves ciphertexts of the old one. One thread may write, or many read.
 class TORVO_API SparseSecretEncapsulationKey {
 public:
-    /// Two unset keys.
+    /// Two keys of all zeros.
     SparseSecretEncapsulationKey(const Context& context, const Context& context_sparse);
+    /// For the library itself.
+    SparseSecretEncapsulationKey(EvaluationKey&& dts, EvaluationKey&& std);
 
     /// The parts, owned by this object.
     EvaluationKey* getDTSPart();
@@ -45,7 +47,7 @@ private:
     EvaluationKey std_;
 };
 
-/// Two unset keys, to generate or to load into.
+/// Two keys of all zeros, to generate or to load into.
 TORVO_API std::unique_ptr<SparseSecretEncapsulationKey>
 makeEmptySparseSecretEncapsulationKey(const Context& context, const Context& context_sparse);
 

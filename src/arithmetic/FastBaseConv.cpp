@@ -204,7 +204,7 @@ Ciphertext FastBaseConv::modDownCPUImpl(const Ciphertext& in, bool isNTT) const 
     const auto& hatP = hatP_.at(device);
     const auto& invP = invP_.at(device);
 
-    Ciphertext out(context_, false);
+    Ciphertext out(PolynomialVector(context_, 2, false, true));
     out.setLevel(in.getLevel());
     const std::array<const Polynomial*, 2> from{&in.getPoly(0), &in.getPoly(1)};
     const std::array<Polynomial*, 2> to{&out.getPoly(0), &out.getPoly(1)};

@@ -1,6 +1,7 @@
 #include "arithmetic/LevelledElement.hpp"
 
 #include "arithmetic/LWEChain.hpp"
+#include "arithmetic/LevelRows.hpp"
 #include "arithmetic/Messages.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
@@ -8,13 +9,11 @@
 #include "arithmetic/WordCount.hpp"
 #include "core/Failure.hpp"
 
-#include <algorithm>
-
 namespace Torvo {
 
 LevelledElement::LevelledElement(u64 numPrimes, bool modUp)
     : numPrimes_(numPrimes), level_(numPrimes - 1), modUp_(modUp), data_(numPrimes) {
-    std::fill(data_.begin(), data_.end(), 0);
+    data_.clear();
 }
 
 LevelledElement::LevelledElement(const Context& context, bool modUp)
@@ -42,7 +41,10 @@ void LevelledElement::setValue(long value, const PrimeModuli& primes) {
 }
 
 void LevelledElement::setLevel(u64 level) {
-    data_.resize(modUp_ ? numPrimes_ : wordCount(1, level));
+    if (modUp_)
+        data_.resize(numPrimes_);
+    else
+        changeLevel(level_, level, 1, data_);
     level_ = level;
 }
 

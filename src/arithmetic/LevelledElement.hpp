@@ -29,7 +29,8 @@ public:
 
     u64 getNumPrimes() const { return numPrimes_; }
     u64 getLevel() const { return level_; }
-    /// Stores the level and, unless mod-up, resizes the data to level + 1 words.
+    /// Stores the level and, unless mod-up, resizes the data to level + 1 words; those above the old level
+    /// are zeros.
     void setLevel(u64 level);
     bool isModUp() const { return modUp_; }
     DeviceSpecificArray<u64>& getData() { return data_; }

@@ -1,19 +1,20 @@
 #include "arithmetic/LevelledVector.hpp"
 
 #include "arithmetic/LWEChain.hpp"
+#include "arithmetic/LevelRows.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/WordCount.hpp"
 
 namespace Torvo {
 
 LevelledVector::LevelledVector(u64 dimension, u64 level)
-    : dimension_(dimension), level_(level), data_(wordCount(dimension, level)) {}
+    : dimension_(dimension), level_(level), data_(wordsOfLevel(level, dimension)) {}
 
 LevelledVector::LevelledVector(const LWE::Context& context)
     : LevelledVector(LWE::chainOf(context).dimension, LWE::chainOf(context).numPrimes - 1) {}
 
 void LevelledVector::setLevel(u64 level) {
-    data_.resize(wordCount(dimension_, level));
+    changeLevel(level_, level, dimension_, data_);
     level_ = level;
 }
 

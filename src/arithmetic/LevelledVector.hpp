@@ -19,7 +19,7 @@ public:
 
     u64 getDimension() const { return dimension_; }
     u64 getLevel() const { return level_; }
-    /// Stores the level and resizes the data.
+    /// Stores the level and resizes the data; rows above the old level are zeros.
     void setLevel(u64 level);
     u64* getRow(u64 i) { return data_.getData() + i * dimension_; }
     const u64* getRow(u64 i) const { return data_.getData() + i * dimension_; }
@@ -28,6 +28,7 @@ public:
 
     const Device& getDevice() const { return data_.getDevice(); }
     void to(const Device& device);
+    /// Storage of the same size on `device`, zeros; nothing when the data is there already.
     void allocate(const Device& device);
 
     void save(OutputArchive& archive) const;

@@ -1,10 +1,12 @@
 #include "arithmetic/Polynomial.hpp"
 
+#include "arithmetic/LevelRows.hpp"
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/Ring.hpp"
 #include "arithmetic/WordCount.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace Torvo {
@@ -24,9 +26,18 @@ Polynomial::Polynomial(const Context& context, bool modUp, bool isNTT, u64 level
 }
 
 void Polynomial::setLevel(u64 level) {
-    // One below level 0, where a rescale at level 0 leads, has no rows.
-    if (!modUp_) data_.resize(level + 1 == 0 ? 0 : wordCount(degree_, level));
+    if (modUp_)
+        clearHolesUpTo(level);
+    else if (level + 1 == 0)
+        data_.resize(0); // one below level 0, where a rescale at level 0 leads
+    else
+        changeLevel(level_, level, degree_, data_);
     level_ = level; // only now: an allocation that fails leaves level and data in step
+}
+
+void Polynomial::clearHolesUpTo(u64 level) {
+    if (!modUp_ || getDevice().type != DeviceType::CPU) return;
+    for (u64 i = level_ + 1; i <= level && i < numBase_; ++i) std::fill_n(getRow(i), degree_, 0);
 }
 
 void Polynomial::setData(DeviceSpecificArray<u64>&& data) {

@@ -44,9 +44,14 @@ public:
     void setNTT(bool isNTT) { isNTT_ = isNTT; }
     const std::vector<u64>& getPrimes() const { return primes_; }
 
-    /// Stores the level and, unless mod-up, resizes the data to (level + 1) * degree words. The level is not
-    /// held against the chain: operations do that. Where there is no memory, nothing has changed.
+    /// Stores the level and, unless mod-up, resizes the data to (level + 1) * degree words. Rows that come to
+    /// life are zeros. The level is not held against the chain: operations do that. Where there is no memory,
+    /// nothing has changed.
     void setLevel(u64 level);
+    /// Zeros in all rows.
+    void clear() { data_.clear(); }
+    /// Zeros in the rows of a mod-up polynomial that hold nothing.
+    void clearHoles() { clearHolesUpTo(numBase_ - 1); }
 
     /// Whether row i holds data: i <= level, or a temporary row of a mod-up polynomial.
     bool isLiveRow(u64 i) const { return i <= level_ || (modUp_ && i >= numBase_); }
@@ -68,7 +73,7 @@ public:
 
     const Device& getDevice() const { return data_.getDevice(); }
     void to(const Device& device);
-    /// Storage of the same size on `device`, contents lost; nothing when the data is there already.
+    /// Storage of the same size on `device`, zeros; nothing when the data is there already.
     void allocate(const Device& device);
 
     /// A polynomial of the same shape as this one (level, flags, size, device), data unset, without germ.
@@ -114,6 +119,7 @@ private:
     /// Whether a germ follows.
     bool loadHeader(InputArchive& archive, const HeaderCheck& isExpected);
     void loadData(InputArchive& archive);
+    void clearHolesUpTo(u64 level);
 
     u64 degree_ = 0;
     u64 numBase_ = 0;

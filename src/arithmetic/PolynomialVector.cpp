@@ -53,7 +53,14 @@ void PolynomialVector::setLevel(unsigned long level) {
 void PolynomialVector::setSize(unsigned long size) {
     if (size < polys_.size()) polys_.erase(polys_.begin() + static_cast<std::ptrdiff_t>(size), polys_.end());
     polys_.reserve(size);
-    while (polys_.size() < size) polys_.push_back(polys_.front().sameShape());
+    while (polys_.size() < size) {
+        polys_.push_back(polys_.front().sameShape());
+        polys_.back().clear();
+    }
+}
+
+void PolynomialVector::clear() {
+    for (Polynomial& poly : polys_) poly.clear();
 }
 
 void PolynomialVector::to(const Device& device) {

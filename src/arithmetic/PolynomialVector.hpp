@@ -10,6 +10,7 @@ namespace Torvo {
 /// RuntimeException when they differ. Not synchronised.
 class PolynomialVector {
 public:
+    /// At the top level, data unset.
     PolynomialVector(const Context& context, unsigned long size, bool modUp, bool isNTT);
 
     const Context& getContext() const { return context_; }
@@ -27,7 +28,7 @@ public:
     /// The first polynomial's degree, without check.
     u64 getDegree() const { return polys_.front().getDegree(); }
     u64 getSize() const { return polys_.size(); }
-    /// Growing appends polynomials of the first one's shape, data unset, without germ; shrinking drops the
+    /// Growing appends polynomials of the first one's shape, of zeros, without germ; shrinking drops the
     /// last.
     void setSize(unsigned long size);
 
@@ -36,6 +37,9 @@ public:
     const Polynomial& getPoly(unsigned long i) const { return polys_.at(i); }
     std::vector<Polynomial>& getPolys() { return polys_; }
     const std::vector<Polynomial>& getPolys() const { return polys_; }
+
+    /// Zeros in all rows.
+    void clear();
 
     void to(const Device& device);
     void allocate(const Device& device);

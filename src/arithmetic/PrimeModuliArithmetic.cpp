@@ -95,6 +95,7 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
     if (overwritten) {
         // The sums grow while operands are still to be read: they cannot grow in an operand's place.
         Polynomial sum1 = out1.sameShape(), sum2 = out2.sameShape();
+        for (Polynomial* sum : {&sum1, &sum2}) sum->clear(); // the holes go to the caller too
         innerProduct(pairs, sum1, sum2);
         out1 = std::move(sum1);
         out2 = std::move(sum2);

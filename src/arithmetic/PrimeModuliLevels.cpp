@@ -73,8 +73,7 @@ void PrimeModuli::inverseRescale(Polynomial& p) const {
     const u64 level = p.getLevel() + 1;
     require(sharesPrimes(p, level), message::operandsOfOtherRing);
     constMult(p, getPrime(level), p);
-    p.setLevel(level);
-    std::fill_n(p.getRow(level), degree_, 0); // a multiple of the prime of this row
+    p.setLevel(level); // with zeros in the new row: a multiple of its prime
 }
 
 void PrimeModuli::rescale(LevelledElement& e) const {

@@ -2,13 +2,17 @@
 
 #include "core/DeviceSpecificArray.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
-/// Gives `data` storage of its size on `device`, contents lost; nothing when it is there already.
+/// Gives `data` storage of its size on `device`, contents lost: zeros. Nothing when it is there already.
 template <class T>
 void allocateOn(const Device& device, DeviceSpecificArray<T>& data) {
     if (data.getDevice() == device) return;
-    data = DeviceSpecificArray<T>(data.size(), device, data.getStream());
+    DeviceSpecificArray<T> moved(data.size(), device, data.getStream());
+    moved.clear();
+    data = std::move(moved);
 }
 
 } // namespace Torvo

@@ -3,6 +3,7 @@
 #include "arithmetic/ThrowingLoop.hpp"
 #include "bootstrap/RadixDecomposition.hpp"
 #include "context/ContextContent.hpp"
+#include "encoding/MessageImpl.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <cmath>
@@ -100,8 +101,8 @@ void BootConstants::buildV0(std::vector<SparseComplexMatrix>& matrices) const {
 Message BootConstants::extractDiagonal(const SparseComplexMatrix& matrix, long diag) const {
     const u64 rows = matrix.getRows(), cols = matrix.getCols();
     while (diag < 0) diag += static_cast<long>(cols);
-    Message diagonal(log_slots_);
-    diagonal.resize(rows);
+    Message diagonal;
+    diagonal.impl().resize(rows);
     for (u64 i = 0; i < rows; ++i) diagonal[i] = matrix.coeff(i, (i + static_cast<u64>(diag)) % cols);
     return diagonal;
 }

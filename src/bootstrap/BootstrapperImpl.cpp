@@ -4,6 +4,7 @@
 #include "core/Failure.hpp"
 #include "crypto/KeyPackImpl.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/OutputShape.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/Messages.hpp"
 
@@ -131,7 +132,7 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, 
     checkExtendedBootstrappable(in);
     const u64 logSlots = in.getLogSlots();
     // The coarse pass, on a message so small that the sine is nearly straight on it.
-    Ciphertext coarse(context_), residual(context_);
+    Ciphertext coarse = unsetCiphertext(context_), residual = unsetCiphertext(context_);
     evaluator_->mult(in, std::pow(2.0, -static_cast<double>(parameter_.extended_high_shift)), coarse);
     bootstrapOnce(coarse, coarse, is_complex, 1.0);
     evaluator_->multInteger(coarse, 1L << parameter_.extended_high_shift, coarse);
@@ -151,15 +152,16 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out_r
     const u64 logSlots = in.getLogSlots();
     const auto high = static_cast<double>(parameter_.extended_high_shift);
     const auto low = static_cast<double>(parameter_.extended_low_shift);
-    Ciphertext real(context_), imag(context_), residual(context_);
+    Ciphertext real = unsetCiphertext(context_), imag = unsetCiphertext(context_),
+               residual = unsetCiphertext(context_);
     evaluator_->mult(in, std::pow(2.0, -high), residual);
     bootstrapTwoOutput(residual, real, imag, std::pow(2.0, high - 1)); // half, for the next step doubles
     for (Ciphertext* part : {&real, &imag}) {                          // exactly real
-        Ciphertext conjugated(context_);
+        Ciphertext conjugated = unsetCiphertext(context_);
         evaluator_->conjugate(*part, conjugated);
         evaluator_->add(*part, conjugated, *part);
     }
-    Ciphertext coarse(context_);
+    Ciphertext coarse = unsetCiphertext(context_);
     evaluator_->multImagUnit(imag, coarse);
     evaluator_->add(real, coarse, coarse);
     evaluator_->sub(in, coarse, residual);
@@ -177,13 +179,13 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out_r
 void BootstrapperImpl::bootstrapOnce(const Ciphertext& in, Ciphertext& out, bool is_complex,
                                      double factor) const {
     if (is_complex) {
-        Ciphertext real(context_), imag(context_);
+        Ciphertext real = unsetCiphertext(context_), imag = unsetCiphertext(context_);
         bootstrapTwoOutput(in, real, imag, factor);
         evaluator_->multImagUnit(imag, imag);
         evaluator_->add(real, imag, out);
         return;
     }
-    Ciphertext t = bootstrapExceptRemoveI(in), conjugated(context_);
+    Ciphertext t = bootstrapExceptRemoveI(in), conjugated = unsetCiphertext(context_);
     evaluator_->conjugate(t, conjugated);
     evaluator_->add(t, conjugated, t);
     evaluator_->rescale(t);
@@ -193,7 +195,7 @@ void BootstrapperImpl::bootstrapOnce(const Ciphertext& in, Ciphertext& out, bool
 void BootstrapperImpl::bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag,
                                           double factor) const {
     const Ciphertext t = bootstrapExceptRemoveI(in);
-    Ciphertext conjugated(context_);
+    Ciphertext conjugated = unsetCiphertext(context_);
     evaluator_->conjugate(t, conjugated);
     evaluator_->add(t, conjugated, out_real);
     evaluator_->sub(conjugated, t, out_imag);

@@ -1,4 +1,5 @@
 #include "bootstrap/BootstrapperImpl.hpp"
+#include "crypto/OutputShape.hpp"
 
 #include <cmath>
 #include <utility>
@@ -24,7 +25,7 @@ public:
             [&](Ciphertext& out) { evaluator_.multWithoutRescale(a, std::complex<double>(c, 0.0), out); });
     }
     Ciphertext tensor(const Ciphertext& a, const Ciphertext& b) const {
-        return make([&](Ciphertext& out) { evaluator_.tensor(a, b, out); });
+        return make([&](Ciphertext& out) { evaluator_.tensor(a, b, out); }, 3);
     }
     Ciphertext levelDownOne(const Ciphertext& a) const {
         return make([&](Ciphertext& out) { evaluator_.levelDownOne(a, out); });
@@ -59,8 +60,8 @@ public:
 
 private:
     template <class Compute>
-    Ciphertext make(Compute&& compute) const {
-        Ciphertext out(context_, false);
+    Ciphertext make(Compute&& compute, u64 numPoly = 2) const {
+        Ciphertext out = unsetCiphertext(context_, numPoly);
         compute(out);
         return out;
     }

@@ -1,6 +1,7 @@
 #include "bootstrap/BootstrapperImpl.hpp"
 #include "bootstrap/Messages.hpp"
 #include "core/Failure.hpp"
+#include "crypto/OutputShape.hpp"
 
 #include <cmath>
 #include <utility>
@@ -15,7 +16,7 @@ const BootConstants& BootstrapperImpl::constants(u64 log_slots) const {
 
 Ciphertext BootstrapperImpl::takeDown(const Ciphertext& in) const {
     const auto gain = static_cast<long>(parameter_.pre_raise_factor);
-    Ciphertext t(context_, false);
+    Ciphertext t = unsetCiphertext(context_);
     if (in.getEncodingType() == EncodingType::Slot) {
         evaluator_->levelDown(in, getMinLevelForBootstrap(), t);
         evaluator_->multInteger(t, gain, t);
@@ -46,8 +47,7 @@ void BootstrapperImpl::raiseModulus(Ciphertext& t) const {
 void BootstrapperImpl::levelRecover(const Ciphertext& in, Ciphertext& out) const {
     require(in.getLevel() == 0, message::levelNotZero);
     require(in.getRescaleCounter() == 0, message::rescaleCounterNotZero);
-    Ciphertext raised(context_);
-    raised.setNumPoly(in.getNumPoly());
+    Ciphertext raised = unsetCiphertext(context_, in.getNumPoly());
     for (u64 i = in.getNumPoly(); i-- > 0;)
         context_->primes.normalizeMod(raised.getPoly(i), in.getPoly(i), 0,
                                       context_->parameter.chain_length - 1);
@@ -58,7 +58,7 @@ void BootstrapperImpl::levelRecover(const Ciphertext& in, Ciphertext& out) const
 }
 
 void BootstrapperImpl::fold(Ciphertext& t, u64 log_slots) const {
-    Ciphertext turned(context_, false);
+    Ciphertext turned = unsetCiphertext(context_);
     for (u64 i = log_slots; i < getLogFullSlots(context_); ++i) {
         evaluator_->leftRotate(t, u64{1} << i, turned);
         evaluator_->add(t, turned, t);
@@ -128,7 +128,7 @@ std::vector<Ciphertext> BootstrapperImpl::babyRotations(const RadixDecomposition
     turned.reserve(plan.babySteps[stage]);
     turned.push_back(x);
     while (turned.size() < plan.babySteps[stage]) {
-        turned.emplace_back(context_);
+        turned.push_back(unsetCiphertext(context_));
         evaluator_->leftRotate(turned[turned.size() - 2], plan.step[stage], turned.back());
     }
     return turned;
@@ -147,7 +147,7 @@ std::vector<Ciphertext> BootstrapperImpl::groupSums(const RadixDecomposition& pl
         const u64 first = k == 0 ? skipped : 0;
         const Plaintext* begin = diagonals.data() + k * baby + first - skipped;
         evaluator_->innerProduct(begin, begin + (baby - first), turned.data() + first,
-                                 sums.emplace_back(context_, false));
+                                 sums.emplace_back(unsetCiphertext(context_)));
     }
     return sums;
 }
@@ -172,7 +172,7 @@ void BootstrapperImpl::combineInSequence(const RadixDecomposition& plan, u64 sta
         evaluator_->add(x, sums[k - 1], x);
     }
     if (giant < 2) return;
-    Ciphertext rest(context_);
+    Ciphertext rest = unsetCiphertext(context_);
     evaluator_->rightRotate(sums[0], gap, rest);
     for (u64 k = 1; k < giant / 2; ++k) {
         evaluator_->add(rest, sums[k], rest);

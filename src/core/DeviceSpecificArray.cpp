@@ -3,6 +3,7 @@
 #include "core/Failure.hpp"
 #include "core/Messages.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -108,6 +109,12 @@ void DeviceSpecificArray<T>::resize(std::size_t size) {
     } else {
         size_ = size;
     }
+}
+
+template <class T>
+void DeviceSpecificArray<T>::clear(std::size_t first) {
+    if (device_.type != DeviceType::CPU || first >= size_) return;
+    std::fill(begin() + first, end(), T{});
 }
 
 template <class T>

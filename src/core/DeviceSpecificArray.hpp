@@ -65,6 +65,8 @@ public:
 
     /// New elements are unset.
     void resize(std::size_t size);
+    /// Zeros in the elements from `first` on; nothing for an array that the host cannot write.
+    void clear(std::size_t first = 0);
 
     /// Moves the elements to `device`; on the array's own device only the stream is replaced.
     void to(const Device& device, const CudaStreamView& stream);

@@ -5,11 +5,19 @@
 #include "encoding/NumberOfSlots.hpp"
 #include "persistence/Serialize.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
 template <EncryptionType E>
 CiphertextBase<E>::CiphertextBase(const Context& context, bool isModUp)
-    : impl_(new CiphertextImpl<E>(context, isModUp)) {}
+    : CiphertextBase(PolynomialVector(context, getRank(context) + 1, isModUp, true)) {
+    impl_->polys.clear();
+}
+
+template <EncryptionType E>
+CiphertextBase<E>::CiphertextBase(PolynomialVector&& polys)
+    : impl_(new CiphertextImpl<E>(std::move(polys))) {}
 
 template <EncryptionType E>
 CiphertextBase<E>::CiphertextBase(const Context& context, const CiphertextBase& other)

@@ -7,6 +7,8 @@
 #include "persistence/Archive.hpp"
 #include "persistence/Verifier.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
 namespace {
@@ -19,9 +21,9 @@ bool haveSameShape(const Polynomial& a, const Polynomial& b) {
 } // namespace
 
 template <EncryptionType E>
-CiphertextImpl<E>::CiphertextImpl(const Context& ring, bool isModUp)
-    : context(ring), log_slots(getLogFullSlots(ring)), polys(ring, getRank(ring) + 1, isModUp, true) {
-    require((getRank(ring) == 1) == (E == EncryptionType::RLWE), message::ciphertextOfOtherType);
+CiphertextImpl<E>::CiphertextImpl(PolynomialVector&& elements)
+    : context(elements.getContext()), log_slots(getLogFullSlots(context)), polys(std::move(elements)) {
+    require((getRank(context) == 1) == (E == EncryptionType::RLWE), message::ciphertextOfOtherType);
 }
 
 template <EncryptionType E>

@@ -16,7 +16,7 @@ namespace Torvo {
 template <EncryptionType E>
 class CiphertextImpl {
 public:
-    CiphertextImpl(const Context& context, bool isModUp);
+    explicit CiphertextImpl(PolynomialVector&& polys);
     CiphertextImpl(const Context& context, const CiphertextImpl& other);
 
     void setNumPoly(u64 n);

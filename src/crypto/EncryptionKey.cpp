@@ -5,12 +5,20 @@
 #include "crypto/Messages.hpp"
 #include "persistence/Serialize.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
-EncryptionKey::EncryptionKey(const Context& context) : impl_(std::make_unique<EncryptionKeyImpl>(context)) {}
+EncryptionKey::EncryptionKey(const Context& context)
+    : EncryptionKey(std::make_unique<EncryptionKeyImpl>(context)) {
+    impl_->ax.clear();
+    impl_->bx.clear();
+}
 
 EncryptionKey::EncryptionKey(const Context& context, const SecretKey& secretKey)
     : impl_(std::make_unique<EncryptionKeyImpl>(context, secretKey)) {}
+
+EncryptionKey::EncryptionKey(std::unique_ptr<EncryptionKeyImpl> impl) : impl_(std::move(impl)) {}
 
 EncryptionKey::EncryptionKey(EncryptionKey&& other) noexcept = default;
 EncryptionKey& EncryptionKey::operator=(EncryptionKey&& other) noexcept = default;

@@ -12,6 +12,7 @@ namespace Torvo {
 /// The record behind a public encryption key: bx + ax * s = e.
 class EncryptionKeyImpl {
 public:
+    /// At the top level, data unset.
     explicit EncryptionKeyImpl(const Context& context);
     /// ax from a fresh germ, then e from the calling thread's generator. Covers the encryption level only.
     EncryptionKeyImpl(const Context& context, const SecretKey& secretKey);

@@ -1,14 +1,30 @@
 #include <Torvo/EvaluationKey.hpp>
 
 #include "crypto/EvaluationKeyImpl.hpp"
+#include "crypto/UnsetKey.hpp"
 #include "persistence/Serialize.hpp"
 
+#include <utility>
+
 namespace Torvo {
+
+namespace {
+
+std::unique_ptr<EvaluationKey> emptyKey(const Context& context, KeyKind kind, u64 rotationIndex = 0) {
+    return std::make_unique<EvaluationKey>(context, static_cast<char>(kind), rotationIndex);
+}
+
+} // namespace
 
 EvaluationKey::EvaluationKey() : impl_(std::make_unique<EvaluationKeyImpl>()) {}
 
 EvaluationKey::EvaluationKey(const Context& context, char type, unsigned long rotationIndex)
-    : impl_(std::make_unique<EvaluationKeyImpl>(context, type, rotationIndex)) {}
+    : EvaluationKey(std::make_unique<EvaluationKeyImpl>(context, type, rotationIndex)) {
+    for (auto* part : {&impl_->ax, &impl_->bx})
+        for (Polynomial& poly : part->at(Device{})) poly.clear();
+}
+
+EvaluationKey::EvaluationKey(std::unique_ptr<EvaluationKeyImpl> impl) : impl_(std::move(impl)) {}
 
 EvaluationKey::EvaluationKey(EvaluationKey&& other) noexcept = default;
 EvaluationKey& EvaluationKey::operator=(EvaluationKey&& other) noexcept = default;
@@ -77,23 +93,23 @@ void EvaluationKey::load(std::istream& stream) {
 }
 
 std::unique_ptr<EvaluationKey> makeEmptyMultKey(const Context& context) {
-    return std::make_unique<EvaluationKey>(context, 'm', 0);
+    return emptyKey(context, KeyKind::Mult);
 }
 
 std::unique_ptr<EvaluationKey> makeEmptyConjKey(const Context& context) {
-    return std::make_unique<EvaluationKey>(context, 'c', 0);
+    return emptyKey(context, KeyKind::Conj);
 }
 
 std::unique_ptr<EvaluationKey> makeEmptyRotKey(const Context& context, unsigned long rotationIndex) {
-    return std::make_unique<EvaluationKey>(context, 'r', rotationIndex);
+    return emptyKey(context, KeyKind::Rot, rotationIndex);
 }
 
 std::unique_ptr<EvaluationKey> makeEmptyModPackKey(const Context& context) {
-    return std::make_unique<EvaluationKey>(context, 'p', 0);
+    return emptyKey(context, KeyKind::ModPack);
 }
 
 std::unique_ptr<EvaluationKey> makeEmptyRingSwitchKey(const Context& context) {
-    return std::make_unique<EvaluationKey>(context, 'w', 0);
+    return emptyKey(context, KeyKind::RingSwitch);
 }
 
 void save(const EvaluationKey& key, std::ostream& stream) {

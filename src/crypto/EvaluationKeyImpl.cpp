@@ -13,7 +13,7 @@ namespace Torvo {
 
 namespace {
 
-std::vector<Polynomial> emptyPolynomials(const Context& context) {
+std::vector<Polynomial> unsetPolynomials(const Context& context) {
     std::vector<Polynomial> polys;
     polys.reserve(context->parameter.gadget_rank);
     for (u64 j = 0; j < context->parameter.gadget_rank; ++j) polys.emplace_back(context, true, true);
@@ -30,8 +30,8 @@ EvaluationKeyImpl::EvaluationKeyImpl() {
 EvaluationKeyImpl::EvaluationKeyImpl(const Context& keyContext, char keyType, u64 rotationIndex)
     : context(requireContext(keyContext)), type(keyType), rotation_index(rotationIndex),
       context_hash(keyContext->context_hash) {
-    ax.set(Device{}, emptyPolynomials(context));
-    bx.set(Device{}, emptyPolynomials(context));
+    ax.set(Device{}, unsetPolynomials(context));
+    bx.set(Device{}, unsetPolynomials(context));
 }
 
 void EvaluationKeyImpl::save(OutputArchive& archive) const {

@@ -15,6 +15,7 @@ namespace Torvo {
 class EvaluationKeyImpl {
 public:
     EvaluationKeyImpl();
+    /// Data unset.
     EvaluationKeyImpl(const Context& context, char type, u64 rotationIndex);
 
     /// Tag, hash, type, rotation index, ax, bx (docs/files.md): the fields after the frame, which bundles of

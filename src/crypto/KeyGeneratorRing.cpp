@@ -5,6 +5,11 @@
 #include "core/WipedVector.hpp"
 #include "crypto/KeyGeneratorImpl.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/UnsetKey.hpp"
+
+#include <memory>
+#include <utility>
+#include <vector>
 
 namespace Torvo {
 
@@ -60,7 +65,7 @@ RingSwitchKey KeyGeneratorImpl::genComposeKey(const SecretKey& in_key) const {
     const Context& in = in_key.getContext();
     require(isMultiple(context_->parameter.degree, in->parameter.degree), message::composeDegree);
     require(in->parameter.encryption_level <= getMaxCompatibleLevel(context_, in), message::composePrimes);
-    RingSwitchKey key(context_);
+    RingSwitchKey key(unsetKey(context_, KeyKind::RingSwitch));
     fillSwitchingKey(context_, decomposeData_, key.getKey(), laidInto(context_, in_key).getSx(0), s.getSx(0));
     return key;
 }
@@ -76,7 +81,7 @@ RingSwitchKey KeyGeneratorImpl::genDecomposeKey(const Context& switch_context,
     require(level <= getMaxCompatibleLevel(context_, out), message::decomposePrimes);
     require(level <= getMaxCompatibleLevel(switch_context, out), message::decomposeKeyPrimes);
     const SecretKey sFrom(switch_context, s.getCoefficients());
-    RingSwitchKey key(switch_context);
+    RingSwitchKey key(unsetKey(switch_context, KeyKind::RingSwitch));
     fillSwitchingKey(switch_context, RNSDecomposeData(switch_context), key.getKey(), sFrom.getSx(0),
                      laidInto(switch_context, out_key).getSx(0));
     return key;
@@ -102,13 +107,14 @@ template <EncryptionType E>
 ModPackKeyBundle KeyGeneratorImpl::packingKeys(const int* in, u64 inRank, u64 inDegree,
                                                const SecretKeyBase<E>& out_key) const {
     const u64 outRank = out_key.getContext()->parameter.rank;
-    ModPackKeyBundle bundle(context_, inRank / outRank);
     const SecretKey sTo = laidInto(context_, out_key);
-    for (u64 k = 0; k < bundle.getNumKeys(); ++k, in += outRank * inDegree) {
+    std::vector<std::shared_ptr<EvaluationKey>> keys;
+    for (u64 k = 0; k < inRank / outRank; ++k, in += outRank * inDegree) {
         const SecretKey sFrom = laidInto(context_, in, outRank, inDegree);
-        fillSwitchingKey(context_, decomposeData_, *bundle.getModPackKey(k), sFrom.getSx(0), sTo.getSx(0));
+        keys.push_back(unsetKey(context_, KeyKind::ModPack));
+        fillSwitchingKey(context_, decomposeData_, *keys.back(), sFrom.getSx(0), sTo.getSx(0));
     }
-    return bundle;
+    return ModPackKeyBundle(context_, std::move(keys));
 }
 
 template ModPackKeyBundle

@@ -1,9 +1,8 @@
 #include "crypto/KeyPackContents.hpp"
 
 #include "core/Failure.hpp"
-#include "crypto/EncryptionKeyImpl.hpp"
-#include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/UnsetKey.hpp"
 #include "persistence/Archive.hpp"
 
 #include <utility>
@@ -59,19 +58,19 @@ void KeyPackContents::save(OutputArchive& archive) const {
 }
 
 void KeyPackContents::load(InputArchive& archive) {
-    encKey = loadIfPresent<EncryptionKey>(archive, [&] { return std::make_unique<EncryptionKey>(context); });
-    multKey = loadIfPresent<EvaluationKey>(archive, [&] { return makeEmptyMultKey(context); });
-    conjKey = loadIfPresent<EvaluationKey>(archive, [&] { return makeEmptyConjKey(context); });
+    encKey = loadIfPresent<EncryptionKey>(archive, [&] { return unsetEncryptionKey(context); });
+    multKey = loadIfPresent<EvaluationKey>(archive, [&] { return unsetKey(context, KeyKind::Mult); });
+    conjKey = loadIfPresent<EvaluationKey>(archive, [&] { return unsetKey(context, KeyKind::Conj); });
     u64 count = 0;
     archive(count);
     for (u64 i = 0; i < count; ++i) {
-        std::shared_ptr<EvaluationKey> key = makeEmptyRotKey(context, 0);
+        std::shared_ptr<EvaluationKey> key = unsetKey(context, KeyKind::Rot);
         key->impl().loadAnyRotation(archive);
         rotKeys.emplace(key->getRotationIndex(), std::move(key));
     }
     sparseKey = loadIfPresent<SparseSecretEncapsulationKey>(archive, [&] {
         require(contextSparse.has_value(), message::keyPackWithoutEncapsulation);
-        return makeEmptySparseSecretEncapsulationKey(context, *contextSparse);
+        return unsetEncapsulationKey(context, *contextSparse);
     });
 }
 

@@ -4,6 +4,7 @@
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/UnsetKey.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <filesystem>
@@ -110,15 +111,15 @@ bool KeyPackImpl::isSparseSecretEncapsulationKeyFileAvailable() const {
 }
 
 std::shared_ptr<EncryptionKey> KeyPackImpl::getEncKey() {
-    return encKey.getOrRead(keyFile(encKeyName), [&] { return std::make_unique<EncryptionKey>(context_); });
+    return encKey.getOrRead(keyFile(encKeyName), [&] { return unsetEncryptionKey(context_); });
 }
 
 std::shared_ptr<EvaluationKey> KeyPackImpl::getMultKey() {
-    return multKey.getOrRead(keyFile(multKeyName), [&] { return makeEmptyMultKey(context_); });
+    return multKey.getOrRead(keyFile(multKeyName), [&] { return unsetKey(context_, KeyKind::Mult); });
 }
 
 std::shared_ptr<EvaluationKey> KeyPackImpl::getConjKey() {
-    return conjKey.getOrRead(keyFile(conjKeyName), [&] { return makeEmptyConjKey(context_); });
+    return conjKey.getOrRead(keyFile(conjKeyName), [&] { return unsetKey(context_, KeyKind::Conj); });
 }
 
 std::shared_ptr<SparseSecretEncapsulationKey> KeyPackImpl::getSparseSecretEncapsulationKey() {
@@ -140,24 +141,25 @@ void KeyPackImpl::maybeLoadRotKey(u64 index) {
     });
     const std::lock_guard lock(loading);
     if (isRotKeyLoaded(index)) return;
-    auto key = readKeyFile(keyFile(rotKeyName(index)), [&] { return makeEmptyRotKey(context_, index); });
+    auto key =
+        readKeyFile(keyFile(rotKeyName(index)), [&] { return unsetKey(context_, KeyKind::Rot, index); });
     if (key) addRotKey(index, std::move(key));
 }
 
 void KeyPackImpl::maybeLoadEncKey(std::istream& stream) {
-    encKey.replace([&] { return readFrom(stream, std::make_unique<EncryptionKey>(context_)); });
+    encKey.replace([&] { return readFrom(stream, unsetEncryptionKey(context_)); });
 }
 
 void KeyPackImpl::maybeLoadMultKey(std::istream& stream) {
-    multKey.replace([&] { return readFrom(stream, makeEmptyMultKey(context_)); });
+    multKey.replace([&] { return readFrom(stream, unsetKey(context_, KeyKind::Mult)); });
 }
 
 void KeyPackImpl::maybeLoadConjKey(std::istream& stream) {
-    conjKey.replace([&] { return readFrom(stream, makeEmptyConjKey(context_)); });
+    conjKey.replace([&] { return readFrom(stream, unsetKey(context_, KeyKind::Conj)); });
 }
 
 void KeyPackImpl::maybeLoadRotKey(u64 index, std::istream& stream) {
-    addRotKey(index, readFrom(stream, makeEmptyRotKey(context_, index)));
+    addRotKey(index, readFrom(stream, unsetKey(context_, KeyKind::Rot, index)));
 }
 
 void KeyPackImpl::maybeLoadSparseSecretEncapsulationKey(std::istream& stream) {
@@ -166,7 +168,7 @@ void KeyPackImpl::maybeLoadSparseSecretEncapsulationKey(std::istream& stream) {
 }
 
 std::unique_ptr<SparseSecretEncapsulationKey> KeyPackImpl::makeEmptySparseKey() const {
-    return makeEmptySparseSecretEncapsulationKey(context_, *contextSparse_);
+    return unsetEncapsulationKey(context_, *contextSparse_);
 }
 
 std::shared_ptr<EvaluationKey> KeyPackImpl::findRotKey(u64 index) const {

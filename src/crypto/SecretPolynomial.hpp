@@ -5,26 +5,27 @@
 
 #include <Torvo/Context.hpp>
 
-#include <cstddef>
+#include <utility>
 
 namespace Torvo {
 
-/// A polynomial for an error, an ephemeral secret, or anything else from which the key could be told: its
-/// words are wiped when it goes. It starts at its highest level; operations may lower it, and must not raise
-/// it, since a reallocation would leave the old words behind.
+/// A polynomial for an error, an ephemeral secret, a product with the key before its error joins it, or
+/// anything else from which the key could be told: its words are wiped when it goes. It starts at its highest
+/// level; operations may lower it, and must not raise it, since a reallocation would leave the old words
+/// behind.
 class SecretPolynomial : public Polynomial {
 public:
-    /// With the live rows of `level`, flagged as NTT form, on the CPU, data unset.
-    SecretPolynomial(const Context& context, bool modUp, u64 level) : Polynomial(context, modUp, true) {
-        setLevel(level);
-        byteCount_ = getData().sizeInBytes();
+    /// With the rows of `level`, flagged as NTT form, on the CPU; the live ones unset.
+    SecretPolynomial(const Context& context, bool modUp, u64 level)
+        : Polynomial(context, modUp, true, level) {
+        clearHoles();
     }
     SecretPolynomial(const SecretPolynomial&) = delete;
     SecretPolynomial& operator=(const SecretPolynomial&) = delete;
-    ~SecretPolynomial() { utils::wipe(getData().getData(), byteCount_); }
+    ~SecretPolynomial() { utils::wipe(getData()); }
 
-private:
-    std::size_t byteCount_ = 0;
+    /// The polynomial itself, words and all, once it has become fit for others to see. What stays is empty.
+    Polynomial release() { return std::move(static_cast<Polynomial&>(*this)); }
 };
 
 } // namespace Torvo

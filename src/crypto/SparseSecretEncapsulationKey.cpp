@@ -2,19 +2,27 @@
 
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/OwnKey.hpp"
+#include "crypto/UnsetKey.hpp"
 #include "persistence/Serialize.hpp"
+
+#include <utility>
 
 namespace Torvo {
 
 namespace {
 
-constexpr char sparseSecretEncapsulationTag = 's';
+EvaluationKey emptyPart(const Context& context) {
+    return {context, static_cast<char>(KeyKind::Encapsulation), 0};
+}
 
 } // namespace
 
 SparseSecretEncapsulationKey::SparseSecretEncapsulationKey(const Context& context,
                                                            const Context& context_sparse)
-    : dts_(context_sparse, sparseSecretEncapsulationTag, 0), std_(context, sparseSecretEncapsulationTag, 0) {}
+    : dts_(emptyPart(context_sparse)), std_(emptyPart(context)) {}
+
+SparseSecretEncapsulationKey::SparseSecretEncapsulationKey(EvaluationKey&& dts, EvaluationKey&& std)
+    : dts_(std::move(dts)), std_(std::move(std)) {}
 
 EvaluationKey* SparseSecretEncapsulationKey::getDTSPart() {
     return &dts_;

@@ -8,6 +8,7 @@
 #include "core/RequireContext.hpp"
 #include "encoding/CentredInteger.hpp"
 #include "encoding/Encoding.hpp"
+#include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"
 
 #include <algorithm>
@@ -95,7 +96,8 @@ Plaintext EnDecoder::encodeWithoutNTT(const std::vector<double>& coefficients, u
 Message EnDecoder::decode(const Plaintext& plaintext) const {
     const std::vector<double> values = decodeWithoutFFT(plaintext);
     const u64 slots = values.size() / 2;
-    Message message(plaintext.getLogSlots());
+    Message message;
+    message.impl().resize(slots);
     for (u64 i = 0; i < slots; ++i) message[i] = {values[i], values[i + slots]};
     context_->fft.forwardFFT(message);
     if (plaintext.getDevice() != Device{}) message.to(plaintext.getDevice());

@@ -45,9 +45,8 @@ u64 logSlotsOf(const Context& context, const std::vector<double>& coefficients, 
 
 Plaintext blankPlaintext(const Context& context, u64 logSlots, const Device& device, u64 level,
                          int rescaleCounter) {
-    Plaintext plaintext(context);
+    Plaintext plaintext(context, Polynomial(context, false, true, level)); // kept: no rows to spare
     plaintext.setLogSlots(logSlots);
-    plaintext.getMx() = Polynomial(context, false, true, level); // plaintexts are kept: no rows to spare
     plaintext.allocate(device);
     plaintext.setRescaleCounter(rescaleCounter);
     return plaintext;

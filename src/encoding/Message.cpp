@@ -1,5 +1,6 @@
 #include <Torvo/Message.hpp>
 
+#include "arithmetic/Relocation.hpp"
 #include "core/Failure.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"
@@ -23,15 +24,16 @@ u64 slotCount(u64 log_slots) {
 
 Message::Message() : impl_(new MessageImpl) {}
 
-Message::Message(unsigned long log_slots) : impl_(new MessageImpl(slotCount(log_slots))) {}
+Message::Message(unsigned long log_slots) : Message(log_slots, 0.0) {}
 
-Message::Message(unsigned long log_slots, std::complex<double> value) : Message(log_slots) {
+Message::Message(unsigned long log_slots, std::complex<double> value)
+    : impl_(new MessageImpl(slotCount(log_slots))) {
     std::fill(begin(), end(), value);
 }
 
 Message::Message(const std::vector<std::complex<double>>& values) : Message() {
     require(values.empty() || std::has_single_bit(values.size()), message::messageSizeNotPowerOfTwo);
-    resize(values.size());
+    impl_->resize(values.size());
     std::copy(values.begin(), values.end(), begin());
 }
 
@@ -66,7 +68,9 @@ const std::complex<double>* Message::end() const {
 }
 
 void Message::resize(unsigned long size) {
+    const u64 kept = getSize();
     impl_->resize(size);
+    impl_->clear(kept);
 }
 
 unsigned long Message::getSize() const {
@@ -90,7 +94,7 @@ void Message::to(const Device& device) {
 }
 
 void Message::allocate(const Device& device) {
-    if (getDevice() != device) *impl_ = MessageImpl(getSize(), device, impl_->getStream());
+    allocateOn(device, *impl_);
 }
 
 void Message::save(const std::string& path) const {

@@ -6,9 +6,16 @@
 #include "encoding/PlaintextImpl.hpp"
 #include "persistence/Serialize.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
-Plaintext::Plaintext(const Context& context) : impl_(new PlaintextImpl(context)) {}
+Plaintext::Plaintext(const Context& context) : Plaintext(context, Polynomial(context, false, true)) {
+    impl_->mx.clear();
+}
+
+Plaintext::Plaintext(const Context& context, Polynomial&& polynomial)
+    : impl_(new PlaintextImpl(context, std::move(polynomial))) {}
 
 Plaintext::Plaintext(const Plaintext& other) = default;
 Plaintext::Plaintext(Plaintext&& other) noexcept = default;

@@ -4,10 +4,12 @@
 #include "persistence/Archive.hpp"
 #include "persistence/Verifier.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
-PlaintextImpl::PlaintextImpl(const Context& ring)
-    : context(ring), log_slots(getLogFullSlots(ring)), mx(ring, false, true) {}
+PlaintextImpl::PlaintextImpl(const Context& ring, Polynomial&& polynomial)
+    : context(ring), log_slots(getLogFullSlots(ring)), mx(std::move(polynomial)) {}
 
 void PlaintextImpl::save(OutputArchive& archive) const {
     saveHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Plaintext);

@@ -11,7 +11,7 @@ namespace Torvo {
 
 class PlaintextImpl {
 public:
-    explicit PlaintextImpl(const Context& context);
+    PlaintextImpl(const Context& context, Polynomial&& polynomial);
 
     /// Hash, tag, log slots, counter, polynomial (docs/files.md).
     void save(OutputArchive& archive) const;

@@ -8,6 +8,7 @@
 #include "crypto/Messages.hpp"
 #include "crypto/OperandRing.hpp"
 #include "crypto/OutputShape.hpp"
+#include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"
 #include "evaluator/Messages.hpp"
 
@@ -87,11 +88,11 @@ void requireCounterWithinLevel(const T& operand) {
 
 // ---- outputs
 
-/// Gives a message the place and the size of another, unless it has them.
+/// Gives a message, which is to be overwritten, the place and the size of another, unless it has them.
 inline void fitOutput(const Message& in, Message& out) {
     require(in.getDevice().type != DeviceType::GPU, message::messageOnGPU);
     if (out.getDevice() != in.getDevice()) out.allocate(in.getDevice());
-    if (out.getSize() != in.getSize()) out.resize(in.getSize());
+    if (out.getSize() != in.getSize()) out.impl().resize(in.getSize());
 }
 
 inline u64 numElements(const Plaintext&) {

@@ -210,7 +210,7 @@ void HomEvaluatorImpl::combine(const CiphertextBase<E>& a, const CiphertextBase<
                                CiphertextBase<E>& out) const {
     if (a.getLevel() == b.getLevel()) return combineElements<Sign>(a, b, out);
     require(!a.isModUp() && !b.isModUp(), Sign::refusalOfModUpLevels);
-    CiphertextBase<E> lowered(context_, false);
+    auto lowered = unsetCiphertext<E>(context_);
     if (a.getLevel() > b.getLevel()) {
         levelDown(a, b.getLevel(), lowered);
         combineElements<Sign>(lowered, b, out);
@@ -298,7 +298,7 @@ template <EncryptionType E>
 void HomEvaluatorImpl::multGaussianInteger(const CiphertextBase<E>& in, double re, double im,
                                            CiphertextBase<E>& out) const {
     if (im == 0) return multIntegral(in, re, out);
-    CiphertextBase<E> imaginary(context_, in.isModUp());
+    CiphertextBase<E> imaginary(PolynomialVector(context_, in.getNumPoly(), in.isModUp(), true));
     multIntegral(in, im, imaginary);
     multImagUnit(imaginary, imaginary);
     multIntegral(in, re, out);

@@ -99,7 +99,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& a, const Ciphertext&
     requireBothOnSlots(a, b);
     requireEqualLevels(a, b);
     requireReadyToMultiply(a, b);
-    Ciphertext product(context_, false);
+    Ciphertext product = unsetCiphertext(context_, 3);
     tensor(a, b, product);
     relinearize(product, out);
 }
@@ -112,7 +112,7 @@ void HomEvaluatorImpl::mult(const Ciphertext& a, const Ciphertext& b, Ciphertext
     } else {
         const auto [lower, higher] = std::minmax(
             a, b, [](const Ciphertext& x, const Ciphertext& y) { return x.getLevel() < y.getLevel(); });
-        Ciphertext lowered(context_, false);
+        Ciphertext lowered = unsetCiphertext(context_);
         levelDown(higher, lower.getLevel(), lowered);
         multWithoutRescale(lower, lowered, out);
     }

@@ -93,7 +93,7 @@ void HomEvaluatorImpl::conjugate(const Plaintext& in, Plaintext& out) const {
 void HomEvaluatorImpl::applyAutomorphism(const Plaintext& in, long g, Plaintext& out) const {
     if (&in == &out) {
         // The map moves words about, so it cannot run in place.
-        Plaintext mapped(context_);
+        Plaintext mapped(context_, Polynomial(context_, false, true));
         applyAutomorphism(in, g, mapped);
         out = std::move(mapped);
         return;

@@ -64,7 +64,7 @@ void HomEvaluatorImpl::composeRotation(const Ciphertext& in, u64 index, Cipherte
     // The digits are powers of two, to the left or to the right: those must have keys of their own.
     if (std::has_single_bit(index) || std::has_single_bit(context_->parameter.num_slots - index))
         throw RuntimeException(message::noKeyToComposeFrom + std::to_string(index));
-    Ciphertext rotated(context_, false);
+    Ciphertext rotated = unsetCiphertext(context_);
     const Ciphertext* source = &in;
     for (u64 rest = index, step = 1; rest != 0;) {
         if (rest % 2 == 0) {
@@ -99,7 +99,7 @@ void HomEvaluatorImpl::conjugate(const Ciphertext& in, Ciphertext& out) const {
 }
 
 void HomEvaluatorImpl::killImag(const Ciphertext& in, Ciphertext& out) const {
-    Ciphertext sum(context_, false);
+    Ciphertext sum = unsetCiphertext(context_);
     conjugate(in, sum);
     addWithoutCheck(in, sum, sum);
     multWithoutRescale(sum, std::complex<double>(0.5, 0.0), sum);
@@ -120,7 +120,7 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
         return leftRotate(copy, indices, outs);
     }
     outs.reserve(indices.size());
-    while (outs.size() < indices.size()) outs.emplace_back(context_, false);
+    while (outs.size() < indices.size()) outs.push_back(unsetCiphertext(context_));
     outs.erase(outs.begin() + static_cast<std::ptrdiff_t>(indices.size()), outs.end());
 
     const PrimeModuli& primes = context_->primes;
@@ -185,7 +185,7 @@ Ciphertext HomEvaluatorImpl::switchedSum(const std::vector<Ciphertext>& cts,
             accumulator = std::move(term);
     }
     // One division by the temporary primes for all of them.
-    Ciphertext sum(context_, false);
+    Ciphertext sum = unsetCiphertext(context_);
     keySwitcher_->modDown(*accumulator, sum, true);
     utils::copyStamp(cts[0], sum);
     for (u64 k = 0; k < cts.size(); ++k) {
@@ -224,7 +224,7 @@ void HomEvaluatorImpl::rotateReduce(Direction direction, const Ciphertext& in, u
 
 Ciphertext HomEvaluatorImpl::reducePowerOfTwo(Direction direction, const Ciphertext& in, u64 gap,
                                               u64 count) const {
-    Ciphertext sum = in, rotated(context_, false);
+    Ciphertext sum = in, rotated = unsetCiphertext(context_);
     for (u64 covered = 1; covered < count; covered *= 2) {
         rotate(direction, sum, covered * gap, rotated);
         add(rotated, sum, sum);
@@ -235,7 +235,7 @@ Ciphertext HomEvaluatorImpl::reducePowerOfTwo(Direction direction, const Ciphert
 Ciphertext HomEvaluatorImpl::reduceThreefold(Direction direction, const Ciphertext& in, u64 gap,
                                              u64 count) const {
     const u64 third = count / 3;
-    Ciphertext rotated(context_, false);
+    Ciphertext rotated = unsetCiphertext(context_);
     rotateReduce(direction, in, gap, third, rotated);
     Ciphertext sum = rotated;
     for (int i = 0; i < 2; ++i) {
@@ -255,7 +255,7 @@ Ciphertext HomEvaluatorImpl::reduceBySignedPowers(Direction direction, const Cip
     getRotIdxDecomposition(count, p, length);
     const u64 last = p[length - 1];
 
-    Ciphertext run(context_, false);
+    Ciphertext run = unsetCiphertext(context_);
     rotate(direction, in, (count - last) * gap, run);
     rotateReduce(direction, run, gap, last, run);
     Ciphertext sum = run;

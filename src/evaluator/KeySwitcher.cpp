@@ -62,7 +62,7 @@ void KeySwitcher::requireFit(const EvaluationKey& key, const Device& device, u64
 }
 
 Ciphertext KeySwitcher::unsetProduct(const Polynomial& digit) const {
-    Ciphertext product(context_, true);
+    Ciphertext product(PolynomialVector(context_, 2, true, true));
     product.setLevel(digit.getLevel());
     if (product.getDevice() != digit.getDevice()) product.allocate(digit.getDevice());
     return product;

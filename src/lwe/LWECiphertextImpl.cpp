@@ -10,7 +10,9 @@
 
 namespace Torvo::LWE {
 
-CiphertextImpl::CiphertextImpl(const Context& chain) : context(chain), ax(chain), bx(chain) {}
+CiphertextImpl::CiphertextImpl(const Context& chain) : context(chain), ax(chain), bx(chain) {
+    ax.getData().clear();
+}
 
 void CiphertextImpl::setLevel(u64 level) {
     ax.setLevel(level);

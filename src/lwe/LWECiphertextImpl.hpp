@@ -13,6 +13,7 @@ namespace Torvo::LWE {
 /// The record behind a ciphertext handle. Level and device are not stored but asked of `ax`.
 class CiphertextImpl {
 public:
+    /// Zeros, at the top level.
     explicit CiphertextImpl(const Context& context);
 
     void setLevel(u64 level);

@@ -5,6 +5,7 @@
 #include "core/RequireContext.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 namespace Torvo::LWE {
@@ -51,14 +52,13 @@ void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphert
     for (const Ciphertext* operand : {&a, &b}) requireOwn(*operand);
     require(a.getAx().getDimension() == b.getAx().getDimension(), message::operandsDifferInDimension);
     if (a.getLevel() == b.getLevel()) return combineParts<Sign>(a, b, out);
-    Ciphertext lowered(context_);
-    if (a.getLevel() > b.getLevel()) {
-        levelDown(a, b.getLevel(), lowered);
+    const bool isFirstHigher = a.getLevel() > b.getLevel();
+    Ciphertext lowered = isFirstHigher ? a : b;
+    levelDown(lowered, std::min(a.getLevel(), b.getLevel()), lowered);
+    if (isFirstHigher)
         combineParts<Sign>(lowered, b, out);
-    } else {
-        levelDown(b, a.getLevel(), lowered);
+    else
         combineParts<Sign>(a, lowered, out);
-    }
 }
 
 template <class Sign>

@@ -141,7 +141,7 @@ void mlweKeySwitch(const std::vector<Polynomial>& polys, const ModPackKeyBundle&
     const PrimeModuli& primes = context->primes;
     const Polynomial& b = polys.front();
     const KeySwitcher switcher(keys.getContext());
-    Ciphertext switched(keys.getContext());
+    Ciphertext switched = unsetCiphertext(keys.getContext());
     switcher.modDown(sumOverGroups(switcher, std::span(polys).subspan(1), keys, context), switched, false);
 
     const u64 numPoly = out.getNumPoly();

@@ -8,6 +8,8 @@
 #include "persistence/Serialize.hpp"
 #include "ring/Messages.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
 namespace {
@@ -37,6 +39,9 @@ ModPackKeyBundle::ModPackKeyBundle(const Context& context, unsigned long num_key
     require(num_keys <= limit::degree, message::tooManyPackingKeys);
     for (u64 k = 0; k < num_keys; ++k) keys_.push_back(makeEmptyModPackKey(context));
 }
+
+ModPackKeyBundle::ModPackKeyBundle(const Context& context, Keys keys)
+    : context_(context), keys_(std::move(keys)) {}
 
 unsigned long ModPackKeyBundle::getNumKeys() const {
     return keys_.size();

@@ -4,9 +4,13 @@
 #include "crypto/OwnKey.hpp"
 #include "persistence/Serialize.hpp"
 
+#include <utility>
+
 namespace Torvo {
 
-RingSwitchKey::RingSwitchKey(const Context& context) : key_(makeEmptyRingSwitchKey(context)) {}
+RingSwitchKey::RingSwitchKey(const Context& context) : RingSwitchKey(makeEmptyRingSwitchKey(context)) {}
+
+RingSwitchKey::RingSwitchKey(std::shared_ptr<EvaluationKey> key) : key_(std::move(key)) {}
 
 const Context& RingSwitchKey::getContext() const {
     return key_->getContext();

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -72,7 +74,7 @@ TEST(Polynomial, FollowsItsLevelInSizeWithoutGivingMemoryBack) {
     p.setLevel(3);
     EXPECT_EQ(p.getData().size(), 4 * 64u);
     EXPECT_EQ(p.getRow(0), first);
-    EXPECT_EQ(p.getRow(3)[63], 17u);
+    EXPECT_EQ(p.getRow(3)[63], 0u); // what lay there is of an earlier use
     EXPECT_EQ(p.getRow(3), first + 3 * 64);
 }
 
@@ -84,6 +86,33 @@ TEST(Polynomial, InTheModUpStateKeepsItsRowsAtEveryLevel) {
     std::vector<bool> live;
     for (u64 i = 0; i < 6; ++i) live.push_back(p.isLiveRow(i));
     EXPECT_EQ(live, (std::vector<bool>{true, true, false, false, true, true}));
+}
+
+TEST(Polynomial, HasZerosInRowsThatComeToLife) {
+    for (const bool modUp : {false, true}) {
+        Polynomial p(smallContext(), modUp, false);
+        std::fill(p.getData().begin(), p.getData().end(), 17);
+        p.setLevel(0);
+        p.setLevel(2);
+        for (u64 i = 0; i <= 3; ++i) {
+            const u64 expected =
+                i == 1 || i == 2 ? 0 : 17; // row 3 is not looked at, in the capacity or a hole
+            EXPECT_EQ(std::count(p.getRow(i), p.getRow(i) + 64, expected), 64) << "row " << i;
+        }
+        if (modUp) p.clearHoles();
+        p.setLevel(3);
+        EXPECT_EQ(std::count(p.getRow(3), p.getRow(3) + 64, 0u), 64);
+        EXPECT_TRUE(!modUp || p.getRow(5)[63] == 17);
+    }
+}
+
+TEST(Polynomial, KeepsItsLevelWhenThereIsNoMemoryForAnother) {
+    Polynomial p(smallContext(), false, false);
+    // 64 words for each of 2^58 + 1 rows would wrap around to 64.
+    EXPECT_THROW(p.setLevel(u64{1} << 58), std::bad_array_new_length);
+    EXPECT_EQ(p.getLevel(), 3u);
+    EXPECT_EQ(p.getData().size(), 4 * 64u);
+    EXPECT_THROW(Polynomial(smallContext(), false, false, u64{1} << 58), std::bad_array_new_length);
 }
 
 TEST(Polynomial, CopiesHeaderPrimesGermAndData) {

@@ -54,6 +54,21 @@ TYPED_TEST(EveryElementType, CopiesHoldEqualElementsElsewhere) {
     EXPECT_TRUE(copy[0] == TypeParam{} && copy[1] == TypeParam{} && copy[2] == TypeParam{});
 }
 
+TEST(DeviceSpecificArray, IsClearedFromAPlaceOn) {
+    Array array = counting(6);
+    array.resize(5);
+    array.clear(3);
+    EXPECT_EQ(wordsOf(array), (std::vector<u64>{100, 101, 102, 0, 0}));
+    EXPECT_EQ(array.getData()[5], 105u); // beyond its size
+    array.clear(9);
+    EXPECT_EQ(array[2], 102u);
+    array.clear();
+    EXPECT_EQ(wordsOf(array), std::vector<u64>(5));
+    Array onPinned(2, pinned, getDefaultStream());
+    onPinned.clear(); // has no memory that the host could write
+    EXPECT_EQ(onPinned.getData(), nullptr);
+}
+
 TEST(DeviceSpecificArray, DefaultIsEmptyOnTheHost) {
     const Array array;
     EXPECT_EQ(array.size(), 0u);

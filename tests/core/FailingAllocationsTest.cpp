@@ -23,12 +23,13 @@ TEST(FailingAllocations, FailOnceAfterTheCountedOnes) {
     EXPECT_NO_THROW(std::make_unique<int>(3));
 }
 
-// The allocator of arrays gives away the blocks that it keeps, and asks a second time.
+// The allocator of arrays gives away the blocks that it keeps and asks a second time, which fails too.
 TEST(FailingAllocations, ReachTheArraysOfTheLibrary) {
     const DeviceSpecificArray<u64> first(3); // from here on the allocator itself is there
     const FailingAllocation failing(0);
-    EXPECT_NO_THROW(DeviceSpecificArray<u64>(3));
+    EXPECT_THROW(DeviceSpecificArray<u64>(3), std::bad_alloc);
     EXPECT_TRUE(failing.hasFailed());
+    EXPECT_NO_THROW(DeviceSpecificArray<u64>(3));
 }
 
 TEST(FailingAllocations, CanBeThoseOfOtherThreadsAlone) {

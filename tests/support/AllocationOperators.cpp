@@ -3,6 +3,7 @@
 
 #include "support/AllocationBudget.hpp"
 #include "support/FailingAllocations.hpp"
+#include "support/WatchedMemory.hpp"
 
 #include <malloc.h>
 
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace Torvo::test {
 
@@ -22,7 +24,8 @@ constexpr long disarmed = -1;
 std::atomic<long> left{disarmed}; ///< allocations before the one that fails; below 0 none does
 std::atomic<bool> failed{false};
 std::atomic<Thread> watched{Thread::Any};
-thread_local bool isArming = false; // of the thread that made the object
+thread_local bool isArming = false;   // of the thread that made the object
+thread_local bool failsAgain = false; // the library asks for an array once more when it got none
 
 bool isWatched() {
     switch (watched.load(std::memory_order_relaxed)) {
@@ -40,6 +43,11 @@ bool isToFail() {
     if (left.fetch_sub(1) != 0) return false;
     failed = true;
     return true;
+}
+
+bool isArrayToFail() {
+    if (std::exchange(failsAgain, false)) return true;
+    return failsAgain = isToFail();
 }
 
 } // namespace
@@ -132,15 +140,17 @@ void* allocate(std::size_t bytes) {
     if (Torvo::test::isToFail() || !Torvo::test::isWithinBudget(bytes)) return nullptr;
     void* memory = std::malloc(bytes != 0 ? bytes : 1);
     Torvo::test::countAllocation(memory);
+    Torvo::test::onAllocation(memory);
     return memory;
 }
 
 void* allocate(std::size_t bytes, std::align_val_t alignment) {
-    if (Torvo::test::isToFail() || !Torvo::test::isWithinBudget(bytes)) return nullptr;
+    if (Torvo::test::isArrayToFail() || !Torvo::test::isWithinBudget(bytes)) return nullptr;
     const auto align = static_cast<std::size_t>(alignment);
     const std::size_t rounded = (bytes / align + 1) * align;
     void* memory = rounded < bytes ? nullptr : std::aligned_alloc(align, rounded);
     Torvo::test::countAllocation(memory);
+    Torvo::test::onAllocation(memory);
     return memory;
 }
 
@@ -151,6 +161,7 @@ void* orThrow(void* memory) {
 
 void release(void* memory) noexcept {
     Torvo::test::countRelease(memory);
+    Torvo::test::onRelease(memory);
     std::free(memory);
 }
 

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "core/Integers.hpp"
+#include "crypto/EncryptionKeyImpl.hpp"
+#include "crypto/EvaluationKeyImpl.hpp"
+
+#include <Torvo/Context.hpp>
+#include <Torvo/EncryptionKey.hpp>
+#include <Torvo/EvaluationKey.hpp>
+#include <Torvo/SparseSecretEncapsulationKey.hpp>
+
+#include <memory>
+#include <utility>
+
+/// Keys with data unset, to generate or to load into: nobody sees them before every word is written. The
+/// public constructors give zeros, which for these hundreds of megabytes take their time.
+namespace Torvo {
+
+/// The kinds of switching keys by the letter that tells them in files.
+enum class KeyKind : char {
+    Mult = 'm',
+    Conj = 'c',
+    Rot = 'r',
+    ModPack = 'p',
+    RingSwitch = 'w',
+    Encapsulation = 's'
+};
+
+inline std::unique_ptr<EvaluationKey> unsetKey(const Context& context, KeyKind kind, u64 rotationIndex = 0) {
+    return std::make_unique<EvaluationKey>(
+        std::make_unique<EvaluationKeyImpl>(context, static_cast<char>(kind), rotationIndex));
+}
+
+inline std::unique_ptr<SparseSecretEncapsulationKey> unsetEncapsulationKey(const Context& context,
+                                                                           const Context& contextSparse) {
+    return std::make_unique<SparseSecretEncapsulationKey>(
+        std::move(*unsetKey(contextSparse, KeyKind::Encapsulation)),
+        std::move(*unsetKey(context, KeyKind::Encapsulation)));
+}
+
+inline std::unique_ptr<EncryptionKey> unsetEncryptionKey(const Context& context) {
+    return std::make_unique<EncryptionKey>(std::make_unique<EncryptionKeyImpl>(context));
+}
+
+} // namespace Torvo
