@@ -8,7 +8,7 @@
 namespace Torvo {
 
 LevelledVector::LevelledVector(u64 dimension, u64 level)
-    : dimension_(dimension), level_(level), data_(wordsOfLevel(level, dimension)) {}
+    : dimension_(dimension), level_(level), data_(wordCount(dimension, level)) {}
 
 LevelledVector::LevelledVector(const LWE::Context& context)
     : LevelledVector(LWE::chainOf(context).dimension, LWE::chainOf(context).numPrimes - 1) {}

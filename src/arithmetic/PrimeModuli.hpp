@@ -20,6 +20,9 @@ namespace Torvo {
 
 class Message;
 
+/// What becomes of the rows that an operation sets aside: those of a secret are wiped.
+enum class Scratch { Plain, Wiped };
+
 /// The chain of primes of one context, base prime first, then the quantize primes, then the temporary primes,
 /// and every operation on the ring containers.
 ///
@@ -138,7 +141,8 @@ public:
     void multMonomial(const Polynomial& a, Polynomial& out, long k) const;
     /// The automorphism X -> X^k, k odd, in the NTT domain; `accumulate` adds it to `out`.
     template <bool accumulate>
-    void frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out) const;
+    void frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out,
+                           Scratch scratch = Scratch::Plain) const;
 
     // ---- transforms
 

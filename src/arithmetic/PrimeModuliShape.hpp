@@ -6,6 +6,7 @@
 #include "arithmetic/RowLoop.hpp"
 #include "arithmetic/Validators.hpp"
 #include "core/DeviceSpecificArray.hpp"
+#include "core/SecureWipe.hpp"
 
 #include <omp.h>
 
@@ -93,7 +94,13 @@ void permuteRow(const u64* in, u64* out, u64 n, u64* scratch, Kernel&& kernel) {
 /// kernels that cannot write over what they read. Holds nothing for a `length` of 0.
 class ScratchRows {
 public:
-    explicit ScratchRows(u64 length) : length_(length), words_(length * teamSize()) {}
+    explicit ScratchRows(u64 length, Scratch kind = Scratch::Plain)
+        : length_(length), kind_(kind), words_(length * teamSize()) {}
+    ScratchRows(const ScratchRows&) = delete;
+    ScratchRows& operator=(const ScratchRows&) = delete;
+    ~ScratchRows() {
+        if (kind_ == Scratch::Wiped) utils::wipe(words_);
+    }
 
     /// A copy of `row`, safe from what is written over it.
     const u64* hold(const u64* row) {
@@ -107,6 +114,7 @@ private:
     static u64 teamSize() { return static_cast<u64>(omp_get_max_threads()); }
 
     u64 length_;
+    Scratch kind_;
     DeviceSpecificArray<u64> words_;
 };
 

@@ -95,12 +95,12 @@ void PrimeModuli::multMonomial(const Polynomial& a, Polynomial& out, long k) con
 }
 
 template <bool accumulate>
-void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out) const {
+void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out, Scratch scratch) const {
     const auto bound = shapeResult(*this, {"frobeniusMapInNTTCUDA", "frobeniusMapInNTT"},
                                    {a, accumulate ? out : a}, {{out, true}});
     const auto table = automorphismTable(degree_, k);
     // A row is read in order into scratch memory, so that only the cache is read in the order of the table.
-    ScratchRows held(degree_), images(accumulate ? degree_ : 0);
+    ScratchRows held(degree_, scratch), images(accumulate ? degree_ : 0, scratch);
     forEachRow(bound.live(), [&](u64 i) {
         const u64* in = held.hold(a.getRow(i));
         u64* row = out.getRow(i);
@@ -110,8 +110,8 @@ void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out
     });
 }
 
-template void PrimeModuli::frobeniusMapInNTT<false>(const Polynomial&, long, Polynomial&) const;
-template void PrimeModuli::frobeniusMapInNTT<true>(const Polynomial&, long, Polynomial&) const;
+template void PrimeModuli::frobeniusMapInNTT<false>(const Polynomial&, long, Polynomial&, Scratch) const;
+template void PrimeModuli::frobeniusMapInNTT<true>(const Polynomial&, long, Polynomial&, Scratch) const;
 
 #define TORVO_INSTANTIATE(Validator)                                                                         \
     template void PrimeModuli::forwardNTT<Validator>(const Polynomial&, Polynomial&, Validator) const;       \

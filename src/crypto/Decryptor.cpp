@@ -6,20 +6,24 @@
 #include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/OperandRing.hpp"
-#include "crypto/OutputShape.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"
+#include "encoding/Messages.hpp"
 
 #include <Torvo/EnDecoder.hpp>
 
 #include <optional>
+#include <utility>
 
 namespace Torvo {
 
 namespace {
 
+// Until ct[0] is added, m tells the key.
+
 /// m = ct[0] + ct[1] * s + ct[2] * s^2 + ..., by Horner's rule.
-void evaluateAt(const PrimeModuli& primes, const Ciphertext& ct, const SecretKey& secretKey, Polynomial& m) {
+void evaluateAt(const PrimeModuli& primes, const Ciphertext& ct, const SecretKey& secretKey,
+                SecretPolynomial& m) {
     const Polynomial& s = secretKey.getSx();
     u64 i = ct.getNumPoly() - 1;
     primes.hadamardMult(ct.getPoly(i), s, m);
@@ -32,13 +36,14 @@ void evaluateAt(const PrimeModuli& primes, const Ciphertext& ct, const SecretKey
 
 /// m = ct[0] + sum of ct[i] * s[i-1].
 void evaluateAt(const PrimeModuli& primes, const CiphertextBase<MLWE>& ct,
-                const SecretKeyBase<MLWE>& secretKey, Polynomial& m) {
+                const SecretKeyBase<MLWE>& secretKey, SecretPolynomial& m) {
     SecretPolynomial product(ct.getContext(), ct.isModUp(), ct.getLevel());
-    m = ct.getPoly(0);
-    for (u64 i = 1; i < ct.getNumPoly(); ++i) {
+    primes.hadamardMult(ct.getPoly(1), secretKey.getSx(0), m);
+    for (u64 i = 2; i < ct.getNumPoly(); ++i) {
         primes.hadamardMult(ct.getPoly(i), secretKey.getSx(i - 1), product);
         primes.add(m, product, m);
     }
+    primes.add(m, ct.getPoly(0), m);
 }
 
 /// A ciphertext in NTT form: itself, or a copy that was transformed.
@@ -68,17 +73,19 @@ void requireMatch(const Context& context, const CiphertextBase<E>& ct, const Sec
 }
 
 template <EncryptionType E>
-void innerDecrypt(const Context& context, const CiphertextBase<E>& ct, const SecretKeyBase<E>& secretKey,
-                  Plaintext& out) {
+Plaintext innerDecrypt(const Context& context, const CiphertextBase<E>& ct,
+                       const SecretKeyBase<E>& secretKey) {
     if (E == EncryptionType::MLWE)
         require(ct.getNumPoly() == getRank(context) + 1, message::decryptWrongSize);
     requireMatch(context, ct, secretKey);
-    shapeOutput(context, ct.isModUp(), out);
-    out.setLevel(ct.getLevel());
-    out.setLogSlots(ct.getLogSlots());
-    out.setRescaleCounter(ct.getRescaleCounter());
-    out.allocate(ct.getDevice());
-    evaluateAt(context->primes, InNTTForm<E>(context->primes, ct).get(), secretKey, out.getMx());
+    const u64 level = ct.getLevel();
+    require(ct.getRescaleCounter() <= static_cast<int>(level), message::rescaleCounterAboveLevel);
+    SecretPolynomial m(context, ct.isModUp(), level);
+    evaluateAt(context->primes, InNTTForm<E>(context->primes, ct).get(), secretKey, m);
+    Plaintext plaintext(context, m.release());
+    plaintext.setLogSlots(ct.getLogSlots());
+    plaintext.setRescaleCounter(ct.getRescaleCounter());
+    return plaintext;
 }
 
 template <EncryptionType E>
@@ -94,25 +101,21 @@ template <EncryptionType E>
 void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
                         Plaintext& out) const {
     require(isOnSlots(ciphertext), message::notOnSlots);
-    innerDecrypt(context_, ciphertext, secretKey, out);
+    out = innerDecrypt(context_, ciphertext, secretKey);
 }
 
 template <EncryptionType E>
 void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
                         Message& out) const {
     require(isOnSlots(ciphertext), message::notOnSlots);
-    Plaintext plaintext(context_);
-    innerDecrypt(context_, ciphertext, secretKey, plaintext);
-    out = EnDecoder(context_).decode(plaintext);
+    out = EnDecoder(context_).decode(innerDecrypt(context_, ciphertext, secretKey));
 }
 
 template <EncryptionType E>
 void Decryptor::decrypt(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>& secretKey,
                         std::vector<double>& out) const {
     require(!isOnSlots(ciphertext), message::notOnCoefficients);
-    Plaintext plaintext(context_);
-    innerDecrypt(context_, ciphertext, secretKey, plaintext);
-    out = EnDecoder(context_).decodeWithoutFFT(plaintext);
+    out = EnDecoder(context_).decodeWithoutFFT(innerDecrypt(context_, ciphertext, secretKey));
 }
 
 void Decryptor::partialDecrypt(const Ciphertext& in, const SecretKey& secretKey, Ciphertext& out) const {
@@ -132,8 +135,9 @@ void Decryptor::partialDecrypt(const Ciphertext& in, const SecretKey& secretKey,
     primes.hadamardMult(ciphertext.getPoly(1), secretKey.getSx(), share);
     primes.add(share, ciphertext.getPoly(0), share);
     primes.add(share, error, share);
-    out = ciphertext;
-    out.getPoly(0) = share;
+    Ciphertext shared = ciphertext;
+    shared.getPoly(0) = share.release();
+    out = std::move(shared);
 }
 
 #define TORVO_INSTANTIATE(E)                                                                                 \

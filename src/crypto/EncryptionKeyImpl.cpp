@@ -19,14 +19,14 @@ EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext, const SecretKey&
     : EncryptionKeyImpl(keyContext) {
     const u64 level = context->parameter.encryption_level;
     requireSameRows(secretKey.getContext(), context, level, false, message::encryptionKeyOfForeignSecret);
-    SecretPolynomial error(context, false, level);
+    SecretPolynomial error(context, false, level), hidden(context, false, level);
     ax.setLevel(level);
-    bx.setLevel(level);
     populateUniformPoly(ax, true);
     RandomSampler().sampleGaussian(error, context);
     context->primes.forwardNTT(error, error);
-    context->primes.hadamardMult(ax, secretKey.getSx(0), bx);
-    context->primes.sub(error, bx, bx);
+    context->primes.hadamardMult(ax, secretKey.getSx(0), hidden);
+    context->primes.sub(error, hidden, hidden);
+    bx = hidden.release();
 }
 
 void EncryptionKeyImpl::save(OutputArchive& archive) const {

@@ -54,19 +54,45 @@ void stampOutput(const Plaintext& plaintext, CiphertextBase<E>& out) {
     out.allocate(plaintext.getDevice());
 }
 
-/// out[0] = masked - sum of out[i] * s[i-1]; `masked` is the message with its error, in NTT form.
+/// encrypted[0] = masked - sum of encrypted[i] * s[i-1]; `masked` is the message with its error, in NTT form.
+/// Until the error joins it, the sum tells the key.
 template <EncryptionType E>
 void hideUnder(const Context& context, const SecretKeyBase<E>& secretKey, const SecretPolynomial& masked,
-               CiphertextBase<E>& out) {
+               CiphertextBase<E>& encrypted) {
     const PrimeModuli& primes = context->primes;
-    Polynomial& sum = out.getPoly(0);
-    primes.hadamardMult(out.getPoly(1), secretKey.getSx(0), sum);
-    for (u64 i = 2; i < out.getNumPoly(); ++i) {
+    SecretPolynomial sum(context, false, masked.getLevel());
+    primes.hadamardMult(encrypted.getPoly(1), secretKey.getSx(0), sum);
+    for (u64 i = 2; i < encrypted.getNumPoly(); ++i) {
         SecretPolynomial product(context, false, masked.getLevel());
-        primes.hadamardMult(out.getPoly(i), secretKey.getSx(i - 1), product);
+        primes.hadamardMult(encrypted.getPoly(i), secretKey.getSx(i - 1), product);
         primes.add(sum, product, sum);
     }
     primes.sub(masked, sum, sum);
+    encrypted.getPoly(0) = sum.release();
+}
+
+// ct[0] = m + e - sum of ct[i] * s[i-1], ct[i] uniform. Drawn in this order: ct[1], ..., ct[rank], e.
+template <EncryptionType E>
+CiphertextBase<E> encryptUnder(const Context& context, const Plaintext& plaintext,
+                               const SecretKeyBase<E>& secretKey) {
+    requireEncryptionLevel(context, plaintext, message::aboveEncryptionLevelUnderSecretKey);
+    const u64 level = plaintext.getLevel();
+    requireOfRing(context, plaintext);
+    requireSameRows(secretKey.getContext(), context, level, false, message::encryptUnderForeignSecret);
+
+    SecretPolynomial masked(context, false, level);
+    auto encrypted = unsetCiphertext<E>(context, getRank(secretKey.getContext()) + 1);
+    encrypted.setLevel(level);
+    stampOutput(plaintext, encrypted);
+    for (u64 i = 1; i < encrypted.getNumPoly(); ++i) {
+        Polynomial& mask = encrypted.getPoly(i);
+        RandomSampler().sampleUniform(mask, context);
+        mask.setNTT(true);
+    }
+    sampleError(context, plaintext.getDevice(), masked);
+    addMessage(context->primes, plaintext.getMx(), masked);
+    hideUnder(context, secretKey, masked, encrypted);
+    return encrypted;
 }
 
 } // namespace
@@ -93,13 +119,18 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
     sampleError(context_, device, e0);
     addMessage(primes, plaintext.getMx(), e0);
 
-    shapeOutput(context_, false, out);
-    out.setNumPoly(2);
-    stampOutput(plaintext, out);
-    // Until here a used output has the level of its earlier use.
-    primes.hadamardMultTwo(v, key->getAx(), key->getBx(), out.getPoly(1), out.getPoly(0));
-    primes.add(out.getPoly(1), e1, out.getPoly(1));
-    primes.add(out.getPoly(0), e0, out.getPoly(0));
+    Ciphertext encrypted = unsetCiphertext(context_, 2);
+    // A used output holds the counter against the level of its earlier use.
+    if (hasShape(context_, false, out)) encrypted.setLevel(out.getPoly(0).getLevel());
+    stampOutput(plaintext, encrypted);
+    // v * ax tells v, and so the message.
+    SecretPolynomial c1(context_, false, level), c0(context_, false, level);
+    primes.hadamardMultTwo(v, key->getAx(), key->getBx(), c1, c0);
+    primes.add(c1, e1, c1);
+    primes.add(c0, e0, c0);
+    encrypted.getPoly(1) = c1.release();
+    encrypted.getPoly(0) = c0.release();
+    out = std::move(encrypted);
 }
 
 void Encryptor::encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
@@ -114,28 +145,10 @@ void Encryptor::encrypt(const Message& message, const KeyPack& keyPack, Cipherte
     encrypt(message, keyPack, out, getEncryptionLevel(context_), 0);
 }
 
-// ct[0] = m + e - sum of ct[i] * s[i-1], ct[i] uniform. Drawn in this order: ct[1], ..., ct[rank], e.
 template <EncryptionType E>
 void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey,
                         CiphertextBase<E>& out) const {
-    requireEncryptionLevel(context_, plaintext, message::aboveEncryptionLevelUnderSecretKey);
-    const u64 level = plaintext.getLevel();
-    requireOfRing(context_, plaintext);
-    requireSameRows(secretKey.getContext(), context_, level, false, message::encryptUnderForeignSecret);
-
-    SecretPolynomial masked(context_, false, level);
-    shapeOutput(context_, false, out);
-    out.setNumPoly(getRank(secretKey.getContext()) + 1);
-    out.setLevel(level);
-    stampOutput(plaintext, out);
-    for (u64 i = 1; i < out.getNumPoly(); ++i) {
-        Polynomial& mask = out.getPoly(i);
-        RandomSampler().sampleUniform(mask, context_);
-        mask.setNTT(true);
-    }
-    sampleError(context_, plaintext.getDevice(), masked);
-    addMessage(context_->primes, plaintext.getMx(), masked);
-    hideUnder(context_, secretKey, masked, out);
+    out = encryptUnder(context_, plaintext, secretKey);
 }
 
 template <EncryptionType E>
@@ -159,9 +172,10 @@ void Encryptor::encrypt(const std::vector<double>& coefficients, const SecretKey
     require(std::has_single_bit(coefficients.size()), message::encodeSizeNotPowerOfTwo);
     Encoding encoding(context_, coefficients, level, rescaleCounter);
     requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
-    encrypt(std::move(encoding).take(), secretKey, out);
-    out.setEncodingType(EncodingType::Coefficient);
-    for (Polynomial& poly : out.getPolys().getPolys()) context_->primes.backwardNTT(poly, poly);
+    auto encrypted = encryptUnder(context_, std::move(encoding).take(), secretKey);
+    encrypted.setEncodingType(EncodingType::Coefficient);
+    for (Polynomial& poly : encrypted.getPolys().getPolys()) context_->primes.backwardNTT(poly, poly);
+    out = std::move(encrypted);
 }
 
 template <EncryptionType E>

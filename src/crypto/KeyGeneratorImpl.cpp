@@ -6,6 +6,7 @@
 #include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/SecretPolynomial.hpp"
+#include "crypto/UnsetKey.hpp"
 
 #include <utility>
 
@@ -80,14 +81,14 @@ void KeyGeneratorImpl::genMultKey() const {
     const Polynomial& s = secretKey().getSx(0);
     SecretPolynomial square = emptySecret(context_);
     context_->primes.hadamardMult(s, s, square);
-    keyPack_->multKey.replace([&] { return switchingKey(makeEmptyMultKey(context_), square); });
+    keyPack_->multKey.replace([&] { return switchingKey(unsetKey(context_, KeyKind::Mult), square); });
 }
 
 void KeyGeneratorImpl::genConjKey() const {
     const Polynomial& s = secretKey().getSx(0);
     SecretPolynomial conjugate = emptySecret(context_);
-    context_->primes.frobeniusMapInNTT<false>(s, -1, conjugate);
-    keyPack_->conjKey.replace([&] { return switchingKey(makeEmptyConjKey(context_), conjugate); });
+    context_->primes.frobeniusMapInNTT<false>(s, -1, conjugate, Scratch::Wiped);
+    keyPack_->conjKey.replace([&] { return switchingKey(unsetKey(context_, KeyKind::Conj), conjugate); });
 }
 
 void KeyGeneratorImpl::genLeftRotKey(u64 index) const {
@@ -95,8 +96,8 @@ void KeyGeneratorImpl::genLeftRotKey(u64 index) const {
     requireRotation(index);
     const u64 galois = context_->fft.getGaloisElement(index, Device{});
     SecretPolynomial rotated = emptySecret(context_);
-    context_->primes.frobeniusMapInNTT<false>(s, static_cast<long>(galois), rotated);
-    keyPack_->addRotKey(index, switchingKey(makeEmptyRotKey(context_, index), rotated));
+    context_->primes.frobeniusMapInNTT<false>(s, static_cast<long>(galois), rotated, Scratch::Wiped);
+    keyPack_->addRotKey(index, switchingKey(unsetKey(context_, KeyKind::Rot, index), rotated));
 }
 
 void KeyGeneratorImpl::genRightRotKey(u64 index) const {
@@ -135,7 +136,7 @@ void KeyGeneratorImpl::genSparseSecretEncapsulationKey() const {
         const SecretKey denseInSparse(contextSparse_, dense.getCoefficients());
         const SecretKey sparse(contextSparse_);
         const SecretKey sparseInMain(context_, sparse.getCoefficients());
-        auto key = makeEmptySparseSecretEncapsulationKey(context_, contextSparse_);
+        auto key = unsetEncapsulationKey(context_, contextSparse_);
         fillSwitchingKey(contextSparse_, *decomposeDataSparse_, *key->getDTSPart(), denseInSparse.getSx(0),
                          sparse.getSx(0));
         fillSwitchingKey(context_, decomposeData_, *key->getSTDPart(), sparseInMain.getSx(0), dense.getSx(0));

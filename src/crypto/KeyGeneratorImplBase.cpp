@@ -33,13 +33,15 @@ void KeyGeneratorImplBase::genSwitchingKeyBx(const Context& context, const RNSDe
     for (u64 j = 0; j < ring.gadgetRank; ++j) {
         sampler_.sampleGaussian(error, context);
         ring.primes.forwardNTT(error, error);
-        ring.primes.hadamardMult(ax[j], sTo, bx[j]);
-        ring.primes.sub(error, bx[j], bx[j]);
+        SecretPolynomial hidden(context, true, ring.numBase - 1);
+        ring.primes.hadamardMult(ax[j], sTo, hidden);
+        ring.primes.sub(error, hidden, hidden);
 
         const OutputModulusBoundValidator block(ring.digitBegin(j), ring.digitEnd(j));
         ring.primes.constMult(sFrom, pMod, gadget, block);
         ring.primes.constMult(gadget, hatQMod, gadget, block);
-        ring.primes.add(bx[j], gadget, bx[j], block);
+        ring.primes.add(hidden, gadget, hidden, block);
+        bx[j] = hidden.release();
     }
 }
 

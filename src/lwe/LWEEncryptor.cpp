@@ -7,20 +7,21 @@
 #include "crypto/RandomSampler.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
 #include "encoding/Messages.hpp"
-#include "lwe/LWECiphertextImpl.hpp"
+#include "encoding/RescaleCounter.hpp"
 #include "lwe/Messages.hpp"
 #include "lwe/SecretElement.hpp"
+
+#include <utility>
 
 namespace Torvo::LWE {
 
 namespace {
 
-void stampOutput(const Context& context, u64 level, int rescaleCounter, Ciphertext& out) {
-    shapeOutput(context, out);
-    // The level first: what bounds the counter is the new level, not that of an earlier use.
-    out.setLevel(level);
-    out.setRescaleCounter(rescaleCounter);
-    out.getAx().allocate(Device{});
+Ciphertext stamped(const Context& context, u64 level, int rescaleCounter) {
+    Ciphertext ciphertext(context);
+    ciphertext.setLevel(level);
+    ciphertext.setRescaleCounter(rescaleCounter);
+    return ciphertext;
 }
 
 } // namespace
@@ -45,17 +46,18 @@ void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out, u
     SecretElement masked(ConstantEnDecoder(context_).encodeConst(message, level, rescale_counter));
 
     const PrimeModuli& primes = context_->primes;
-    stampOutput(context_, level, rescale_counter, out);
-    RandomSampler().sampleUniform(out.getAx(), context_);
+    Ciphertext encrypted = stamped(context_, level, rescale_counter);
+    RandomSampler().sampleUniform(encrypted.getAx(), context_);
     SecretElement error(context_), mask(context_);
     error.setLevel(level);
     RandomSampler().sampleGaussian(error, context_);
     masked.to(key.getDevice());
     error.to(key.getDevice());
-    out.to(key.getDevice());
-    primes.innerProduct(out.getAx(), key.getSx(), mask);
+    encrypted.to(key.getDevice());
+    primes.innerProduct(encrypted.getAx(), key.getSx(), mask);
     primes.sub(masked, mask, masked);
-    primes.add(masked, error, out.getBx());
+    primes.add(masked, error, encrypted.getBx());
+    out = std::move(encrypted);
 }
 
 } // namespace Torvo::LWE
