@@ -128,8 +128,8 @@ void splitComponents(const Polynomial& a, CiphertextBase<E>& out) {
     for (Polynomial& piece : pieces) parts.push_back(&piece);
     RingSwitcher{}.split(a, parts);
     const std::vector<Polynomial>& pieceOf = pieces;
-    forEachIndex(pieces.size(),
-                 [&](u64 i) { context->primes.multMonomial(pieceOf[i], out.getPoly(rank - i), 1); });
+    forEachIndexOrThrow(pieces.size(),
+                        [&](u64 i) { context->primes.multMonomial(pieceOf[i], out.getPoly(rank - i), 1); });
 }
 
 } // namespace

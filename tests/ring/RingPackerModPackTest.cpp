@@ -4,6 +4,8 @@
 #include "support/Pointers.hpp"
 #include "support/RingFamily.hpp"
 #include "support/RingPhases.hpp"
+#include "support/Sanitizer.hpp"
+#include "support/SecretsLeftBehind.hpp"
 
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/RingPacker.hpp>
@@ -264,7 +266,7 @@ namespace {
     module->parameter.rank = 4;
     Seeded seeded(958);
     const auto in = randomOnCoefficients<MLWE>(module, 7, seeded);
-    const ModPackKeyBundle keys(ring, 4); // unset: nobody looks at the result
+    const ModPackKeyBundle keys(ring, 4); // of zeros: nobody looks at the result
     Ciphertext out(ring);
     const u64* words = out.getPolyData(0, 0);
     omp_set_num_threads(2);
@@ -283,6 +285,17 @@ namespace {
 }
 
 } // namespace
+
+TEST(RingPackerModPack, TellsOfAnyAllocationThatFails) {
+    SKIP_WHERE_NEW_CANNOT_THROW();
+    Seeded seeded(959);
+    const Packing<MLWE> packing(6, 4, 6, 2);
+    const auto in = packing.random(1, seeded);
+    CiphertextBase<MLWE> expected(packing.out), out(packing.out);
+    packer.modPack(pointersTo(in), packing.keys, expected);
+    expectSafeOnAllThreads([&] { packer.modPack(pointersTo(in), packing.keys, out); },
+                           [&](bool isDone) { EXPECT_TRUE(!isDone || sameWords(out, expected)); });
+}
 
 TEST(RingPackerModPackRealPreset, TellsWhenMemoryRunsOut) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
