@@ -68,12 +68,6 @@ std::span<const double> partsOf(const Message& message) {
     return {reinterpret_cast<const double*>(message.begin()), 2 * message.getSize()};
 }
 
-bool allHold(const EncodingBound& bound, std::span<const double> numbers) {
-    bool all = true; // without a way out of the loop, which costs more than it saves
-    for (const double x : numbers) all &= bound.holds(x);
-    return all;
-}
-
 double firstBeyond(const EncodingBound& bound, std::span<const double> numbers) {
     return *std::ranges::find_if_not(numbers, [&](double x) { return bound.holds(x); });
 }
@@ -108,7 +102,7 @@ void Encoding::embed(const Message& message) {
     context_->fft.backwardFFT(coefficients);
     const EncodingBound limits = bound();
     context_->primes.embeddingToN(coefficients, limits.scale(), plaintext_.getMx());
-    if (allHold(limits, partsOf(coefficients))) return;
+    if (limits.holdsAll(partsOf(coefficients))) return;
     // Infinities come out of the transform as NaN: what the caller gave tells him more.
     const auto slots = partsOf(message);
     const auto notFinite = std::ranges::find_if_not(slots, [](double x) { return std::isfinite(x); });
@@ -121,7 +115,7 @@ void Encoding::embed(const std::vector<double>& coefficients) {
     const EncodingBound limits = bound();
     context_->primes.embeddingToN(coefficients.data(), coefficients.size(), limits.scale(),
                                   plaintext_.getMx());
-    if (!allHold(limits, coefficients)) outOfRange_ = Number{"number", firstBeyond(limits, coefficients)};
+    if (!limits.holdsAll(coefficients)) outOfRange_ = Number{"number", firstBeyond(limits, coefficients)};
 }
 
 Plaintext Encoding::take() && {

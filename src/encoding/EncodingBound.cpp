@@ -45,6 +45,17 @@ EncodingBound::EncodingBound(const PrimeModuli& primes, const ScaleFactors& scal
     limit_ = limitAt(primes, settled);
 }
 
+bool EncodingBound::holdsAll(std::span<const double> numbers) const {
+    if (!holds(0.0)) return numbers.empty();
+    // Without their signs doubles have the order of their words, infinities and NaN last: so the difference
+    // borrows for just those that are too large. Of comparisons of doubles g++ makes no vector code.
+    constexpr u64 magnitude = ~u64{0} >> 1;
+    const u64 most = std::bit_cast<u64>(largest());
+    u64 borrows = 0;
+    for (const double x : numbers) borrows |= most - (std::bit_cast<u64>(x) & magnitude);
+    return borrows <= magnitude;
+}
+
 double EncodingBound::largest() const {
     constexpr double most = std::numeric_limits<double>::max();
     // The quotient is rounded, and so is the product that decides: they part by a step or two.

@@ -82,6 +82,19 @@ void expectBound(const SomeContext& context, const std::vector<u64>& primes,
             EXPECT_FALSE(bound.holds(nextAbove(expected)) || bound.holds(-nextAbove(expected)));
             for (const double x : {0.0, -0.0, DBL_MIN, -DBL_MIN, 0x1p-1074}) EXPECT_TRUE(bound.holds(x));
             for (const double x : neverEncodable()) EXPECT_FALSE(bound.holds(x)) << x;
+            auto wrong = neverEncodable();
+            wrong.insert(wrong.end(), {nextAbove(expected), -nextAbove(expected)});
+            for (const u64 count : {1, 2, 7, 64}) {
+                std::vector<double> numbers(count, -expected);
+                EXPECT_TRUE(bound.holdsAll(numbers));
+                for (const double x : wrong)
+                    for (const u64 place : {u64{0}, count / 2, count - 1}) {
+                        numbers[place] = x;
+                        EXPECT_FALSE(bound.holdsAll(numbers)) << x;
+                        numbers[place] = -0.0;
+                    }
+            }
+            EXPECT_TRUE(bound.holdsAll({}));
         }
 }
 
@@ -104,6 +117,7 @@ TEST(EncodingBound, IsZeroWhereTheScaleIsNoNumber) {
     const EncodingBound bound(context->primes, context->scale_factors, 0, 0);
     EXPECT_EQ(bound.largest(), 0.0);
     EXPECT_FALSE(bound.holds(0.0));
+    EXPECT_FALSE(bound.holdsAll(std::vector{0.0}));
     expectOutOfRange([&] { EnDecoder(context).encode(Message(0, 0.5), 0, 0); }, "coefficient", 0.5, 0, 0,
                      0.0);
     EXPECT_NO_THROW(EnDecoder(context).encode(Message(0, 0.25), 49, 0));
