@@ -38,7 +38,8 @@ Ciphertext words(u64 level, u64 seed) {
 
 Ciphertext encrypted(u64 seed, double number, u64 level, int owed) {
     Ciphertext out(context());
-    drawnFrom(seed, [&] { Encryptor(context()).encrypt(number, key(), out, level, owed); });
+    const SecretKey& secret = key(); // drawn, where it is not there yet, from a seed of its own
+    drawnFrom(seed, [&] { Encryptor(context()).encrypt(number, secret, out, level, owed); });
     return out;
 }
 
