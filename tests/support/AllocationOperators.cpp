@@ -24,8 +24,10 @@ constexpr long disarmed = -1;
 std::atomic<long> left{disarmed}; ///< allocations before the one that fails; below 0 none does
 std::atomic<bool> failed{false};
 std::atomic<Thread> watched{Thread::Any};
-thread_local bool isArming = false;   // of the thread that made the object
-thread_local bool failsAgain = false; // the library asks for an array once more when it got none
+thread_local bool isArming = false; // of the thread that made the object
+std::atomic<bool> isArmed{false};
+std::atomic<u64> armings{0};
+thread_local u64 failsAgainIn = 0; ///< the arming in which this thread asks for an array once more
 
 bool isWatched() {
     switch (watched.load(std::memory_order_relaxed)) {
@@ -45,9 +47,12 @@ bool isToFail() {
     return true;
 }
 
+/// The library asks for an array once more when it got none: it gets none again.
 bool isArrayToFail() {
-    if (std::exchange(failsAgain, false)) return true;
-    return failsAgain = isToFail();
+    if (std::exchange(failsAgainIn, 0) == armings && isArmed) return true;
+    if (!isToFail()) return false;
+    failsAgainIn = armings;
+    return true;
 }
 
 } // namespace
@@ -55,12 +60,15 @@ bool isArrayToFail() {
 FailingAllocation::FailingAllocation(u64 before, Thread thread) {
     isArming = true;
     failed = false;
+    ++armings;
+    isArmed = true;
     watched = thread;
     left = static_cast<long>(before);
 }
 
 FailingAllocation::~FailingAllocation() {
     left = disarmed;
+    isArmed = false;
     isArming = false;
 }
 

@@ -55,15 +55,15 @@ inline Rows sumOf(const Rows& a, const Rows& b, const std::vector<u64>& primes) 
     return wordByWord(a, b, primes, [](u64 x, u64 y, u64 p) { return (x + y) % p; });
 }
 
-/// Some words from the middle of each row.
+/// Some words from the middle of each row, put in their place: the unused bytes of an object that is copied
+/// later would show what a variable here had left on the stack.
 inline Secrets secretsOf(std::initializer_list<Rows> polynomials) {
     Secrets secrets;
     for (const Rows& rows : polynomials)
         for (const auto& row : rows) {
-            FreedMemory::Secret secret{};
+            FreedMemory::Secret& secret = secrets.emplace_back();
             std::copy_n(row.begin() + static_cast<std::ptrdiff_t>(row.size() / 3), secret.size(),
                         secret.begin());
-            secrets.push_back(secret);
         }
     return secrets;
 }
