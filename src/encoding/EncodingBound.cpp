@@ -17,7 +17,7 @@ namespace {
 /// The smallest double that is not below x / 2. A double has 53 bits.
 double halfRoundedUp(u128 x) {
     const auto high = static_cast<u64>(x >> 64), low = static_cast<u64>(x);
-    const int bits = high != 0 ? 64 + std::bit_width(high) : std::bit_width(low);
+    const int bits = static_cast<int>(high != 0 ? 64 + std::bit_width(high) : std::bit_width(low));
     const int dropped = std::max(bits - 53, 0);
     const u128 kept = x >> dropped;
     const u64 top = static_cast<u64>(kept) + ((kept << dropped) != x ? 1 : 0);
@@ -72,7 +72,7 @@ void EncodingBound::refuse(const char* what, double value) const {
 
 std::string decimal(double x) {
     std::array<char, 32> text{};
-    const auto end = std::to_chars(text.data(), text.data() + text.size(), x).ptr;
+    const char* const end = std::to_chars(text.data(), text.data() + text.size(), x).ptr;
     return {text.data(), end};
 }
 
