@@ -72,7 +72,7 @@ void EncodingBound::refuse(const char* what, double value) const {
 
 std::string decimal(double x) {
     std::array<char, 32> text{};
-    const char* const end = std::to_chars(text.data(), text.data() + text.size(), x).ptr;
+    auto* const end = std::to_chars(text.data(), text.data() + text.size(), x).ptr;
     return {text.data(), end};
 }
 

@@ -1,6 +1,7 @@
 #include "support/FailingAllocations.hpp"
 
 #include "core/DeviceSpecificArray.hpp"
+#include "support/Sanitizer.hpp"
 
 #include <gtest/gtest.h>
 
@@ -22,6 +23,7 @@ void allocateAndFree() {
 }
 
 TEST(FailingAllocations, FailOnceAfterTheCountedOnes) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const FailingAllocation failing(1);
     EXPECT_NO_THROW(allocateAndFree());
     EXPECT_FALSE(failing.hasFailed());
@@ -32,6 +34,7 @@ TEST(FailingAllocations, FailOnceAfterTheCountedOnes) {
 
 // The allocator of arrays gives away the blocks that it keeps and asks a second time, which fails too.
 TEST(FailingAllocations, ReachTheArraysOfTheLibrary) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const DeviceSpecificArray<u64> first(3); // from here on the allocator itself is there
     const FailingAllocation failing(0);
     EXPECT_THROW(DeviceSpecificArray<u64>(3), std::bad_alloc);
@@ -40,6 +43,7 @@ TEST(FailingAllocations, ReachTheArraysOfTheLibrary) {
 }
 
 TEST(FailingAllocations, CanBeThoseOfOtherThreadsAlone) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     bool threw = false;
     std::unique_ptr<FailingAllocation> failing;
     std::atomic<bool> isArmed = false;

@@ -94,7 +94,8 @@ TEST(ForeignRings, AKeyGeneratorTakesAPackOfATwin) {
 }
 
 TEST(ForeignRings, AnEncryptorRefusesKeysOfOtherPrimesBeforeItDrawsOrWrites) {
-    for (const auto& [ours, theirs] : ringsOfOtherPrimes()) {
+    for (const auto& rings : ringsOfOtherPrimes()) {
+        const Context &ours = rings.ours, &theirs = rings.theirs;
         const Keyed own(ours), other(theirs);
         const Encryptor encryptor(ours);
         const Message message(2, 0.5);
@@ -118,7 +119,8 @@ TEST(ForeignRings, AnEncryptorRefusesKeysOfOtherPrimesBeforeItDrawsOrWrites) {
 }
 
 TEST(ForeignRings, AnEncryptorRefusesAPlaintextOfOtherPrimesAfterItsOwnRules) {
-    for (const auto& [ours, theirs] : ringsOfOtherPrimes()) {
+    for (const auto& rings : ringsOfOtherPrimes()) {
+        const Context &ours = rings.ours, &theirs = rings.theirs;
         const Keyed own(ours);
         Plaintext plaintext = EnDecoder(theirs).encode(Message(2, 0.5));
         Ciphertext out(ours);
@@ -135,7 +137,8 @@ TEST(ForeignRings, AnEncryptorRefusesAPlaintextOfOtherPrimesAfterItsOwnRules) {
 }
 
 TEST(ForeignRings, ADecryptorRefusesKeysAndCiphertextsOfOtherPrimesBeforeItWrites) {
-    for (const auto& [ours, theirs] : ringsOfOtherPrimes()) {
+    for (const auto& rings : ringsOfOtherPrimes()) {
+        const Context &ours = rings.ours, &theirs = rings.theirs;
         const Keyed own(ours), other(theirs);
         const Decryptor decryptor(ours);
         const Ciphertext mine = own.encrypt(0.5), foreign = other.encrypt(0.5);

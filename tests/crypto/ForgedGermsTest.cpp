@@ -8,6 +8,7 @@
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "support/AllocationBudget.hpp"
 #include "support/ObjectFiles.hpp"
+#include "support/Sanitizer.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/KeyGenerator.hpp>
@@ -118,6 +119,7 @@ std::string packOfRotations(u64 count, const std::string& ax, const std::string&
 }
 
 TEST(ForgedGerms, AllOfAKeyAreRefused) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const auto load = [](std::istream& stream) { makeEmptyMultKey(ring())->load(stream); };
     expectRefusedCheaply(Bytes::frame().raw(keyFields('m', 0, 3, keyShape().germ(), keyShape().germ())).str(),
                          load);
@@ -127,10 +129,12 @@ TEST(ForgedGerms, AllOfAKeyAreRefused) {
 }
 
 TEST(ForgedGerms, OfKeysInAPackAreRefusedAtTheFirst) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     expectRefusedCheaply(packOfRotations(300, keyShape().germ(), keyShape().germ()), loadPack);
 }
 
 TEST(ForgedGerms, BesideAnotherShapeAreRefused) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const auto withPartner = [](const Shape& ax, const Shape& bx) {
         return Bytes::frame().raw(keyFields('m', 0, 100, ax.germ(), bx.inFull())).str();
     };
@@ -147,12 +151,14 @@ TEST(ForgedGerms, BesideAnotherShapeAreRefused) {
 }
 
 TEST(ForgedGerms, ManySmallOnesCostWhatTheyWeigh) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Shape smallest = smallestShape();
     expectTakenCheaply(Bytes::frame().raw(keyFields('m', 0, 100, smallest.germ(), smallest.inFull())).str(),
                        loadKeyWithoutContext);
 }
 
 TEST(ForgedGerms, APackCostsTwiceItsBytes) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const std::string pack = packOfRotations(30, keyShape().germ(), keyShape().inFull());
     ASSERT_GT(pack.size(), 5 * constantCost);
     expectTakenCheaply(pack, loadPack);
@@ -164,6 +170,7 @@ TEST(ForgedGerms, APackCostsTwiceItsBytes) {
 }
 
 TEST(ForgedGerms, OfAnEncryptionKeyNeedTheRowsOfAGeneratedOne) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const auto load = [](std::istream& stream) { EncryptionKey(ring()).load(stream); };
     Shape low{1024, 6, 6, 0, false, getPrimeList(ring())}, high = low;
     high.level = getEncryptionLevel(ring());
@@ -179,6 +186,7 @@ TEST(ForgedGerms, OfAnEncryptionKeyNeedTheRowsOfAGeneratedOne) {
 }
 
 TEST(ForgedGerms, HaveNoPlaceInOtherObjects) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Shape shape{1024, 6, 6, 5, false, getPrimeList(ring())};
     Bytes ciphertext =
         Bytes::frame().u64s({ring()->context_hash}).u32(3).u64s({9}).u32(0).u32(0).u64s({2000});
@@ -203,6 +211,7 @@ TEST(ForgedGerms, HaveNoPlaceInOtherObjects) {
 
 // What a caller has put in is written in full, so that it can be loaded.
 TEST(ForgedGerms, AreNotMadeByTheLibrary) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     Ciphertext ciphertext(ring()), loadedCiphertext(ring());
     Plaintext plaintext(ring()), loadedPlaintext(ring());
     for (u64 i = 0; i < 2; ++i) populateUniformPoly(ciphertext.getPoly(i), true);
@@ -224,6 +233,7 @@ TEST(ForgedGerms, AreNotMadeByTheLibrary) {
 
 // Before a word is read: a stream without an end would otherwise fill the memory.
 TEST(ForgedCounts, AreHeldAgainstTheContext) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const std::string endless(u64{8} << 20, '\1');
     Bytes head = Bytes::frame().u32(1).u64s({ring()->context_hash}).u8('m').u64s({0, 3});
     head.raw(keyShape().head(true)).u64s({u64{1} << 40}).raw(endless);

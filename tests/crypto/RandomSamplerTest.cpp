@@ -6,6 +6,7 @@
 #include "support/Expect.hpp"
 #include "support/FailingAllocations.hpp"
 #include "support/NewThread.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/ScriptedEntropy.hpp"
 
 #include <Torvo/Randomseeds.hpp>
@@ -178,6 +179,7 @@ TEST(SampleUniform, DrawsNothingWhereAWorkerCannotSeedItsGenerator) {
 }
 
 TEST(SampleUniform, DrawsNothingWhereAWorkerHasNoMemoryForItsWords) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     u64 failures = 0;
     for (bool hasFailed = true; hasFailed;) {
         withNewTeam([&] {

@@ -13,6 +13,7 @@
 #include "support/FailingAllocations.hpp"
 #include "support/NewThread.hpp"
 #include "support/PolynomialBytes.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/ScriptedEntropy.hpp"
 #include "support/TemporaryDirectory.hpp"
 
@@ -322,6 +323,7 @@ TEST(SecretKey, TheFileTellsNothingOfOtherKeysAndMasks) {
 // The key that fails may have been seen by nobody, but its sampling took a seed, which is used for nothing
 // else. A fresh seed at the end shows when the thread draws again.
 TEST(SecretKey, ThatCannotBeFinishedTakesItsSeedAlong) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     test::onNewThread([] {
         for (u64 before = 0, failures = 0;; ++before) {
             threadGenerator()();
@@ -361,6 +363,7 @@ TEST(SecretKey, IsNotMadeWithoutAFreshSeed) {
 }
 
 TEST(SecretKey, LoadingTheSeedWithoutMemoryLeavesTheThreadsStreamUndisturbed) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const SecretKey key(toy());
     const std::string file = seedFile(key);
     for (const bool isSeededBySystem : {true, false}) {

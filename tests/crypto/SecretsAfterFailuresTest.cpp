@@ -112,6 +112,7 @@ void expectSafeEncryptionUnder(const SecretKeyBase<E>& key, Encrypt&& encrypt) {
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingUnderTheSecretKey) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     expectSafeEncryptionUnder(fx().secretKey, [](Ciphertext& out) {
         fx().encryptor.encrypt(sampleMessage(), fx().secretKey, out, level, 0);
@@ -122,6 +123,7 @@ TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingUnderTheSecretKey) {
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingInAModule) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     expectSafeEncryptionUnder(module().secretKey, [](auto& out) {
         module().encryptor.encrypt(sampleMessage(), module().secretKey, out, level, 0);
@@ -133,6 +135,7 @@ TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingInAModule) {
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingUnderThePublicKey) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     SecretPolynomial v(fx().context, false, level);
     {
@@ -167,6 +170,7 @@ void expectSafeDecryption(const Context& context, const Secrets& secrets, Decryp
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenDecrypting) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const Ciphertext ciphertext = fx().encrypt(sampleMessage(), level);
     // Without the sum that has ct[0] in it already: that is the plaintext.
@@ -187,6 +191,7 @@ TEST_F(SecretsAfterFailures, StayHiddenWhenDecrypting) {
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenDecryptingAModule) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const RankFour& four = RankFour::get();
     CiphertextBase<MLWE> ciphertext(four.context);
@@ -197,6 +202,7 @@ TEST_F(SecretsAfterFailures, StayHiddenWhenDecryptingAModule) {
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenDecryptingInPart) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const Ciphertext ciphertext = fx().encrypt(sampleMessage(), level);
     expectSafeEncryption<RLWE>(
@@ -208,6 +214,7 @@ TEST_F(SecretsAfterFailures, StayHiddenWhenDecryptingInPart) {
 // ---- keys
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenMakingAnEncryptionKey) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const auto primes = primesOf(fx().context);
     const Rows s = rowsOf(fx().secretKey.getSx());
@@ -278,6 +285,7 @@ Rows mapped(long exponent) {
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenMakingSwitchingKeys) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const Rows s = rowsOf(fx().secretKey.getSx());
     expectSafeGeneration(
@@ -309,6 +317,7 @@ void expectSafeKeys(const Context& ring, const Polynomial& target, Generate&& ge
 }
 
 TEST_F(SecretsAfterFailures, StayHiddenWhenMakingKeysBetweenRings) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const Context large = familyRing(7, 3), small = familyRing(6, 3);
     const SecretKey largeKey(large), smallKey(small);

@@ -7,6 +7,7 @@
 #include "support/DamagedFiles.hpp"
 #include "support/FailingAllocations.hpp"
 #include "support/NewThread.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/ScriptedEntropy.hpp"
 
 #include <Torvo/Randomseeds.hpp>
@@ -88,6 +89,7 @@ TEST(SeedState, ADamagedStateIsNotBorrowed) {
 
 // Neither runs a request for memory while it ends, nor has one that fails.
 TEST(SeedState, ABorrowedGeneratorIsGivenBackWithoutMemory) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     setSeed(pinnedSeed);
     const SeedState stored = SeedState::ofThread();
     threadGenerator()();

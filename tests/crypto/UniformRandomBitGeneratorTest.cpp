@@ -142,6 +142,7 @@ TEST(UniformRandomBitGenerator, AForgottenSeedIsReplacedBeforeAnythingIsDrawn) {
 }
 
 TEST(UniformRandomBitGenerator, ADrawWithoutMemoryForTheBufferDrawsNothing) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     for (const bool isBulk : {false, true}) {
         UniformRandomBitGenerator generator;
         generator.setSeed(pinnedSeed);
@@ -156,6 +157,7 @@ TEST(UniformRandomBitGenerator, ADrawWithoutMemoryForTheBufferDrawsNothing) {
 }
 
 TEST(UniformRandomBitGenerator, AMadeBufferNeedsNoMemoryEverAfter) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     UniformRandomBitGenerator generator;
     generator.setSeed(pinnedSeed);
     generator.makeBuffer();

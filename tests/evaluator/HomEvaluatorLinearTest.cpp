@@ -24,8 +24,6 @@ namespace {
 using Complex = std::complex<double>;
 using Module = CiphertextBase<EncryptionType::MLWE>;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-
 template <class T>
 class LinearForms : public testing::Test {
 protected:

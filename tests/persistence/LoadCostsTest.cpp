@@ -1,4 +1,5 @@
 #include "support/AllocationBudget.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <Torvo/Context.hpp>
@@ -26,6 +27,7 @@ Context ring() {
 }
 
 TEST(LoadCosts, ASecretKeyInShortFormCostsWhatAKeyOfItsContextCosts) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Context context = ring();
     const SecretKey first(context); // stays, so that its memory does not serve again without being counted
     std::ostringstream file;
@@ -42,6 +44,7 @@ TEST(LoadCosts, ASecretKeyInShortFormCostsWhatAKeyOfItsContextCosts) {
 // For each prime at most eight tables of N words in all (both directions, each with its quotients, the last
 // stage once more, and once more in floating point), and 36 N bytes for the embedding.
 TEST(LoadCosts, AContextFileCostsEightTablesForEveryPrime) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const test::TemporaryDirectory folder;
     const std::string path = folder.path() + "/ring.context";
     saveContextToFile(ring(), path);

@@ -97,6 +97,7 @@ std::string shownItself(Object& object) {
 // ---- as they are made
 
 TEST(OldMemory, IsNotInNewMessages) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     expectNothingOld("slots", [] { return shown(Message(5)); });
     expectNothingOld("resized", [] {
         Message message;
@@ -124,6 +125,7 @@ TEST(OldMemory, IsNotInNewMessages) {
 }
 
 TEST(OldMemory, IsNotInNewPlaintexts) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     expectNothingOld("new", [] { return shown(Plaintext(fxRing())); });
     expectNothingOld("elsewhere", [] {
         Plaintext plaintext(fxRing());
@@ -134,6 +136,7 @@ TEST(OldMemory, IsNotInNewPlaintexts) {
 }
 
 TEST(OldMemory, IsNotInNewCiphertexts) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     for (const bool modUp : {false, true}) {
         expectNothingOld("new", [&] {
             Ciphertext ciphertext(fxRing(), modUp);
@@ -163,6 +166,7 @@ TEST(OldMemory, IsNotInNewCiphertexts) {
 }
 
 TEST(OldMemory, IsNotInNewKeys) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     expectNothingOld("encryption", [] { return saved(EncryptionKey(fxRing())); });
     expectNothingOld("encryption, elsewhere", [] {
         EncryptionKey key(fxRing());
@@ -190,6 +194,7 @@ TEST(OldMemory, IsNotInNewKeys) {
 // ---- generated, encrypted, decrypted
 
 TEST(OldMemory, IsNotInGeneratedKeys) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     expectNothingOld("pack", [] {
         const SecretKey secretKey(fxRing());
         const KeyGenerator generator(fxRing(), secretKey);
@@ -287,6 +292,7 @@ Ciphertext randomModUp(u64 level, u64 numPoly = 2) {
 }
 
 TEST(OldMemory, IsNotInEncryptions) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Message message = sampleMessage();
     const std::vector<double> coefficients(8, 0.25);
     expectNothingOldIn("public key",
@@ -303,6 +309,7 @@ TEST(OldMemory, IsNotInEncryptions) {
 }
 
 TEST(OldMemory, IsNotInDecryptions) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Ciphertext low = fx().encrypt(sampleMessage(), 2);
     const Ciphertext modUp = randomModUp(2), three = randomModUp(2, 3);
     const auto moduleLow = module().encrypt(sampleMessage(), 1);
@@ -319,6 +326,7 @@ TEST(OldMemory, IsNotInDecryptions) {
 }
 
 TEST(OldMemory, IsNotInEncodings) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Message message = sampleMessage();
     expectNothingOld("encode", [&] { return shown(fx().encoder.encode(message, 2)); });
     expectNothingOld("encode what owes", [&] { return shown(fx().encoder.encodeWithoutNTT(message, 3, 2)); });
@@ -331,6 +339,7 @@ TEST(OldMemory, IsNotInEncodings) {
 // ---- evaluated
 
 TEST(OldMemory, IsNotInMessagesThatAreComputed) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const HomEvaluator& e = fx().evaluator;
     const Message a = sampleMessage(), b = sampleMessage();
     const std::vector<std::function<void(Message&)>> operations{
@@ -360,6 +369,7 @@ TEST(OldMemory, IsNotInMessagesThatAreComputed) {
 }
 
 TEST(OldMemory, IsNotInPlaintextsThatAreComputed) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const HomEvaluator& e = fx().evaluator;
     Plaintext modUp(fx().context);
     modUp.getMx() = randomModUp(2).getPoly(0);
@@ -428,6 +438,7 @@ void expectLinearOperations(const HomEvaluator& e, const EnDecoder& encoder, con
 }
 
 TEST(OldMemory, IsNotInCiphertextsThatAreComputed) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Ciphertext higher = fx().encrypt(sampleMessage(), 4);
     for (const Ciphertext& a : {fx().encrypt(sampleMessage(), 2), randomModUp(2)}) {
         SCOPED_TRACE(a.isModUp() ? "mod-up" : "");
@@ -448,6 +459,7 @@ TEST(OldMemory, IsNotInCiphertextsThatAreComputed) {
 }
 
 TEST(OldMemory, IsNotInProductsAndRotations) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Scheme& s = fx();
     KeyGenerator(s.context, s.secretKey, s.keys).genRotKeyBundle();
     const HomEvaluator& e = s.evaluator;
@@ -475,6 +487,7 @@ TEST(OldMemory, IsNotInProductsAndRotations) {
 }
 
 TEST(OldMemory, IsNotInBootstrappedCiphertexts) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Bootstrapper bootstrapper(toy().evaluator, 3);
     const Ciphertext a = toy().encrypt(sampleMessage(), 3);
     const auto expect = [&](const char* name, auto&& operation) {
@@ -496,6 +509,7 @@ TEST(OldMemory, IsNotInBootstrappedCiphertexts) {
 // ---- between rings
 
 TEST(OldMemory, IsNotInWhatChangesItsRing) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const RingPacker packer;
     const Context large = familyRing(7, 3), small = familyRing(6, 3);
     const SecretKey largeKey(large), smallKey(small);
@@ -534,6 +548,7 @@ TEST(OldMemory, IsNotInWhatChangesItsRing) {
 // ---- plain numbers
 
 TEST(OldMemory, IsNotInPlainNumbers) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const LWE::Context context = LWE::makeContext(LWE::ParameterPreset::SD3);
     const LWE::SecretKey key(context);
     const LWE::Encryptor encryptor(context);
@@ -565,6 +580,7 @@ TEST(OldMemory, IsNotInPlainNumbers) {
 }
 
 TEST(OldMemory, IsNotInNumbersTakenOutOfAPolynomial) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const Context ring = smallRingOfSD3();
     const LWE::Context numbers = LWE::makeContext(LWE::ParameterPreset::SD3);
     numbers->parameter.dimension = 64;
@@ -612,6 +628,7 @@ void expectNothingOldAfterFailures(const std::string& name, Make&& make, Operati
 }
 
 TEST(OldMemory, IsNotInOutputsOfFailedOperations) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
     const HomEvaluator& e = fx().evaluator;
     const Ciphertext a = fx().encrypt(sampleMessage(), 4), modUp = randomModUp(2);

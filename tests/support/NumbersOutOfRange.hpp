@@ -11,7 +11,6 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -47,6 +46,21 @@ inline double nextAbove(double x) {
     return std::nextafter(x, std::numeric_limits<double>::infinity());
 }
 
+/// What stands between one of `pieces` and the next, where `text` is made of them from end to end; else
+/// nothing.
+inline std::vector<std::string> between(const std::vector<std::string>& pieces, const std::string& text) {
+    if (!text.starts_with(pieces.front()) || !text.ends_with(pieces.back())) return {};
+    std::vector<std::string> fields;
+    std::size_t begin = pieces.front().size();
+    for (std::size_t i = 1; i < pieces.size(); ++i) {
+        const std::size_t end = text.find(pieces[i], begin);
+        if (end == std::string::npos) return {};
+        fields.push_back(text.substr(begin, end - begin));
+        begin = end + pieces[i].size();
+    }
+    return begin == text.size() ? fields : std::vector<std::string>{};
+}
+
 /// What a refusal told; `text` alone when it was none of a number out of range.
 struct RangeRefusal {
     std::string text, what;
@@ -64,16 +78,16 @@ RangeRefusal rangeRefusalOf(Call&& call) {
     } catch (const RuntimeException& refusal) {
         told.text = refusal.what();
     }
-    static const std::regex form(
-        R"(\[encode\] Cannot encode the (\w+) (\S+) at level (\d+) with rescale counter (\d+): )"
-        R"(the magnitude should be at most (\S+)\. Give a smaller number or a higher level\.)");
-    std::smatch match;
-    if (!std::regex_match(told.text, match, form)) return told;
-    told.what = match[1];
-    told.value = std::stod(match[2]);
-    told.level = std::stoul(match[3]);
-    told.counter = std::stoi(match[4]);
-    told.largest = std::stod(match[5]);
+    const std::vector<std::string> fields =
+        between({"[encode] Cannot encode the ", " ", " at level ", " with rescale counter ",
+                 ": the magnitude should be at most ", ". Give a smaller number or a higher level."},
+                told.text);
+    if (fields.empty()) return told;
+    told.what = fields[0];
+    told.value = std::stod(fields[1]);
+    told.level = std::stoul(fields[2]);
+    told.counter = std::stoi(fields[3]);
+    told.largest = std::stod(fields[4]);
     return told;
 }
 

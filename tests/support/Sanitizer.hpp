@@ -42,3 +42,8 @@ inline constexpr bool newCanThrow = !underSanitizer;
 /// First line of a test that looks at stacks or memory as a whole: instrumented code needs far more of both.
 #define SKIP_WHERE_CODE_IS_INSTRUMENTED()                                                                    \
     if (::Torvo::test::underSanitizer) GTEST_SKIP() << "instrumented code needs more memory"
+
+/// First line of a test that lets allocations fail, counts them or looks at what is freed: the runtime of the
+/// thread sanitizer has operators new and delete that no program can replace.
+#define SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED()                                                           \
+    if (::Torvo::test::underThreadSanitizer) GTEST_SKIP() << "operator new cannot be replaced here"
