@@ -6,7 +6,6 @@
 #include "arithmetic/PrimeModuli.hpp"
 #include "arithmetic/Relocation.hpp"
 #include "arithmetic/Ring.hpp"
-#include "arithmetic/WordCount.hpp"
 #include "core/Failure.hpp"
 
 namespace Torvo {

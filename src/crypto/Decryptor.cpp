@@ -1,6 +1,5 @@
 #include <Torvo/Decryptor.hpp>
 
-#include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
@@ -123,7 +122,6 @@ void Decryptor::partialDecrypt(const Ciphertext& in, const SecretKey& secretKey,
     require(in.getNumPoly() == 2, message::partialDecryptWrongSize);
     requireMatch(context_, in, secretKey);
     const PrimeModuli& primes = context_->primes;
-    require(primes.isOwn(in.getPoly(1)), message::operandsOfOtherRing);
     const InNTTForm<RLWE> form(primes, in);
     const Ciphertext& ciphertext = form.get();
     const u64 level = ciphertext.getLevel();
