@@ -36,16 +36,21 @@ TEST(Forks, AreCountedInChildrenOnly) {
 TEST(Forks, NoOtherThreadHoldsARegisteredMutex) {
     static auto& mutex = *new std::mutex;
     holdDuringForks(mutex);
-    std::atomic<bool> isHeld = false, isGivenBack = false;
+    std::atomic<bool> isHeld = false, isGivenBack = false, isOver = false;
     std::thread holder([&] {
-        const std::lock_guard lock(mutex);
-        isHeld = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        isGivenBack = true;
+        {
+            const std::lock_guard lock(mutex);
+            isHeld = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            isGivenBack = true;
+        }
+        isOver.wait(false); // a thread that ended before the fork is a leak of the child to the thread sanitizer
     });
     while (!isHeld) std::this_thread::yield();
     const Words inside = inChild([&] { return Words{isGivenBack, mutex.try_lock()}; });
     EXPECT_EQ(inside, (Words{1, 1}));
+    isOver = true;
+    isOver.notify_one();
     holder.join();
     EXPECT_TRUE(mutex.try_lock()) << "after the fork the parent gives it back too";
     mutex.unlock();
