@@ -55,20 +55,17 @@ void stampOutput(const Plaintext& plaintext, CiphertextBase<E>& out) {
 }
 
 /// encrypted[0] = masked - sum of encrypted[i] * s[i-1]; `masked` is the message with its error, in NTT form.
-/// Until the error joins it, the sum tells the key.
+/// A product by itself tells the key, and what is masked the message; both together tell nothing.
 template <EncryptionType E>
-void hideUnder(const Context& context, const SecretKeyBase<E>& secretKey, const SecretPolynomial& masked,
+void hideUnder(const Context& context, const SecretKeyBase<E>& secretKey, SecretPolynomial& masked,
                CiphertextBase<E>& encrypted) {
     const PrimeModuli& primes = context->primes;
-    SecretPolynomial sum(context, false, masked.getLevel());
-    primes.hadamardMult(encrypted.getPoly(1), secretKey.getSx(0), sum);
-    for (u64 i = 2; i < encrypted.getNumPoly(); ++i) {
-        SecretPolynomial product(context, false, masked.getLevel());
+    SecretPolynomial product(context, false, masked.getLevel());
+    for (u64 i = 1; i < encrypted.getNumPoly(); ++i) {
         primes.hadamardMult(encrypted.getPoly(i), secretKey.getSx(i - 1), product);
-        primes.add(sum, product, sum);
+        primes.sub(masked, product, masked);
     }
-    primes.sub(masked, sum, sum);
-    encrypted.getPoly(0) = sum.release();
+    encrypted.getPoly(0) = masked.release();
 }
 
 // ct[0] = m + e - sum of ct[i] * s[i-1], ct[i] uniform. Drawn in this order: ct[1], ..., ct[rank], e.
@@ -123,13 +120,13 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
     // A used output holds the counter against the level of its earlier use.
     if (hasShape(context_, false, out)) encrypted.setLevel(out.getPoly(0).getLevel());
     stampOutput(plaintext, encrypted);
-    // v * ax tells v, and so the message.
-    SecretPolynomial c1(context_, false, level), c0(context_, false, level);
-    primes.hadamardMultTwo(v, key->getAx(), key->getBx(), c1, c0);
-    primes.add(c1, e1, c1);
-    primes.add(c0, e0, c0);
-    encrypted.getPoly(1) = c1.release();
-    encrypted.getPoly(0) = c0.release();
+    // v * ax tells v, and so the message, until the error joins it.
+    SecretPolynomial product(context_, false, level);
+    primes.hadamardMultTwo(v, key->getAx(), key->getBx(), v, product);
+    primes.add(e1, v, e1);
+    primes.add(e0, product, e0);
+    encrypted.getPoly(1) = e1.release();
+    encrypted.getPoly(0) = e0.release();
     out = std::move(encrypted);
 }
 

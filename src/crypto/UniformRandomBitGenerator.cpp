@@ -36,26 +36,37 @@ u64 UniformRandomBitGenerator::operator()() {
     return buffer_[position_.index++];
 }
 
+// Many words at once go where they are wanted without a stay in the buffer.
 void UniformRandomBitGenerator::getRandomNumbers(unsigned long* out, unsigned long count) {
     while (count > 0) {
-        if (position_.index >= filled_) provideWords();
-        const u64 run = std::min(count, filled_ - position_.index);
-        std::copy_n(buffer_.get() + position_.index, run, out);
+        u64 run = 0;
+        if (position_.index >= filled_ && count >= pieceWords) {
+            reachWords();
+            run = std::min(count, wordCount - position_.index);
+            hash(position_.index, out, run);
+        } else {
+            if (position_.index >= filled_) provideWords();
+            run = std::min(count, filled_ - position_.index);
+            std::copy_n(buffer_.get() + position_.index, run, out);
+        }
         position_.index += run;
         out += run;
         count -= run;
     }
 }
 
-// What can fail comes first: the position changes only when there are words for it.
+/// Stands before a word of the seed: what can fail comes before the position changes.
+void UniformRandomBitGenerator::reachWords() {
+    renewIfStale();
+    if (position_.index < wordCount) return;
+    ++position_.counter;
+    position_.index = 0;
+    filled_ = 0;
+}
+
 void UniformRandomBitGenerator::provideWords() {
     makeBuffer();
-    renewIfStale();
-    if (position_.index >= wordCount) {
-        wipeWords();
-        ++position_.counter;
-        position_.index = 0;
-    }
+    reachWords();
     const u64 begin = position_.index / pieceWords * pieceWords;
     fill(begin, begin + pieceWords);
 }
@@ -69,16 +80,21 @@ void UniformRandomBitGenerator::refillBuffer() {
     fill(0, wordCount);
 }
 
-void UniformRandomBitGenerator::fill(u64 begin, u64 end) {
+void UniformRandomBitGenerator::hash(u64 begin, u64* out, u64 count) const {
     const u64 counter = position_.counter;
     const utils::BLAKE3Output words(&counter, sizeof counter, position_.seed.data());
-    words.read(begin * sizeof(u64), buffer_.get() + begin, (end - begin) * sizeof(u64));
+    words.read(begin * sizeof(u64), out, count * sizeof(u64));
+}
+
+void UniformRandomBitGenerator::fill(u64 begin, u64 end) {
+    hash(begin, buffer_.get() + begin, end - begin);
     filled_ = end;
+    written_ = std::max(written_, end);
 }
 
 void UniformRandomBitGenerator::wipeWords() noexcept {
-    utils::wipe(buffer_.get(), filled_ * sizeof(u64));
-    filled_ = 0;
+    utils::wipe(buffer_.get(), written_ * sizeof(u64));
+    filled_ = written_ = 0;
 }
 
 void UniformRandomBitGenerator::setSeed(const std::array<unsigned long, 4>& seed) noexcept {

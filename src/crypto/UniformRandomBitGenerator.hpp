@@ -17,8 +17,8 @@ namespace Torvo {
 ///
 /// The buffer lies on the heap, since thread-local storage comes out of the stack of every thread of a
 /// program. It is made at the first draw and filled piece by piece as words are drawn: a seed that gives but
-/// few words, as that of a secret key, costs no hash of the whole. Words are wiped when others take their
-/// place.
+/// few words, as that of a secret key, costs no hash of the whole. Words are wiped with the seed that they
+/// come from; until then it tells them anyway.
 class UniformRandomBitGenerator {
 public:
     using result_type = u64;
@@ -53,7 +53,7 @@ public:
     ///         drawn then
     u64 operator()();
     /// The next `count` words.
-    /// @throws std::bad_alloc as above
+    /// @throws std::bad_alloc as above, at the latest before the last `pieceWords` of them are drawn
     void getRandomNumbers(unsigned long* out, unsigned long count);
     /// Makes the buffer, so that no draw throws.
     /// @throws std::bad_alloc
@@ -92,12 +92,17 @@ public:
 
 private:
     void start(const std::array<unsigned long, 4>& seed, bool isSeededBySystem) noexcept;
+    void reachWords();
     void provideWords();
+    void hash(u64 begin, u64* out, u64 count) const;
     void fill(u64 begin, u64 end);
     void wipeWords() noexcept;
 
     Position position_;
-    u64 filled_ = 0; ///< where the words of the buffer end; from the index on they belong to seed and counter
+    /// Where the words of the buffer end; from the index on they belong to seed and counter.
+    u64 filled_ = 0;
+    /// Where those of the seed end, of earlier counters too.
+    u64 written_ = 0;
     std::unique_ptr<u64[]> buffer_;
 };
 
