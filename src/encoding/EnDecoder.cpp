@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 
 namespace Torvo {
 
@@ -98,7 +99,8 @@ Message EnDecoder::decode(const Plaintext& plaintext) const {
     const u64 slots = values.size() / 2;
     Message message;
     message.impl().resize(slots);
-    for (u64 i = 0; i < slots; ++i) message[i] = {values[i], values[i + slots]};
+    std::complex<double>* slot = message.begin();
+    for (u64 i = 0; i < slots; ++i) slot[i] = {values[i], values[i + slots]};
     context_->fft.forwardFFT(message);
     if (plaintext.getDevice() != Device{}) message.to(plaintext.getDevice());
     return message;
