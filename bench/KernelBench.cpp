@@ -1,6 +1,6 @@
-#include "arithmetic/Feature.hpp"
-#include "arithmetic/Modulus.hpp"
-#include "arithmetic/PrimeLists.hpp"
+#include "arithmetic/chain/PrimeLists.hpp"
+#include "arithmetic/kernels/Feature.hpp"
+#include "arithmetic/kernels/Modulus.hpp"
 
 #include "support/ForcedFeature.hpp"
 

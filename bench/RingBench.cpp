@@ -1,4 +1,4 @@
-#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "ring/RingSwitcher.hpp"
 
 #include <Torvo/Context.hpp>

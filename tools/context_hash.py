@@ -45,7 +45,7 @@ def chains(source):
 
 
 def main():
-    default = pathlib.Path(__file__).resolve().parent.parent / "src" / "arithmetic" / "PrimeLists.cpp"
+    default = pathlib.Path(__file__).resolve().parent.parent / "src" / "arithmetic" / "chain" / "PrimeLists.cpp"
     source = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else default).read_text()
     arrays = chains(source)
     for preset, array in re.findall(r"\{(\w+), listOf\((chainOf\w+)\)\}", source):

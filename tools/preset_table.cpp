@@ -1,6 +1,6 @@
 // Prints the preset table of the README, computed from the parameter sets and prime chains.
 
-#include "arithmetic/PrimeLists.hpp"
+#include "arithmetic/chain/PrimeLists.hpp"
 #include "context/Parameter.hpp"
 #include "core/Integers.hpp"
 

@@ -1,6 +1,6 @@
 #include "bootstrap/BootConstants.hpp"
 
-#include "arithmetic/ThrowingLoop.hpp"
+#include "arithmetic/kernels/ThrowingLoop.hpp"
 #include "bootstrap/RadixDecomposition.hpp"
 #include "context/ContextContent.hpp"
 #include "encoding/MessageImpl.hpp"

@@ -1,6 +1,6 @@
 #include "bootstrap/BootParameter.hpp"
 
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/ContextContent.hpp"
 
 #include <cmath>

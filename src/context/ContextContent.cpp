@@ -1,6 +1,6 @@
 #include "context/ContextContent.hpp"
 
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "core/RequireContext.hpp"
 
 namespace Torvo {
@@ -52,8 +52,9 @@ u64 computeContextHash(const std::vector<unsigned long>& primes, u64 degree) {
 
 Ring ringOf(const Context& context) {
     const Parameter& parameter = requireContext(context)->parameter;
-    return {context->primes, parameter.degree,      parameter.rank,       parameter.chain_length,
-            parameter.numTP, parameter.gadget_rank, context->context_hash};
+    return {context->primes.getModuli(), parameter.degree, parameter.rank,
+            parameter.chain_length,      parameter.numTP,  parameter.gadget_rank,
+            context->context_hash};
 }
 
 } // namespace Torvo

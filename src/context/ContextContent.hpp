@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/Parameter.hpp"
 #include "context/ScaleFactors.hpp"
 #include "encoding/FFT.hpp"

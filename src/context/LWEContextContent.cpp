@@ -1,6 +1,6 @@
 #include "context/LWEContextContent.hpp"
 
-#include "arithmetic/LWEChain.hpp"
+#include "arithmetic/elements/LWEChain.hpp"
 #include "context/ContextContent.hpp"
 #include "core/RequireContext.hpp"
 
@@ -18,7 +18,7 @@ ContextContent::ContextContent(u64 dimension, u64 chain_length, u64 log_bpsize, 
 
 Chain chainOf(const Context& context) {
     requireContext(context);
-    return {context->primes, context->parameter.dimension, context->parameter.chain_length,
+    return {context->primes.getModuli(), context->parameter.dimension, context->parameter.chain_length,
             context->context_hash};
 }
 

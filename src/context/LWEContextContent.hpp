@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/LWEParameter.hpp"
 #include "context/ScaleFactors.hpp"
 

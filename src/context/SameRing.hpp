@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "core/Integers.hpp"
 
 #include <Torvo/Context.hpp>

@@ -1,7 +1,7 @@
 #include "context/ScaleFactors.hpp"
 
-#include "arithmetic/PrimeLists.hpp"
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeLists.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/LWEParameter.hpp"
 #include "context/Parameter.hpp"
 

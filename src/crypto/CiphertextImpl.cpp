@@ -1,6 +1,6 @@
 #include "crypto/CiphertextImpl.hpp"
 
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "core/Failure.hpp"
 #include "crypto/Messages.hpp"
 #include "encoding/Messages.hpp"

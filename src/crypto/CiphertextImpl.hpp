@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "core/Integers.hpp"
 #include "encoding/RescaleCounter.hpp"
 #include "persistence/ArchiveForward.hpp"

@@ -1,7 +1,7 @@
 #include "crypto/EncryptionKeyImpl.hpp"
 
-#include "arithmetic/PolyGerm.hpp"
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/PolyGerm.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/RandomSampler.hpp"

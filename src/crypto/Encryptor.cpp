@@ -1,6 +1,6 @@
 #include <Torvo/Encryptor.hpp>
 
-#include "arithmetic/Messages.hpp"
+#include "arithmetic/chain/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"

@@ -1,7 +1,7 @@
 #include "crypto/EvaluationKeyImpl.hpp"
 
-#include "arithmetic/PolynomialArchive.hpp"
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/PolynomialArchive.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "core/RequireContext.hpp"
 #include "persistence/Archive.hpp"

@@ -1,7 +1,7 @@
 #include "crypto/KeyGeneratorImplBase.hpp"
 
-#include "arithmetic/PolyGerm.hpp"
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/PolyGerm.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/SecretPolynomial.hpp"
 
@@ -32,15 +32,15 @@ void KeyGeneratorImplBase::genSwitchingKeyBx(const Context& context, const RNSDe
     SecretPolynomial gadget(context, true, ring.numBase - 1);
     for (u64 j = 0; j < ring.gadgetRank; ++j) {
         sampler_.sampleGaussian(error, context);
-        ring.primes.forwardNTT(error, error);
+        context->primes.forwardNTT(error, error);
         SecretPolynomial hidden(context, true, ring.numBase - 1);
-        ring.primes.hadamardMult(ax[j], sTo, hidden);
-        ring.primes.sub(error, hidden, hidden);
+        context->primes.hadamardMult(ax[j], sTo, hidden);
+        context->primes.sub(error, hidden, hidden);
 
         const OutputModulusBoundValidator block(ring.digitBegin(j), ring.digitEnd(j));
-        ring.primes.constMult(sFrom, pMod, gadget, block);
-        ring.primes.constMult(gadget, hatQMod, gadget, block);
-        ring.primes.add(hidden, gadget, hidden, block);
+        context->primes.constMult(sFrom, pMod, gadget, block);
+        context->primes.constMult(gadget, hatQMod, gadget, block);
+        context->primes.add(hidden, gadget, hidden, block);
         bx[j] = hidden.release();
     }
 }

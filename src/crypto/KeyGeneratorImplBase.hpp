@@ -1,7 +1,7 @@
 #pragma once
 
-#include "arithmetic/Polynomial.hpp"
-#include "arithmetic/RNSDecomposeData.hpp"
+#include "arithmetic/conversion/RNSDecomposeData.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "crypto/RandomSampler.hpp"
 
 #include <Torvo/Context.hpp>

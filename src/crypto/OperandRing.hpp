@@ -1,7 +1,7 @@
 #pragma once
 
-#include "arithmetic/Messages.hpp"
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/Messages.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "context/SameRing.hpp"
 #include "core/Failure.hpp"
 

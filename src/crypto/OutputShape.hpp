@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Integers.hpp"
 

@@ -1,7 +1,7 @@
 #include "crypto/RandomSampler.hpp"
 
-#include "arithmetic/ThrowingLoop.hpp"
-#include "arithmetic/UniformResidue.hpp"
+#include "arithmetic/kernels/ThrowingLoop.hpp"
+#include "arithmetic/kernels/UniformResidue.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/WipedVector.hpp"

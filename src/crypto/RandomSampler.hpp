@@ -1,8 +1,8 @@
 #pragma once
 
-#include "arithmetic/LevelledElement.hpp"
-#include "arithmetic/LevelledVector.hpp"
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/LevelledElement.hpp"
+#include "arithmetic/elements/LevelledVector.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "core/DeviceSpecificArray.hpp"
 
 #include <Torvo/Context.hpp>

@@ -1,6 +1,6 @@
 #include "crypto/SecretKeyImpl.hpp"
 
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "crypto/SeedState.hpp"
 #include "persistence/ArchiveForward.hpp"

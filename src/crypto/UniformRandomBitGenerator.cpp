@@ -1,6 +1,6 @@
 #include "crypto/UniformRandomBitGenerator.hpp"
 
-#include "arithmetic/RandomWords.hpp"
+#include "arithmetic/elements/RandomWords.hpp"
 #include "core/Blake3.hpp"
 #include "core/Forks.hpp"
 #include "core/SecureWipe.hpp"

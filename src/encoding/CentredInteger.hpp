@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "core/Integers.hpp"
 
 namespace Torvo {

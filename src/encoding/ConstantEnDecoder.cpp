@@ -1,9 +1,9 @@
 #include "encoding/ConstantEnDecoder.hpp"
 
+#include "arithmetic/kernels/PrimeProduct.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "encoding/EncodingBound.hpp"
-#include "encoding/OwedPrimes.hpp"
 
 namespace Torvo {
 
@@ -14,7 +14,11 @@ void encodeRows(const PrimeModuli& primes, double value, double logScale, u64 ow
     const u64 level = element.getLevel();
     for (u64 i = 0; i <= level; ++i) {
         const u64 x = primes[i].makeInteger(value, logScale);
-        element[i] = owed == 0 ? x : primes[i].mult(x, owedPrimes(primes, i, level, owed));
+        element[i] = x; // may be the prime itself, which a product would reduce
+        if (owed > 0) {
+            const u64 primesOwed = primeProduct(primes.getModuli(), level + 1 - owed, level + 1, primes[i]);
+            element[i] = primes[i].mult(x, primesOwed);
+        }
     }
 }
 

@@ -1,7 +1,7 @@
 #include <Torvo/EnDecoder.hpp>
 
-#include "arithmetic/Messages.hpp"
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Messages.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "context/ContextContent.hpp"
 #include "context/SameRing.hpp"
 #include "core/Failure.hpp"

@@ -1,10 +1,10 @@
 #include "encoding/Encoding.hpp"
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
+#include "arithmetic/kernels/PrimeProduct.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
-#include "encoding/OwedPrimes.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -57,7 +57,8 @@ void multiplyByOwedPrimes(const PrimeModuli& primes, Plaintext& plaintext) {
     if (owed == 0) return;
     const u64 rows = plaintext.getLevel() + 1;
     DeviceSpecificArray<u64> constants(rows);
-    for (u64 i = 0; i < rows; ++i) constants[i] = owedPrimes(primes, i, rows - 1, owed);
+    for (u64 i = 0; i < rows; ++i)
+        constants[i] = primeProduct(primes.getModuli(), rows - owed, rows, primes[i]);
     constants.to(plaintext.getDevice());
     Polynomial& mx = plaintext.getMx();
     primes.constMult(mx, constants.getData(), mx, OutputModulusBoundValidator(0, rows));

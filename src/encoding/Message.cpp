@@ -1,6 +1,6 @@
 #include <Torvo/Message.hpp>
 
-#include "arithmetic/Relocation.hpp"
+#include "arithmetic/elements/Relocation.hpp"
 #include "core/Failure.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"

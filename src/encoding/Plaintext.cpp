@@ -1,5 +1,6 @@
 #include <Torvo/Plaintext.hpp>
 
+#include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
 #include "encoding/NumberOfSlots.hpp"
@@ -85,7 +86,7 @@ void Plaintext::allocate(const Device& device) {
 }
 
 bool Plaintext::isZero() const {
-    return Torvo::isZero(impl_->context, impl_->mx);
+    return impl_->context->primes.isZero(impl_->mx);
 }
 
 void Plaintext::save(const std::string& path) const {

@@ -1,6 +1,6 @@
 #include "encoding/PlaintextImpl.hpp"
 
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "persistence/Archive.hpp"
 #include "persistence/Verifier.hpp"
 

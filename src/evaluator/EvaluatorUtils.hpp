@@ -1,8 +1,8 @@
 #pragma once
 
-#include "arithmetic/Polynomial.hpp"
-#include "arithmetic/PolynomialVector.hpp"
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "core/Failure.hpp"
 #include "core/Integers.hpp"
 #include "crypto/Messages.hpp"

@@ -1,6 +1,5 @@
 #include "evaluator/HomEvaluatorImpl.hpp"
 
-#include "arithmetic/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/LevelledElement.hpp"
+#include "arithmetic/elements/LevelledElement.hpp"
 #include "core/Integers.hpp"
 #include "encoding/ConstantEnDecoder.hpp"
 #include "encoding/Encoding.hpp"

@@ -1,4 +1,4 @@
-#include "arithmetic/Messages.hpp"
+#include "arithmetic/chain/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 

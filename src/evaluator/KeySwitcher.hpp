@@ -1,8 +1,8 @@
 #pragma once
 
-#include "arithmetic/FastBaseConv.hpp"
-#include "arithmetic/Polynomial.hpp"
-#include "arithmetic/RNSDecomposeData.hpp"
+#include "arithmetic/conversion/FastBaseConv.hpp"
+#include "arithmetic/conversion/RNSDecomposeData.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Context.hpp>

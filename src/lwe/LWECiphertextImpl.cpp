@@ -1,6 +1,6 @@
 #include "lwe/LWECiphertextImpl.hpp"
 
-#include "arithmetic/Messages.hpp"
+#include "arithmetic/elements/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "context/SameRing.hpp"
 #include "core/Failure.hpp"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "arithmetic/LevelledElement.hpp"
-#include "arithmetic/LevelledVector.hpp"
+#include "arithmetic/elements/LevelledElement.hpp"
+#include "arithmetic/elements/LevelledVector.hpp"
 #include "core/Integers.hpp"
 #include "encoding/RescaleCounter.hpp"
 #include "persistence/ArchiveForward.hpp"

@@ -1,5 +1,6 @@
 #include <Torvo/LWEDecryptor.hpp>
 
+#include "arithmetic/chain/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"

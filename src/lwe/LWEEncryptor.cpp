@@ -1,6 +1,6 @@
 #include <Torvo/LWEEncryptor.hpp>
 
-#include "arithmetic/Messages.hpp"
+#include "arithmetic/chain/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"

@@ -1,6 +1,6 @@
 #include "lwe/LWEHomEvaluatorImpl.hpp"
 
-#include "arithmetic/Messages.hpp"
+#include "arithmetic/chain/Messages.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/RequireContext.hpp"
 #include "evaluator/EvaluatorUtils.hpp"

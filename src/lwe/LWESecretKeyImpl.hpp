@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/LevelledVector.hpp"
+#include "arithmetic/elements/LevelledVector.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "crypto/SeedState.hpp"
 #include "persistence/ArchiveForward.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/LevelledElement.hpp"
+#include "arithmetic/elements/LevelledElement.hpp"
 #include "core/SecureWipe.hpp"
 
 #include <utility>

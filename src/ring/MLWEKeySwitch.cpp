@@ -1,7 +1,7 @@
 #include "ring/MLWEKeySwitch.hpp"
 
-#include "arithmetic/RowLoop.hpp"
-#include "arithmetic/ThrowingLoop.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
+#include "arithmetic/kernels/ThrowingLoop.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/OutputShape.hpp"
 #include "evaluator/KeySwitcher.hpp"

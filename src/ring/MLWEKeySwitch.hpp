@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/ModPackKeyBundle.hpp>

@@ -1,8 +1,8 @@
 #include <Torvo/RingPacker.hpp>
 
-#include "arithmetic/Messages.hpp"
-#include "arithmetic/PolynomialVector.hpp"
-#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/chain/Messages.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "crypto/OutputShape.hpp"

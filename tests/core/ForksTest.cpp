@@ -44,7 +44,8 @@ TEST(Forks, NoOtherThreadHoldsARegisteredMutex) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
             isGivenBack = true;
         }
-        isOver.wait(false); // a thread that ended before the fork is a leak of the child to the thread sanitizer
+        isOver.wait(
+            false); // a thread that ended before the fork is a leak of the child to the thread sanitizer
     });
     while (!isHeld) std::this_thread::yield();
     const Words inside = inChild([&] { return Words{isGivenBack, mutex.try_lock()}; });

@@ -1,8 +1,8 @@
 // A germ of a kilobyte stands for megabytes. What files may make of that, told by the memory that a load
 // takes.
 
-#include "arithmetic/PolynomialVector.hpp"
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/EncryptionKeyImpl.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"

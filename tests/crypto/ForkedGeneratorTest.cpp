@@ -1,6 +1,6 @@
 #include "crypto/UniformRandomBitGenerator.hpp"
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "support/Contexts.hpp"
 #include "support/ForkedChild.hpp"
 #include "support/NewThread.hpp"

@@ -1,4 +1,4 @@
-#include "arithmetic/PolyGerm.hpp"
+#include "arithmetic/elements/PolyGerm.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/KeyPackImpl.hpp"

@@ -1,6 +1,6 @@
 #include <Torvo/SecretKey.hpp>
 
-#include "arithmetic/PolyGerm.hpp"
+#include "arithmetic/elements/PolyGerm.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretKeyImpl.hpp"

@@ -1,4 +1,4 @@
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"

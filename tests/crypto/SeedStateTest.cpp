@@ -1,6 +1,6 @@
 #include "crypto/SeedState.hpp"
 
-#include "arithmetic/RandomWords.hpp"
+#include "arithmetic/elements/RandomWords.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 #include "persistence/Serialize.hpp"
 #include "support/Bytes.hpp"

@@ -1,4 +1,4 @@
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/elements/Ring.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "support/Bytes.hpp"
 #include "support/Expect.hpp"

@@ -1,6 +1,6 @@
 #include "crypto/UniformRandomBitGenerator.hpp"
 
-#include "arithmetic/RandomWords.hpp"
+#include "arithmetic/elements/RandomWords.hpp"
 #include "persistence/MemoryBuffer.hpp"
 #include "support/Bytes.hpp"
 #include "support/ChiSquare.hpp"

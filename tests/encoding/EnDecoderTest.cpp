@@ -1,4 +1,4 @@
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "context/ContextContent.hpp"
 #include "support/BigIntegers.hpp"
 #include "support/Contexts.hpp"

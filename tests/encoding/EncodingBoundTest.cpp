@@ -1,6 +1,6 @@
 #include "encoding/EncodingBound.hpp"
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "encoding/ConstantEnDecoder.hpp"

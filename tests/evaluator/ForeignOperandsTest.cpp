@@ -1,4 +1,3 @@
-#include "arithmetic/Messages.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"

@@ -1,6 +1,6 @@
 #include "evaluator/KeySwitcher.hpp"
 
-#include "arithmetic/Validators.hpp"
+#include "arithmetic/chain/Validators.hpp"
 #include "context/ContextContent.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"

@@ -1,6 +1,6 @@
 #include <Torvo/LWESecretKey.hpp>
 
-#include "arithmetic/PolyGerm.hpp"
+#include "arithmetic/elements/PolyGerm.hpp"
 #include "crypto/RandomSampler.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 #include "lwe/LWESecretKeyImpl.hpp"

@@ -1,5 +1,5 @@
-#include "arithmetic/LevelledElement.hpp"
-#include "arithmetic/LevelledVector.hpp"
+#include "arithmetic/elements/LevelledElement.hpp"
+#include "arithmetic/elements/LevelledVector.hpp"
 #include "context/LWEContextContent.hpp"
 #include "support/ObjectFiles.hpp"
 #include "support/Sanitizer.hpp"

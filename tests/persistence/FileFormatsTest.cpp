@@ -1,7 +1,7 @@
 // Files written by hand from the tables of docs/files.md, for a ring of degree 64 with two ciphertext primes
 // and one temporary one. Those of secret keys and of the generator stand in the tests of these.
 
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "context/ContextContent.hpp"
 #include "crypto/EncryptionKeyImpl.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"

@@ -1,5 +1,5 @@
 #include "support/OldMemory.hpp"
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "support/BootScheme.hpp"

@@ -1,4 +1,4 @@
-#include "arithmetic/RowLoop.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
 #include "support/Pointers.hpp"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "bootstrap/BootstrapperImpl.hpp"
 #include "context/ContextContent.hpp"
 #include "support/Scheme.hpp"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "arithmetic/Polynomial.hpp"
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Plaintext.hpp>

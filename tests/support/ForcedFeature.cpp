@@ -1,6 +1,6 @@
 #include "support/ForcedFeature.hpp"
 
-#include "arithmetic/Feature.hpp"
+#include "arithmetic/kernels/Feature.hpp"
 
 #include <atomic>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/Feature.hpp"
+#include "arithmetic/kernels/Feature.hpp"
 
 #include <gtest/gtest.h>
 

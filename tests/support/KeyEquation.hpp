@@ -1,7 +1,8 @@
 #pragma once
 
-#include "arithmetic/PrimeModuli.hpp"
-#include "arithmetic/Ring.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
+#include "arithmetic/elements/Ring.hpp"
+#include "context/ContextContent.hpp"
 #include "support/BigIntegers.hpp"
 #include "support/WideArithmetic.hpp"
 
@@ -29,7 +30,7 @@ inline std::vector<u64> wordsOf(const Polynomial& poly, u64 row) {
 /// A row in NTT form, as coefficients.
 inline std::vector<u64> coefficientRow(const Context& context, const Polynomial& poly, u64 row) {
     auto words = wordsOf(poly, row);
-    ringOf(context).primes[row].getNTT().computeBackward<1>(words.data());
+    context->primes[row].getNTT().computeBackward<1>(words.data());
     return words;
 }
 
@@ -74,7 +75,7 @@ inline std::vector<u64> decryptedRow(const Context& context, const Polynomial& b
         for (std::size_t i = 0; i < n - j; ++i) sum[i + j] += i128{s[j]} * masked[i];
         for (std::size_t i = n - j; i < n; ++i) sum[i + j - n] -= i128{s[j]} * masked[i];
     }
-    const i128 p = ringOf(context).primes.getPrime(row);
+    const i128 p = context->primes.getPrime(row);
     std::vector<u64> residues;
     for (const i128 x : sum) residues.push_back(static_cast<u64>((x % p + p) % p));
     return residues;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/PolynomialVector.hpp"
+#include "arithmetic/elements/PolynomialVector.hpp"
 #include "support/KeyEquation.hpp"
 
 #include <Torvo/Ciphertext.hpp>

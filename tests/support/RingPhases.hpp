@@ -1,7 +1,7 @@
 #pragma once
 
-#include "arithmetic/LevelledElement.hpp"
-#include "arithmetic/LevelledVector.hpp"
+#include "arithmetic/elements/LevelledElement.hpp"
+#include "arithmetic/elements/LevelledVector.hpp"
 #include "context/ContextContent.hpp"
 #include "support/RingEquation.hpp"
 #include "support/Seeded.hpp"

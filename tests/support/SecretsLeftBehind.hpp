@@ -1,6 +1,6 @@
 #pragma once
 
-#include "arithmetic/Polynomial.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
 #include "support/FailingAllocations.hpp"
 #include "support/OldMemory.hpp"
 #include "support/WatchedMemory.hpp"

@@ -1,6 +1,6 @@
 #include "support/SimulatedBootstrap.hpp"
 
-#include "arithmetic/PrimeModuli.hpp"
+#include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/ContextContent.hpp"
 
 #include <cmath>

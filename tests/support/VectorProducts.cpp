@@ -1,6 +1,6 @@
 #include "support/VectorProducts.hpp"
 
-#include "arithmetic/AVX2Lanes.hpp"
+#include "arithmetic/kernels/AVX2Lanes.hpp"
 
 namespace Torvo::test {
 

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "arithmetic/elements/PolynomialVector.hpp"
+#include "core/DeviceSpecificArray.hpp"
+#include "core/MultipleDevice.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+/// Moves polynomials between RNS bases for key switching, in the hybrid manner: the live primes are cut into
+/// groups, each group's digit is extended to all other primes (`modUp`), and after the product with a key the
+/// result comes back to the ciphertext primes, divided by the product P of the temporary primes (`modDown`).
+/// The conversion is the approximate one: the sum of the terms may differ from the digit by a small multiple
+/// of the digit's modulus, which the division by P makes harmless. Operands are not checked.
+///
+/// Names: L ciphertext primes, K temporary ones; Q_g is the product of the primes of digit g. Immutable,
+/// thread-safe; inside a caller's parallel region a conversion runs on one thread.
+class FastBaseConv {
+public:
+    explicit FastBaseConv(const Context& context);
+
+    /// One mod-up polynomial in NTT form per live digit g of `a`, which is in either form: with c_i the
+    /// centred residue of a * (Q_g / p_i)^-1 modulo p_i, the polynomial is the sum over the live primes p_i
+    /// of g of c_i * (Q_g / p_i); its rows in g itself are those of `a`. Holes are left unset. With digits of
+    /// a single prime c_i is the centred residue of `a` itself.
+    /// @throws RuntimeException "Cannot support the function 'modUpGPUImpl' in the current build
+    /// configuration"
+    ///         (on a GPU; else 'modUp'); std::out_of_range "map::at" for a CPU without tables
+    PolynomialVector modUp(const Polynomial& a) const;
+    /// (in - r) / P, a ciphertext of the same level, not mod-up, in NTT form or in coefficients as `isNTT`
+    /// says. `in` has two mod-up polynomials in NTT form; r, a representative of `in` modulo P, is the sum
+    /// over the temporary primes of the centred residues of in * (P / p)^-1 modulo p, times P / p.
+    /// @throws RuntimeException as `modUp`, with 'modDownGPUImpl' and 'modDown'; std::out_of_range "map::at"
+    Ciphertext modDown(const Ciphertext& in, bool isNTT) const;
+
+private:
+    PolynomialVector modUpCPUImpl(const Polynomial& a) const;
+    Ciphertext modDownCPUImpl(const Ciphertext& in, bool isNTT) const;
+
+    Context context_;
+    MultipleDevice<DeviceSpecificArray<u64>> hatInvQ_; ///< i < L: (Q_g / p_i)^-1 mod p_i
+    MultipleDevice<DeviceSpecificArray2D<u64>> hatQ_;  ///< i < L, t < L + K: Q_g / p_i mod p_t
+    MultipleDevice<DeviceSpecificArray<u64>> hatInvP_; ///< j < K: (P / p_(L+j))^-1 mod p_(L+j)
+    MultipleDevice<DeviceSpecificArray2D<u64>> hatP_;  ///< j < K, t < L: P / p_(L+j) mod p_t
+    MultipleDevice<DeviceSpecificArray<u64>> invP_;    ///< t < L: P^-1 mod p_t
+};
+
+} // namespace Torvo

@@ -1,0 +1,10 @@
+#pragma once
+
+/// The refusals of transforms, word for word.
+namespace Torvo::message {
+
+inline constexpr const char* notNTTFriendly = "Not an NTT-friendly prime given.";
+inline constexpr const char* nttDegreeNotPowerOfTwo = "[NTT] degree must be a power of two.";
+inline constexpr const char* nttDegreeTooSmall = "[NTT] degree should be >= 64.";
+
+} // namespace Torvo::message

@@ -1,0 +1,42 @@
+#include "arithmetic/kernels/Feature.hpp"
+
+#include "support/ForcedFeature.hpp"
+
+#include <gtest/gtest.h>
+
+namespace Torvo::test {
+namespace {
+
+bool hasBit(u64 feature, int bit) {
+    return (feature >> bit & 1) != 0;
+}
+
+TEST(Feature, TheBitsAreThoseThatTheCompilersRuntimeFinds) {
+    const u64 feature = detail::readProcessorFeature();
+    EXPECT_EQ(hasBit(feature, 0), __builtin_cpu_supports("avx2") != 0);
+    EXPECT_EQ(hasBit(feature, 1), __builtin_cpu_supports("avx512dq") != 0);
+    EXPECT_EQ(hasBit(feature, 2), __builtin_cpu_supports("avx512f") != 0);
+    EXPECT_EQ(hasBit(feature, 3), __builtin_cpu_supports("avx512vl") != 0);
+    EXPECT_EQ(feature >> 4, 0U);
+}
+
+TEST(Feature, TheCurrentFeatureIsTheProcessorsUnlessATestForcesIt) {
+    EXPECT_EQ(getCurrentFeature(), detail::readProcessorFeature());
+    {
+        const ForcedFeature none(0);
+        EXPECT_EQ(getCurrentFeature(), 0U);
+    }
+    EXPECT_EQ(getCurrentFeature(), detail::readProcessorFeature());
+}
+
+TEST(Feature, OnlyBitZeroDecidesForAVX2) {
+    {
+        const ForcedFeature others(0b1110);
+        EXPECT_FALSE(runsAVX2());
+    }
+    const ForcedFeature alone(0b0001);
+    EXPECT_TRUE(runsAVX2());
+}
+
+} // namespace
+} // namespace Torvo::test
