@@ -12,8 +12,8 @@
 // slots are used. The second form computes, for full slots, the sizes of rotation keys and constants.
 
 #include "bootstrap/BootstrapperImpl.hpp"
-#include "bootstrap/RadixDecomposition.hpp"
 #include "context/ContextContent.hpp"
+#include "context/RadixDecomposition.hpp"
 
 #include <Torvo/Torvo.hpp>
 

@@ -13,7 +13,7 @@
 
 namespace Torvo {
 
-class KeyGeneratorImpl;
+class RingKeyGenerator;
 
 /// Makes public keys from a secret key, straight into a `KeyPack`, with randomness of the calling thread.
 /// Generators may run side by side on one pack. The keys between rings, which `RingPacker` works with, are
@@ -121,7 +121,7 @@ private:
     Context context_;
     Context contextSparse_;
     KeyPack keyPack_;
-    std::shared_ptr<KeyGeneratorImpl> impl_;
+    std::shared_ptr<RingKeyGenerator> impl_;
 };
 
 } // namespace Torvo

@@ -1,8 +1,8 @@
 #include "bootstrap/BootConstants.hpp"
 
 #include "arithmetic/kernels/ThrowingLoop.hpp"
-#include "bootstrap/RadixDecomposition.hpp"
 #include "context/ContextContent.hpp"
+#include "context/RadixDecomposition.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 

@@ -1,6 +1,8 @@
 #include <Torvo/Bootstrapper.hpp>
 
 #include "bootstrap/BootstrapperImpl.hpp"
+#include "context/ContextContent.hpp"
+#include "core/RequireContext.hpp"
 
 namespace Torvo {
 
@@ -53,6 +55,11 @@ void Bootstrapper::slotToCoeff(const Ciphertext& in, Ciphertext& out) const {
 
 void Bootstrapper::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
     impl_->halfBoot(in, out, is_complex);
+}
+
+std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots) {
+    requireContext(context)->checkSlotsForBootstrap(log_slots);
+    return context->getRotIndicesForBootstrap(log_slots, false);
 }
 
 } // namespace Torvo

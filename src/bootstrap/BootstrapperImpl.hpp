@@ -2,8 +2,8 @@
 
 #include "bootstrap/BootConstants.hpp"
 #include "bootstrap/BootParameter.hpp"
-#include "bootstrap/RadixDecomposition.hpp"
 #include "context/ContextContent.hpp"
+#include "context/RadixDecomposition.hpp"
 #include "core/Integers.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 #include "evaluator/KeySwitcher.hpp"

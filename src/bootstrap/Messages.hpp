@@ -3,13 +3,11 @@
 /// The refusals of bootstrapping, each told here once.
 namespace Torvo::message {
 
-inline constexpr const char* noRotationsForBootstrap = "The parameter dose not support bootstrap.";
 inline constexpr const char* noBootstrap = "The Parameter does not support bootstrap";
 inline constexpr const char* noEncapsulation =
     "[Bootstrapper] context does not support sparse secret encapsulation";
 inline constexpr const char* encapsulationMismatch =
     "[Bootstrapper] parameter of context and context_sparse does not match";
-inline constexpr const char* logSlotsTooLarge = "log_slots should not exceed ";
 inline constexpr const char* arcsineDegreeNotSupported = "This arcsine_degree is not supported";
 
 inline constexpr const char* levelNotZero = "[levelRecover] Level should be zero";

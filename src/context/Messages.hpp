@@ -12,6 +12,8 @@ inline constexpr const char* customRankAboveOne =
 inline constexpr const char* customNeedsParameters =
     "Need to specify some parameters in order to use CUSTOM parameters.";
 inline constexpr const char* presetNotSupported = "The input parameter preset is not yet supported.";
+inline constexpr const char* noRotationsForBootstrap = "The parameter dose not support bootstrap.";
+inline constexpr const char* logSlotsTooLarge = "log_slots should not exceed "; ///< the number follows
 inline constexpr const char* noSparsePreset =
     "This parameter preset does not have corresponding sparse parameter preset";
 inline constexpr const char* incompatibleContexts = "The given two contexts are not compatible at any level";

@@ -51,4 +51,34 @@ inline constexpr RefusedMeeting decomposingKey{
 inline constexpr const char* tooManyPackingKeys =
     "[ModPackKeyBundle] The number of keys should be at most 1048576";
 
+inline constexpr const char* composeDegree =
+    "[genComposeKey] The degree of input ciphertext does not divide the RLWE encryption degree";
+inline constexpr const char* composePrimes =
+    "[genComposeKey] The encryption primes of the ciphertext to switch from is not subset of the primes of "
+    "the RLWE encryption";
+inline constexpr const char* decomposeKeyDegree =
+    "[genDecomposeKey] The degree of the switch key is not same to the RLWE encryption degree";
+inline constexpr const char* decomposeDegree =
+    "[genDecomposeKey] The degree of output ciphertexts does not divide the degree of ciphertext to switch "
+    "to";
+inline constexpr const char* decomposePrimes =
+    "[genDecomposeKey] The encryption primes of the ciphertext to switch to is not subset of the primes of "
+    "the RLWE encryption";
+inline constexpr const char* decomposeKeyPrimes =
+    "[genDecomposeKey] The encryption primes of the ciphertext to switch to is not subset of the primes of "
+    "the switching key";
+inline constexpr const char* modPackDimension =
+    "[genModPackKeyBundle] Total dimension of output secret key is not equal to the RLWE encryption "
+    "dimension";
+inline constexpr const char* modPackDegree =
+    "[genModPackKeyBundle] The degree of input secret key does not divide the degree of output secret key";
+inline constexpr const char* modPackRank =
+    "[genModPackKeyBundle] The rank of output secret key does not divide the rank of input secret key";
+inline constexpr const char* modPackKeyPrimes =
+    "[genModPackKeyBundle] The encryption primes of the ciphertext to pack to is not subset of the primes of "
+    "the switching key";
+inline constexpr const char* modPackOutputPrimes =
+    "[genModPackKeyBundle] The encryption primes of the ciphertext to pack to is not subset of the primes of "
+    "the output ciphertext";
+
 } // namespace Torvo::message

@@ -1,6 +1,6 @@
 #include "bootstrap/BootConstants.hpp"
 
-#include "bootstrap/RadixDecomposition.hpp"
+#include "context/RadixDecomposition.hpp"
 #include "support/BootScheme.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Contexts.hpp"

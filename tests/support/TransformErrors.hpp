@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bootstrap/BootParameter.hpp"
-#include "bootstrap/RadixDecomposition.hpp"
+#include "context/RadixDecomposition.hpp"
 #include "core/Integers.hpp"
 #include "support/NoiseModel.hpp"
 

@@ -1,11 +1,8 @@
-#include "bootstrap/RadixDecomposition.hpp"
+#include "context/RadixDecomposition.hpp"
 
-#include "bootstrap/Messages.hpp"
 #include "context/ContextContent.hpp"
+#include "context/Messages.hpp"
 #include "core/Failure.hpp"
-#include "core/RequireContext.hpp"
-
-#include <Torvo/Bootstrapper.hpp>
 
 #include <algorithm>
 #include <string>
@@ -100,11 +97,6 @@ std::set<long> ContextContent::getRotIndicesForBootstrap(u64 log_slots, bool com
     // The fold of a sparse message to full slots.
     for (u64 r = u64{1} << log_slots; r < parameter.num_slots; r *= 2) indices.insert(static_cast<long>(r));
     return indices;
-}
-
-std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots) {
-    requireContext(context)->checkSlotsForBootstrap(log_slots);
-    return context->getRotIndicesForBootstrap(log_slots, false);
 }
 
 } // namespace Torvo

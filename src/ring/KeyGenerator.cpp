@@ -1,6 +1,6 @@
 #include <Torvo/KeyGenerator.hpp>
 
-#include "crypto/KeyGeneratorImpl.hpp"
+#include "ring/RingKeyGenerator.hpp"
 
 #include <optional>
 
@@ -8,14 +8,14 @@ namespace Torvo {
 
 KeyGenerator::KeyGenerator(const Context& context)
     : context_(context), keyPack_(context),
-      impl_(std::make_shared<KeyGeneratorImpl>(context, std::nullopt, keyPack_.getImpl())) {}
+      impl_(std::make_shared<RingKeyGenerator>(context, std::nullopt, keyPack_.getImpl())) {}
 
 KeyGenerator::KeyGenerator(const Context& context, const SecretKey& secretKey)
     : KeyGenerator(context, secretKey, KeyPack(context)) {}
 
 KeyGenerator::KeyGenerator(const Context& context, const SecretKey& secretKey, const KeyPack& keyPack)
     : context_(context), keyPack_(keyPack),
-      impl_(std::make_shared<KeyGeneratorImpl>(context, secretKey, keyPack_.getImpl())) {}
+      impl_(std::make_shared<RingKeyGenerator>(context, secretKey, keyPack_.getImpl())) {}
 
 KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey)
     : KeyGenerator(context, contextSparse, secretKey, KeyPack(context)) {}
@@ -23,7 +23,7 @@ KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse,
 KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey,
                            const KeyPack& keyPack)
     : context_(context), contextSparse_(contextSparse), keyPack_(keyPack),
-      impl_(std::make_shared<KeyGeneratorImpl>(context, contextSparse, secretKey, keyPack_.getImpl())) {}
+      impl_(std::make_shared<RingKeyGenerator>(context, contextSparse, secretKey, keyPack_.getImpl())) {}
 
 void KeyGenerator::genEncKey() const {
     impl_->genEncKey();

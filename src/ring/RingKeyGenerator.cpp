@@ -1,11 +1,12 @@
+#include "ring/RingKeyGenerator.hpp"
+
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
 #include "core/WipedVector.hpp"
-#include "crypto/KeyGeneratorImpl.hpp"
-#include "crypto/Messages.hpp"
 #include "crypto/UnsetKey.hpp"
+#include "ring/Messages.hpp"
 
 #include <memory>
 #include <utility>
@@ -60,7 +61,7 @@ void checkModPackKeyBundleCondition(const Context& ring, const LWE::Context& in,
     requirePackingRankAndPrimes(ring, in, in->parameter.dimension, in->parameter.numQP, out);
 }
 
-RingSwitchKey KeyGeneratorImpl::genComposeKey(const SecretKey& in_key) const {
+RingSwitchKey RingKeyGenerator::genComposeKey(const SecretKey& in_key) const {
     const SecretKey& s = secretKey();
     const Context& in = in_key.getContext();
     require(isMultiple(context_->parameter.degree, in->parameter.degree), message::composeDegree);
@@ -70,7 +71,7 @@ RingSwitchKey KeyGeneratorImpl::genComposeKey(const SecretKey& in_key) const {
     return key;
 }
 
-RingSwitchKey KeyGeneratorImpl::genDecomposeKey(const Context& switch_context,
+RingSwitchKey RingKeyGenerator::genDecomposeKey(const Context& switch_context,
                                                 const SecretKey& out_key) const {
     const SecretKey& s = secretKey();
     const Context& out = out_key.getContext();
@@ -88,7 +89,7 @@ RingSwitchKey KeyGeneratorImpl::genDecomposeKey(const Context& switch_context,
 }
 
 template <EncryptionType E>
-ModPackKeyBundle KeyGeneratorImpl::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
+ModPackKeyBundle RingKeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
                                                        const SecretKeyBase<E>& out_key) const {
     const Context& in = in_key.getContext();
     checkModPackKeyBundleCondition(context_, in, out_key.getContext());
@@ -96,7 +97,7 @@ ModPackKeyBundle KeyGeneratorImpl::genModPackKeyBundle(const SecretKeyBase<Encry
 }
 
 template <EncryptionType E>
-ModPackKeyBundle KeyGeneratorImpl::genModPackKeyBundle(const LWE::SecretKey& in_key,
+ModPackKeyBundle RingKeyGenerator::genModPackKeyBundle(const LWE::SecretKey& in_key,
                                                        const SecretKeyBase<E>& out_key) const {
     const LWE::Context& in = in_key.getContext();
     checkModPackKeyBundleCondition(context_, in, out_key.getContext());
@@ -104,7 +105,7 @@ ModPackKeyBundle KeyGeneratorImpl::genModPackKeyBundle(const LWE::SecretKey& in_
 }
 
 template <EncryptionType E>
-ModPackKeyBundle KeyGeneratorImpl::packingKeys(const int* in, u64 inRank, u64 inDegree,
+ModPackKeyBundle RingKeyGenerator::packingKeys(const int* in, u64 inRank, u64 inDegree,
                                                const SecretKeyBase<E>& out_key) const {
     const u64 outRank = out_key.getContext()->parameter.rank;
     const SecretKey sTo = laidInto(context_, out_key);
@@ -118,16 +119,16 @@ ModPackKeyBundle KeyGeneratorImpl::packingKeys(const int* in, u64 inRank, u64 in
 }
 
 template ModPackKeyBundle
-KeyGeneratorImpl::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
+RingKeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
                                       const SecretKeyBase<EncryptionType::MLWE>&) const;
 template ModPackKeyBundle
-KeyGeneratorImpl::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
+RingKeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>&,
                                       const SecretKeyBase<EncryptionType::RLWE>&) const;
 template ModPackKeyBundle
-KeyGeneratorImpl::genModPackKeyBundle(const LWE::SecretKey&,
+RingKeyGenerator::genModPackKeyBundle(const LWE::SecretKey&,
                                       const SecretKeyBase<EncryptionType::MLWE>&) const;
 template ModPackKeyBundle
-KeyGeneratorImpl::genModPackKeyBundle(const LWE::SecretKey&,
+RingKeyGenerator::genModPackKeyBundle(const LWE::SecretKey&,
                                       const SecretKeyBase<EncryptionType::RLWE>&) const;
 
 } // namespace Torvo

@@ -1,5 +1,5 @@
+#include "ring/RingKeyGenerator.hpp"
 #include "context/LWEContextContent.hpp"
-#include "crypto/KeyGeneratorImpl.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"

@@ -1,4 +1,4 @@
-#include "bootstrap/RadixDecomposition.hpp"
+#include "context/RadixDecomposition.hpp"
 
 #include "context/ContextContent.hpp"
 #include "support/CiphertextWords.hpp"
