@@ -53,7 +53,7 @@ Message bent(const Context& context, const Message& message) {
 class Budget {
 public:
     Budget(const std::string& name, unsigned long logSlots, bool isComplex)
-        : context_(makeContext(bench::bootstrappable.at(name))), logSlots_(logSlots), isComplex_(isComplex),
+        : context_(makeContext(bench::bootstrappable(name))), logSlots_(logSlots), isComplex_(isComplex),
           message_(randomMessage()) {
         if (logSlots_ == allSlots) logSlots_ = getLogFullSlots(context_);
     }
@@ -127,7 +127,7 @@ struct Odds {
 void printOdds(const std::vector<std::string>& presets) {
     std::printf("| preset | \u03b5 | error at modulus 1 |\n| --- | --- | --- |\n");
     for (const std::string& name : presets) {
-        const Context context = makeContext(bench::bootstrappable.at(name));
+        const Context context = makeContext(bench::bootstrappable(name));
         const BootParameter boot(context);
         std::printf("| `%s` | 2^%.1f | 2^%.1f |\n", name.c_str(), std::log2(epsilonOf(context, boot)),
                     std::log2(1 - bent(context, boot, 1)));
@@ -135,7 +135,7 @@ void printOdds(const std::vector<std::string>& presets) {
     std::printf("\n| preset | deviation of x / q0 | K | z | full slots | by the normal tail | 2^8 slots |\n"
                 "| --- | --- | --- | --- | --- | --- | --- |\n");
     for (const std::string& name : presets) {
-        const Context context = makeContext(bench::bootstrappable.at(name));
+        const Context context = makeContext(bench::bootstrappable(name));
         const BootParameter boot(context);
         const Odds odds(context, boot);
         std::printf("| `%s` | %.2f | %.1f |", name.c_str(), odds.deviation, boot.range_bound);

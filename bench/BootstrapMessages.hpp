@@ -1,7 +1,10 @@
 #pragma once
 
+#include "context/Parameter.hpp"
+
 #include <Torvo/Message.hpp>
 #include <Torvo/ParameterPreset.hpp>
+#include <Torvo/RuntimeException.hpp>
 
 #include <complex>
 #include <map>
@@ -12,11 +15,21 @@
 
 namespace Torvo::bench {
 
-inline const std::map<std::string, ParameterPreset> bootstrappable{
-    {"FVa", ParameterPreset::FVa}, {"FVb", ParameterPreset::FVb}, {"FVc", ParameterPreset::FVc},
-    {"FGa", ParameterPreset::FGa}, {"FGb", ParameterPreset::FGb}, {"FGd", ParameterPreset::FGd},
-    {"FTa", ParameterPreset::FTa}, {"FTb", ParameterPreset::FTb}, {"FX", ParameterPreset::FX},
-};
+inline std::map<std::string, ParameterPreset> bootstrappablePresets() {
+    std::map<std::string, ParameterPreset> presets;
+    for (const ParameterPreset preset : allPresets())
+        if (const Parameter parameter(preset); parameter.has_bootstrap)
+            presets.emplace(parameter.name, preset);
+    return presets;
+}
+
+/// @throws RuntimeException for any other name
+inline ParameterPreset bootstrappable(const std::string& name) {
+    const auto presets = bootstrappablePresets();
+    const auto found = presets.find(name);
+    if (found == presets.end()) throw RuntimeException("no bootstrappable preset " + name);
+    return found->second;
+}
 
 /// Uniform in the unit disc, or in [-1, 1].
 inline Message randomMessage(std::mt19937_64& random, unsigned long logSlots, bool isComplex) {

@@ -11,6 +11,7 @@
 // /proc/self/status, Linux). Without --batched rotations run one after the other; without --log-slots all
 // slots are used. The second form computes, for full slots, the sizes of rotation keys and constants.
 
+#include "BootstrapMessages.hpp"
 #include "bootstrap/BootstrapperImpl.hpp"
 #include "context/ContextContent.hpp"
 #include "context/RadixDecomposition.hpp"
@@ -75,18 +76,6 @@ Options parse(int argc, char** argv) {
             options.presets.push_back(argument);
     }
     return options;
-}
-
-constexpr ParameterPreset bootstrappable[] = {
-    ParameterPreset::FVa, ParameterPreset::FVb, ParameterPreset::FVc,
-    ParameterPreset::FGa, ParameterPreset::FGb, ParameterPreset::FGd,
-    ParameterPreset::FTa, ParameterPreset::FTb, ParameterPreset::FX};
-
-ParameterPreset presetOf(const std::string& name) {
-    const auto* found = std::ranges::find_if(
-        bootstrappable, [&](ParameterPreset preset) { return Parameter(preset).name == name; });
-    if (found == std::end(bootstrappable)) throw RuntimeException("no bootstrappable preset " + name);
-    return *found;
 }
 
 constexpr double mebibyte = 1 << 20;
@@ -169,14 +158,25 @@ class Steps {
 public:
     template <class Work>
     void time(const std::string& name, Work&& work) {
-        Step& step = stepOf(name);
-        resetPeak();
-        const double start = secondsOf(CLOCK_MONOTONIC), computed = secondsOf(CLOCK_THREAD_CPUTIME_ID);
+        begin();
         work();
-        step.computing.push_back(secondsOf(CLOCK_THREAD_CPUTIME_ID) - computed);
-        step.onTheClock.push_back(secondsOf(CLOCK_MONOTONIC) - start);
+        end(name);
+    }
+
+    /// The first step begins.
+    void begin() {
+        resetPeak();
+        started_ = secondsOf(CLOCK_MONOTONIC);
+        computed_ = secondsOf(CLOCK_THREAD_CPUTIME_ID);
+    }
+    /// The step that ran since the last call of either has ended, and another begins.
+    void end(const std::string& name) {
+        Step& step = stepOf(name);
+        step.computing.push_back(secondsOf(CLOCK_THREAD_CPUTIME_ID) - computed_);
+        step.onTheClock.push_back(secondsOf(CLOCK_MONOTONIC) - started_);
         step.resident = statusOf("VmRSS");
         step.peak = std::max(step.peak, statusOf("VmHWM"));
+        begin();
     }
 
     const std::vector<Step>& all() const { return steps_; }
@@ -191,7 +191,30 @@ private:
     }
 
     std::vector<Step> steps_;
+    double started_ = 0, computed_ = 0;
 };
+
+std::string nameOf(BootstrapperImpl::Step step) {
+    switch (step) {
+    case BootstrapperImpl::Step::DownAndSlotToCoeff:
+        return "down, slot to coefficient";
+    case BootstrapperImpl::Step::Raise:
+        return "raise";
+    case BootstrapperImpl::Step::Fold:
+        return "fold";
+    case BootstrapperImpl::Step::CoeffToSlot:
+        return "coefficient to slot";
+    case BootstrapperImpl::Step::Conjugation:
+        return "conjugation";
+    case BootstrapperImpl::Step::SineOfRealPart:
+        return "sine of the real part";
+    case BootstrapperImpl::Step::SineOfImaginaryPart:
+        return "sine of the imaginary part";
+    case BootstrapperImpl::Step::Combination:
+        return "combination";
+    }
+    return "?";
+}
 
 Message randomMessage(u64 logSlots, bool isReal) {
     std::mt19937_64 random(1); // NOLINT(bugprone-random-generator-seed): the same message in every run
@@ -201,7 +224,7 @@ Message randomMessage(u64 logSlots, bool isReal) {
     return message;
 }
 
-/// A preset's keys and bootstrapper, and a bootstrap in pieces.
+/// A preset's keys and bootstrapper, and a bootstrap step by step.
 class Phases {
 public:
     Phases(ParameterPreset preset, const Options& options, Steps& steps)
@@ -213,8 +236,13 @@ public:
         Ciphertext in(c);
         Encryptor(c).encrypt(randomMessage(logSlots_, options_.isReal), *secretKey_, in,
                              bootstrapper_->getMinLevelForBootstrap(), 0);
-        for (int i = 0; i < options_.runs; ++i) phaseByPhase(in);
         Ciphertext out(c);
+        bootstrapper_->setStepObserver([&](BootstrapperImpl::Step step) { steps_.end(nameOf(step)); });
+        for (int i = 0; i < options_.runs; ++i) {
+            steps_.begin();
+            bootstrapper_->bootstrap(in, out, !options_.isReal);
+        }
+        bootstrapper_->setStepObserver({});
         for (int i = 0; i < options_.runs; ++i)
             steps_.time("whole bootstrap", [&] { bootstrapper_->bootstrap(in, out, !options_.isReal); });
     }
@@ -243,44 +271,8 @@ private:
         steps_.time("keys: " + std::to_string(rotationKeys(c, logSlots_, compact)) + " rotations",
                     [&] { generator.genRotKeysForBootstrap(logSlots_, compact); });
         const HomEvaluator evaluator(c, pack);
-        evaluator_ = evaluator.getImpl();
         steps_.time("`Bootstrapper`", [&] {
             bootstrapper_ = std::make_unique<BootstrapperImpl>(evaluator, sparse_, logSlots_, compact);
-        });
-    }
-
-    /// The steps of `BootstrapperImpl::bootstrapTwoOutput`, or of its form for reals.
-    void phaseByPhase(const Ciphertext& in) {
-        const BootstrapperImpl& b = *bootstrapper_;
-        Ciphertext t(*context_), other(*context_), out(*context_);
-        steps_.time("down, slot to coefficient", [&] { t = b.takeDown(in); });
-        steps_.time("raise", [&] { b.raiseModulus(t); });
-        if (logSlots_ < getLogFullSlots(*context_)) steps_.time("fold", [&] { b.fold(t, logSlots_); });
-        steps_.time("coefficient to slot", [&] {
-            evaluator_->multInteger(t, static_cast<long>(b.getParameter().post_raise_factor), t);
-            b.coeffToSlot(t, t);
-            t.setLogSlots(logSlots_);
-        });
-        steps_.time("conjugation", [&] {
-            evaluator_->conjugate(t, other);
-            if (options_.isReal) {
-                evaluator_->add(t, other, t);
-            } else {
-                Ciphertext sum(*context_);
-                evaluator_->add(t, other, sum);
-                evaluator_->sub(other, t, other);
-                evaluator_->multImagUnit(other, other);
-                evaluator_->rescale(other);
-                t = std::move(sum);
-            }
-            evaluator_->rescale(t);
-        });
-        steps_.time("sine of the real part", [&] { b.removeI(t, t, 1.0); });
-        if (options_.isReal) return;
-        steps_.time("sine of the imaginary part", [&] {
-            b.removeI(other, other, 1.0);
-            evaluator_->multImagUnit(other, other);
-            evaluator_->add(t, other, out);
         });
     }
 
@@ -290,7 +282,6 @@ private:
     u64 logSlots_ = 0;
     std::optional<Context> context_, sparse_;
     std::optional<SecretKey> secretKey_;
-    std::shared_ptr<HomEvaluatorImpl> evaluator_;
     std::unique_ptr<BootstrapperImpl> bootstrapper_;
 };
 
@@ -298,7 +289,7 @@ void measure(const std::string& name, const Options& options) {
     std::vector<Steps> byThreads;
     for (const int threads : options.threads) {
         omp_set_num_threads(threads);
-        Phases(presetOf(name), options, byThreads.emplace_back()).run();
+        Phases(bench::bootstrappable(name), options, byThreads.emplace_back()).run();
         malloc_trim(0); // so that the next round does not count what this one gave back
     }
     std::printf("\n`%s`, %s slots, %s, %s\n\n| step |", name.c_str(),
@@ -328,7 +319,7 @@ int main(int argc, char** argv) {
         std::printf("| preset | log slots | rotation key, MiB | keys, batched | MiB | keys, sequential | MiB "
                     "| slot to coefficient, MiB | coefficient to slot, MiB |\n"
                     "| --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
-        for (const ParameterPreset preset : bootstrappable) printSizes(preset);
+        for (const auto& [name, preset] : bench::bootstrappablePresets()) printSizes(preset);
     }
     for (const std::string& name : options.presets) measure(name, options);
     return 0;

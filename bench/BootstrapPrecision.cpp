@@ -91,9 +91,9 @@ struct Series {
 class Measurement {
 public:
     Measurement(std::string name, const Options& options)
-        : name_(std::move(name)), options_(options), context_(makeContext(bench::bootstrappable.at(name_))),
+        : name_(std::move(name)), options_(options), context_(makeContext(bench::bootstrappable(name_))),
           sparse_(isSparseSecretEncapsulationSupported(context_)
-                      ? makeContext(getSparseParameterPresetFor(bench::bootstrappable.at(name_)))
+                      ? makeContext(getSparseParameterPresetFor(bench::bootstrappable(name_)))
                       : nullptr),
           constants_(options.logSlots) {
         if (constants_.empty()) constants_.push_back(getLogFullSlots(context_));

@@ -1,12 +1,14 @@
 #include "bootstrap/BootConstants.hpp"
 
 #include "arithmetic/kernels/ThrowingLoop.hpp"
+#include "bootstrap/BootParameter.hpp"
 #include "context/ContextContent.hpp"
 #include "context/RadixDecomposition.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
 
 #include <cmath>
+#include <numbers>
 #include <optional>
 #include <utility>
 
@@ -14,7 +16,7 @@ namespace Torvo {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586;
+constexpr double twoPi = 2 * std::numbers::pi;
 
 /// The diagonals of one stage: those of indices first, first + 1, ..., in units of `step`. The plaintext list
 /// holds them from the `skipped`-th on.
@@ -128,8 +130,9 @@ void BootConstants::generateDFTEncodings(double coeff_to_slot_constant, double s
     const u64 top = context_->parameter.chain_length - 1;
     // The fold of a sparse message multiplies it by a power of two, which is divided out again.
     const auto foldedSlots = static_cast<double>(context_->parameter.num_slots >> log_slots_);
-    const double inverseFactor = std::cbrt(coeff_to_slot_constant / foldedSlots);
-    const double forwardFactor = std::cbrt(slot_to_coeff_constant);
+    const double inverseFactor =
+        equalShare(coeff_to_slot_constant / foldedSlots, BootParameter::coeff_to_slot_depth);
+    const double forwardFactor = equalShare(slot_to_coeff_constant, BootParameter::slot_to_coeff_depth);
 
     auto& inverseStages = inv_v0_encodings_.at(Device{});
     auto& forwardStages = v0_encodings_.at(Device{});

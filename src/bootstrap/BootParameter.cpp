@@ -87,6 +87,11 @@ std::vector<double> getCosineCoeff(Rational r, u64 degree) {
     return COEFF_LIST.at({r, degree});
 }
 
+double equalShare(double constant, u64 count) {
+    if (count == 1) return constant;
+    return count == 2 ? std::sqrt(constant) : std::cbrt(constant);
+}
+
 BootParameter::BootParameter(const Context& context) {
     const Parameter& parameter = context->parameter;
     if (!parameter.has_bootstrap) return;

@@ -23,14 +23,17 @@ struct BootParameter {
     u64 arcsine_degree = 1;                  ///< 1 (none), 3 or 7: 0, 2 or 3 levels
     double coeff_to_slot_constant = 0;       ///< product of all constants of coefficient-to-slot, full slots
     double slot_to_coeff_constant = 0;
-    u64 coeff_to_slot_depth = 3;
-    u64 slot_to_coeff_depth = 3;
+    /// Levels of the transforms, whatever the number of their stages.
+    static constexpr u64 coeff_to_slot_depth = 3, slot_to_coeff_depth = 3;
     u64 extended_high_shift = 0; ///< bits by which extended bootstrap shifts the message down at first
     u64 extended_low_shift = 0;  ///< bits by which it shifts the residual up
 
 private:
     void setTransformConstants(const ContextContent& context);
 };
+
+/// The share of `constant` that each of `count` multiplications takes, 1 to 3 of them.
+double equalShare(double constant, u64 count);
 
 /// A fraction as a key of the cosine tables: 16/5 and 32/10 are one key.
 struct Rational {

@@ -16,8 +16,6 @@ namespace Torvo {
 
 namespace {
 
-constexpr u64 minLevel = 3; // what slot-to-coefficient spends
-
 u64 levelsOfArcsine(u64 degree) {
     switch (degree) {
     case 1:
@@ -69,21 +67,21 @@ void BootstrapperImpl::loadBootConstants(u64 log_slots, const Device& device) co
 }
 
 u64 BootstrapperImpl::getLevelAfterFullSlotBootstrap() const {
-    // From the top level, one below the chain length: three levels of coefficient-to-slot, three and one per
-    // doubling of the blocks for the cosine.
-    return context_->parameter.chain_length - parameter_.log_cosine_blocks - 7 -
-           parameter_.double_angle_count - (parameter_.separate_normalization ? 1 : 0) -
-           levelsOfArcsine(parameter_.arcsine_degree);
+    // From the top level, one below the chain length; three and one per doubling of the blocks for the
+    // cosine.
+    return context_->parameter.chain_length - 1 - parameter_.coeff_to_slot_depth - 3 -
+           parameter_.log_cosine_blocks - parameter_.double_angle_count -
+           (parameter_.separate_normalization ? 1 : 0) - levelsOfArcsine(parameter_.arcsine_degree);
 }
 
 u64 BootstrapperImpl::getMinLevelForBootstrap() const {
-    return minLevel;
+    return parameter_.slot_to_coeff_depth;
 }
 
 // ---- guards
 
 void BootstrapperImpl::checkBootstrappable(const Ciphertext& in) const {
-    require(in.getEncodingType() == EncodingType::Coefficient || in.getLevel() >= minLevel,
+    require(in.getEncodingType() == EncodingType::Coefficient || in.getLevel() >= getMinLevelForBootstrap(),
             message::bootstrapLevelTooLow);
     require(in.getNumPoly() == 2, message::bootstrapSizeNotTwo);
     require(in.getRescaleCounter() == 0, message::operandOwesRescale);
@@ -91,7 +89,7 @@ void BootstrapperImpl::checkBootstrappable(const Ciphertext& in) const {
 
 void BootstrapperImpl::checkExtendedBootstrappable(const Ciphertext& in) const {
     require(context_->parameter.has_extended_bootstrap, message::noExtendedBootstrap);
-    require(in.getLevel() >= minLevel + 1, message::extendedLevelTooLow);
+    require(in.getLevel() >= getMinLevelForBootstrap() + 1, message::extendedLevelTooLow);
     require(in.getNumPoly() == 2, message::extendedSizeNotTwo);
     require(in.getRescaleCounter() == 0, message::operandOwesRescale);
 }
@@ -118,6 +116,7 @@ void BootstrapperImpl::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_c
 
 void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext& out) const {
     utils::throwIfCoeff(in);
+    const u64 minLevel = getMinLevelForBootstrap();
     if (in.getLevel() < minLevel)
         throw RuntimeException(message::slotToCoeffLevelTooLow + std::to_string(minLevel));
     loadBootConstants(in.getLogSlots(), in.getDevice());
@@ -183,13 +182,16 @@ void BootstrapperImpl::bootstrapOnce(const Ciphertext& in, Ciphertext& out, bool
         bootstrapTwoOutput(in, real, imag, factor);
         evaluator_->multImagUnit(imag, imag);
         evaluator_->add(real, imag, out);
+        finish(Step::Combination);
         return;
     }
     Ciphertext t = bootstrapExceptRemoveI(in), conjugated = unsetCiphertext(context_);
     evaluator_->conjugate(t, conjugated);
     evaluator_->add(t, conjugated, t);
     evaluator_->rescale(t);
+    finish(Step::Conjugation);
     removeI(t, out, factor);
+    finish(Step::SineOfRealPart);
 }
 
 void BootstrapperImpl::bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag,
@@ -202,19 +204,26 @@ void BootstrapperImpl::bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_
     evaluator_->multImagUnit(out_imag, out_imag);
     evaluator_->rescale(out_real);
     evaluator_->rescale(out_imag);
+    finish(Step::Conjugation);
     removeI(out_real, out_real, factor);
+    finish(Step::SineOfRealPart);
     removeI(out_imag, out_imag, factor);
+    finish(Step::SineOfImaginaryPart);
 }
 
 Ciphertext BootstrapperImpl::bootstrapExceptRemoveI(const Ciphertext& in) const {
     const u64 logSlots = in.getLogSlots();
     loadBootConstants(logSlots, in.getDevice());
     Ciphertext t = takeDown(in);
+    finish(Step::DownAndSlotToCoeff);
     raiseModulus(t);
+    finish(Step::Raise);
     fold(t, logSlots);
+    finish(Step::Fold);
     evaluator_->multInteger(t, static_cast<long>(parameter_.post_raise_factor), t);
     coeffToSlot(t, t);
     t.setLogSlots(logSlots);
+    finish(Step::CoeffToSlot);
     return t;
 }
 

@@ -13,9 +13,11 @@
 #include <Torvo/Device.hpp>
 #include <Torvo/HomEvaluator.hpp>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace Torvo {
@@ -26,6 +28,21 @@ namespace Torvo {
 /// BootstrapperEncapsulation (the switches around the raise).
 class BootstrapperImpl {
 public:
+    /// What one pass consists of, in this order. A real message has no `SineOfImaginaryPart`, and only a
+    /// complex one in one output has the last step.
+    enum class Step {
+        DownAndSlotToCoeff,
+        Raise,
+        Fold,
+        CoeffToSlot,
+        Conjugation,
+        SineOfRealPart,
+        SineOfImaginaryPart,
+        Combination
+    };
+    /// Called on the calling thread at the end of each step.
+    using StepObserver = std::function<void(Step)>;
+
     BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse, u64 log_slots,
                      bool sequential_rotations);
 
@@ -72,7 +89,13 @@ public:
 
     const BootParameter& getParameter() const { return parameter_; }
 
+    /// For those who measure. Not to be set while another thread bootstraps.
+    void setStepObserver(StepObserver observer) { stepObserver_ = std::move(observer); }
+
 private:
+    void finish(Step step) const {
+        if (stepObserver_) stepObserver_(step);
+    }
     const BootConstants& constants(u64 log_slots) const;
     double primeZero() const { return static_cast<double>(context_->primes.getPrime(0)); }
 
@@ -99,6 +122,7 @@ private:
     std::optional<Context> context_sparse_;
     std::optional<KeySwitcher> sparse_key_switcher_;
     bool sequential_rotations_;
+    StepObserver stepObserver_;
 };
 
 } // namespace Torvo

@@ -2,13 +2,14 @@
 #include "crypto/OutputShape.hpp"
 
 #include <cmath>
+#include <numbers>
 #include <utility>
 
 namespace Torvo {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586;
+constexpr double twoPi = 2 * std::numbers::pi;
 
 /// The evaluator in the form of expressions. `product` and `tensor` owe one rescale, and `tensor` a
 /// relinearisation too; sums of such terms pay once for all.
@@ -203,7 +204,7 @@ void BootstrapperImpl::removeI(const Ciphertext& in, Ciphertext& out, double fac
     // A quarter of a period turns the cosine into the sine.
     evaluator_->sub(t, std::complex<double>(0.25 / parameter_.range_bound, 0.0), t);
     double e = -logScale[0];
-    if (context_->parameter.preset != ParameterPreset::FVa)
+    if (context_->parameter.hasLevelsAboveEncryption())
         e = static_cast<double>(
                 context_->scale_factors.level_correction[context_->parameter.encryption_level + 1]) -
             logScale[0];

@@ -72,20 +72,21 @@ void BootstrapperImpl::coeffToSlot(const Ciphertext& in, Ciphertext& out) const 
     out = in;
     for (u64 stage = 0; stage < plan.numStages; ++stage) {
         applyStage(plan, stage, constants(in.getLogSlots()).getInvV0(out.getDevice())[stage], out);
-        if (stage < 2) evaluator_->rescale(out); // that of the last level stays owed
+        // That of the last level stays owed.
+        if (stage + 1 < parameter_.coeff_to_slot_depth) evaluator_->rescale(out);
     }
     multiplyForMissingStages(out, plan.numStages);
 }
 
-/// Three multiplications in all, stages included, the last of which stays unrescaled. The constant is that of
-/// the whole transform, by cube roots.
+/// As many multiplications in all as the transform has levels, stages included, the last of which stays
+/// unrescaled. Each takes an equal share of the constant of the whole transform.
 void BootstrapperImpl::multiplyForMissingStages(Ciphertext& x, u64 stages) const {
     const u64 folded = context_->parameter.num_slots / x.getNumberOfSlots();
     const double constant = parameter_.coeff_to_slot_constant / static_cast<double>(folded);
-    // One slot on FVa takes two levels only.
-    const bool isShort = stages == 0 && context_->parameter.preset == ParameterPreset::FVa;
-    const double root = isShort ? std::sqrt(constant) : std::cbrt(constant);
-    const u64 total = isShort ? 2 : 3;
+    // One slot takes a level less where all levels are alike.
+    const bool isShort = stages == 0 && !context_->parameter.hasLevelsAboveEncryption();
+    const u64 total = parameter_.coeff_to_slot_depth - (isShort ? 1 : 0);
+    const double root = equalShare(constant, total);
     for (u64 done = stages; done < total; ++done) {
         if (x.getRescaleCounter() > 0) evaluator_->rescale(x);
         evaluator_->multWithoutRescale(x, std::complex<double>(root, 0.0), x);
@@ -95,8 +96,9 @@ void BootstrapperImpl::multiplyForMissingStages(Ciphertext& x, u64 stages) const
 void BootstrapperImpl::slotToCoeff(const Ciphertext& in, Ciphertext& out) const {
     const RadixDecomposition plan(in.getLogSlots());
     out = in;
-    const double root = std::cbrt(parameter_.slot_to_coeff_constant);
-    for (u64 missing = plan.numStages; missing < 3; ++missing) {
+    const u64 depth = parameter_.slot_to_coeff_depth;
+    const double root = equalShare(parameter_.slot_to_coeff_constant, depth);
+    for (u64 missing = plan.numStages; missing < depth; ++missing) {
         evaluator_->multWithoutRescale(out, std::complex<double>(root, 0.0), out);
         evaluator_->rescale(out);
     }

@@ -115,6 +115,14 @@ Parameter::Parameter(u64 logDegree, u64 chainLength, u64 gadgetRank, u64 logBase
                                              numQP * log_qpsize + numTP * log_tpsize + log_bpsize);
 }
 
+std::vector<ParameterPreset> allPresets() {
+    std::vector<ParameterPreset> presets;
+    for (u64 number = 0; number < std::size(presetTable); ++number)
+        if (const auto preset = static_cast<ParameterPreset>(number); preset != ParameterPreset::CUSTOM)
+            presets.push_back(preset);
+    return presets;
+}
+
 EncryptionType getEncryptionType(ParameterPreset preset) {
     return Parameter(preset).rank == 1 ? EncryptionType::RLWE : EncryptionType::MLWE;
 }

@@ -6,6 +6,7 @@
 #include <Torvo/SecurityLevel.hpp>
 
 #include <string>
+#include <vector>
 
 namespace Torvo {
 
@@ -30,6 +31,10 @@ struct Parameter {
     Parameter(u64 log_degree, u64 chain_length, u64 gadget_rank, u64 log_bpsize, u64 log_tpsize,
               u64 log_qpsize, u64 rank);
 
+    /// Whether the chain goes on above the level of fresh ciphertexts. Those levels, which bootstrapping
+    /// spends, have larger primes than the user's.
+    bool hasLevelsAboveEncryption() const { return encryption_level + 1 < chain_length; }
+
     ParameterPreset preset;
     std::string name;
     bool has_bootstrap = false;
@@ -53,5 +58,8 @@ struct Parameter {
     SecurityLevel security_level = SecurityLevel::None;
     SchemeInfo scheme_info;
 };
+
+/// All presets but CUSTOM, by number.
+std::vector<ParameterPreset> allPresets();
 
 } // namespace Torvo

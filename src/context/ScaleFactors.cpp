@@ -57,11 +57,6 @@ bool takesScalesOfFGb(ParameterPreset preset) {
     return preset == FGbD12L0 || preset == FGbD8R4L0 || preset == FGbD6R6L0;
 }
 
-/// FVa is bootstrappable too, but all its quantize primes are of one size.
-bool hasTwoSizes(const Parameter& parameter) {
-    return parameter.has_bootstrap && parameter.preset != ParameterPreset::FVa;
-}
-
 std::vector<double> firstOf(std::vector<double> scales, u64 count) {
     scales.resize(count);
     return scales;
@@ -79,7 +74,7 @@ ScaleFactors::ScaleFactors(const ParameterPreset& preset) {
     const auto logs = logsOf(std::span(primes).first(parameter.chain_length));
     level_correction.resize(parameter.chain_length);
     log_scale = uniformScales(logs);
-    if (hasTwoSizes(parameter)) setTwoSizeScales(*this, logs, parameter.encryption_level);
+    if (parameter.hasLevelsAboveEncryption()) setTwoSizeScales(*this, logs, parameter.encryption_level);
 }
 
 ScaleFactors::ScaleFactors(const Parameter& parameter, const PrimeModuli& primes)

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -26,7 +27,7 @@ std::pair<long, long> gaussianPair(u64 word, double sigma) {
     constexpr double unit = 0x1p-32;
     const auto hi = static_cast<double>(word >> 32);
     const auto lo = static_cast<double>((word & 0xffffffff) + 1);
-    const double theta = hi * unit * 6.283185307179586;
+    const double theta = hi * unit * (2 * std::numbers::pi);
     const double r = std::sqrt(-2.0 * std::log(lo * unit));
     return {std::lround(sigma * r * std::cos(theta)), std::lround(sigma * r * std::sin(theta))};
 }

@@ -1,15 +1,10 @@
 #pragma once
 
 #include "arithmetic/chain/PrimeModuli.hpp"
+#include "arithmetic/kernels/Centred.hpp"
 #include "core/Integers.hpp"
 
 namespace Torvo {
-
-/// The integer nearest to zero in the class of x modulo q; x < q. The distance from zero is rounded once.
-template <class Integer>
-double centred(Integer x, Integer q) {
-    return x > q >> 1 ? -static_cast<double>(q - x) : static_cast<double>(x);
-}
 
 /// Reads integers from their residues modulo the first two primes of a chain, by the Chinese remainder
 /// theorem: y = q0 * (x1 / q0 mod q1) + q1 * (x0 / q1 mod q0) modulo q0 * q1. With both primes below 2^61 the

@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <complex>
+#include <numbers>
 #include <string>
 #include <utility>
 
@@ -14,8 +15,6 @@ namespace Torvo {
 namespace {
 
 using Complex = std::complex<double>;
-
-constexpr double pi = 3.141592653589793;
 
 /// The powers of 5 modulo 2N, N/2 of them.
 DeviceSpecificArray<u64> makeRotationGroup(u64 degree) {
@@ -32,7 +31,8 @@ DeviceSpecificArray<u64> makeRotationGroup(u64 degree) {
 DeviceSpecificArray<Complex> makeRoots(u64 degree) {
     DeviceSpecificArray<Complex> roots(2 * degree + 1);
     for (u64 k = 0; k < 2 * degree; ++k)
-        roots[k] = std::exp(Complex(0.0, static_cast<double>(k) * pi / static_cast<double>(degree)));
+        roots[k] =
+            std::exp(Complex(0.0, static_cast<double>(k) * std::numbers::pi / static_cast<double>(degree)));
     roots[2 * degree] = roots[0];
     return roots;
 }

@@ -1,6 +1,7 @@
 #include "arithmetic/kernels/NTT.hpp"
 
 #include "arithmetic/kernels/BitReversal.hpp"
+#include "arithmetic/kernels/Centred.hpp"
 #include "arithmetic/kernels/Feature.hpp"
 #include "arithmetic/kernels/Messages.hpp"
 #include "arithmetic/kernels/Modulus.hpp"
@@ -108,11 +109,6 @@ DeviceSpecificArray<unsigned long> exchangeMiddles(const u64* words, u64 count) 
         exchanged[i + 3] = words[i + 3];
     }
     return exchanged;
-}
-
-/// The representative of w next to zero.
-double centred(u64 w, u64 p) {
-    return w > p / 2 ? -static_cast<double>(p - w) : static_cast<double>(w);
 }
 
 /// `powers` next to zero; from `lastStage` on, for N/2 words, every eight as the even, then the odd ones.
