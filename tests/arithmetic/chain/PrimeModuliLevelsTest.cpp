@@ -87,7 +87,6 @@ TEST_P(Levels, RescaleOfATransformedPolynomialIsTheTransformOfTheRescaledOne) {
 
 TEST_P(Levels, RescaleIsNormalizeModThenSubAndConstMult) {
     const Context& context = contexts[0];
-    const Ring ring = ringOf(context);
     Seeded random(33);
     SCOPED_TRACE(random.describe());
     const u64 level = 4;
@@ -127,7 +126,7 @@ TEST_P(Levels, RescaleAtLevelZeroLeavesNoRow) {
     Seeded random(35);
     for (const bool isNTT : {false, true}) {
         Polynomial p = randomPolynomial(contexts[0], false, isNTT, 0, random);
-        ringOf(contexts[0]).primes.rescale(p);
+        contexts[0]->primes.rescale(p);
         EXPECT_EQ(p.getData().size(), 0u);
     }
 }
