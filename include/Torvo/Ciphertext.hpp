@@ -17,11 +17,11 @@ class CiphertextImpl;
 class Polynomial;
 class PolynomialVector;
 
-/// An encrypted vector of numbers: two or more ring elements, with the book-keeping of level, owed rescales,
-/// slots and encoding. Element 0 is the "b" part; element i multiplies the i-th power of the secret (RLWE)
-/// or its i-th component (MLWE).
+/// An encrypted vector of numbers: two or more ring elements, together with level, owed rescales, slots and
+/// encoding. Element 0 is the "b" part; element i multiplies the i-th power of the secret (RLWE) or its i-th
+/// component (MLWE).
 ///
-/// All elements share level, mod-up state, NTT state and device. A getter of these that finds them at odds
+/// All elements share level, mod-up state, NTT state and device. If they differ, a getter of the property
 /// throws RuntimeException "Polynomials have different levels", "Polynomials have different modUp states",
 /// "Polynomials have different NTT states" or "Polynomials are in different devices".
 /// Copies copy the data and share the context. One thread may write, or many read.
@@ -36,11 +36,10 @@ public:
     /// All slots, rescale counter 0, with these ring elements and their context. For the library itself.
     explicit CiphertextBase(PolynomialVector&& polys);
 
-    /// The residues of `other`, word for word, under another context, whose primes must be the same up to
-    /// the level of `other`: the caller's duty, since nothing compares them.
+    /// The residues of `other`, word for word, under another context. The primes of both must be the same up
+    /// to the level of `other`; the caller must ensure that, since nothing compares them.
     /// @throws RuntimeException "The level of input ciphertext does not fit in current context", also for a
-    /// ring
-    ///         of another degree
+    ///         ring of another degree
     CiphertextBase(const Context& context, const CiphertextBase& other);
 
     CiphertextBase(const CiphertextBase& other);
@@ -55,7 +54,7 @@ public:
     /// Number of ring elements; `getSize` is the same.
     unsigned long getNumPoly() const;
     unsigned long getSize() const;
-    /// Growth appends copies of element 0 with its data; shrinking drops the last ones.
+    /// Growth appends copies of element 0 with its data; shrinking drops the last elements.
     /// @throws RuntimeException "The size of a ciphertext should be greater than 1" for `n` below 2
     /// @throws std::length_error, std::bad_alloc for more elements than there is memory for
     void setNumPoly(unsigned long n);
@@ -71,8 +70,8 @@ public:
 
     /// Index of the highest live prime: the number of rescales the data can still take.
     unsigned long getLevel() const;
-    /// Changes the level of every element, keeping the leading rows; new rows are zeros. Does not look at the
-    /// rescale counter, nor at the chain: operations refuse a level that it does not have.
+    /// Changes the level of every element and keeps the leading rows; new rows are zeros. Checks neither the
+    /// rescale counter nor the chain: operations refuse a level that the chain does not have.
     /// @throws std::bad_alloc for more than there is memory for; assign to the ciphertext before further use
     void setLevel(unsigned long level);
 
@@ -119,8 +118,8 @@ public:
     ///         the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
-    /// Takes what any context of the same primes and degree has saved. Levels and log slots are taken as they
-    /// are, also such as the context has no use for: operations refuse those.
+    /// Accepts what any context of the same primes and degree has saved. Level and log slots are accepted as
+    /// they are, even values outside the context; operations refuse those.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects." when the file is of another ring or another kind; the archive's
     ///         exception on a short read. A failed load leaves the object fit for destruction only.

@@ -15,7 +15,7 @@ class ContextContent;
 /// A parameter set with all its tables: ring, prime chain, transforms, scales. Immutable once made; any
 /// number of threads and objects share it, and the last holder frees the tables.
 ///
-/// A null one is refused by whatever takes a context, with RuntimeException "The context is null. Make one
+/// Everything that takes a context refuses a null one with RuntimeException "The context is null. Make one
 /// with makeContext."
 using Context = std::shared_ptr<ContextContent>;
 
@@ -30,13 +30,13 @@ TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>
 
 /// Makes a context from numbers of your own (preset `CUSTOM`); the primes are searched for.
 /// @param log_degree    log2 of the ring degree, 6 to 20
-/// @param chain_length  number of ciphertext primes, 1 to 50: one base prime and `chain_length - 1` more,
-///                      which is the number of multiplicative levels
+/// @param chain_length  number of ciphertext primes, 1 to 50: one base prime, and one more for each of the
+///                      `chain_length - 1` multiplicative levels
 /// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61
 /// @param log_qpsize    bits of the other ciphertext primes, and so of the scale: 36 to 61
-/// @param log_tpsize    bits of the temporary primes of key switching, at most 61. There are
-///                      `chain_length / gadget_rank` of them, as many as primes of a digit, and together they
-///                      must reach the size of the digit with the base prime
+/// @param log_tpsize    bits of the temporary primes of key switching, at most 61. There are `chain_length /
+///                      gadget_rank` of them, as many as a digit has primes. Together they must reach the
+///                      size of the digit that holds the base prime
 /// @param gadget_rank   number of digits in key switching; divides `chain_length`. Fewer digits mean faster
 ///                      key switching and smaller keys, but a larger total modulus, and so less security
 /// @param rank          1
@@ -58,18 +58,17 @@ TORVO_API Context makeContext(unsigned long log_degree, unsigned long chain_leng
                               const std::set<int>& cuda_device_ids = {});
 
 /// Rebuilds a context from a file of `saveContextToFile`. The file is a recipe and holds no primes: a custom
-/// chain is searched for again, with the same outcome.
-/// @throws RuntimeException "Cannot open file " and the path; "The file is longer than what is to be loaded:
-/// "
-///         with the path and both lengths, for a file of another kind; then as `makeContext`, for what the
-///         file says
+/// chain is searched for again, with the same result.
+/// @throws RuntimeException "Cannot open file " and the path; "The file is longer than what is to be
+///         loaded: " with the path and both lengths, for a file of another kind; then as `makeContext`, for
+///         the parameters in the file
 /// @throws cereal::Exception, a std::runtime_error, on a short file: "Failed to read <wanted> bytes from
 ///         input stream! Read <got>"
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});
 
-/// Writes the recipe of a context, 69 bytes, in place of what the file held. GPU numbers are not stored.
+/// Writes the recipe of a context, 69 bytes, and replaces an existing file. GPU numbers are not stored.
 /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and the
-///         reason. The file that stood there still stands then
+///         reason; an existing file is then unchanged
 /// @throws cereal::Exception, a std::runtime_error, on a full disk: "Failed to write <wanted> bytes to output
 ///         stream! Wrote <got>"
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
@@ -80,7 +79,7 @@ TORVO_API unsigned long getLogFullSlots(const Context& context);
 TORVO_API unsigned long getDegree(const Context& context);
 /// Number of ring elements of a secret key: 1 for RLWE.
 TORVO_API unsigned long getRank(const Context& context);
-/// Level of a fresh encryption: the number of multiplications in a row that it affords.
+/// Level of a fresh encryption: the number of successive multiplications that it allows.
 TORVO_API unsigned long getEncryptionLevel(const Context& context);
 /// Claimed security in bits: 128, 192, 256, or 0 for none.
 TORVO_API unsigned long getSecurityLevel(const Context& context);

@@ -6,8 +6,8 @@
 
 namespace Torvo {
 
-/// A JSON document of the configuration version and feature switches, offered to the application. The
-/// library itself reads nothing from it.
+/// A JSON document of the configuration version and feature switches, offered to the application. The library
+/// itself reads nothing from it.
 /// Not synchronised: `setFeature` must not run beside reads.
 class TORVO_API GlobalConfiguration {
 public:
@@ -24,15 +24,14 @@ public:
 
     /// The switch `name` as a boolean; false when it is absent or there are no features.
     /// @throws nlohmann::json::type_error when the value is not a boolean: "type must be boolean, but is "
-    /// and
-    ///         the type
+    ///         and the type
     bool isFeatureEnabled(const char* name) const;
 
-    /// Sets `config["features"][name]`, adding it, and "features" too, when it is new.
+    /// Sets `config["features"][name]`, and adds it, and "features" too, if it is missing.
     /// @throws nlohmann::json::type_error when the document or "features" is neither an object nor null
     void setFeature(const char* name, bool value);
-    /// As above, with any JSON value. To be given as one: a bare number or string literal would be taken for
-    /// a `bool`.
+    /// As above, with any JSON value. Pass a `nlohmann::json`: a bare number or string literal would be read
+    /// as a `bool`.
     void setFeature(const char* name, nlohmann::json value);
 
 private:

@@ -16,16 +16,16 @@ namespace Torvo {
 
 class HomEvaluatorImpl;
 
-/// Computes on ciphertexts, and in the same words on plaintexts and on messages, so that a circuit can be
-/// traced in the clear.
+/// Computes on ciphertexts. The same member names exist for plaintexts and for messages, so that a circuit
+/// can be traced in the clear.
 ///
 /// Every operation writes its last argument, which may be the same object as an input. The output takes log
-/// slots, rescale counter and encoding type from the first operand unless told otherwise. All members are
-/// const and may run at once on different outputs; inside, the work is shared among OpenMP threads.
+/// slots, rescale counter and encoding type from the first operand, except where a member says otherwise. All
+/// members are const and may run at once on different outputs; each shares its work among OpenMP threads.
 ///
-/// No object stores a scale: data at level l that owes nothing has the scale 2^log_scale[l] of
+/// No object stores a scale: data at level l that owes no rescale has the scale 2^log_scale[l] of
 /// `getDefaultScaleFactorList`. A product owes one rescale, which `mult` pays at once and
-/// `multWithoutRescale` leaves to the caller. Operands of addition must owe the same.
+/// `multWithoutRescale` leaves to the caller. The operands of an addition must owe equally many rescales.
 ///
 /// Ciphertext members of the linear family are defined for both encryption types; those that need a key
 /// (`mult` of ciphertexts, rotations, conjugation) for RLWE only.
@@ -40,26 +40,28 @@ class HomEvaluatorImpl;
 ///   - "The level of the operand is zero": no prime left to rescale by;
 ///   - "The Operand should have rescale counter zero", "The Operands should have rescale counter zero":
 ///     multiplication of operands that owe a rescale;
-///   - "Operands have different levels.": where levels are not matched for the caller;
-///   - "Message that is GPU-allocated is not supported.": messages are computed on the CPU;
-///   - "[encode] Cannot encode the ...": a constant or a message, given to a plaintext or a ciphertext,
-///     that is too large for level and scale, infinite or NaN (`EnDecoder` has the rule and the whole
-///     text; "the number" is a part of the constant), and the output is as it was;
+///   - "Operands have different levels.": in operations that do not match the levels themselves;
+///   - "Message that is GPU-allocated is not supported.": messages are processed on the CPU;
+///   - "[encode] Cannot encode the ...": a constant or a message, combined with a plaintext or a ciphertext,
+///     is too large for level and scale, infinite or NaN (`EnDecoder` gives the rule and the whole text; "the
+///     number" is a part of the constant). The output is then unchanged;
 ///   - "Operands are not of the ring of the generated context.": an operand of another degree, of other
-///     primes, or at a level that its chain does not have, which `setLevel` lets it say. What counts is the
-///     ring, not the context: operands of a context made twice, loaded from its file, or of a preset with the
-///     same primes are taken. These two are tested last, before anything is written.
+///     primes, or at a level that its chain does not have (`setLevel` does not prevent that). The ring
+///     counts, not the context: operands of a context that was made twice or loaded from its file, or of a
+///     preset with the same primes, are accepted. These two rules are tested last, before anything is
+///     written.
 class TORVO_API HomEvaluator {
 public:
-    /// An evaluator with the keys of a key directory, each read when first needed; the multiplication key at
-    /// once, if there is one.
+    /// An evaluator with the keys of a key directory. Each key is read when it is first needed, the
+    /// multiplication key at once if the directory has one.
     /// @throws RuntimeException "Cannot find path " and the path
     HomEvaluator(const Context& context, const std::string& keyDirPath);
-    /// An evaluator that shares `keyPack`. Keys fit that were made with this context, or with another of the
-    /// same degree, the same primes, split alike into ciphertext and temporary primes, and as many digits.
+    /// An evaluator that shares `keyPack`. Its keys must have been made with this context, or with one of the
+    /// same degree, the same primes, the same split into ciphertext and temporary primes, and the same number
+    /// of digits.
     /// @throws RuntimeException "keys are of another ring: degree 64, 4 + 2 primes, 2 digits (CUSTOM), but
     ///         the evaluator's context is degree 64, 4 + 1 primes, 4 digits (CUSTOM); make the evaluator with
-    ///         the context the keys were made with", with what is so of the two
+    ///         the context the keys were made with", with the numbers of the two at hand
     HomEvaluator(const Context& context, const KeyPack& keyPack);
 
     /// @name Messages
@@ -74,12 +76,12 @@ public:
     void mult(const Message& a, const Message& b, Message& out) const;
     void square(const Message& in, Message& out) const;
     void multImagUnit(const Message& in, Message& out) const;
-    /// Slot i of the output is slot i + index of the input, cyclically; any index will do.
+    /// Slot i of the output is slot i + index of the input, cyclically; any index is allowed.
     void leftRotate(const Message& in, unsigned long index, Message& out) const;
     void rightRotate(const Message& in, unsigned long index, Message& out) const;
     void conjugate(const Message& in, Message& out) const;
-    /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with at most 2 log2(count) additions for a
-    /// slot; a count of 0 gives the message itself. Gap and count may be any numbers.
+    /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with at most 2 log2(count) additions per slot;
+    /// a count of 0 gives the message itself. Gap and count may be any numbers.
     void leftRotateReduce(const Message& in, unsigned long gap, unsigned long count, Message& out) const;
     void rightRotateReduce(const Message& in, unsigned long gap, unsigned long count, Message& out) const;
     /// @}
@@ -92,18 +94,18 @@ public:
     void add(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
     void sub(const Plaintext& in, std::complex<double> c, Plaintext& out) const;
     void sub(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
-    /// One level is spent.
+    /// Spends one level.
     void mult(const Plaintext& in, std::complex<double> c, Plaintext& out) const;
     void mult(const Plaintext& a, const Plaintext& b, Plaintext& out) const;
     void square(const Plaintext& in, Plaintext& out) const;
-    /// Times i. No level is spent.
+    /// Multiplies by i. Spends no level.
     void multImagUnit(const Plaintext& in, Plaintext& out) const;
-    /// Times an integer. No level is spent, the error grows with it.
+    /// Multiplies by an integer. Spends no level; the error is multiplied too.
     void multInteger(const Plaintext& in, long n, Plaintext& out) const;
-    /// Divides by the top prime: pays one owed rescale, one level lower.
+    /// Divides by the top prime: one owed rescale is paid, and the level falls by one.
     /// @throws RuntimeException "[rescale] Rescale Counter of the Plaintext is zero or less"
     void rescale(Plaintext& inOut) const;
-    /// Multiplies by the prime of the next level: owes one rescale more, one level higher.
+    /// Multiplies by the prime of the next level: one rescale more is owed, and the level rises by one.
     /// @throws RuntimeException
     ///   "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum
     ///   level"
@@ -130,8 +132,8 @@ public:
     /// A plaintext at another level is decoded and encoded again at that of the ciphertext.
     template <EncryptionType E>
     void add(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
-    /// Of two levels the higher is brought down by `levelDown`. Coefficient-encoded operands of equal level
-    /// may be added.
+    /// If the levels differ, the operand at the higher one is brought down by `levelDown`.
+    /// Coefficient-encoded operands of equal level may be added.
     /// @throws RuntimeException "Cannot add different level modUp-ed ciphertexts"
     template <EncryptionType E>
     void add(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
@@ -146,10 +148,10 @@ public:
     template <EncryptionType E>
     void sub(const CiphertextBase<E>& a, const CiphertextBase<E>& b, CiphertextBase<E>& out) const;
 
-    /// Times a constant. Spends one level, or none when real and imaginary part are within 1e-8 of integers.
-    /// A part within 1e-8 of an integer, where both are, is that integer: not the level alone but the value
-    /// follows it. 2 + 5e-9 doubles, 1e-9 gives an encryption of 0, and a slot may be off by 1.5e-8 times its
-    /// modulus. `multWithoutRescale` and `rescale` multiply by the constant as it is.
+    /// Multiplies by a constant. Spends one level, or none when real and imaginary part are both within 1e-8
+    /// of integers. In that case both parts are rounded to those integers, so the value changes too: 2 + 5e-9
+    /// doubles, 1e-9 gives an encryption of 0, and a slot may be off by 1.5e-8 times its modulus.
+    /// `multWithoutRescale` followed by `rescale` multiplies by the constant as it is.
     /// @throws RuntimeException "[mult] Cannot multiply by the integer " and the part ": the magnitude should
     ///         be at most 9223372036854774784. Give a smaller number.", for such a part that reaches 2^63
     template <EncryptionType E>
@@ -160,7 +162,8 @@ public:
     /// A plaintext at another level is decoded and encoded again at that of the ciphertext.
     template <EncryptionType E>
     void mult(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
-    /// The product, owing one rescale more; spends no level yet. The encoding type of `out` stays as it was.
+    /// The product, which owes one rescale more; no level is spent yet. The encoding type of `out` stays
+    /// unchanged.
     /// @throws RuntimeException "Rescale counter should be less than or equal to the level" when the
     ///         level does not afford that rescale
     template <EncryptionType E>
@@ -170,18 +173,18 @@ public:
     void multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
                             CiphertextBase<E>& out) const;
 
-    /// Times i. No level is spent.
+    /// Multiplies by i. Spends no level.
     template <EncryptionType E>
     void multImagUnit(const CiphertextBase<E>& in, CiphertextBase<E>& out) const;
-    /// Times an integer. No level is spent, the error grows with it.
+    /// Multiplies by an integer. Spends no level; the error is multiplied too.
     template <EncryptionType E>
     void multInteger(const CiphertextBase<E>& in, long n, CiphertextBase<E>& out) const;
 
-    /// Divides by the top prime: pays one owed rescale, one level lower.
+    /// Divides by the top prime: one owed rescale is paid, and the level falls by one.
     /// @throws RuntimeException "[rescale] Rescale Counter of the Ciphertext is zero or less"
     template <EncryptionType E>
     void rescale(CiphertextBase<E>& inOut) const;
-    /// Multiplies by the prime of the next level: owes one rescale more, one level higher.
+    /// Multiplies by the prime of the next level: one rescale more is owed, and the level rises by one.
     /// @throws RuntimeException
     ///   "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum
     ///   level"
@@ -200,9 +203,9 @@ public:
     /// @{
     /// The raw product, of numPoly(a) + numPoly(b) - 1 elements; owes what both owed and one rescale more.
     void tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
-    /// Switches the top element away, that of the highest power of the secret: one element fewer. A
-    /// ciphertext of more than three takes one call for each element above two, all with the one
-    /// multiplication key; the value, level and counter stay.
+    /// Removes the top element, which belongs to the highest power of the secret, by a key switch. The result
+    /// has one element fewer; value, level and counter stay. A ciphertext of more than three elements takes
+    /// one call for each element above two, all with the one multiplication key.
     /// @throws RuntimeException "[relinearize] the length of the input ciphertext should be >= 3."; "The
     ///         generated context does not support the operation with current operands; check the device.";
     ///         "Failed to load the multiplication key"
@@ -210,7 +213,8 @@ public:
     /// `tensor` and `relinearize`, owing one rescale. Levels must be equal.
     /// @throws RuntimeException "Size > 2 is not supported yet"
     void multWithoutRescale(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
-    /// Slot-wise product; spends one level. Of two levels the higher is brought down.
+    /// Slot-wise product; spends one level. If the levels differ, the operand at the higher one is brought
+    /// down first.
     void mult(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
     void square(const Ciphertext& in, Ciphertext& out) const;
     /// @}
@@ -220,28 +224,28 @@ public:
     /// std::out_of_range "map::at".
     /// @{
     /// Slot i of the output is slot i + index of the input, cyclically; the index is taken modulo the slots
-    /// in use. Without the key for it the rotation is composed of rotations by powers of two, at one key
-    /// switch each.
-    /// @throws RuntimeException "[Load Rotation Key] no left rotation key for index " and the index, when
-    ///         even those are missing; the output is then as it was
+    /// in use. If the key for it is missing, the rotation is composed of rotations by powers of two, at one
+    /// key switch each.
+    /// @throws RuntimeException "[Load Rotation Key] no left rotation key for index " and the index, when a
+    ///         key for those is missing too; the output is then unchanged
     void leftRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
     void rightRotate(const Ciphertext& in, unsigned long index, Ciphertext& out) const;
-    /// Comes out on slots, whatever the encoding type of the operand, which is not looked at.
+    /// The result is encoded on slots. The operand's encoding type is not checked.
     /// @throws RuntimeException "Failed to load the conjugation key"
     void conjugate(const Ciphertext& in, Ciphertext& out) const;
     /// The real parts. Spends one level.
     void killImag(const Ciphertext& in, Ciphertext& out) const;
     /// Sum of the rotations by 0, gap, ..., (count - 1) * gap, with about log2(count) rotations; a count of 0
     /// gives the ciphertext itself. `count` is at most 2^63. Indices are taken modulo the slots of the ring,
-    /// not modulo those in use: a sum that turns a sparse ciphertext further than once asks for keys beyond
-    /// them.
+    /// not modulo those in use: a sum that rotates a sparse ciphertext by more than its slots in use needs
+    /// keys for indices above their number.
     void leftRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
                           Ciphertext& out) const;
     void rightRotateReduce(const Ciphertext& in, unsigned long gap, unsigned long count,
                            Ciphertext& out) const;
     /// Sum over k of `cts[k]` rotated to the left by `indices[k]`, with one division by the temporary primes
-    /// for all of them. Needs the key of every index that is not 0.
-    /// All must be of one level and match in what sums ask for.
+    /// for all of them. Needs the key of every index that is not 0. All ciphertexts must have the same level
+    /// and match as operands of an addition do.
     /// @throws RuntimeException "ctxt and rot_idx have different size.";
     ///         "Failed to load the left rotation key for index " and the index
     void rotSum(const std::vector<Ciphertext>& cts, const std::vector<unsigned long>& indices,

@@ -16,10 +16,11 @@ namespace Torvo {
 class KeyPackImpl;
 
 /// The public keys that an evaluator works with: encryption, multiplication, conjugation, rotation and
-/// encapsulation keys, in memory or in a key directory from which each is read when first asked for.
+/// encapsulation keys. They are in memory, or in a key directory from which each is read when it is first
+/// needed.
 ///
 /// A shared handle: copies see the same keys. Any number of threads may use one pack; a key is read from disk
-/// once, and reading one rotation key does not hold up another.
+/// once, and reading one rotation key does not delay the reading of another.
 ///
 /// Rotation indices are taken modulo the number of slots; right rotation by r is left rotation by
 /// `num_slots - r`. A key directory holds its files in the subdirectory "PK": EncKey.bin, MultKey.bin,
@@ -37,10 +38,10 @@ public:
     KeyPack(const Context& context, const Context& contextSparse);
     KeyPack(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
 
-    /// Read the key from the directory unless it is in memory. A missing file is no failure, nor is one that
-    /// does not open; in a pack without a second context the encapsulation key counts as missing. The key of
-    /// a file must be of the kind and the rotation index that its name tells, and of the ring of the context.
-    /// After a failure the key may be asked for again.
+    /// Read the key from the directory unless it is in memory. A file that is missing or cannot be opened is
+    /// not an error; in a pack without a second context the encapsulation key counts as missing. The key in a
+    /// file must have the kind and the rotation index that the file name states, and belong to the ring of
+    /// the context. After an error the call may be repeated.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects.", or the
     ///         archive's exception, for a bad file
     void loadEncKey() const;
@@ -50,9 +51,9 @@ public:
     void loadRightRotKey(unsigned long index) const;
     void loadSparseSecretEncapsulationKey() const;
 
-    /// Read the key from a stream. It must be of the kind and the rotation index that is asked for, and of
-    /// the ring of the context. A fixed key replaces the one held; a rotation key held already stays. After a
-    /// failure the pack holds what it held before.
+    /// Read the key from a stream. It must have the kind and the rotation index that the call names, and
+    /// belong to the ring of the context. A rotation key that the pack already holds stays; any other key
+    /// replaces the one held. After an error the pack is unchanged.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."; the
     ///         archive's exception on a short read; for an encapsulation key in a pack without a second
     ///         context "[KeyPack] context does not support sparse secret encapsulation"
@@ -63,18 +64,19 @@ public:
     void loadRightRotKey(unsigned long index, std::istream& stream) const;
     void loadSparseSecretEncapsulationKey(std::istream& stream) const;
 
-    /// Whether the key is in memory; never touches the disk, but for a fixed key waits while it is being
-    /// read.
+    /// Whether the key is in memory. Never reads the disk. For a key other than a rotation key the call waits
+    /// while another thread is reading that key.
     bool isEncKeyLoaded() const;
     bool isMultKeyLoaded() const;
     bool isConjKeyLoaded() const;
     bool isLeftRotKeyLoaded(unsigned long index) const;
     bool isRightRotKeyLoaded(unsigned long index) const;
     bool isSparseSecretEncapsulationKeyLoaded() const;
-    /// Whether the directory has a file for exactly `index`, which is not reduced here.
+    /// Whether the directory has a file for exactly this `index`, which is not reduced modulo the number of
+    /// slots.
     bool isLeftRotKeyFileAvailable(unsigned long index) const;
 
-    /// The key, read from the directory if need be; null when it is neither in memory nor on disk.
+    /// The key, read from the directory if it is not in memory; null when it is in neither place.
     std::shared_ptr<EncryptionKey> getEncKey() const;
     std::shared_ptr<EvaluationKey> getMultKey() const;
     std::shared_ptr<EvaluationKey> getConjKey() const;
@@ -82,21 +84,22 @@ public:
     std::shared_ptr<EvaluationKey> getRightRotKey(unsigned long index) const;
     std::shared_ptr<SparseSecretEncapsulationKey> getSparseSecretEncapsulationKey() const;
 
-    /// Sets the directory to read from, making its "PK" when that is missing.
+    /// Sets the directory to read from, and makes its "PK" if that is missing.
     /// @throws RuntimeException "Cannot find path " and the path, unless it is a directory
-    /// @throws std::filesystem::filesystem_error when "PK" cannot be made
+    /// @throws std::filesystem::filesystem_error if "PK" cannot be made
     void setKeyDirPath(const std::string& path);
     /// Keeps all keys on `device` only.
     void to(const Device& device);
 
-    /// `setKeyDirPath(path)`, then writes each key held into its file. Each file is replaced as a whole, the
-    /// directory file by file: a reader meanwhile may find new keys beside old ones.
+    /// Calls `setKeyDirPath(path)`, then writes each key held into its file. Each file is replaced as a
+    /// whole, but the directory file by file: a reader at the same time may find new keys beside old ones.
     /// @throws RuntimeException as `setKeyDirPath`, and as `EvaluationKey::save`
     void save(const std::string& path);
     /// Writes the pack as one archive (format: docs/files.md).
     void save(std::ostream& stream) const;
-    /// Replaces what the pack held by the pack of a stream, once all of it has been read. Each key must be of
-    /// its kind and of the ring of its context; a rotation key goes under the index that it bears.
+    /// Replaces the content of the pack by that of a stream, after all of it has been read. Each key must
+    /// have the right kind and belong to the ring of its context; a rotation key is stored under its own
+    /// index.
     /// @throws as the loads of single keys from a stream
     void load(std::istream& stream);
 

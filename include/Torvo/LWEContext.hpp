@@ -18,7 +18,7 @@ class ContextContent;
 /// A parameter set of plain LWE with its prime chain and scales: vectors of integers modulo a product of
 /// primes, without ring structure. Immutable; any number of threads and objects share it.
 ///
-/// A null one is refused by whatever takes a context, with RuntimeException "The context is null. Make one
+/// Everything that takes a context refuses a null one with RuntimeException "The context is null. Make one
 /// with makeContext."
 using Context = std::shared_ptr<ContextContent>;
 
@@ -28,14 +28,13 @@ using Context = std::shared_ptr<ContextContent>;
 ///         parameters in order to use CUSTOM parameters."; "The input parameter preset is not yet supported."
 TORVO_API Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids = {});
 
-/// Makes a context from numbers of your own; the primes are searched for. Such a chain shares its primes with
-/// a ring context by luck only: to exchange ciphertexts with a ring, use a preset.
+/// Makes a context from numbers of your own; the primes are searched for. Such a chain shares primes with a
+/// ring context only by chance: use a preset to exchange ciphertexts with a ring.
 /// @param dimension     length of the secret and of the `a` vectors, at least 1
 /// @param chain_length  number of primes, 1 to 50
-/// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61. Of one size, the base
-/// prime
-///                      and the first of the others are the same prime, and numbers above level 0 are lost:
-///                      make it larger
+/// @param log_bpsize    bits of the base prime: at least `log_qpsize`, at most 61. With equal sizes
+///                      the base prime and the first of the others are the same prime, and numbers above
+///                      level 0 are lost: make it larger
 /// @param log_qpsize    bits of the other primes: 36 to 61
 /// @throws RuntimeException in this order: "Invalid CUDA device ID: " and the number; "[Parameter] Invalid
 ///         chain_length"; "[Parameter] Invalid dimension: it should be at least 1"; "[PrimeModuli] Prime size
@@ -47,7 +46,7 @@ TORVO_API Context makeContext(unsigned long dimension, unsigned long chain_lengt
 /// Rebuilds a context from a file of `saveContextToFile`.
 /// @throws as `Torvo::makeContextFromFile`
 TORVO_API Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids = {});
-/// Writes the recipe of a context, 37 bytes, in place of what the file held.
+/// Writes the recipe of a context, 37 bytes, and replaces an existing file.
 /// @throws as `Torvo::saveContextToFile`
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
 
