@@ -72,7 +72,8 @@ public:
     unsigned long getLevel() const;
     /// Changes the level of every element and keeps the leading rows; new rows are zeros. Checks neither the
     /// rescale counter nor the chain: operations refuse a level that the chain does not have.
-    /// @throws std::bad_alloc for more than there is memory for; assign to the ciphertext before further use
+    /// @throws std::bad_alloc for more rows than there is memory for; assign to the ciphertext before further
+    ///         use
     void setLevel(unsigned long level);
 
     /// Number of rescales still owed.
@@ -110,12 +111,12 @@ public:
     /// Moves all ring elements to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives the ring elements storage on `device`, all zeros; nothing when they are there already.
+    /// Gives the ring elements storage on `device`, all zeros. Does nothing when they are already there.
     void allocate(const Device& device);
 
     /// Format: docs/files.md.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Accepts what any context of the same primes and degree has saved. Level and log slots are accepted as

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <utility>
 
-/// Questions to the GPU runtime. This build has no GPU backend: every query answers "nothing there" and
-/// every command does nothing. All functions are thread-safe and never throw.
+/// Queries and commands to the GPU runtime. This build has no GPU backend: every query returns
+/// false or 0, and every command does nothing. All functions are thread-safe and never throw.
 namespace Torvo::CudaTools {
 
 /// Whether a GPU backend is present: false.
@@ -21,7 +21,7 @@ TORVO_API int cudaGetDevice();
 /// How many GPUs there are: 0.
 TORVO_API int cudaGetDeviceCount();
 
-/// Chooses the current GPU: ignored.
+/// Chooses the current GPU. Ignored.
 TORVO_API void cudaSetDevice(int id);
 
 /// Free and total memory of the current GPU in bytes: both 0.

@@ -6,8 +6,8 @@
 
 namespace Torvo {
 
-/// Where a buffer of numbers lives. This build computes on `CPU` only; requests for any other kind of
-/// device fail in fixed words.
+/// Where a buffer of numbers lives. This build computes on `CPU` only; requests for any other kind of device
+/// fail with a fixed text.
 enum class DeviceType : std::int32_t { CPU = 0, GPU = 1, PinnedHost = 3 };
 
 /// A place for buffers: a kind of device and its number (0 for the host).

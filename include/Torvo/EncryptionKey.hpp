@@ -46,12 +46,12 @@ public:
     /// Moves both parts to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives both parts storage on `device`, all zeros; nothing when they are there already.
+    /// Gives both parts storage on `device`, all zeros. Does nothing when they are already there.
     void allocate(const Device& device);
 
     /// Format: docs/files.md; the uniform part is stored as its seed.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

@@ -15,19 +15,19 @@ namespace Torvo {
 /// Encrypts under the public key of a pack (RLWE) or under a secret key (RLWE and MLWE), with randomness of
 /// the calling thread. Thread-safe on different outputs. The input is never changed.
 ///
-/// The output may have been used for anything before. It comes out on slots and in NTT form (but for the
-/// coefficient forms), at the level of the plaintext, with its log slots and rescale counter.
+/// The previous content of the output does not matter. The result is encoded on slots and in NTT form (except
+/// for the coefficient forms), at the level of the plaintext, with its log slots and rescale counter.
 ///
-/// Forms without level and rescale counter take the encryption level and 0. Encoding errors are those of
-/// `EnDecoder::encode`. Of these "[encode] Cannot encode the ...", for numbers that are too large for level
-/// and scale, infinite or NaN, comes last of all, after those of encryption. After a refusal by encoding
-/// nothing has been drawn, and the output is as it was.
+/// Forms without level and rescale counter use the encryption level and 0. Encoding errors are those of
+/// `EnDecoder::encode`. One of them, "[encode] Cannot encode the ...", for numbers that are too large for
+/// level and scale, infinite or NaN, is tested last of all, after the rules of encryption. If encoding
+/// refuses, no random number has been drawn and the output is unchanged.
 class TORVO_API Encryptor {
 public:
     explicit Encryptor(const Context& context);
 
-    /// The rescale counter is held against the level that the output had before: a fresh output takes any,
-    /// one at a low level may not.
+    /// The rescale counter is checked against the level that the output had before the call: a fresh output
+    /// allows every counter, one at a low level may not.
     /// @throws RuntimeException in this order: "[encrypt] Failed to load the encryption key";
     ///         "Operands are in different devices."; "[encrypt] Level of an input Plaintext cannot be greater
     ///         than encryption level."; "Operands are not of the ring of the generated context." for a
@@ -42,7 +42,8 @@ public:
 
     /// @throws RuntimeException in this order: "[encrypt] Level of an input Plaintext cannot be greater than
     ///         encryption level"; "Operands are not of the ring of the generated context." for a plaintext of
-    ///         another ring; "the secret key is of another ring: " and on as above, also for another rank
+    ///         another ring; "the secret key is of another ring: " and the rest as above, also for another
+    ///         rank
     template <EncryptionType E>
     void encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
     template <EncryptionType E>
@@ -51,7 +52,7 @@ public:
     template <EncryptionType E>
     void encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
 
-    /// Puts reals on the coefficients; the ciphertext comes out coefficient-encoded and out of NTT form.
+    /// Puts real numbers on the coefficients; the ciphertext is coefficient-encoded and not in NTT form.
     /// @throws RuntimeException "[encode] Cannot encode a message with a size less than 2", then
     ///         "[encode] The message size should be a power of two", then as encoding and encryption do
     template <EncryptionType E>

@@ -13,9 +13,9 @@ namespace Torvo {
 class EvaluationKeyImpl;
 class Polynomial;
 
-/// A switching key: `gadget_rank` pairs of mod-up ring elements that turn a polynomial times one secret into
-/// a ciphertext under another. Multiplication, conjugation and rotation keys are all of this class and differ
-/// by a one-letter tag. Made by `KeyGenerator`, kept by `KeyPack`.
+/// A switching key: `gadget_rank` pairs of mod-up ring elements that turn a product of a polynomial and one
+/// secret into a ciphertext under another. Multiplication, conjugation and rotation keys are all of this
+/// class and differ by a one-letter tag. Made by `KeyGenerator`, kept by `KeyPack`.
 /// Any number of threads may read one key; `removeExcept` is for its owner.
 class TORVO_API EvaluationKey {
 public:
@@ -38,7 +38,7 @@ public:
     /// The stamp of the ring that the key belongs to.
     unsigned long getContextHash() const;
     /// Number of pairs.
-    /// @throws std::out_of_range "map::at" when the key has no copy on the CPU, as `save` then does too
+    /// @throws std::out_of_range "map::at" when the key has no copy on the CPU; `save` throws the same then
     unsigned long getGadgetRank() const;
 
     /// The first of the `gadget_rank` elements on `device` (contiguous).
@@ -48,7 +48,7 @@ public:
     Polynomial* getBxIter(const Device& device);
     const Polynomial* getBxIter(const Device& device) const;
 
-    /// Makes sure that there is a copy on `device`.
+    /// Copies the key to `device` unless it has a copy there.
     /// @throws RuntimeException "Value-device map is empty."
     void copyTo(const Device& device);
     /// Keeps the key on `device` only.
@@ -57,7 +57,7 @@ public:
 
     /// Format: docs/files.md; the uniform parts are stored as their seeds.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

@@ -164,8 +164,8 @@ public:
     void mult(const CiphertextBase<E>& in, const Plaintext& plaintext, CiphertextBase<E>& out) const;
     /// The product, which owes one rescale more; no level is spent yet. The encoding type of `out` stays
     /// unchanged.
-    /// @throws RuntimeException "Rescale counter should be less than or equal to the level" when the
-    ///         level does not afford that rescale
+    /// @throws RuntimeException "Rescale counter should be less than or equal to the level" when the level
+    ///         does not allow that rescale
     template <EncryptionType E>
     void multWithoutRescale(const CiphertextBase<E>& in, std::complex<double> c,
                             CiphertextBase<E>& out) const;

@@ -41,8 +41,8 @@ public:
 
     /// Index of the highest live prime.
     unsigned long getLevel() const;
-    /// Changes the level of both parts, keeping the leading rows; new rows are zeros. Does not look at the
-    /// rescale counter, nor at the chain.
+    /// Changes the level of both parts and keeps the leading rows; new rows are zeros. Checks neither the
+    /// rescale counter nor the chain.
     /// @throws std::bad_alloc for more rows than there is memory for
     void setLevel(unsigned long level);
     /// Number of rescales still owed.
@@ -59,7 +59,7 @@ public:
 
     /// Format: docs/files.md.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

@@ -8,17 +8,17 @@
 namespace Torvo::LWE {
 
 /// Encrypts one real number under a secret key, with randomness of the calling thread. Thread-safe on
-/// different outputs. Two errors enter: the rounding of the number at the scale of the level (at most one
-/// unit), and a discrete gaussian of standard deviation 3.2 units.
+/// different outputs. The result has two errors: the rounding of the number at the scale of the level (at
+/// most one unit), and a discrete gaussian of standard deviation 3.2 units.
 class TORVO_API Encryptor {
 public:
     explicit Encryptor(const Context& context);
 
-    /// At the encryption level, owing nothing.
+    /// Encrypts at the encryption level, with no rescale owed.
     void encrypt(double message, const SecretKey& key, Ciphertext& out) const;
     /// @param level            0 to the encryption level
-    /// @param rescale_counter  rescales that the ciphertext shall owe, 0 to `level`
-    /// @throws RuntimeException in this order, what the ring's encryptor throws of these numbers: "[encode]
+    /// @param rescale_counter  number of rescales that the ciphertext owes, 0 to `level`
+    /// @throws RuntimeException in this order, the texts of the ring's encryptor for these numbers: "[encode]
     ///         The target level is greater than the maximum possible level"; "[encode] The target rescale
     ///         counter should be less than or equal to the target level."; "Rescale counter should be greater
     ///         than or equal to zero"; and, for a key of another length or of fewer primes, "Operands have
@@ -26,7 +26,7 @@ public:
     ///         "the secret key has other primes: ", the key's, ", but the encryptor's context is ", the
     ///         encryptor's, "; make the encryptor with the context the key was made with"; last "[encode]
     ///         Cannot encode the number ...", in the words of the ring's encoder, for a message that is too
-    ///         large for level and scale, infinite or NaN. The output stays as it was.
+    ///         large for level and scale, infinite or NaN. The output is then unchanged.
     void encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
                  int rescale_counter) const;
 

@@ -15,9 +15,9 @@ namespace Torvo::LWE {
 /// | `SD3` | 32 | 47, 3 of 41 | 3 | 170 |
 /// | `FGbD12L0` | 4096 | 58 | 0 | 58 |
 ///
-/// `getSecurityLevel` gives the 128 bits that are stated for all three. By the table that rates the sets of
-/// one's own only `FGbD12L0` has them, also with its packing keys, of 109 bits; `SS7` and `SD3` are far too
-/// short for their moduli to hide anything from an attacker. Take them to try things out.
+/// `getSecurityLevel` returns 128, the level stated for all three. By the table that rates custom parameter
+/// sets only `FGbD12L0` has it, also with its packing keys, of 109 bits. `SS7` and `SD3` are far too short
+/// for their moduli to hide anything from an attacker: use them for experiments only.
 enum class ParameterPreset : std::uint32_t { SS7 = 0, SD3 = 1, CUSTOM = 2, FGbD12L0 = 3 };
 
 } // namespace Torvo::LWE

@@ -21,9 +21,9 @@ class SecretKeyImpl;
 class TORVO_API SecretKey {
 public:
     /// A new random key, from the calling thread's generator: `lround(2 * dimension / 3)` entries are not 0.
-    /// The generator takes a fresh seed from the operating system right before and right after: so the files
-    /// of the key, which hold its state, tell nothing about other keys and encryptions of the thread. Not so
-    /// after `setSeed`.
+    /// The generator takes a fresh seed from the operating system immediately before and after. The files of
+    /// the key hold the generator's state, and because of the fresh seeds reveal nothing about other keys and
+    /// encryptions of the thread. After `setSeed` this does not hold.
     /// @throws RuntimeException "Cannot seed the random generator: " and the source that failed
     explicit SecretKey(const Context& context);
     /// A key from `dimension` coefficients, each -1, 0 or 1 (unchecked).
@@ -55,15 +55,15 @@ public:
     void to(const Device& device);
 
     /// Writes the whole key, with the generator state from which it was sampled. The file has mode 0600 from
-    /// its beginning, whatever stood there.
+    /// its creation, whatever file it replaces.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Writes only the generator state from which the key was sampled. The file carries no mark of the
-    /// context: a context of other dimension regrows another key from it. After `setSeed` the state also
-    /// gives what the thread drew later: other keys, and the masks of encryptions. The file's mode is 0600
-    /// too.
+    /// context: a context of another dimension regenerates a different key from it. After `setSeed` the state
+    /// also gives what the thread drew later: other keys, and the masks of encryptions. The file's mode is
+    /// 0600 too.
     /// @throws RuntimeException "The secret key is not randomly generated" for a key given by coefficients;
     ///         then as `save`
     void saveSeedOnly(const std::string& path) const;

@@ -20,7 +20,7 @@ public:
     /// No slots, on the CPU.
     Message();
     /// `1 << log_slots` slots on the CPU, each 0.
-    /// @throws std::bad_alloc for more than there is memory for, whatever the number
+    /// @throws std::bad_alloc for more slots than there is memory for, whatever the number
     explicit Message(unsigned long log_slots);
     /// `1 << log_slots` slots, each set to `value`.
     Message(unsigned long log_slots, std::complex<double> value);
@@ -43,9 +43,9 @@ public:
     const std::complex<double>* begin() const;
     const std::complex<double>* end() const;
 
-    /// Changes the number of slots, keeping the leading ones; new slots are 0.
+    /// Changes the number of slots and keeps the leading ones; new slots are 0.
     /// @param size  a count, not a log2; not checked to be a power of two
-    /// @throws std::bad_alloc for more than there is memory for; the message is as it was
+    /// @throws std::bad_alloc for more slots than there is memory for; the message is unchanged
     void resize(unsigned long size);
     /// Number of slots.
     unsigned long getSize() const;
@@ -57,12 +57,13 @@ public:
     /// Moves the slots to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives the message storage of the same size on `device`, each slot 0; nothing when it is there already.
+    /// Gives the message storage of the same size on `device`, each slot 0. Does nothing when it is already
+    /// there.
     void allocate(const Device& device);
 
     /// Writes the slots (format: docs/files.md).
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Replaces size and slots by the saved ones.

@@ -12,10 +12,10 @@
 
 namespace Torvo {
 
-/// The keys of `RingPacker::modPack`, with tag `p`, all of one large ring: one for each group of secret
-/// components that makes one component of the output. Made by `KeyGenerator::genModPackKeyBundle`.
-/// Copies share the keys. Any number of threads may use them; `to` and `load` are for their owner, with
-/// nobody using them meanwhile.
+/// The keys of `RingPacker::modPack`, with tag `p`, all of one large ring: one key for each group of secret
+/// components that becomes one component of the output. Made by `KeyGenerator::genModPackKeyBundle`. Copies
+/// share the keys. Any number of threads may use them; `to` and `load` are for their owner, while nobody else
+/// uses them.
 class TORVO_API ModPackKeyBundle {
 public:
     /// `num_keys` keys of `context`, the large ring, all zeros, to load into.
@@ -33,13 +33,13 @@ public:
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
 
-    /// The file does not tell the number of keys: load into a bundle of the right number. Format:
+    /// The file does not contain the number of keys: load into a bundle of the right number. Format:
     /// docs/files.md.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
-    /// Takes no keys but such with tag `p` of the large ring.
+    /// Accepts only keys with tag `p` of the large ring.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects."; the archive's exception on a short read
     void load(const std::string& path);

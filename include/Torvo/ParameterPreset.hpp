@@ -10,18 +10,18 @@ namespace Torvo {
 /// The named parameter sets. The numbers are part of the context file format and never change.
 ///
 /// `FV*` (ring degree 2^17), `FG*` (2^16) and `FT*` (2^15) can be bootstrapped; `ST*` (2^15), `SS7` (2^14)
-/// and `SD3` (2^13) are for shallow circuits, the digits telling the number of multiplicative levels.
-/// `FX` is a toy of degree 64 with the prime chain of `FGb` and no security at all, for tests. Names ending
-/// in "L0" are single-level partners of `FGb`; D and R in a name tell log2 of degree and rank. `FGbD12L0`,
-/// `FGbD8R4L0` and `FGbD6R6L0` have the scale of `FGb` at level 0, and their messages pass from one to the
-/// other; `FGbL0` has a scale of its own, of 58 bits, and no room for a message: it is the context of the
-/// keys with which `RingPacker::decompose` leads from `FGb` to `FGbD12L0`, and nothing else.
-/// `FGd` is `FGb` with sparse secret encapsulation, for which it needs a second context of preset `SGd0`.
-/// All presets but `FX` and `CUSTOM` are rated at 128 bits of security.
+/// and `SD3` (2^13) are for shallow circuits; the digits are the number of multiplicative levels. `FX` is a
+/// toy of degree 64 with the prime chain of `FGb` and no security at all, for tests. Names ending in "L0" are
+/// single-level partners of `FGb`; the numbers after D and R in a name are log2 of degree and rank.
+/// `FGbD12L0`, `FGbD8R4L0` and `FGbD6R6L0` have the scale of `FGb` at level 0, and messages can pass from one
+/// to the other; `FGbL0` has a scale of its own, of 58 bits, and no room for a message: it serves only as the
+/// context of the keys for `RingPacker::decompose` from `FGb` to `FGbD12L0`. `FGd` is `FGb` with sparse
+/// secret encapsulation, for which it needs a second context of preset `SGd0`. All presets but `FX` and
+/// `CUSTOM` are rated at 128 bits of security.
 ///
-/// What to expect of a bootstrap with all slots in use, of messages uniform in the unit disc (complex) or in
-/// [-1, 1] (real): the mean over slots of -log2 of the absolute error, and the probability that it fails (a
-/// part of some slot comes out wrong). The worst of all slots, near modulus 1, have some 4 bits less. The
+/// The table says what to expect of a bootstrap with all slots in use, for messages uniform in the unit disc
+/// (complex) or in [-1, 1] (real): the mean over slots of -log2 of the absolute error, and the probability of
+/// failure (a part of some slot is wrong). The worst slots, near modulus 1, have about 4 bits less. The
 /// column "extended" is for two passes. docs/bootstrapping.md has the derivation and the measurements.
 ///
 /// | preset | level after | complex, bits | real, bits | extended, bits | failure |
@@ -37,7 +37,7 @@ namespace Torvo {
 /// | `FX` | 12 | 25.5 | 26.5 | 30.0 | never |
 ///
 /// `FTa` and `FTb` trade precision for speed: their scales have 28 and 36 bits, and no arcsine straightens
-/// their sine. Messages of few slots fail less often and come out somewhat better.
+/// their sine. Messages of few slots fail less often and are somewhat more precise.
 enum class ParameterPreset : std::uint32_t {
     FVa = 0,
     FVb = 1,

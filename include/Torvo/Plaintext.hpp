@@ -40,9 +40,9 @@ public:
 
     /// Index of the highest live prime: the number of rescales the data can still take.
     unsigned long getLevel() const;
-    /// Changes the level, keeping the leading rows; new rows are zeros. Not bounded against the chain, which
-    /// operations do: they refuse a level that it does not have.
-    /// @throws std::bad_alloc for more than there is memory for; nothing has changed then
+    /// Changes the level and keeps the leading rows; new rows are zeros. The level is not checked against the
+    /// chain: operations refuse a level that the chain does not have.
+    /// @throws std::bad_alloc for more rows than there is memory for; the plaintext is unchanged
     void setLevel(unsigned long level);
 
     /// Number of rescales still owed.
@@ -62,7 +62,7 @@ public:
     /// Moves the polynomial to `device`.
     /// @throws RuntimeException as allocation on a device without backend does
     void to(const Device& device);
-    /// Gives the polynomial storage on `device`, all zeros; nothing when it is there already.
+    /// Gives the polynomial storage on `device`, all zeros. Does nothing when it is already there.
     void allocate(const Device& device);
 
     /// Whether all words of all live rows are zero.
@@ -70,11 +70,11 @@ public:
 
     /// Format: docs/files.md.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
-    /// Takes what any context of the same primes and degree has saved. Levels and log slots are taken as they
-    /// are, also such as the context has no use for: operations refuse those.
+    /// Accepts what any context of the same primes and degree has saved. Level and log slots are accepted as
+    /// they are, even values outside the context; operations refuse those.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects." when the file is of another ring or another kind; the archive's
     ///         exception on a short read. A failed load leaves the object fit for destruction only.

@@ -8,7 +8,7 @@
 
 namespace Torvo {
 
-/// How many ciphertexts of `to` a ciphertext of `from` falls into: degree(from) / degree(to).
+/// How many ciphertexts of `to` a ciphertext of `from` decomposes into: degree(from) / degree(to).
 TORVO_API unsigned long getNumCiphertextsAfterFullDecompose(const Context& from, const Context& to);
 /// How many ciphertexts of `from` fill one of `to`: degree(to) / degree(from).
 TORVO_API unsigned long getNumCiphertextsToFullCompose(const Context& from, const Context& to);
@@ -18,8 +18,7 @@ TORVO_API unsigned long getNumCiphertextsToModPack(const LWE::Context& from, con
 /// How many plain LWE ciphertexts `RingPacker::unPack` makes: degree(context).
 TORVO_API unsigned long getNumCiphertextsAfterUnPack(const Context& context);
 
-/// The plain LWE secret under which the ciphertexts of `RingPacker::unPack` stand: the coefficients of
-/// `secret_key`.
+/// The plain LWE secret of the ciphertexts of `RingPacker::unPack`: the coefficients of `secret_key`.
 /// @throws RuntimeException "Operands have different dimensions." when its degree is not the dimension of
 ///         `lwe_context`
 TORVO_API LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context,

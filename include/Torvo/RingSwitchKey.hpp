@@ -12,9 +12,9 @@
 namespace Torvo {
 
 /// The key of `RingPacker::compose` or of `RingPacker::decompose`: one switching key with tag `w`, between
-/// the secret of a large ring and a secret of a small ring laid into it. Made by
+/// the secret of a large ring and the secret of a small ring embedded in it. Made by
 /// `KeyGenerator::genComposeKey` and `genDecomposeKey`. A shared handle: copies see the same key. Any number
-/// of threads may use it; `to` and `load` are for its owner, with nobody using it meanwhile.
+/// of threads may use it; `to` and `load` are for its owner, while nobody else uses it.
 class TORVO_API RingSwitchKey {
 public:
     /// A key of `context`, the large ring, all zeros, to load into.
@@ -33,10 +33,10 @@ public:
 
     /// The format is that of `EvaluationKey`.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
-    /// Takes no key but one with tag `w` of the large ring.
+    /// Accepts only a key with tag `w` of the large ring.
     /// @throws RuntimeException as `EvaluationKey::load`
     void load(const std::string& path);
     void load(std::istream& stream);

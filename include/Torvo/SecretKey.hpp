@@ -15,15 +15,16 @@ template <EncryptionType E>
 class SecretKeyImpl;
 class Polynomial;
 
-/// A secret key: `rank` ternary ring elements with a fixed number of non-zero coefficients over all of them.
-/// Copies copy the key; the memory of every copy is wiped when it is destroyed. Files of a key are not
-/// encrypted: keep them where no one else reads. A key may be read by many threads.
+/// A secret key: `rank` ternary ring elements, with a fixed total number of non-zero coefficients. Copies
+/// copy the key; the memory of every copy is wiped when it is destroyed. Files of a key are not encrypted:
+/// keep them where no one else reads. A key may be read by many threads.
 template <EncryptionType E>
 class SecretKeyBase {
 public:
     /// A new random key, from the calling thread's generator, which takes a fresh seed from the operating
-    /// system right before and right after: so the files of the key, which hold the state of the generator,
-    /// tell nothing about other keys and encryptions of the thread. Not so after `setSeed`.
+    /// system immediately before and after. The files of the key hold the generator's state, and because of
+    /// the fresh seeds reveal nothing about other keys and encryptions of the thread. After `setSeed` this
+    /// does not hold.
     /// @throws RuntimeException "[Secret Key] The number of RLWE secret key must be equal to one."; "Cannot
     ///         seed the random generator: " and the source that failed
     explicit SecretKeyBase(const Context& context);
@@ -60,15 +61,15 @@ public:
     void to(const Device& device);
 
     /// Writes the whole key, with the generator state from which it was sampled. The file has mode 0600 from
-    /// its beginning, whatever stood there.
+    /// its creation, whatever file it replaces.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
     /// Writes only the generator state from which the key was sampled, 71 bytes in all. The file carries no
-    /// mark of the context: a context of other degree or weight regrows another key from it. After `setSeed`
-    /// the state also gives what the thread drew later: other keys, and the masks of encryptions. The file's
-    /// mode is 0600 too.
+    /// mark of the context: a context of another degree or weight regenerates a different key from it. After
+    /// `setSeed` the state also gives what the thread drew later: other keys, and the masks of encryptions.
+    /// The file's mode is 0600 too.
     /// @throws RuntimeException "The secret key is not randomly generated" for a key given by coefficients;
     ///         then as `save`
     void saveSeedOnly(const std::string& path) const;

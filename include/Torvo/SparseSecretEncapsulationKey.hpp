@@ -12,8 +12,8 @@
 namespace Torvo {
 
 /// Two switching keys with tag `s`: DTS takes a level-0 ciphertext from the dense secret to a sparse one, in
-/// a second context of one prime; STD takes it back in the main context. Both are used within one bootstrap
-/// only, so a new key serves ciphertexts of the old one. One thread may write, or many read.
+/// a second context of one prime; STD takes it back, in the main context. Both are used within one bootstrap
+/// only, so a new key also serves ciphertexts made under the old one. One thread may write, or many read.
 class TORVO_API SparseSecretEncapsulationKey {
 public:
     /// Two keys of all zeros.
@@ -33,10 +33,10 @@ public:
 
     /// Format: docs/files.md.
     /// @throws RuntimeException "Cannot open file " and the path; "Cannot finish writing file ", the path and
-    ///         the reason. The file that stood there still stands then
+    ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
-    /// Takes no parts but such with tag `s` of the rings of their contexts.
+    /// Accepts only parts with tag `s` of the rings of their contexts.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects."; the archive's exception on a short read
     void load(const std::string& path);
