@@ -10,7 +10,7 @@ namespace Torvo {
 
 namespace arith {
 
-/// The four 32x32-bit products of 64-bit lanes x and y, added up to the words of the 128-bit product:
+/// The four 32x32-bit products of 64-bit lanes x and y, summed to the words of the 128-bit product:
 /// low = low32 + 2^32 * middle modulo 2^64. No sum overflows: a 32x32 product is at most (2^32 - 1)^2.
 struct ProductParts {
     __m256i lowProduct; // xl * yl
@@ -41,8 +41,8 @@ struct ProductParts {
     low = _mm256_blend_epi32(parts.lowProduct, _mm256_slli_epi64(parts.middle, 32), 0b10101010);
 }
 
-/// Low halves of xl * yh and xh * yl, as the halves of each lane: one instruction for both, since no more
-/// than their lowest 32 bits reach the low word of x * y.
+/// Low halves of xl * yh and xh * yl, as the halves of each lane. One instruction gives both, because only
+/// their lowest 32 bits reach the low word of x * y.
 [[gnu::always_inline]] static inline __m256i crossProducts(__m256i x, __m256i y) {
     return _mm256_mullo_epi32(x, _mm256_shuffle_epi32(y, 0b10110001));
 }
@@ -77,7 +77,7 @@ struct AVX2Lanes {
     [[gnu::always_inline]] static Words shoupQuotient(Words x, Words companion) {
         return mulHigh(x, companion);
     }
-    /// v*w - x*y, low words: the cross products of both meet before they are shifted.
+    /// v*w - x*y, low words. The cross products of both are combined before the shift.
     [[gnu::always_inline]] static Words mulLowDifference(Words v, Words w, Words x, Words y) {
         const Words cross = _mm256_sub_epi32(arith::crossProducts(v, w), arith::crossProducts(x, y));
         return arith::addCross(sub(_mm256_mul_epu32(v, w), _mm256_mul_epu32(x, y)), cross);
@@ -93,8 +93,8 @@ struct AVX2Lanes {
         return _mm256_or_si256(fromHigh,
                                _mm256_srl_epi64(low, _mm_cvtsi64_si128(static_cast<long long>(shift))));
     }
-    /// A sum of products of words as low + 2^bits * middle + 2^(2 bits) * high, bits <= 31; see
-    /// ModulusRows.hpp for how many terms may come before the carries must move up.
+    /// A sum of products of words as low + 2^bits * middle + 2^(2 bits) * high, bits <= 31. ModulusRows.hpp
+    /// says how many terms may be added before `carry` must be called.
     template <int bits>
     struct Sum {
         struct Limbs {
@@ -134,7 +134,7 @@ struct AVX2Lanes {
             high = AVX2Lanes::add(high, _mm256_srli_epi64(middle, bits));
             middle = _mm256_and_si256(middle, AVX2Lanes::splat(limbMask));
         }
-        /// After `carry`.
+        /// Valid after `carry`.
         [[gnu::always_inline]] Words highWord() const { return _mm256_srli_epi64(high, 64 - 2 * bits); }
         [[gnu::always_inline]] Words lowWord() const {
             const Words lower = AVX2Lanes::add(low, _mm256_slli_epi64(middle, bits));
@@ -144,7 +144,7 @@ struct AVX2Lanes {
     private:
         static constexpr u64 limbMask = (u64{1} << bits) - 1;
     };
-    /// x - m where x >= m, else x; x, m < 2^63, so that the sign of the difference tells.
+    /// x - m where x >= m, else x; x, m < 2^63, so that the sign of the difference decides.
     [[gnu::always_inline]] static Words subtractIfNotBelow(Words x, Words m) {
         const __m256d difference = _mm256_castsi256_pd(sub(x, m));
         return _mm256_castpd_si256(_mm256_blendv_pd(difference, _mm256_castsi256_pd(x), difference));
@@ -155,10 +155,10 @@ struct AVX2Lanes {
     }
 };
 
-/// The same with cheaper Shoup products, for results that are reduced in the end: the quotient leaves out the
-/// product of the low halves and the carries, which makes it at most three smaller. So a product lies in
-/// [0, 4p) for any word x: x*w/p exceeds the quotient by less than 3 and the error of the companion, x /
-/// 2^64.
+/// The same with cheaper Shoup products, for results that are reduced in the end. The quotient omits the
+/// product of the low halves and the carries, which makes it smaller by at most three. A product lies in
+/// [0, 4p) for any word x: x*w/p exceeds the quotient by less than 3 plus the error of the companion,
+/// x / 2^64.
 struct EstimatingLanes : AVX2Lanes {
     static constexpr u64 productRange = 4;
 

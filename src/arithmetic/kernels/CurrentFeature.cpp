@@ -2,7 +2,8 @@
 
 namespace Torvo {
 
-// Alone in its unit: the tests put another definition in its place, which can force a form of the kernels.
+// This function is alone in its unit so that the tests can replace it by a definition that forces a form of
+// the kernels.
 u64 getCurrentFeature() {
     return detail::readProcessorFeature();
 }

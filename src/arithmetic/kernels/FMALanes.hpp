@@ -13,15 +13,16 @@ namespace {
 /// Residues modulo p <= greatestFloatPrime as doubles that hold integers, positive or negative, four at a
 /// time.
 ///
-/// A product of two words is exact as the sum of two doubles, and a fused multiply-add subtracts the quotient
-/// times p from it exactly; so a modular product takes six operations where words of 64 bits need some
-/// twenty-five. Bounds, in multiples of p; integers are exact up to 2^53 > 3.99 p:
+/// The sum of two doubles holds the product of two words exactly, and a fused multiply-add subtracts the
+/// quotient times p from it exactly. So a modular product takes six operations, where words of 64 bits need
+/// about twenty-five. Bounds, in multiples of p; integers are exact up to 2^53 > 3.99 p:
 ///
 ///   reduce:   |x| <= 3.99        gives  |r| <= 0.5 + 2^-48
 ///   product:  |y| <= 3.99, |w| <= 0.5 + 2^-48  gives  |v| <= 0.5 + 0.376 |y|
 ///
-/// The latter since the quotient is y * fl(w * fl(1/p)) rounded three times, each time by a relative 2^-53 at
-/// most: it is wrong by 3 * 2^-53 * |y| * |w| / p <= 1.5 * 2^-53 * |y| before it is rounded to an integer.
+/// Proof of the second: the quotient y * fl(w * fl(1/p)) is rounded three times, each time by at most a
+/// relative 2^-53. Its error is at most 3 * 2^-53 * |y| * |w| / p <= 1.5 * 2^-53 * |y| before it is rounded
+/// to an integer.
 struct FMALanes {
     using Reals = __m256d;
     static constexpr u64 width = 4;
@@ -37,12 +38,12 @@ struct FMALanes {
     [[gnu::always_inline]] static Reals add(Reals x, Reals y) { return _mm256_add_pd(x, y); }
     [[gnu::always_inline]] static Reals sub(Reals x, Reals y) { return _mm256_sub_pd(x, y); }
 
-    /// x mod p, next to zero.
+    /// The centred representative of x mod p.
     [[gnu::always_inline]] static Reals reduce(Reals x, FloatModulus modulus) {
         return _mm256_fnmadd_pd(round(_mm256_mul_pd(x, splat(modulus.inverse))), splat(modulus.prime), x);
     }
     /// y * w mod p, with `ratio` = w * inverse, rounded. The high part minus the quotient times p is an
-    /// integer below 2^53, so the fused operation makes no error, nor does the sum.
+    /// integer below 2^53, so neither the fused operation nor the sum rounds.
     [[gnu::always_inline]] static Reals product(Reals y, Reals w, Reals ratio, FloatModulus modulus) {
         const Reals high = _mm256_mul_pd(y, w);
         const Reals low = _mm256_fmsub_pd(y, w, high);
@@ -50,16 +51,17 @@ struct FMALanes {
         return _mm256_add_pd(_mm256_fnmadd_pd(quotient, splat(modulus.prime), high), low);
     }
 
-    /// Words below 2^52 to reals, minus `offset`, integers below 2^52: 2^52 + x is the double whose lowest
-    /// bits are x.
+    /// Converts words below 2^52 to reals and subtracts `offset`, integers below 2^52. The double 2^52 + x
+    /// has x in its lowest bits.
     [[gnu::always_inline]] static Reals fromWords(__m256i x, Reals offset) {
         const Reals shifted = _mm256_castsi256_pd(_mm256_or_si256(x, _mm256_castpd_si256(splat(twoTo52))));
         return sub(shifted, add(splat(twoTo52), offset));
     }
-    /// Any residue |x| <= 3.99 p to the word in [0, p).
+    /// Converts any residue |x| <= 3.99 p to its word in [0, p).
     [[gnu::always_inline]] static __m256i toWords(Reals x, FloatModulus modulus) {
         const Reals r = reduce(x, modulus);
-        // By comparison, not by the sign bit: rounding downwards, exact cancellation leaves -0.
+        // A comparison, not the sign bit, decides: in the rounding mode downwards an exact cancellation gives
+        // -0.
         const Reals isNegative = _mm256_cmp_pd(r, _mm256_setzero_pd(), _CMP_LT_OQ);
         const Reals positive = _mm256_blendv_pd(r, add(r, splat(modulus.prime)), isNegative);
         return _mm256_xor_si256(_mm256_castpd_si256(add(positive, splat(twoTo52))),

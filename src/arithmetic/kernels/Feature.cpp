@@ -16,8 +16,8 @@ constexpr u64 moveBit(unsigned word, int bit, int place) {
 } // namespace
 
 u64 readProcessorFeature() {
-    // Leaf 0 answers with the highest leaf there is; that much needs asking once only, and each question
-    // stops a virtual machine.
+    // Leaf 0 returns the highest leaf. It is read only once, because every CPUID instruction interrupts a
+    // virtual machine.
     static const auto highestLeaf = static_cast<unsigned>(__get_cpuid_max(0, nullptr));
     if (highestLeaf < featureLeaf) return 0;
     unsigned eax = 0;

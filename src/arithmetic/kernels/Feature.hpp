@@ -4,13 +4,13 @@
 
 namespace Torvo {
 
-/// Vector instructions of the processor that runs, as bits: 0 AVX2, 1 AVX-512 DQ, 2 AVX-512 F, 3 AVX-512 VL.
-/// Executes CPUID at every call, which costs microseconds on a virtual machine: ask once per row at most.
+/// Vector instructions of the current processor, as bits: 0 AVX2, 1 AVX-512 DQ, 2 AVX-512 F, 3 AVX-512 VL.
+/// Executes CPUID at every call, which is slow on a virtual machine: call it at most once per row.
 u64 getCurrentFeature();
 
 inline constexpr u64 featureAVX2 = 1;
 
-/// The one place where a row kernel learns whether it runs in AVX2 form.
+/// Whether a row kernel runs in AVX2 form. No other function decides that.
 inline bool runsAVX2() {
     return (getCurrentFeature() & featureAVX2) != 0;
 }

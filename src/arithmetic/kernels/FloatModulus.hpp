@@ -4,7 +4,7 @@
 
 namespace Torvo {
 
-/// Greatest modulus for which residues are computed in floating point, see FMALanes: a little above 2^51.
+/// Greatest modulus for which residues are computed in floating point, a little above 2^51. See FMALanes.
 inline constexpr u64 greatestFloatPrime = (u64{1} << 51) + (u64{1} << 41);
 
 /// A modulus in floating point.

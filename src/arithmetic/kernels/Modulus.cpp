@@ -43,8 +43,9 @@ u64 Modulus::makeInteger(double value, double logScale) const {
 
 namespace {
 
-/// A row of n words: all in scalar form, or the first n mod 4 words so and the rest on vectors.
-/// `scalar(count)` works on the first words, `vector(begin, count)` on those from `begin` on.
+/// Runs a kernel over a row of n words: all of them in scalar form, or the first n mod 4 in scalar form and
+/// the rest on vectors. `scalar(count)` works on the first words, `vector(begin, count)` on those from
+/// `begin` on.
 template <class Scalar, class Vector>
 void forRow(u64 n, Scalar scalar, Vector vector) {
     const u64 head = runsAVX2() ? n % 4 : n;

@@ -13,7 +13,7 @@ namespace Torvo {
 
 /// One prime of the chain, with the constants that make arithmetic modulo it fast, and the kernels that work
 /// on one row of a polynomial. p is odd and below 2^61. A row is in range k when its words lie in [0, k*p);
-/// kernels take and give range 1 unless they say otherwise. Kernels check nothing.
+/// inputs and outputs of kernels are in range 1 unless stated otherwise. Kernels check nothing.
 /// Immutable apart from move assignment; all const members are thread-safe on different rows.
 class Modulus {
 public:
@@ -33,13 +33,13 @@ public:
     const NTT& getNTT() const { return *ntt_; }
     bool hasNTT() const { return ntt_ != nullptr; }
 
-    // Words. Everything above this class that needs arithmetic modulo a prime on single words uses these.
+    // Words. All code above this class that computes with single words modulo a prime uses these members.
 
     /// x mod p, for any word.
     u64 reduce(u64 x) const { return rows::reduceWord<ScalarLanes>(x, barrettHigh_, p_); }
     /// x mod p, for any 128-bit value.
     u64 reduce(u128 x) const;
-    /// All in range 1.
+    /// These work on words in range 1.
     u64 add(u64 a, u64 b) const { return rows::addMod<ScalarLanes>(a, b, p_); }
     u64 sub(u64 a, u64 b) const { return rows::subMod<ScalarLanes>(a, b, p_); }
     u64 negate(u64 a) const { return a == 0 ? 0 : p_ - a; }
@@ -47,10 +47,10 @@ public:
     u64 power(u64 base, u64 exponent) const;
     /// a^(p-2), the inverse by Fermat.
     u64 inverse(u64 a) const;
-    /// The residue of a signed integer: |v| reduced, then p - r when v is negative. A negative multiple of p
-    /// gives exactly p, which is kept.
+    /// The residue of a signed integer: r = |v| mod p, and p - r when v is negative. A negative multiple of p
+    /// gives the word p, which is not reduced to 0.
     u64 residue(i128 v) const;
-    /// The residue of trunc(|value| * 2^logScale), negated (p - r, so exactly p for r = 0) when value < 0.
+    /// The residue r of trunc(|value| * 2^logScale), or p - r when value < 0, which is the word p for r = 0.
     u64 makeInteger(double value, double logScale) const;
 
     // Rows of n words; the output may be an input unless said otherwise.
@@ -82,19 +82,21 @@ public:
     /// out = (a - b) * c; out in range `k` = 1, 2.
     template <int k>
     void subAndConstMult(const u64* a, const u64* b, u64 c, u64* out, u64 n) const;
-    /// Carries a row from modulus q (range 1) to p, reading words as centred on zero.
+    /// Changes the modulus of a row from q (range 1) to p: a word stands for its representative in
+    /// (-q/2, q/2).
     void normalizeModVector(u64* out, const u64* in, u64 q, u64 n) const;
     /// out = norm(in) * c (or out += norm(in) * c), over `degree` words; in in range 1 for q, out in range 2.
     template <bool accumulate>
     void normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const;
 
-    // Sums over many rows in one pass, over `degree` words, a multiple of 8; reduced once.
+    // Sums over many rows in one pass and with one reduction per word, over `degree` words, a multiple of 8.
 
-    /// Adds floor(p / 2) to a row of range 1. What w was, next to zero, it now is as w - floor(p / 2): so a
-    /// sum over such rows need not look at each word to centre it.
+    /// Adds floor(p / 2) to a row in range 1. Afterwards the centred value of a word w is w - floor(p / 2),
+    /// so a sum over such rows needs no test per word.
     void liftCentred(u64* row) const;
-    /// out = sum over r < count of norm(row r) * constants[r * stride], in range 1. Row r stands at
-    /// sourceRows + r * degree, lifted by sources[r]; constants are in range 1. `out` is none of the rows.
+    /// out = sum over r < count of norm(row r) * constants[r * stride], in range 1. Row r begins at
+    /// liftedRows + r * degree and was lifted by sources[r]; constants are in range 1. `out` is none of the
+    /// rows.
     void sumCentredProducts(const u64* liftedRows, const Modulus* sources, const u64* constants, u64 stride,
                             u64 count, u64* out) const;
     /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over j < count, `termAt(j)` giving the three rows.
@@ -127,7 +129,7 @@ private:
     std::unique_ptr<NTT> ntt_;
 };
 
-/// The two-word Barrett quotient is at most three too small, so the remainder is below 4p.
+/// The two-word Barrett quotient is too small by at most three, so the remainder is below 4p.
 inline u64 Modulus::reduceLazily(u128 x) const {
     const auto low = static_cast<u64>(x);
     const auto high = static_cast<u64>(x >> 64);

@@ -32,7 +32,7 @@ void tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, c
     rows::tensorVector<AVX2Lanes>(out0, out1, out2, x, y, z, w, n, makeBarrettConstant(p));
 }
 
-// Specializations, since instances of a template would be weak symbols.
+// These are specializations, because instances of a template would be weak symbols.
 
 template <>
 void constMult<1>(const u64* in, u64 c, u64* out, u64 n, u64 p) {

@@ -6,7 +6,7 @@
 ///
 /// All words are 64 bits, p < 2^61 is odd, rows are in range 1 (words in [0, p)) unless a kernel says
 /// otherwise, n is a multiple of the lane count. Output rows may be input rows: each index is read from all
-/// inputs before it is written. No alignment is asked.
+/// inputs before it is written. No alignment is required.
 ///
 /// Everything here is a template over the lanes type, or constexpr and always inlined, so that a unit whose
 /// lanes type has internal linkage emits no symbol that the linker could choose for other units.
@@ -34,8 +34,8 @@ struct BarrettConstant {
     return {p, shift, static_cast<u64>((u128{1} << (64 + shift)) / p)};
 }
 
-/// Centred change of modulus from q to p: a word above half = floor(q / 2) stands for x - q, so delta is
-/// added to it, a representative of -q modulo p.
+/// Centred change of modulus from q to p: a word x above half = floor(q / 2) stands for x - q, so delta, a
+/// representative of -q modulo p, is added to it.
 struct CentringConstant {
     u64 half;
     u64 delta;
@@ -69,8 +69,8 @@ template <class L>
     return L::mulLowDifference(x, L::splat(c.value), quotient, L::splat(p));
 }
 
-/// x * y mod p in [0, p) for x, y < p: the quotient estimated from the top bits of the product is at most one
-/// too small.
+/// x * y mod p in [0, p) for x, y < p. The quotient, estimated from the top bits of the product, is too small
+/// by at most one.
 template <class L>
 [[gnu::always_inline]] inline typename L::Words barrettProduct(typename L::Words x, typename L::Words y,
                                                                BarrettConstant c) {
@@ -88,7 +88,7 @@ template <class L>
     return L::subtractIfNotBelow(L::sub(x, L::mulLow(quotient, L::splat(p))), L::splat(p));
 }
 
-/// high * 2^64 + low mod p in [0, p), for any two words: the quotient is at most three too small.
+/// high * 2^64 + low mod p in [0, p), for any two words. The quotient is too small by at most three.
 template <class L>
 [[gnu::always_inline]] inline typename L::Words reduceWide(typename L::Words high, typename L::Words low,
                                                            WideConstant c) {
@@ -111,7 +111,7 @@ template <class L>
     return L::subtractIfNotBelow(L::sub(L::add(x, L::splat(p)), y), L::splat(p));
 }
 
-/// r in [0, 2p) brought to [0, range * p).
+/// Reduces r from [0, 2p) to [0, range * p).
 template <int range, class L>
 [[gnu::always_inline]] inline typename L::Words toRange(typename L::Words r, u64 p) {
     static_assert(range == 1 || range == 2);
@@ -151,7 +151,8 @@ void mulVector(u64* out, const u64* a, const u64* b, u64 n, BarrettConstant c) {
         L::store(out + i, barrettProduct<L>(L::load(a + i), L::load(b + i), c));
 }
 
-/// out1[i] = a[i] * b1[i], out2[i] = a[i] * b2[i]; added to what stood there when `accumulate`.
+/// out1[i] = a[i] * b1[i], out2[i] = a[i] * b2[i]; with `accumulate` out1[i] += a[i] * b1[i], out2[i] += a[i]
+/// * b2[i].
 template <bool accumulate, class L>
 void mulTwo(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2, u64 n, BarrettConstant c) {
     for (u64 i = 0; i < n; i += L::width) {
@@ -167,8 +168,8 @@ void mulTwo(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2, u6
     }
 }
 
-/// out1 = y*w, out2 = x*z, out0 = (x+y)*(z+w) - y*w - x*z: Karatsuba's product of x + y*T and z + w*T, three
-/// products instead of four.
+/// out1 = y*w, out2 = x*z, out0 = (x+y)*(z+w) - y*w - x*z. Karatsuba's product of x + y*T and z + w*T needs
+/// three products instead of four.
 template <class L>
 void tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, const u64* z, const u64* w,
                   u64 n, BarrettConstant c) {
@@ -193,8 +194,8 @@ void constMult(const u64* in, ShoupConstant c, u64* out, u64 n, u64 p) {
         L::store(out + i, toRange<range, L>(shoupProduct<L>(L::load(in + i), c, p), p));
 }
 
-/// out[i] = (a[i] - b[i]) * c; out in range `range`. The difference goes unreduced, as a + p - b, into the
-/// product.
+/// out[i] = (a[i] - b[i]) * c; out in range `range`. The difference enters the product unreduced, as
+/// a + p - b.
 template <int range, class L>
 void subAndConstMult(const u64* a, const u64* b, ShoupConstant c, u64* out, u64 n, u64 p) {
     for (u64 i = 0; i < n; i += L::width) {
@@ -203,8 +204,8 @@ void subAndConstMult(const u64* a, const u64* b, ShoupConstant c, u64* out, u64 
     }
 }
 
-/// out[i] = in[i], centred modulo q, to modulus p; in in range 1 for q. For q / 2 <= p no reduction follows:
-/// that case relies on q being near p.
+/// out[i] = in[i], centred modulo q, as a residue modulo p; `in` is in range 1 for q. For q / 2 <= p no
+/// reduction follows: that case relies on q being near p.
 template <class L>
 void normalizeVector(u64* out, const u64* in, u64 q, u64 n, u64 p) {
     const auto half = L::splat(q >> 1);
@@ -219,8 +220,8 @@ void normalizeVector(u64* out, const u64* in, u64 q, u64 n, u64 p) {
     }
 }
 
-/// out[i] = in[i], centred modulo q, times c; in in range 1 for q; out in range 2, and with `accumulate`
-/// added to what stood there in range 2.
+/// out[i] = in[i], centred modulo q, times c; with `accumulate` out[i] += the same. `in` is in range 1 for q,
+/// `out` in range 2, before the call too with `accumulate`.
 template <bool accumulate, class L>
 void normalizeAndConstMult(const u64* in, ShoupConstant c, CentringConstant centring, u64* out, u64 n,
                            u64 p) {
@@ -232,19 +233,19 @@ void normalizeAndConstMult(const u64* in, ShoupConstant c, CentringConstant cent
     }
 }
 
-/// Terms that one sum of products may have: with factors below 2^61 it stays below 2^126.
+/// Number of terms that one sum of products may have: with factors below 2^61 the sum stays below 2^126.
 inline constexpr u64 maxTerms = 16;
 
 /// A sum of products is kept as low + 2^bits * middle + 2^(2 bits) * high, and its carries are moved up after
-/// every few terms. By a term low gains less than 2^(2 bits), middle twice the product of a low and a high
-/// limb. So, by the greatest factor:
+/// every few terms. One term adds less than 2^(2 bits) to low, and twice the product of a low and a high limb
+/// to middle. The greatest factor therefore decides:
 ///
 ///   28 bits, factors below 2^56:  more terms between carries than a sum may have;
 ///   30 bits, factors below 2^60:  8 terms, 8 * 2 * (2^30 - 1)^2 < 2^64 - 2^34;
 ///   31 bits, factors below 2^61:  4 terms, 4 * (2^31 - 1)^2 and 4 * 2 * (2^31 - 1) * (2^30 - 1), both below
 ///                                 2^64 - 2^33.
 ///
-/// What is left below 2^64 holds the carries from below and the word that the sum begins with.
+/// The rest up to 2^64 holds the carries from below and the word that the sum begins with.
 inline constexpr u64 smallFactors = u64{1} << 56, greatFactors = u64{1} << 60;
 
 template <int bits>
@@ -283,8 +284,8 @@ void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 start, u64* o
     }
 }
 
-/// out1 = sum of a * x, out2 = sum of a * y over `count` <= maxTerms terms, added to what stood there when
-/// `accumulate`. The outputs may be rows of terms.
+/// out1 = sum of a * x, out2 = sum of a * y over `count` <= maxTerms terms; with `accumulate` the sums are
+/// added to out1 and out2. The outputs may be rows of terms.
 template <int bits, bool accumulate, class L>
 void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 n, WideConstant wide) {
     using Sum = typename L::template Sum<bits>;
@@ -310,7 +311,7 @@ void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 
     }
 }
 
-/// The sums with the limbs that suit their factors, which are at most `greatest`.
+/// Chooses the size of the limbs by the factors, which are at most `greatest`.
 template <class L>
 void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 greatest, bool accumulate, u64 start,
                          u64* out, u64 n, WideConstant wide) {

@@ -16,7 +16,7 @@ namespace Torvo {
 
 namespace {
 
-/// The scalar form of the transform: the stages of distance 2 and 1 go in one pass.
+/// The scalar form of the transform. One pass does the stages of distance 2 and 1.
 struct ScalarForm : rows::WordPasses<ScalarLanes> {
     using Lanes = ScalarLanes;
     static constexpr int tailStages = 2;
@@ -46,11 +46,11 @@ void ScalarForm::backwardHead(u64* a, u64 begin, u64 count, const rows::Transfor
     rows::backwardTwoStages<Lanes>(a, 1, rows::groupsWithin(begin, count, 2), tables);
 }
 
-/// A primitive 2N-th root of unity: a power g^((p-1)/2N) whose own N-th power, g^((p-1)/2), is -1, which it
-/// is for every g that is no square. No factors of p - 1 are needed, which would take seconds to find for
-/// some primes. Half of all g are no squares, and for primes of a word the smallest of them is far below the
-/// limit.
-/// @throws RuntimeException when there is none, as for most numbers that are no primes
+/// A primitive 2N-th root of unity: g^((p-1)/2N) for a g whose power g^((p-1)/2) is -1. That holds for every
+/// g that is not a square modulo p. The search needs no factors of p - 1, which would take seconds to find
+/// for some primes. Half of all g are not squares, and for primes of one word the smallest of them is far
+/// below the limit.
+/// @throws RuntimeException when there is none, as for most numbers that are not prime
 u64 anyPrimitiveRoot(const Modulus& modulus, u64 degree) {
     constexpr u64 limit = 4096;
     const u64 p = modulus.getPrime();
@@ -61,7 +61,7 @@ u64 anyPrimitiveRoot(const Modulus& modulus, u64 degree) {
     throw RuntimeException(message::notNTTFriendly);
 }
 
-/// The smallest primitive 2N-th root of unity: the odd powers of any one are all of them.
+/// The smallest primitive 2N-th root of unity. The odd powers of any one of them are all of them.
 u64 smallestPrimitiveRoot(const Modulus& modulus, u64 degree) {
     const u64 psi = anyPrimitiveRoot(modulus, degree);
     const u64 square = modulus.mult(psi, psi);
@@ -83,8 +83,8 @@ void fillPowers(DeviceSpecificArray<unsigned long>& table, const Modulus& modulu
     }
 }
 
-/// From bit-reversed order into the order of the backward stages: word 0, then [N/2, N), [N/4, N/2), ... and
-/// [1, 2).
+/// Rearranges a table from bit-reversed order into the order in which the backward stages use it: word 0,
+/// then [N/2, N), [N/4, N/2), ... and [1, 2).
 DeviceSpecificArray<unsigned long> inOrderOfUse(const DeviceSpecificArray<unsigned long>& table) {
     DeviceSpecificArray<unsigned long> arranged(table.size());
     arranged[0] = table[0];
@@ -99,7 +99,7 @@ void fillCompanions(DeviceSpecificArray<unsigned long>& companions,
                    [p](u64 w) { return rows::makeShoupConstant(w, p).companion; });
 }
 
-/// `words` with the two middle ones of every four exchanged.
+/// A copy of `words` in which the two middle ones of every four are exchanged.
 DeviceSpecificArray<unsigned long> exchangeMiddles(const u64* words, u64 count) {
     DeviceSpecificArray<unsigned long> exchanged(count);
     for (u64 i = 0; i < count; i += 4) {
@@ -111,7 +111,8 @@ DeviceSpecificArray<unsigned long> exchangeMiddles(const u64* words, u64 count) 
     return exchanged;
 }
 
-/// `powers` next to zero; from `lastStage` on, for N/2 words, every eight as the even, then the odd ones.
+/// The centred representatives of `powers`. In the N/2 words from `lastStage` on, every eight are stored as
+/// the four even ones, then the four odd ones.
 DeviceSpecificArray<double> centredTwiddles(const DeviceSpecificArray<unsigned long>& powers, u64 lastStage,
                                             u64 p) {
     constexpr u64 order[] = {0, 2, 4, 6, 1, 3, 5, 7};
@@ -127,7 +128,7 @@ DeviceSpecificArray<double> centredTwiddles(const DeviceSpecificArray<unsigned l
 NTT::NTT(unsigned long degree, unsigned long prime)
     : p_(prime), twoP_(2 * prime), degree_(degree), powerTable_(degree), inversePowerTable_(degree),
       powerTableShoup_(degree), inversePowerTableShoup_(degree) {
-    // Nothing is 1 modulo 0: degree 0 is left to the second guard.
+    // Degree 0 cannot divide: the second guard refuses it.
     require(degree == 0 || prime % (2 * degree) == 1, message::notNTTFriendly);
     require(std::has_single_bit(degree), message::nttDegreeNotPowerOfTwo);
     require(degree >= 64, message::nttDegreeTooSmall);

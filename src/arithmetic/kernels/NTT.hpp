@@ -7,9 +7,9 @@
 
 namespace Torvo {
 
-/// Negacyclic number-theoretic transform of one row for one prime: from the coefficients of a polynomial in
-/// Z_p[X]/(X^N + 1) to its values at psi^(2i+1), i < N, with psi the smallest primitive 2N-th root of unity
-/// modulo p. The value at psi^(2i+1) stands in position rev(i), the bit reversal over log2 N bits.
+/// Negacyclic number-theoretic transform of one row for one prime. It maps the coefficients of a polynomial
+/// in Z_p[X]/(X^N + 1) to its values at psi^(2i+1), i < N, where psi is the smallest primitive 2N-th root of
+/// unity modulo p. The value at psi^(2i+1) is at position rev(i), the bit reversal of i over log2 N bits.
 ///
 /// Harvey's lazy butterflies: forward words stay below 4p, backward words below 2p; p < 2^61. Source: D.
 /// Harvey, "Faster arithmetic for number-theoretic transforms", J. Symb. Comp. 60 (2014). Const members use
@@ -34,8 +34,8 @@ public:
     /// The last backward stage, distance N/2, with the multiplication by 1/N folded in; scalar.
     void computeBackwardNativeLast(unsigned long* a) const;
 
-    // The AVX2 form: same ranges, same words. Only on processors that have AVX2, and for transforms that were
-    // built there.
+    // The AVX2 form: same ranges, same words. It may run only on processors that have AVX2, and only on
+    // transforms that were constructed on one.
 
     template <int k>
     void computeForwardAVX256(unsigned long* a) const;
@@ -50,14 +50,14 @@ public:
     void computeBackwardAVX256Tn(unsigned long* a, unsigned long t) const;
     void computeBackwardAVX256Last(unsigned long* a) const;
 
-    /// Whether transforms into range 1 run in floating point: where the processor has AVX2 and FMA and the
-    /// prime is small enough. The words are the same.
+    /// Whether transforms into range 1 run in floating point. They do if the processor has AVX2 and FMA and
+    /// the prime is small enough; the words are the same.
     bool runsInFloatingPoint() const { return twiddles_.size() != 0; }
 
     unsigned long getPrime() const { return p_; }
     unsigned long getTwoP() const { return twoP_; }
     unsigned long getDegree() const { return degree_; }
-    /// psi^i stands at rev(i).
+    /// psi^i is at position rev(i).
     const DeviceSpecificArray<unsigned long>& getPowerTable() const { return powerTable_; }
     /// Powers of psi^-1 in the order in which the backward stages use them.
     const DeviceSpecificArray<unsigned long>& getInversePowerTable() const { return inversePowerTable_; }
@@ -82,12 +82,13 @@ private:
     rows::ShoupConstant degreeInverse_{};
     /// N^-1 times the single twiddle of the last backward stage.
     rows::ShoupConstant degreeInverseRoot_{};
-    // Twiddles of the stage of distance 1, the two middle words of every four exchanged; empty without AVX2.
+    // Twiddles of the stage of distance 1, with the two middle words of every four exchanged; empty without
+    // AVX2.
     DeviceSpecificArray<unsigned long> lastPowerTable_;
     DeviceSpecificArray<unsigned long> lastPowerTableShoup_;
     DeviceSpecificArray<unsigned long> lastInversePowerTable_;
     DeviceSpecificArray<unsigned long> lastInversePowerTableShoup_;
-    // The two tables of powers for FMA::TransformTables; empty without FMA, and for a greater prime.
+    // The two tables of powers for FMA::TransformTables; empty without FMA and for primes above its limit.
     DeviceSpecificArray<double> twiddles_;
     DeviceSpecificArray<double> inverseTwiddles_;
 };

@@ -15,7 +15,7 @@ template <class Lanes>
     return {Lanes::load(tables.powers + i), Lanes::load(tables.companions + i)};
 }
 
-/// From eight words 0 2 1 3 | 4 6 5 7 of a last-stage table: the even ones, then the odd ones.
+/// Separates eight words 0 2 1 3 | 4 6 5 7 of a last-stage table into the even and the odd ones.
 struct EvenOdd {
     Words even;
     Words odd;
@@ -27,8 +27,8 @@ struct EvenOdd {
     return {_mm256_permute2x128_si256(low, high, 0x20), _mm256_permute2x128_si256(low, high, 0x31)};
 }
 
-/// Sixteen words, row r being words 4r to 4r + 3; or, transposed, column c being words c, 4 + c, 8 + c, 12 +
-/// c.
+/// Sixteen words. Row r holds words 4r to 4r + 3; after transposition, column c holds words c, 4 + c, 8 + c,
+/// 12 + c.
 struct Square {
     Words v0, v1, v2, v3;
 };
@@ -63,8 +63,8 @@ template <int range, class Lanes>
     s.v3 = rows::fromForwardRange<range, Lanes>(s.v3, p);
 }
 
-/// The vector form of the transform. The stages of distance 8, 4, 2 and 1 go in one pass, in registers: on
-/// the rows of sixteen words the first two, on their columns the last two.
+/// The vector form of the transform. One pass, in registers, does the stages of distance 8, 4, 2 and 1: the
+/// first two on the rows of sixteen words, the last two on their columns.
 template <class Lanes>
 struct VectorForm : rows::WordPasses<Lanes> {
     static constexpr int tailStages = 4;
@@ -120,7 +120,7 @@ struct VectorForm : rows::WordPasses<Lanes> {
     }
 };
 
-/// Eight words by butterflies of distance 1: partners apart, in the lane order 0 2 1 3 of the table.
+/// Butterflies of distance 1 on eight words: partners are separated, in the lane order 0 2 1 3 of the table.
 template <class Butterfly>
 [[gnu::always_inline]] inline void stageOne(u64* a, const TransformTables& tables, Butterfly butterfly) {
     for (u64 i = 0; i < tables.degree; i += 8) {
@@ -136,7 +136,7 @@ template <class Butterfly>
     }
 }
 
-/// Eight words by butterflies of distance 2; `base` is the first twiddle of the stage.
+/// Butterflies of distance 2 on eight words; `base` is the first twiddle of the stage.
 template <class Butterfly>
 [[gnu::always_inline]] inline void stageTwo(u64* a, u64 base, const TransformTables& tables,
                                             Butterfly butterfly) {
@@ -157,7 +157,7 @@ template <class Butterfly>
 
 } // namespace
 
-// Specializations, since instances of a template would be weak symbols.
+// These are specializations, because instances of a template would be weak symbols.
 
 template <>
 void forwardTransform<1>(u64* a, const TransformTables& tables) {

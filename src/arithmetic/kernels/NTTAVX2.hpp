@@ -3,14 +3,14 @@
 #include "arithmetic/kernels/TransformRows.hpp"
 #include "core/Integers.hpp"
 
-/// The transforms of NTT on vectors of four words: same ranges, same words as the scalar stages. The tables
-/// must hold those of the last stage.
+/// The transforms of NTT on vectors of four words: ranges and words are those of the scalar stages. The
+/// tables must include those of the last stage.
 namespace Torvo::AVX2 {
 
-/// k = 1, 2, 4: in range 4, out range k.
+/// k = 1, 2, 4; words in range 4 in, range k out.
 template <int k>
 void forwardTransform(u64* a, const rows::TransformTables& tables);
-/// k = 1, 2: in range 2, out range k.
+/// k = 1, 2; words in range 2 in, range k out.
 template <int k>
 void backwardTransform(u64* a, const rows::TransformTables& tables);
 

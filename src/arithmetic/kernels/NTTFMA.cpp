@@ -12,7 +12,7 @@ using L = FMALanes;
 using Reals = L::Reals;
 using rows::backwardBase, rows::Groups;
 
-/// Bounds below are on the magnitude of a real, in multiples of p; 3.99 is the limit, see FMALanes.
+/// The bounds below limit the magnitude of a real, in multiples of p; none may exceed 3.99, see FMALanes.
 struct Twiddle {
     Reals value;
     Reals ratio;
@@ -75,8 +75,8 @@ struct Four {
     x.v3 = _mm256_permute2f128_pd(b, d, 0x31);
 }
 
-/// Two forward stages. With (v0, v1) within b0 and (v2, v3) within b: the first leaves b0 + 0.5 + 0.376 b,
-/// the second adds 0.5 and 0.376 times that.
+/// Two forward stages. If v0 and v1 are within b0, and v2 and v3 within b, the first stage leaves values
+/// within b0 + 0.5 + 0.376 b, and the second adds 0.5 and 0.376 times that.
 [[gnu::always_inline]] inline void forwardSquare(Four& x, const Twiddle& w, const Twiddle& low,
                                                  const Twiddle& high, FloatModulus m) {
     forwardButterfly(x.v0, x.v2, w, m);
@@ -85,8 +85,8 @@ struct Four {
     forwardButterfly(x.v2, x.v3, high, m);
 }
 
-/// The same with the upper half reduced first: 3.9 is kept, for 0.5 + 0.5 + 1.467 = 2.467, and 2.467 + 0.5 +
-/// 0.928 = 3.895.
+/// The same with the upper half reduced first. Values stay within 3.9: 0.5 + 0.5 + 1.467 = 2.467, and
+/// 2.467 + 0.5 + 0.928 = 3.895.
 [[gnu::always_inline]] inline void forwardSquareReduced(Four& x, const Twiddle& w, const Twiddle& low,
                                                         const Twiddle& high, FloatModulus m) {
     x.v0 = L::reduce(x.v0, m);
@@ -94,7 +94,7 @@ struct Four {
     forwardSquare(x, w, low, high, m);
 }
 
-/// Two backward stages. From 0.51 the sums of sums reach 2.04, all else less.
+/// Two backward stages. From values within 0.51 the sums of sums reach 2.04, all other values less.
 [[gnu::always_inline]] inline void backwardSquare(Four& x, const Twiddle& low, const Twiddle& high,
                                                   const Twiddle& w, FloatModulus m) {
     backwardButterfly(x.v0, x.v1, low, m);
@@ -120,7 +120,7 @@ struct Four {
     return L::fromWords(rows::toRange<1, AVX2Lanes>(AVX2Lanes::load(a), p), offset);
 }
 
-/// Between its first and its last pass a row holds reals in place of words.
+/// Between the first and the last pass a row holds reals instead of words.
 struct FloatForm {
     using Tables = TransformTables;
     static constexpr int tailStages = 4;
@@ -173,7 +173,8 @@ struct FloatForm {
         }
     }
 
-    /// The stages of distance 8 and 4 on the rows of sixteen words, 2 and 1 on their columns.
+    /// Sixteen words form a square: the stages of distance 8 and 4 work on its rows, those of 2 and 1 on its
+    /// columns.
     template <int range>
     static void forwardTail(u64* a, u64 begin, u64 count, const Tables& tables) {
         static_assert(range == 1);
@@ -193,8 +194,8 @@ struct FloatForm {
         }
     }
 
-    /// From range 2. The lower words of the first stage are taken as y - p, so that its sums stay within 1,
-    /// which the products of its differences, within 2, do not mind: sums of sums reach 2, products of
+    /// From range 2. The lower words of the first stage are read as y - p, so that its sums stay within 1.
+    /// Its differences then reach 2, which their products allow. Sums of sums reach 2, products of
     /// differences 0.5 + 0.376 * 2.51.
     static void backwardHead(u64* a, u64 begin, u64 count, const Tables& tables) {
         const FloatModulus m = tables.modulus;

@@ -3,12 +3,14 @@
 #include "arithmetic/kernels/FloatModulus.hpp"
 #include "core/Integers.hpp"
 
-/// The transforms into range 1 of NTT in floating point, for primes that FMALanes serves, on processors with
-/// AVX2 and FMA. The words are those of the other forms, since range 1 leaves no choice.
+/// The transforms of NTT into range 1, in floating point, for primes that FMALanes supports, on processors
+/// with AVX2 and FMA. The words equal those of the other forms, because a residue has only one word in range
+/// 1.
 namespace Torvo::FMA {
 
-/// What one direction reads: twiddles next to zero, in the order of NTT's table of the direction, but for the
-/// stage of distance 1, where every eight consecutive ones come as the four even and then the four odd ones.
+/// Input of one direction: centred twiddles, in the order of that direction's `NTT` table. The stage of
+/// distance 1 is the exception: there every eight consecutive twiddles are stored as the four even ones, then
+/// the four odd ones.
 struct TransformTables {
     u64 p;
     FloatModulus modulus;
@@ -18,9 +20,9 @@ struct TransformTables {
     double degreeInverseRoot;
 };
 
-/// In range 4, out range 1.
+/// Words in range 4 in, range 1 out.
 void forwardTransform(u64* a, const TransformTables& tables);
-/// In range 2, out range 1.
+/// Words in range 2 in, range 1 out.
 void backwardTransform(u64* a, const TransformTables& tables);
 
 } // namespace Torvo::FMA

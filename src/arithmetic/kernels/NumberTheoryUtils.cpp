@@ -9,7 +9,7 @@ namespace Torvo::utils {
 
 namespace {
 
-/// Jim Sinclair's seven bases: Miller-Rabin with them decides every 64-bit number.
+/// Jim Sinclair's seven bases: Miller-Rabin with them is correct for every 64-bit number.
 constexpr std::array<u64, 7> SINCLAIR_BASE{2, 325, 9375, 28178, 450775, 9780504, 1795265022};
 
 u64 multiply(u64 a, u64 b, u64 modulus) {

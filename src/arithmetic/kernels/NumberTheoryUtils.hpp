@@ -3,7 +3,7 @@
 #include <set>
 #include <vector>
 
-/// Number theory on words, for the making of contexts; nothing here is on a hot path.
+/// Number theory on words, for the construction of contexts; nothing here is on a hot path.
 namespace Torvo::utils {
 
 /// Deterministic Miller-Rabin. The fixed bases are not reduced first, so the three primes 193, 407521 and

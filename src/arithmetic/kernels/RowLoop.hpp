@@ -8,24 +8,24 @@
 
 namespace Torvo {
 
-/// How a row loop behaves when its caller already is in a parallel region: run with one thread, or open a
-/// team of the default size all the same.
+/// How a row loop behaves when its caller is already in a parallel region: Guarded runs with one thread,
+/// Default opens a team of the default size nevertheless.
 enum class Nesting { Guarded, Default };
 
-/// Threads of a guarded team: how many sums to keep where each thread adds up its own.
+/// Number of threads of a guarded team, and so the number of sums to keep if each thread adds up its own.
 inline u64 teamSize() {
     return omp_in_parallel() != 0 ? 1 : static_cast<u64>(omp_get_max_threads());
 }
 
-/// Threads of a loop over `count` indices: one or the default team, never a size between. A team that shrinks
-/// gives its threads back to the system, to be made anew for the next loop.
+/// Number of threads of a loop over `count` indices: one or the default team, never a size between. A team
+/// that shrinks returns its threads to the system, and the next loop would have to create them again.
 inline int threadsFor(u64 count, Nesting nesting = Nesting::Guarded) {
     const bool alone = count < 2 || (nesting == Nesting::Guarded && omp_in_parallel() != 0);
     return alone ? 1 : omp_get_max_threads();
 }
 
-/// Calls body(i) for i < count, shared out among an OpenMP team in contiguous blocks; all threads have left
-/// before it returns. The body must not throw: an exception that left it would end the process.
+/// Calls body(i) for i < count; the threads of an OpenMP team share the indices in contiguous blocks. Returns
+/// after all threads have finished. The body must not throw: an exception that left it would end the process.
 template <Nesting nesting = Nesting::Guarded, class Body>
 void forEachIndex(u64 count, Body&& body) {
     const int threads = threadsFor(count, nesting);
@@ -34,7 +34,7 @@ void forEachIndex(u64 count, Body&& body) {
 }
 
 /// Calls body(begin, end) for ranges that together are the indices below `count`, one range for each thread
-/// of a guarded team. Ranges begin at multiples of eight, so that two threads meet in no cache line of words.
+/// of a guarded team. Ranges begin at multiples of eight, so that no two threads share a cache line of words.
 template <class Body>
 void forEachShare(u64 count, Body&& body) {
     const u64 shares = static_cast<u64>(omp_get_max_threads());

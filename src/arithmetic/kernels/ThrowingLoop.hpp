@@ -7,8 +7,8 @@
 
 namespace Torvo {
 
-/// Keeps the first exception of any thread of a team until all have left the parallel region, which none may
-/// leave by an exception.
+/// Keeps the first exception of any thread of a team until all threads have left the parallel region, because
+/// no exception may leave the region itself.
 class FirstException {
 public:
     template <class Work>
@@ -24,7 +24,7 @@ public:
         const std::lock_guard lock(mutex_);
         return exception_ != nullptr;
     }
-    /// Behind the region: throws what was caught there, if anything was.
+    /// To be called after the region: throws the exception that was caught there, if there was one.
     void rethrow() const {
         if (exception_ != nullptr) std::rethrow_exception(exception_);
     }
@@ -34,8 +34,8 @@ private:
     std::exception_ptr exception_;
 };
 
-/// Like `forEachIndex`, for a body that may run out of memory: the first exception of any thread comes out
-/// when all have left the loop.
+/// Like `forEachIndex`, for a body that may run out of memory: after all threads have left the loop, the
+/// first exception of any of them is thrown.
 template <class Body>
 void forEachIndexOrThrow(u64 count, Body&& body) {
     FirstException failure;
@@ -43,9 +43,9 @@ void forEachIndexOrThrow(u64 count, Body&& body) {
     failure.rethrow();
 }
 
-/// Like `forEachIndex`, for a body that needs something on each thread whose making may fail: every thread of
-/// the team calls prepare() first. When one of them throws, no body is called, and the first exception comes
-/// out.
+/// Like `forEachIndex`, for a body that needs an object per thread whose construction may fail: every thread
+/// of the team calls prepare() first. If one of them throws, no body is called, and the first exception is
+/// thrown.
 template <class Prepare, class Body>
 void forEachIndexAfter(Prepare&& prepare, u64 count, Body&& body) {
     FirstException failure;

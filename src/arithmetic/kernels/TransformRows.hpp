@@ -6,16 +6,16 @@
 #include <bit>
 
 /// The butterflies and stages of NTT, each formula once, over a lanes type: ScalarLanes or AVX2Lanes, or
-/// EstimatingLanes where only range 1 is asked for. As in ModulusRows.hpp, a lanes type with internal linkage
+/// EstimatingLanes for results in range 1 only. As in ModulusRows.hpp, a lanes type with internal linkage
 /// keeps every instantiation within its unit.
 ///
 /// R is L::productRange, 2 or 4. Forward words lie in [0, 2R p) between stages, backward words in [0, R p); a
 /// comparison by the sign of the difference is right for both, since R p < 2^63.
 namespace Torvo::rows {
 
-/// What one direction of the transform reads. A row of `degree` words modulo p < 2^61; the twiddle of a
-/// group stands in `powers`, its Shoup companion at the same place of `companions`. The two `lastStage`
-/// tables hold the twiddles of the stage of distance 1 for vectors, with the two middle words of every four
+/// Input of one direction of the transform, for a row of `degree` words modulo p < 2^61. The twiddle of a
+/// group is in `powers`, its Shoup companion at the same index of `companions`. The two `lastStage` tables
+/// hold the twiddles of the stage of distance 1 for vectors, with the two middle words of every four
 /// exchanged; they are null in a transform built without vectors.
 struct TransformTables {
     u64 p;
@@ -55,7 +55,7 @@ template <class L>
     return L::mulLowDifference(x, w.value, quotient, L::splat(p));
 }
 
-/// (x, y) := (x + w*y, x - w*y) with words in range 2R before and after: x is brought to range R, the product
+/// (x, y) := (x + w*y, x - w*y) with words in range 2R before and after: x is reduced to range R, the product
 /// lies in range R.
 template <class L>
 [[gnu::always_inline]] inline void forwardButterfly(typename L::Words& x, typename L::Words& y,
@@ -77,7 +77,7 @@ template <class L>
     y = shoupProduct<L>(d, w, p);
 }
 
-/// A word in range R brought to range `range`; with R = 4 only 1 will do.
+/// Reduces a word from range R to range `range`; with R = 4 only 1 is supported.
 template <int range, class L>
 [[gnu::always_inline]] inline typename L::Words fromProductRange(typename L::Words x, u64 p) {
     static_assert(L::productRange == 2 || range == 1);
@@ -85,7 +85,7 @@ template <int range, class L>
     return toRange<range, L>(x, p);
 }
 
-/// A word of the forward transform, in range 2R, brought to range `range`.
+/// Reduces a word of the forward transform from range 2R to range `range`.
 template <int range, class L>
 [[gnu::always_inline]] inline typename L::Words fromForwardRange(typename L::Words x, u64 p) {
     if constexpr (range == 2 * L::productRange) {
@@ -250,7 +250,7 @@ inline constexpr u64 blockWords = 4096;
     return {begin / (2 * t), (begin + count) / (2 * t)};
 }
 
-/// The passes of a form whose words stay words of 64 bits throughout, on lanes L.
+/// The passes of a form that keeps words of 64 bits throughout, on lanes L.
 template <class L>
 struct WordPasses {
     using Tables = TransformTables;
@@ -277,11 +277,11 @@ struct WordPasses {
     }
 };
 
-/// The whole forward transform: one entry pass of one or two stages; two stages at a time, over all the row
-/// while groups are larger than a block, then block by block; and in each block the last stages. `Form`
-/// supplies the passes: those of WordPasses, and `forwardTail<range>(a, begin, count, tables)`, which does
-/// the stages of distance below 2^Form::tailStages on words [begin, begin + count) and brings them to
-/// `range`. The degree has at least two stages more than the tail.
+/// The whole forward transform. An entry pass does one or two stages. Then each pass does two stages, over
+/// the whole row while groups are larger than a block, then block by block; the last stages follow in each
+/// block. `Form` supplies the passes: those of WordPasses, and `forwardTail<range>(a, begin, count, tables)`,
+/// which does the stages of distance below 2^Form::tailStages on words [begin, begin + count) and reduces
+/// them to `range`. The degree has at least two stages more than the tail.
 template <int range, class Form>
 void forwardTransform(u64* a, const typename Form::Tables& tables) {
     const u64 n = tables.degree;

@@ -4,8 +4,8 @@
 
 namespace Torvo {
 
-/// Turns uniform words into residues that are uniform modulo `bound` exactly. The lowest 2^64 mod bound words
-/// are rejected; those that stay are a whole number of periods.
+/// Turns uniform words into residues that are exactly uniform modulo `bound`. The lowest 2^64 mod bound words
+/// are rejected; the others make a whole number of periods.
 class UniformResidue {
 public:
     /// 0 < bound
