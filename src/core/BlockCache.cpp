@@ -12,9 +12,10 @@ namespace Torvo {
 
 namespace {
 
-/// Asks for pages of 2 MiB under a block. The wish covers whole pages of 4 KiB, those at both ends that the
-/// block shares with its neighbours too: so that blocks next to each other stay one mapping to the system, of
-/// which a process may have only so many. Where it is not granted all works as before.
+/// Asks for pages of 2 MiB under a block. The request covers whole pages of 4 KiB, including those at both
+/// ends that the block shares with its neighbours. So adjacent blocks stay one mapping of the system, and a
+/// process may have only a limited number of mappings. If the system does not grant the request, nothing
+/// changes.
 void wishForHugePages(void* block, std::size_t bytes) noexcept {
     constexpr std::uintptr_t page = 4096;
     const auto address = reinterpret_cast<std::uintptr_t>(block);
@@ -76,8 +77,8 @@ std::size_t BlockCache::sizeClass(std::size_t bytes) {
     return (bytes + step - 1) / step * step;
 }
 
-/// The block of this size given back last, which caches of the processor may still hold; null if there is
-/// none.
+/// The block of this size that was given back last, which the processor's caches may still hold; null if
+/// there is none.
 void* BlockCache::take(std::size_t size) noexcept {
     if (size < minBlock) return nullptr;
     const std::lock_guard lock(mutex_);

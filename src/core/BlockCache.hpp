@@ -6,22 +6,23 @@
 
 namespace Torvo {
 
-/// An allocator of host memory that keeps large blocks which were given back, for the next request of their
+/// An allocator of host memory that keeps large blocks after their release, for the next request of their
 /// size.
 ///
-/// Polynomials of many megabytes come and go within every key switch. The C library returns such memory to
-/// the system and takes it again page by page, zeroed each time: a third to a half on top of the arithmetic
-/// on it (FGb, one multiplication: 119 against 89 ms on one core, 68 against 45 ms on two).
+/// Polynomials of many megabytes are made and released within every key switch. The C library returns such
+/// memory to the system and takes it again page by page, zeroed each time, which costs a noticeable share of
+/// the time of the arithmetic on it.
 ///
-/// Sizes are rounded up to one of eight classes per power of two, so that at most an eighth is wasted; blocks
-/// of one class serve one another. All blocks kept together stay within `limit` bytes: the one kept longest
-/// goes first. When the system has no more memory, all of them go before an allocation fails.
+/// Sizes are rounded up to one of eight classes per power of two, so that at most an eighth is wasted; a
+/// block serves any request of its class. All blocks kept together stay within `limit` bytes: the one kept
+/// longest is returned to the system first. If the system has no more memory, all of them are returned before
+/// an allocation fails.
 ///
-/// Blocks are not wiped: whoever held a secret in one has done so. Thread-safe.
+/// Blocks are not wiped: that is the duty of the code that held a secret in one. Thread-safe.
 class BlockCache {
 public:
     static constexpr std::size_t alignment = 32;
-    /// Smaller blocks the C library itself keeps at hand.
+    /// The C library itself keeps smaller blocks for reuse.
     static constexpr std::size_t minBlock = std::size_t{256} << 10;
 
     /// From this size on, blocks lie on pages of 2 MiB where the system grants them.
@@ -37,10 +38,10 @@ public:
     /// Takes back what `allocate` gave for the same `bytes`.
     void release(void* block, std::size_t bytes) noexcept;
 
-    /// What is kept now, in bytes.
+    /// The bytes kept now.
     std::size_t keptBytes() const;
 
-    /// For holding it during forks.
+    /// The mutex to hold during forks.
     std::mutex& mutex() { return mutex_; }
 
     /// The size of the class that a request belongs to: at least `bytes`, at most 9/8 of it. For 8 bytes or

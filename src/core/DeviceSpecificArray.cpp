@@ -13,7 +13,7 @@ namespace Torvo {
 
 namespace {
 
-/// While it lives, the GPU of `device` is the current one; for other kinds of device it does nothing.
+/// Makes the GPU of `device` the current one during its lifetime; does nothing for other kinds of device.
 class GpuScope {
 public:
     explicit GpuScope(const Device& device) : isGpu_(device.type == DeviceType::GPU) {
@@ -32,7 +32,7 @@ private:
     Device previous_;
 };
 
-/// A count whose bytes no address space holds must not wrap around to a small allocation.
+/// The size in bytes of a huge count must not wrap around to a small allocation.
 template <class T>
 std::size_t byteCount(std::size_t size) {
     if (size > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();

@@ -65,7 +65,7 @@ public:
 
     /// New elements are unset.
     void resize(std::size_t size);
-    /// Zeros in the elements from `first` on; nothing for an array that the host cannot write.
+    /// Sets the elements from `first` on to zero. Does nothing to an array that the host cannot write.
     void clear(std::size_t first = 0);
 
     /// Moves the elements to `device`; on the array's own device only the stream is replaced.
@@ -74,9 +74,10 @@ public:
 
     /// u64 count, then the raw elements (int, u64 and std::complex<double> only).
     void save(OutputArchive& archive) const;
-    /// Reads in bounded pieces: no more memory is taken than the stream has bytes for.
+    /// Reads in bounded pieces: allocates no more memory than the stream has bytes for.
     void load(InputArchive& archive);
-    /// The same, taking no count but one of `sizes`: any other is refused before an element is read.
+    /// The same, but accepts only a count that is one of `sizes`: any other is refused before an element is
+    /// read.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
     void loadSized(InputArchive& archive, std::initializer_list<u64> sizes);
 

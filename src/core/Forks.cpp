@@ -13,7 +13,7 @@ namespace {
 
 std::atomic<u64> forks{0};
 
-/// The mutexes to hold, behind one of their own.
+/// The mutexes to hold, guarded by one of their own.
 struct HeldMutexes {
     std::mutex mutex;
     std::vector<std::mutex*> all;
@@ -24,7 +24,7 @@ HeldMutexes& heldMutexes() {
     return held;
 }
 
-// A pause that keeps the settings of OpenMP. It is refused, with no effect, inside a parallel region.
+// The pause keeps the settings of OpenMP. Inside a parallel region OpenMP refuses it, and it has no effect.
 void beforeFork() {
     omp_pause_resource_all(omp_pause_soft);
     HeldMutexes& held = heldMutexes();
@@ -43,8 +43,9 @@ void afterForkInChild() {
     afterFork();
 }
 
-// The system forgets handlers of a library that is unloaded. It refuses them only when memory is out while
-// the library is loaded, and a library without them would give keys away: the program ends.
+// The system drops the handlers of a library that is unloaded. It refuses to register them only if memory is
+// exhausted while the library is loaded. A library without them would give keys away, so the program ends
+// then.
 [[maybe_unused]] const bool isRegistered = [] {
     heldMutexes();
     if (pthread_atfork(beforeFork, afterFork, afterForkInChild) != 0) throw std::bad_alloc();

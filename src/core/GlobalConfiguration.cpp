@@ -18,7 +18,7 @@ const nlohmann::json defaultConfiguration = {
 GlobalConfiguration::GlobalConfiguration(nlohmann::json config) : config_(std::move(config)) {}
 
 GlobalConfiguration& GlobalConfiguration::instance() {
-    // Never destroyed: destructors of the application's static objects may still ask.
+    // Never destroyed: destructors of the application's static objects may still use it.
     static auto& configuration = *new GlobalConfiguration(defaultConfiguration);
     return configuration;
 }

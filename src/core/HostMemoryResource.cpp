@@ -7,7 +7,7 @@ namespace Torvo {
 
 namespace {
 
-/// The sanitizers are to see every block come and go.
+/// Under a sanitizer nothing is kept, so that it sees every allocation and release.
 #if defined(__SANITIZE_ADDRESS__)
 #define TORVO_SANITIZED
 #elif defined(__has_feature)
@@ -32,7 +32,8 @@ BlockCache& hostBlocks() {
     return blocks;
 }
 
-/// Made when the library is loaded: a child that was forked while another thread made it would wait for ever.
+/// Constructed when the library is loaded: a child that was forked while another thread constructed it would
+/// wait for ever.
 [[maybe_unused]] const BlockCache& madeAtLoad = hostBlocks();
 
 } // namespace

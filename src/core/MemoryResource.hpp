@@ -18,7 +18,7 @@ public:
 
     /// Memory of at least `bytes` bytes, never zero-filled; null for 0 bytes.
     virtual void* doAllocate(std::size_t bytes, CudaStreamView stream) = 0;
-    /// Gives back what `doAllocate` gave for the same `bytes`. Must not throw.
+    /// Releases memory that `doAllocate` returned for the same `bytes`. Must not throw.
     virtual void doDeallocate(void* p, std::size_t bytes, CudaStreamView stream) = 0;
 };
 

@@ -34,12 +34,13 @@ struct Registry {
 };
 
 Registry& registry() {
-    // Never destroyed: arrays in static storage give their memory back after the end of main.
+    // Never destroyed: arrays in static storage release their memory after the end of main.
     static auto& made = *new Registry;
     return made;
 }
 
-/// Made when the library is loaded: a child that was forked while another thread made it would wait for ever.
+/// Constructed when the library is loaded: a child that was forked while another thread constructed it would
+/// wait for ever.
 [[maybe_unused]] const Registry& madeAtLoad = registry();
 
 } // namespace

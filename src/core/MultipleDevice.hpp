@@ -54,14 +54,15 @@ public:
         map_.insert_or_assign(device, std::move(value));
     }
 
-    /// Makes sure that `device` has an entry, copying the first one.
+    /// Copies the first entry to `device` unless `device` has one.
     /// @throws RuntimeException "Value-device map is empty."
     void ensure(const Device& device) {
         const std::lock_guard lock(mutex_);
         ensureLocked(device);
     }
 
-    /// Makes or replaces the value on `to` from that on `from`. Takes no lock: the caller holds `mutex()`.
+    /// Makes or replaces the value on `to` by a copy of that on `from`. Takes no lock: the caller holds
+    /// `mutex()`.
     /// @throws std::out_of_range "map::at"
     void copyTo_(const Device& from, const Device& to) {
         T copy = map_.at(from);
@@ -69,7 +70,7 @@ public:
         map_.insert_or_assign(to, std::move(copy));
     }
 
-    /// Leaves the value on `device` only, taking it from the first entry when `device` has none.
+    /// Keeps the value on `device` only, copied from the first entry if `device` has none.
     /// @throws RuntimeException "Value-device map is empty."
     void removeExcept(const Device& device) {
         const std::lock_guard lock(mutex_);

@@ -4,8 +4,8 @@
 
 namespace Torvo {
 
-/// Host memory that a GPU can reach. Without a GPU backend there is none: every allocation is null, without
-/// complaint, and copies from or to it fail.
+/// Host memory that a GPU can reach. Without a GPU backend there is none: every allocation returns null
+/// without an exception, and copies from or to it fail.
 class PinnedMemoryResource final : public MemoryResource {
 public:
     void* doAllocate(std::size_t bytes, CudaStreamView stream) override;

@@ -7,7 +7,8 @@
 
 namespace Torvo {
 
-/// Passes a context on, of a ring or of plain LWE, so that it is looked at before anything is made of it.
+/// Returns its argument, a context of a ring or of plain LWE, so that a constructor can check it before its
+/// first use.
 /// @throws RuntimeException "The context is null. Make one with makeContext."
 template <class Content>
 const std::shared_ptr<Content>& requireContext(const std::shared_ptr<Content>& context) {

@@ -6,10 +6,11 @@
 
 namespace Torvo::utils {
 
-/// Overwrites memory that held a secret, by stores that the compiler may not drop.
+/// Overwrites memory that held a secret. The compiler may not remove the stores.
 void wipe(void* data, std::size_t byteCount) noexcept;
 
-/// The whole allocation of an array, in case it once was longer; nothing for one that the host cannot write.
+/// Wipes the whole allocation of an array, since the array may have been longer. Does nothing to one that the
+/// host cannot write.
 template <class T>
 void wipe(DeviceSpecificArray<T>& array) noexcept {
     if (array.getDevice().type == DeviceType::CPU) wipe(array.getData(), array.capacityInBytes());

@@ -12,7 +12,7 @@ namespace Torvo {
 template <class T>
 class ThreadSafe {
 public:
-    /// Calls `f` with the value under the shared lock; the lock goes on return and on exception.
+    /// Calls `f` with the value under the shared lock, which is released on return and on exception.
     template <class F>
     decltype(auto) read(F&& f) const {
         const std::shared_lock lock(mutex_);

@@ -7,8 +7,7 @@
 
 namespace Torvo::utils {
 
-/// A fixed number of small values that tell a secret, all 0 at first. They are wiped when they go, and there
-/// are no copies of them.
+/// A fixed number of small secret values, all 0 at first. They are wiped on destruction and cannot be copied.
 template <class T>
 class WipedVector {
 public:

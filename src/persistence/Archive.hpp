@@ -14,8 +14,8 @@
 namespace Torvo::detail {
 
 /// Passes reads through to another buffer and counts the bytes, so that a field read in pieces can still
-/// report how much of the whole it got. A file that cannot be read, as a directory that was opened, ends
-/// where it stands: to the archive a short read like any other.
+/// report how much of the whole it got. A file that cannot be read, such as an opened directory, counts as
+/// ended: the archive sees a short read like any other.
 class CountingBuffer : public std::streambuf {
 public:
     explicit CountingBuffer(std::streambuf& source) : source_(source) {}
@@ -52,18 +52,18 @@ public:
     u64 bytesRead() const { return CountingBuffer::count(); }
 };
 
-/// The cereal failure of a read that came short, for fields whose length in bytes may exceed a word.
+/// Throws cereal's exception for a short read, for fields whose length in bytes may exceed a word.
 [[noreturn]] void throwShortRead(u128 wanted, u64 got);
 
-/// Refuses a file of which `read` bytes make the object and `left` more are there.
+/// Refuses a file that has `left` bytes more after the `read` bytes of the object.
 void requireEnd(const std::string& path, u64 read, std::streamsize left);
 
-/// Reads `count` elements of `T` (whose scalars are `Scalar`) in pieces: a mebibyte at first, then as much as
-/// is there already. Before each piece `grow(n)` makes room for n elements in all and returns the array. So a
-/// forged count costs no more memory than twice what the stream has bytes for, and a mebibyte.
-/// `archive` is a `CountedInputArchive`.
+/// Reads `count` elements of `T` (whose scalars are `Scalar`) in pieces: one mebibyte first, then as much as
+/// has been read already. Before each piece `grow(n)` makes room for n elements in all and returns the array.
+/// So a forged count costs at most twice the memory of the bytes in the stream, and one mebibyte. `archive`
+/// is a `CountedInputArchive`.
 /// @throws cereal::Exception "Failed to read <wanted> bytes from input stream! Read <got>", of the whole
-/// field
+///         field
 template <class T, class Scalar = T, class Grow>
 void readPieces(cereal::PortableBinaryInputArchive& archive, u64 count, Grow&& grow) {
     constexpr u64 firstPiece = (u64{1} << 20) / sizeof(T);
@@ -82,8 +82,8 @@ void readPieces(cereal::PortableBinaryInputArchive& archive, u64 count, Grow&& g
     }
 }
 
-/// A bool as an archive field of one byte. Reading takes no byte but 0 and 1, which are all that a bool can
-/// hold.
+/// A bool as an archive field of one byte. Reading accepts only the bytes 0 and 1, the valid values of a
+/// bool.
 template <class Bool>
 class Flag {
 public:

@@ -16,7 +16,7 @@ inline constexpr int full = 0;
 inline constexpr int seedOnly = 1;
 } // namespace SerializeOption
 
-/// Lets an object that can be saved in two forms go through `Serialize`: the option goes first, as an
+/// Passes an object that can be saved in two forms to `Serialize`: first the option, as an
 /// std::optional<int>, then the fields of the form. `T` has members saveFull, saveSeed, loadFull and loadSeed
 /// of an archive. Refers to the object, which must outlive it.
 template <class T>
@@ -26,7 +26,7 @@ public:
         : object_(&object), option_(option) {}
 
     /// @throws RuntimeException "[save SecretKey] Invalid serialize option" unless the option is one of the
-    /// two
+    ///         two
     template <class Archive>
     void save(Archive& archive) const {
         require(isKnown(), message::unknownOptionToSave);
@@ -52,7 +52,7 @@ public:
 private:
     bool isKnown() const { return option_ == SerializeOption::full || option_ == SerializeOption::seedOnly; }
 
-    /// As cereal reads an optional, but by a flag byte that is checked.
+    /// Reads an optional as cereal does, and also checks the flag byte.
     template <class Archive>
     void loadOption(Archive& archive) {
         bool isAbsent = false;
@@ -65,7 +65,7 @@ private:
     std::optional<int> option_;
 };
 
-/// To save `object` in the form of `option`.
+/// The adaptor that saves `object` in the form of `option`.
 template <class T>
 CerealAdaptor<const T> adapt(const T& object, int option) {
     return CerealAdaptor<const T>(object, option);

@@ -8,7 +8,7 @@ namespace Torvo {
 
 namespace {
 
-/// The numbers of which an element is made: what an archive of another byte order has to swap.
+/// The type of the numbers in an element, which are swapped for an archive of the other byte order.
 template <class T>
 struct ScalarOf {
     using Type = T;

@@ -2,13 +2,13 @@
 
 #include "core/Integers.hpp"
 
-/// Bounds of what any context can have made. An archive that goes beyond them is damaged or forged.
+/// Bounds that hold for the objects of every context. An archive beyond them is damaged or forged.
 namespace Torvo::limit {
 
 inline constexpr u64 degree = u64{1} << 20;
 /// Primes of a chain: 50 of a ciphertext, and as many temporary ones.
 inline constexpr u64 rows = 100;
-/// Primes lie below it.
+/// All primes are below it.
 inline constexpr u64 prime = u64{1} << 62;
 
 } // namespace Torvo::limit

@@ -5,7 +5,7 @@
 
 namespace Torvo::detail {
 
-/// A stream buffer over memory of the caller's, for secrets: unlike a string stream it makes no copies that
+/// A stream buffer over the caller's memory, for secrets: unlike a string stream it makes no copies that
 /// would have to be wiped. Reads end and writes fail at the end of the memory.
 class MemoryBuffer : public std::streambuf {
 public:

@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 
 constexpr mode_t secretMode = 0600;
 constexpr mode_t publicMode = 0666; // less the umask
-/// Not the bits by which a program runs as its owner: the file may get another one.
+/// Excludes the set-user and set-group bits: the new file may belong to another owner.
 constexpr mode_t permissions = 0777;
 
 [[noreturn]] void throwCannotOpen(const std::string& path) {
@@ -41,7 +41,7 @@ constexpr mode_t permissions = 0777;
     throw RuntimeException(message::cannotFinishFile + path + ": " + std::generic_category().message(error));
 }
 
-/// What `call` gives once no signal interrupts it.
+/// Repeats `call` until no signal interrupts it, and returns its result.
 template <class Call>
 auto uninterrupted(Call&& call) {
     auto result = call();
@@ -62,16 +62,15 @@ public:
 
     bool isOpen() const { return number_ >= 0; }
     int number() const { return number_; }
-    /// Whether the system had nothing to object to at the close; otherwise errno tells. An interrupted close
-    /// is one too.
+    /// Whether the close succeeded; errno says why it did not. An interrupted close counts as a success.
     bool close() { return ::close(std::exchange(number_, -1)) == 0 || errno == EINTR; }
 
 private:
     int number_;
 };
 
-/// Writes to a descriptor without a buffer of its own. Where the system takes no more, the rest is not
-/// written, which the archive reports.
+/// Writes to a descriptor without a buffer of its own. When the system accepts no more bytes, the rest is not
+/// written, and the archive reports that.
 class DescriptorBuffer : public std::streambuf {
 public:
     explicit DescriptorBuffer(const Descriptor& descriptor) : descriptor_(descriptor) {}
@@ -108,14 +107,15 @@ bool isSameFile(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-/// A link in the file system of the processes stands for what a process holds open, whatever name it shows.
+/// A link in the file system of the processes refers to something that a process holds open, whatever name it
+/// shows.
 bool isOfProcess(const fs::path& link) {
     struct statfs system {};
     const std::string folder = link.has_parent_path() ? link.parent_path().string() : ".";
     return ::statfs(folder.c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
-/// What is at the end of the links that `path` begins; nothing when they do not end, or not at a name.
+/// Follows the links that begin at `path` to their end; empty if they do not end, or not at a name.
 std::optional<fs::path> endOfLinks(fs::path path) {
     constexpr int most = 40; // as the system has it
     for (int hops = 0; hops < most; ++hops) {
@@ -134,7 +134,7 @@ struct Target {
     std::optional<struct stat> status; ///< of the file that is there
 };
 
-/// The target behind `path`, when it can be replaced by renaming.
+/// The target of `path`, if it can be replaced by renaming.
 std::optional<Target> replaceable(const std::string& path) {
     struct stat status {};
     const bool exists = ::stat(path.c_str(), &status) == 0;
@@ -144,12 +144,12 @@ std::optional<Target> replaceable(const std::string& path) {
     if (!exists) return Target{*end, std::nullopt};
     struct stat atEnd {};
     if (::stat(end->c_str(), &atEnd) != 0 || !isSameFile(status, atEnd)) return std::nullopt;
-    // The folder would let a file be replaced that itself may not be written.
+    // A folder may allow the replacement of a file that itself may not be written.
     if (!Descriptor(path, O_WRONLY).isOpen()) throwCannotOpen(path);
     return Target{*end, status};
 }
 
-/// Short whatever the target is called: no name but that one may be at the limit of the file system.
+/// A short name, whatever the name of the target: that may be as long as the file system allows.
 std::string randomName() {
     std::uint64_t word = 0;
     if (::getrandom(&word, sizeof word, 0) != sizeof word)
@@ -159,22 +159,22 @@ std::string randomName() {
     return name.data();
 }
 
-/// Whether a folder that refuses a temporary file for this reason may still let a file in it be written.
+/// Whether a file in a folder that refuses a temporary file for this reason may still be writable.
 bool takesNoFiles(int error) {
     return error == EACCES || error == EPERM || error == EROFS || error == ENOENT || error == ENOTDIR ||
            error == ENAMETOOLONG;
 }
 
-/// Whether a name that refuses to be replaced for this reason may still let its file be written: it lies in a
-/// folder of shared files, or something is mounted on it.
+/// Whether a file whose name cannot be replaced for this reason may still be writable: its folder holds
+/// shared files, or something is mounted on it.
 bool takesNoRename(int error) {
     return error == EACCES || error == EPERM || error == EBUSY || error == EXDEV;
 }
 
-/// A file under a temporary name beside its target, gone with this object unless it was renamed.
+/// A file under a temporary name beside its target. It is removed with this object unless it was renamed.
 class TemporaryFile {
 public:
-    /// Nothing when the folder takes no file.
+    /// Empty if the folder accepts no file.
     static std::optional<TemporaryFile> beside(const Target& target, Secrecy secrecy,
                                                const std::string& path) {
         for (;;) {
@@ -197,8 +197,8 @@ public:
 
     const Descriptor& file() const { return file_; }
 
-    /// Owner and mode of the file to be replaced, as far as the system lets them be given: the group alone
-    /// where the owner may not be. The owner comes first, since a change of it takes mode bits away.
+    /// Takes owner and mode of the file to be replaced, as far as the system allows: only the group if the
+    /// owner may not be set. The owner comes first, because changing it removes mode bits.
     void takeOver(const Target& target, Secrecy secrecy) {
         if (target.status) {
             constexpr auto sameUser = static_cast<uid_t>(-1);
@@ -213,10 +213,10 @@ public:
             ::fchmod(file_.number(), target.status->st_mode & permissions);
     }
 
-    /// Whether the file now has the name of its target; not when that name takes no other file.
+    /// Whether the file now has the name of its target; false if that name cannot be given to another file.
     /// @throws RuntimeException "Cannot finish writing file " and so on, of `path`
     bool rename(const Target& target, const std::string& path) {
-        // A file system without the call brings its files to the disk in ways of its own.
+        // A file system that does not support fsync brings its files to the disk in its own way.
         if (uninterrupted([&] { return ::fsync(file_.number()); }) != 0 && errno != EINVAL)
             throwCannotFinish(path, errno);
         if (!file_.close()) throwCannotFinish(path, errno);
@@ -229,7 +229,7 @@ public:
     }
 
 private:
-    /// Never more than the file is to have in the end.
+    /// Never more permissions than the file has in the end.
     static mode_t firstMode(const Target& target, Secrecy secrecy) {
         if (secrecy == Secrecy::Secret) return secretMode;
         return target.status ? target.status->st_mode & publicMode : publicMode;
@@ -241,14 +241,14 @@ private:
     Descriptor file_;
 };
 
-/// So that the name too is on the disk. The file is whole either way.
+/// Brings the name to the disk too. The file is whole even if that fails.
 void syncFolderOf(const fs::path& file) {
     const fs::path folder = file.has_parent_path() ? file.parent_path() : fs::path(".");
     const Descriptor descriptor(folder, O_RDONLY | O_DIRECTORY);
     if (descriptor.isOpen()) ::fsync(descriptor.number());
 }
 
-/// Whether the file was written beside its target and has taken its place.
+/// Writes the file beside its target and puts it in the target's place; false if that is impossible.
 bool replace(const std::string& path, Secrecy secrecy, const std::function<void(std::ostream&)>& write) {
     const std::optional<Target> target = replaceable(path);
     if (!target) return false;

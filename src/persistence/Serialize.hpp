@@ -13,7 +13,7 @@
 #include <string>
 #include <utility>
 
-/// All persistence goes through these: an archive frame of one byte (the endianness of the writer), then the
+/// All objects are saved and loaded by these functions: one byte (the endianness of the writer), then the
 /// arguments in order, as cereal's portable binary archive writes them.
 namespace Torvo::Serialize {
 
@@ -43,14 +43,14 @@ void saveFile(const std::string& path, Torvo::detail::Secrecy secrecy, Args&... 
 
 } // namespace detail
 
-/// The old file stands until the new one is whole.
+/// The old file stays until the new one is complete.
 /// @throws as `writeFile`
 template <class... Args>
 void save(const std::string& path, Args&&... args) {
     detail::saveFile(path, Torvo::detail::Secrecy::Public, args...);
 }
 
-/// The same, into a file that only its owner may read.
+/// The same for a file that only its owner may read.
 template <class... Args>
 void saveSecret(const std::string& path, Args&&... args) {
     detail::saveFile(path, Torvo::detail::Secrecy::Secret, args...);
@@ -76,10 +76,9 @@ void load(const std::string& path, Args&&... args) {
     load(static_cast<std::istream&>(stream), std::forward<Args>(args)...);
 }
 
-/// The same of a file that holds no more than that. Of a pipe only what has come by then is seen.
+/// The same for a file that must hold nothing else. Of a pipe only the bytes that have arrived by then count.
 /// @throws RuntimeException "Cannot open file " and the path; "The file is longer than what is to be loaded:
-/// "
-///         and so on
+///         " and so on
 template <class... Args>
 void loadWhole(const std::string& path, Args&&... args) {
     std::ifstream stream = detail::openToRead(path);

@@ -22,13 +22,13 @@ enum class ObjectTag : std::uint32_t {
 };
 #pragma GCC diagnostic pop
 
-/// Refuses what an archive brought.
+/// Refuses the content of an archive unless `condition` holds.
 /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
 inline void verify(bool condition) {
     require(condition, message::notVerified);
 }
 
-/// a * b; where no word holds it the largest word, which is the count of no array.
+/// a * b; if it does not fit a word, the largest word, which is not the size of any array.
 inline u64 countOf(u64 a, u64 b) {
     const u128 product = static_cast<u128>(a) * b;
     return product > ~u64{0} ? ~u64{0} : static_cast<u64>(product);

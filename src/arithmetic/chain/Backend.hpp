@@ -6,7 +6,7 @@
 
 namespace Torvo {
 
-/// The names under which an operation fails on a device without backend.
+/// The function names in the exceptions of an operation on a device without backend.
 struct FailureNames {
     const char* gpu;
     const char* plain;

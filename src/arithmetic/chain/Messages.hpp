@@ -1,6 +1,6 @@
 #pragma once
 
-/// The refusals of operations on a chain of primes, word for word.
+/// The exact texts of the exceptions of operations on a chain of primes.
 namespace Torvo::message {
 
 inline constexpr const char* primeSizeTooBig = "[PrimeModuli] Prime size is too big. It should be < 62";

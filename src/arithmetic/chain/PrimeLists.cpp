@@ -8,12 +8,12 @@ namespace Torvo {
 namespace {
 
 // The chains, in chain order: the base prime, the quantize primes from the lowest level up, the temporary
-// primes. Presets that are to meet share a chain, or at least its base prime. The comments give the sizes as
-// round(log2(p)), "base | quantize | temporary".
+// primes. Presets whose ciphertexts pass from one to the other share a chain, or at least its base prime. The
+// comments give the sizes as round(log2(p)), "base | quantize | temporary".
 //
-// The quantize primes lie so close to their powers of two, above and below in turn, that the scales of the
-// user's levels stay within 0.04 bit of their nominal size. The numbers are fixed for ever: contexts are
-// stored by the name of their preset, and keys by the hash of the primes.
+// The quantize primes are so close to their powers of two, alternately above and below, that the scales of
+// the user's levels stay within 0.04 bit of their nominal size. The numbers never change: contexts are stored
+// by the name of their preset, and keys by the hash of the primes.
 
 /// FVa: 1 modulo 2^18. Bits: 61 | 29 x 51 | 10 x 53.
 constexpr unsigned long chainOfFVa[] = {

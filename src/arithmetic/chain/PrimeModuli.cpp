@@ -57,7 +57,8 @@ std::vector<u64> RingChain::primes() const {
     if (logBasePrime != logQuantizePrime) {
         chain = largestPrimes(logBasePrime, gap, 1);
         append(chain, largestPrimes(logQuantizePrime, gap, numBase - 1));
-        // Temporary primes of the base prime's size must not repeat it: the largest is left to it.
+        // Temporary primes of the base prime's size must not repeat it: the largest is reserved for the base
+        // prime.
         const auto temporary = largestPrimes(logTempPrime, gap, numTemp() + 1);
         chain.insert(chain.end(), temporary.begin() + 1, temporary.end());
     } else if (logQuantizePrime != logTempPrime) {
@@ -75,7 +76,7 @@ std::vector<u64> findChain(const RingChain& ring) {
     return ring.primes();
 }
 
-/// No transform restricts the primes of LWE: odd is enough.
+/// LWE needs no transform, so its primes need only be odd.
 std::vector<u64> findLWEChain(u64 count, u64 logBasePrime, u64 logQuantizePrime) {
     requirePrimeSizes(logBasePrime, logQuantizePrime, 0);
     auto chain = largestPrimes(logBasePrime, 2, 1);

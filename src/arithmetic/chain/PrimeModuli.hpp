@@ -20,18 +20,18 @@ namespace Torvo {
 
 class Message;
 
-/// What becomes of the rows that an operation sets aside: those of a secret are wiped.
+/// Whether the rows that an operation sets aside are wiped, as those of a secret are.
 enum class Scratch { Plain, Wiped };
 
 /// The chain of primes of one context, base prime first, then the quantize primes, then the temporary primes,
 /// and every operation on the ring containers.
 ///
-/// An operation's output comes last and may be any of its inputs. Every operation, in this order: takes the
-/// smaller level of its operands for the result; checks that they are on one device that the context serves
-/// ("Operands are in different devices.", "The generated context does not support the operation with current
-/// operands; check the device."); shapes its outputs; runs one kernel per row, the rows in parallel.
-/// Operands on a device without backend fail with "Cannot support the function '<name>' in the current build
-/// configuration". Immutable after construction, thread-safe.
+/// An operation's output is the last argument and may be any of its inputs. Every operation, in this order:
+/// takes the smaller level of its operands for the result; checks that they are on one device that the
+/// context serves ("Operands are in different devices.", "The generated context does not support the
+/// operation with current operands; check the device."); shapes its outputs; runs one kernel per row, the
+/// rows in parallel. Operands on a device without backend fail with "Cannot support the function '<name>' in
+/// the current build configuration". Immutable after construction, thread-safe.
 class PrimeModuli {
 public:
     /// Finds the primes of a custom ring.
@@ -82,8 +82,8 @@ public:
     /// The same for operands of which the first is on `device`, and all others if `isCommon`.
     Device checkDevice(const Device& device, bool isCommon) const;
     /// Whether a polynomial has the degree of this ring and its primes on all live rows; in the mod-up state
-    /// it has a row for each of them. Rows follow the level, and a level may be set by hand: one that the
-    /// polynomial's own chain does not reach is refused too.
+    /// it has a row for each of them. False too for a level, set by hand, that the polynomial's own chain
+    /// does not reach.
     bool isOwn(const Polynomial& p) const;
     /// Whether rows 0 to `level` belong to the first primes of this chain, whatever the degree.
     bool sharesPrimes(const Polynomial& p, u64 level) const;
@@ -92,7 +92,8 @@ public:
 
     /// One constant per row: a copy of the words.
     DeviceSpecificArray<u64> computeConstantCoefficients(const LevelledElement& real) const;
-    /// Two constants per row, (re + im*I, re - im*I): a complex constant acts so on the two halves of a row.
+    /// Two constants per row, (re + im*I, re - im*I), by which a complex constant multiplies the two halves
+    /// of a row.
     DeviceSpecificArray<u64> computeConstantCoefficients(const LevelledElement& real,
                                                          const LevelledElement& imag) const;
 
@@ -105,7 +106,7 @@ public:
     void sub(const Polynomial& a, const Polynomial& b, Polynomial& out) const;
     void negate(const Polynomial& a, Polynomial& out) const;
     void hadamardMult(const Polynomial& a, const Polynomial& b, Polynomial& out) const;
-    /// out1 = a * b1, out2 = a * b2: the common factor comes first.
+    /// out1 = a * b1, out2 = a * b2; the common factor is the first argument.
     void hadamardMultTwo(const Polynomial& a, const Polynomial& b1, const Polynomial& b2, Polynomial& out1,
                          Polynomial& out2) const;
     /// out1 = y*w, out2 = x*z, out0 = (x+y)*(z+w) - y*w - x*z.
@@ -132,7 +133,7 @@ public:
                       const LevelledElement& im, Polynomial& out1, Polynomial& out2) const;
     /// out = (a - b) * c[i].
     void subAndConstMult(const Polynomial& a, const Polynomial& b, const u64* c, Polynomial& out) const;
-    /// Spreads row `row` of `in` over the primes 0 to `newLevel`, words read as centred on zero.
+    /// Writes row `row` of `in`, its words read as centred residues, modulo the primes 0 to `newLevel`.
     void normalizeMod(Polynomial& out, const Polynomial& in, u64 row, u64 newLevel) const;
 
     // ---- permutations
@@ -173,22 +174,21 @@ public:
     // ---- whole polynomials
 
     bool isZero(const Polynomial& p) const;
-    /// Puts n reals, times `scale` and rounded half away from zero, at stride degree / n.
+    /// Puts n real numbers, multiplied by `scale` and rounded half away from zero, at stride degree / n.
     /// @throws RuntimeException "[embeddingToN] not yet implemented on GPU"; "[embeddingToN] The degree of
     ///         polynomial should be divided by the size of message."
     void embeddingToN(const double* values, u64 n, double scale, Polynomial& out) const;
     /// The same for a message of n slots: the real parts, then the imaginary parts, as 2n values.
     void embeddingToN(const Message& message, double scale, Polynomial& out) const;
-    /// Small signed integers to polynomials in the NTT domain.
+    /// Converts small signed integers to polynomials in the NTT domain.
     /// @throws RuntimeException "[coefficientsToPolyVector] Input slot size should be equal to the dimension
     ///         of the polynomial vector."
     void coefficientsToPolyVector(const DeviceSpecificArray<int>& ints, PolynomialVector& polys) const;
 
     /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over the range [aBegin, aEnd), in the NTT domain.
-    /// All a_j have one level; x_j and y_j reach it at least, of which the rows above are not looked at.
+    /// All a_j have one level; x_j and y_j have at least that level, and their rows above it are not read.
     /// @throws RuntimeException "Operand is empty so device is not defined"; "Operands have different
-    /// levels.";
-    ///         "Operands have different mod-up states."
+    ///         levels."; "Operands have different mod-up states."
     template <class AIter, class XIter, class YIter>
     void innerProduct(AIter aBegin, AIter aEnd, XIter xBegin, YIter yBegin, Polynomial& out1,
                       Polynomial& out2) const {
@@ -198,7 +198,8 @@ public:
     }
 
     // ---- integers and vectors in RNS form. Operands of another level or dimension are refused with
-    // "Operands have different levels.", two vectors first of all with "Operands have different dimensions."
+    // "Operands have different levels.", but two vectors of different dimensions, before that, with "Operands
+    // have different dimensions."
 
     void add(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const;
     void sub(const LevelledElement& a, const LevelledElement& b, LevelledElement& out) const;
@@ -209,7 +210,7 @@ public:
     void sub(const LevelledVector& a, const LevelledVector& b, LevelledVector& out) const;
     void negate(const LevelledVector& a, LevelledVector& out) const;
     void constMult(const LevelledVector& a, const LevelledElement& e, LevelledVector& out) const;
-    /// out = <a, b>, at the lower of the two levels: a key keeps all its rows, whatever it meets.
+    /// out = <a, b>, at the lower of the two levels: a key always keeps all its rows.
     void innerProduct(const LevelledVector& a, const LevelledVector& b, LevelledElement& out) const;
     void rescale(LevelledVector& v) const;
     /// out = X^k * v(X^-1).

@@ -94,7 +94,7 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
     checkDevice(first.getDevice(), sameDevice);
     require(own, message::operandsOfOtherRing);
     if (overwritten) {
-        // The sums grow while operands are still to be read: they cannot grow in an operand's place.
+        // The sums are written while operands are still read, so they must not share memory with an operand.
         Polynomial sum1 = out1.sameShape(), sum2 = out2.sameShape();
         for (Polynomial* sum : {&sum1, &sum2}) sum->clear(); // the holes go to the caller too
         innerProduct(pairs, sum1, sum2);

@@ -37,8 +37,8 @@ struct HalvesConstant {
     }
 };
 
-/// Both products in one loop; `constantOf(i)` belongs to prime i. A row of b that `out1` overwrites is set
-/// aside first.
+/// Both products in one loop; `constantOf(i)` belongs to prime i. A row of b that `out1` overwrites is copied
+/// first.
 template <class ConstantOf>
 void multiplyTwo(const PrimeModuli& primes, const std::vector<u64>& rows, const Polynomial& a,
                  const Polynomial& b, Polynomial& out1, Polynomial& out2, ConstantOf&& constantOf) {

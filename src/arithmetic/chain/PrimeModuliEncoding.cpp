@@ -16,7 +16,7 @@ namespace {
 
 constexpr FailureNames embeddingNames{"embeddingToN", "embeddingToN"};
 
-/// Rounds half away from zero. What 128 bits cannot hold gives the nearest integer they can.
+/// Rounds half away from zero. A value beyond 128 bits gives the nearest 128-bit integer.
 i128 roundToInteger(double value) {
     const double shifted = value > 0.0 ? value + 0.5 : value - 0.5;
     constexpr double limit = 0x1p127;
@@ -36,7 +36,7 @@ void spread(const PrimeModuli& primes, const std::vector<u64>& rows,
     });
 }
 
-/// embeddingToN of the n values valueAt(0), ..., which lie on `device`.
+/// embeddingToN of the n values valueAt(0), ..., valueAt(n - 1), which are on `device`.
 template <class ValueAt>
 void embed(const PrimeModuli& primes, const Device& device, u64 n, double scale, Polynomial& out,
            ValueAt&& valueAt) {
@@ -47,7 +47,7 @@ void embed(const PrimeModuli& primes, const Device& device, u64 n, double scale,
     spread(primes, bound.live(), integers, out);
 }
 
-/// Signed integers, `n` of them, to residues.
+/// Converts `n` signed integers to residues.
 void residues(const Modulus& modulus, const int* integers, u64* row, u64 n) {
     for (u64 j = 0; j < n; ++j) row[j] = modulus.residue(integers[j]);
 }

@@ -10,15 +10,15 @@ namespace Torvo {
 
 namespace {
 
-/// Vectors of one length; an integer goes with vectors of any.
+/// Whether two vectors have one length; an integer matches vectors of any length.
 template <class A, class B>
 void requireSameDimension(const A&, const B&) {}
 void requireSameDimension(const LevelledVector& a, const LevelledVector& b) {
     require(a.getDimension() == b.getDimension(), message::operandsDifferInDimension);
 }
 
-/// Gives `out` the level and the common device of the operands, refused in the order: devices, dimensions, a
-/// level that the chain does not have, backend.
+/// Gives `out` the level and the common device of the operands. Refusals, in this order: devices, dimensions,
+/// a level that the chain does not have, backend.
 template <class A, class B, class Out>
 void shapeLevelledAt(u64 level, const PrimeModuli& primes, FailureNames names, const A& a, const B& b,
                      Out& out) {
@@ -30,14 +30,14 @@ void shapeLevelledAt(u64 level, const PrimeModuli& primes, FailureNames names, c
     requireBackend(device, names);
 }
 
-/// The same for operands of one level, which comes first.
+/// The same for operands of one level; different levels are refused first.
 template <class A, class B, class Out>
 void shapeLevelled(const PrimeModuli& primes, FailureNames names, const A& a, const B& b, Out& out) {
     require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
     shapeLevelledAt(a.getLevel(), primes, names, a, b, out);
 }
 
-/// As `shapeLevelled`; an output of another dimension, which is no operand, is made anew.
+/// As `shapeLevelled`; an output of another dimension, which cannot be an operand, is replaced.
 template <class B>
 void shapeVector(const PrimeModuli& primes, FailureNames names, const LevelledVector& a, const B& b,
                  LevelledVector& out) {

@@ -9,7 +9,7 @@ namespace Torvo {
 
 namespace {
 
-/// Where the row of the top prime goes when it is divided away: what the other rows need of it.
+/// The row of the top prime, which a rescale divides away, as the other rows need it.
 struct TopRow {
     const u64* words; ///< range 1 for `prime`
     u64 prime;
@@ -17,8 +17,8 @@ struct TopRow {
 };
 
 /// row = (row - centred top row) / top prime, modulo the prime of `row`; inNTT says that `row` is
-/// transformed, the top row never is. `inverse` is the top prime's modulo the row's; `scratch` has the
-/// length of a row.
+/// transformed, the top row never is. `inverse` is the inverse of the top prime modulo the row's prime;
+/// `scratch` has the length of a row.
 template <bool inNTT>
 void divideByTop(const Modulus& modulus, u64* row, const TopRow& top, u64 inverse, u64* scratch) {
     modulus.normalizeModVector(scratch, top.words, top.prime, top.length);

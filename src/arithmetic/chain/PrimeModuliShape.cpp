@@ -9,15 +9,15 @@ namespace Torvo {
 
 namespace {
 
-/// Whether the rows of a polynomial within `bound` are rows of the ring of `primes`. Where temporary rows are
-/// among them, the split into base and temporary primes is that of the bound.
+/// Whether the rows of a polynomial within `bound` are rows of the ring of `primes`. If temporary rows are
+/// among them, the split into base and temporary primes must be that of the bound.
 bool hasRows(const PrimeModuli& primes, const Polynomial& p, const RowBound& bound) {
     if (p.getDegree() != primes.getDegree() || !primes.sharesPrimes(p, bound.level)) return false;
     if (bound.end <= bound.numBase) return true;
     return p.isModUp() && p.getNumBase() == bound.numBase && primes.sharesTemporaryPrimes(p);
 }
 
-/// A secret key, which is mod-up, may have temporary rows of its own where only base rows are in use.
+/// A secret key, which is mod-up, may have other temporary rows if only base rows are in use.
 bool hasRows(const PrimeModuli& primes, const Operand& operand, const RowBound& bound) {
     const Polynomial* p = operand.polynomial;
     if (p == nullptr) return operand.rowEnd <= primes.size();

@@ -19,8 +19,8 @@
 /// touches a row, and the loop over the rows. Internal to the units of `PrimeModuli`.
 namespace Torvo {
 
-/// What an operand says about the shape of a result. Taken before the outputs are shaped, so that an output
-/// may be an operand.
+/// The properties of an operand that decide the shape of a result. They are read before the outputs are
+/// shaped, so that an output may be an operand.
 struct Operand {
     Operand(const Polynomial& polynomial);
     Operand(const LevelledElement& element);
@@ -40,14 +40,14 @@ struct Output {
     bool isNTT;
 };
 
-/// The rows that an operation may act on: those below `end`, of which the rows between `level` and `numBase`
-/// hold nothing.
+/// The rows that an operation may act on: those below `end`, without the rows between `level` and `numBase`,
+/// which hold nothing.
 struct RowBound {
     u64 level;
     u64 numBase;
     u64 end;
 
-    /// The rows below `end` that `validator` lets pass, in ascending order.
+    /// The rows below `end` that `validator` accepts, in ascending order.
     template <class Validator>
     std::vector<u64> where(const Validator& validator) const {
         std::vector<u64> rows;
@@ -60,9 +60,9 @@ struct RowBound {
 };
 
 /// Gives the outputs the level, device and NTT state of the result, in this order: the operands' devices are
-/// compared and checked; whatever does not have the degree and, on the rows within the bound, the primes of
-/// `primes` is refused; the smallest level of the operands goes to each output; outputs that lie elsewhere
-/// are allocated; a device without backend is refused. The bound is that of the operand, or output, with the
+/// compared and checked; operands without the degree of `primes` or, on the rows within the bound, without
+/// its primes are refused; each output gets the smallest level of the operands; outputs on another device are
+/// allocated; a device without backend is refused. The bound is that of the operand, or output, with the
 /// fewest rows.
 RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initializer_list<Operand> operands,
                      std::initializer_list<Output> outputs);
@@ -73,8 +73,8 @@ void forEachRow(const std::vector<u64>& rows, Body&& body) {
     forEachIndex<nesting>(rows.size(), [&](u64 k) { body(rows[k]); });
 }
 
-/// Runs kernel(in, target) for a kernel that cannot write over what it reads: target is `out`, or else the
-/// row `scratch`, from where the result is brought back.
+/// Runs kernel(in, target) for a kernel that cannot write over its input: target is `out`, or, if that is the
+/// input, the row `scratch`, from which the result is copied.
 template <class Kernel>
 void permuteRow(const u64* in, u64* out, u64 n, u64* scratch, Kernel&& kernel) {
     u64* target = in == out ? scratch : out;
@@ -82,8 +82,8 @@ void permuteRow(const u64* in, u64* out, u64 n, u64* scratch, Kernel&& kernel) {
     if (target != out) std::copy_n(target, n, out);
 }
 
-/// Spare rows for the threads of one row loop, made before it so that nothing is allocated inside: for
-/// kernels that cannot write over what they read. Holds nothing for a `length` of 0.
+/// Spare rows for the threads of one row loop whose kernel cannot write over its input. They are made before
+/// the loop, so that nothing is allocated inside. Empty for a `length` of 0.
 class ScratchRows {
 public:
     explicit ScratchRows(u64 length, Scratch kind = Scratch::Plain)
@@ -94,7 +94,7 @@ public:
         if (kind_ == Scratch::Wiped) utils::wipe(words_);
     }
 
-    /// A copy of `row`, safe from what is written over it.
+    /// A copy of `row`, which stays when `row` is overwritten.
     const u64* hold(const u64* row) {
         std::copy_n(row, length_, mine());
         return mine();

@@ -24,8 +24,8 @@ void backwardRow(const Modulus& modulus, const u64* in, u64* out, u64 n) {
     modulus.getNTT().computeBackward<range>(out);
 }
 
-/// The automorphism X -> X^k on transformed rows: position j of the image takes the word of position
-/// table[j]. Position j holds the value at psi^(2 rev(j) + 1), where the image of f has the value of f at
+/// The automorphism X -> X^k on transformed rows: position j of the image takes the word at position
+/// table[j]. Position j holds the value at psi^(2 rev(j) + 1); there the image of f has the value of f at
 /// psi^((2 rev(j) + 1) k).
 DeviceSpecificArray<int> automorphismTable(u64 degree, long k) {
     const u64 bits = static_cast<u64>(__builtin_ctzl(degree));
@@ -99,7 +99,8 @@ void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out
     const auto bound = shapeResult(*this, {"frobeniusMapInNTTCUDA", "frobeniusMapInNTT"},
                                    {a, accumulate ? out : a}, {{out, true}});
     const auto table = automorphismTable(degree_, k);
-    // A row is read in order into scratch memory, so that only the cache is read in the order of the table.
+    // A row is first copied in order to scratch memory, so that the irregular accesses of the table hit only
+    // the cache.
     ScratchRows held(degree_, scratch), images(accumulate ? degree_ : 0, scratch);
     forEachRow(bound.live(), [&](u64 i) {
         const u64* in = held.hold(a.getRow(i));

@@ -47,8 +47,8 @@ DeviceSpecificArray2D<u64> tableOf(u64 rows, u64 columns, Entry&& entry) {
     return table;
 }
 
-/// The lifted rows of one digit that are to be summed up for another prime: `count` rows from `rows` on, of
-/// primes `first`, `first + 1`, ...; `hats` holds the constant of row r at word r * hatStride.
+/// The lifted rows of one digit that are summed for another prime: `count` rows from `rows` on, of primes
+/// `first`, `first + 1`, ...; `hats` holds the constant of row r at word r * hatStride.
 struct DigitRows {
     const u64* rows;
     u64 count;
@@ -63,7 +63,7 @@ void convertDigit(const Ring& ring, const DigitRows& digit, const Modulus& targe
                               out);
 }
 
-/// Takes words of range 2 to range 1.
+/// Reduces words from range 2 to range 1.
 void foldIntoRangeOne(const Modulus& modulus, u64* row, u64 n) {
     const u64 p = modulus.getPrime();
     for (u64 i = 0; i < n; ++i) row[i] = std::min(row[i], row[i] - p); // the difference wraps below p
@@ -112,8 +112,8 @@ FastBaseConv::FastBaseConv(const Context& context) : context_(context) {
 
 namespace {
 
-/// A level that the chain does not have would be looked up past the ends of the tables; rows of another ring
-/// would be read past their own.
+/// A level that the chain does not have would read past the ends of the tables; rows of another ring would be
+/// read past their ends.
 void requireOfChain(const Ring& ring, const Polynomial& polynomial, bool isModUp) {
     require(polynomial.isModUp() == isModUp && polynomial.hasShapeOf(ring) &&
                 polynomial.getLevel() < ring.numBase,
@@ -146,8 +146,8 @@ Ciphertext FastBaseConv::modDown(const Ciphertext& in, bool isNTT) const {
     }
 }
 
-/// Until the last step the rows of a digit in its own polynomial, which end as a copy of the input, hold the
-/// digit's scaled coefficients: no scratch memory is needed.
+/// In the polynomial of a digit, the digit's own rows end as a copy of the input. Until the last step they
+/// hold the digit's scaled coefficients, so no scratch memory is needed.
 PolynomialVector FastBaseConv::modUpCPUImpl(const Polynomial& a) const {
     const Ring ring = ringOf(context_);
     const u64 level = a.getLevel();

@@ -9,11 +9,11 @@
 
 namespace Torvo {
 
-/// Moves polynomials between RNS bases for key switching, in the hybrid manner: the live primes are cut into
-/// groups, each group's digit is extended to all other primes (`modUp`), and after the product with a key the
-/// result comes back to the ciphertext primes, divided by the product P of the temporary primes (`modDown`).
-/// The conversion is the approximate one: the sum of the terms may differ from the digit by a small multiple
-/// of the digit's modulus, which the division by P makes harmless. Operands are not checked.
+/// Moves polynomials between RNS bases for hybrid key switching. The live primes are split into groups;
+/// `modUp` extends each group's digit to all other primes; after the product with a key, `modDown` divides
+/// the result by the product P of the temporary primes and returns it to the ciphertext primes. The
+/// conversion is the approximate one: the sum of the terms may differ from the digit by a small multiple of
+/// the digit's modulus, which the division by P makes harmless. Operands are not checked.
 ///
 /// Names: L ciphertext primes, K temporary ones; Q_g is the product of the primes of digit g. Immutable,
 /// thread-safe; inside a caller's parallel region a conversion runs on one thread.
@@ -26,11 +26,10 @@ public:
     /// of g of c_i * (Q_g / p_i); its rows in g itself are those of `a`. Holes are left unset. With digits of
     /// a single prime c_i is the centred residue of `a` itself.
     /// @throws RuntimeException "Cannot support the function 'modUpGPUImpl' in the current build
-    /// configuration"
-    ///         (on a GPU; else 'modUp'); std::out_of_range "map::at" for a CPU without tables
+    ///         configuration" (on a GPU; else 'modUp'); std::out_of_range "map::at" for a CPU without tables
     PolynomialVector modUp(const Polynomial& a) const;
-    /// (in - r) / P, a ciphertext of the same level, not mod-up, in NTT form or in coefficients as `isNTT`
-    /// says. `in` has two mod-up polynomials in NTT form; r, a representative of `in` modulo P, is the sum
+    /// (in - r) / P, a ciphertext of the same level, not mod-up, in NTT form if `isNTT`, else in coefficient
+    /// form. `in` has two mod-up polynomials in NTT form; r, a representative of `in` modulo P, is the sum
     /// over the temporary primes of the centred residues of in * (P / p)^-1 modulo p, times P / p.
     /// @throws RuntimeException as `modUp`, with 'modDownGPUImpl' and 'modDown'; std::out_of_range "map::at"
     Ciphertext modDown(const Ciphertext& in, bool isNTT) const;

@@ -18,7 +18,7 @@ public:
     const u64* getPMod(const Device& device) const { return pMod_.at(device).getData(); }
     /// Product of all ciphertext primes outside i's digit modulo p_i.
     const u64* getHatQMod(const Device& device) const { return hatQMod_.at(device).getData(); }
-    /// The inverse of the latter.
+    /// The inverse of `getHatQMod` modulo p_i.
     const u64* getHatQInvMod(const Device& device) const { return hatQInvMod_.at(device).getData(); }
 
 private:

@@ -11,8 +11,8 @@ namespace Torvo {
 
 namespace LWE {
 
-/// What the containers and samplers know of a plain LWE context: its primes and its shape. The members live
-/// as long as the context.
+/// The view that containers and samplers have of a plain LWE context: its primes and its shape. The members
+/// live as long as the context.
 struct Chain {
     std::span<const Modulus> moduli;
     u64 dimension;

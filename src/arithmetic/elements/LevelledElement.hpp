@@ -18,8 +18,8 @@ class LevelledElement {
 public:
     /// Zero, at the top row.
     LevelledElement(const Context& context, bool modUp);
-    /// `value` modulo each prime up to `level` (all rows if `modUp`): |value| reduced, negated as p - r, so a
-    /// negative multiple of p is exactly p, which is kept.
+    /// `value` modulo each prime up to `level` (all rows if `modUp`): r = |value| mod p, and p - r for a
+    /// negative value. A negative multiple of p gives the word p, which is not reduced to 0.
     /// @throws RuntimeException "Operands are not of the ring of the generated context." for a level that the
     ///         chain does not have
     LevelledElement(long value, const Context& context, bool modUp, unsigned long level);

@@ -28,12 +28,12 @@ public:
 
     const Device& getDevice() const { return data_.getDevice(); }
     void to(const Device& device);
-    /// Storage of the same size on `device`, zeros; nothing when the data is there already.
+    /// Gives the data storage of the same size on `device`, all zeros. Does nothing when it is already there.
     void allocate(const Device& device);
 
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
-    /// The same, refusing another dimension before any word is read.
+    /// The same, but refuses another dimension before any word is read.
     void loadSized(InputArchive& archive, u64 dimension);
 
 private:

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The refusals of ring elements, word for word.
+/// The exact texts of the exceptions of ring elements.
 namespace Torvo::message {
 
 inline constexpr const char* polynomialsDifferInLevel = "Polynomials have different levels";

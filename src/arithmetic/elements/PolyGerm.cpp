@@ -12,8 +12,8 @@ namespace Torvo {
 
 namespace {
 
-/// Words of a germ's expansion from one place on, hashed a few at a time: of a row's words the share
-/// (2^64 mod p) / 2^64 is replaced, which for most primes is none at all.
+/// Words of a germ's expansion from one position on, hashed a few at a time, because few are needed: of a
+/// row's words the share (2^64 mod p) / 2^64 is replaced, for most primes none at all.
 class SpareWords {
 public:
     SpareWords(const utils::BLAKE3Output& expansion, u64 firstWord)
@@ -43,10 +43,11 @@ PolyGerm::PolyGerm() {
     drawRandomWords(words_.data(), words_.size());
 }
 
-// The expansion is one stream of words: first `degree` words for every row, then as many again, where row i
-// takes the replacements of its rejected words from its own stretch, which begins at word
-// (numRows + i) * degree. Rows are hashed each at its place in the stream, so that they run in parallel, and
-// of the second half only what is asked for. A row that used up its stretch would go on into what follows it.
+// The expansion is one stream of words. The first half has `degree` words for every row. The second half has
+// as many again: row i takes the replacements of its rejected words from its own section, which begins at
+// word (numRows + i) * degree. Each row is hashed at its own position in the stream, so that rows run in
+// parallel; of the second half only the needed words are hashed. A row that used up its section would
+// continue into the next one.
 void populateUniformPoly(Polynomial& poly, bool fresh) {
     if (fresh) poly.setGerm(PolyGerm());
     const auto& seed = poly.getGerm().value().getWords();

@@ -10,8 +10,8 @@ namespace Torvo {
 
 class Polynomial;
 
-/// The seed of 1024 bytes from which a uniform polynomial can be regrown, word for word, for a given list of
-/// primes and with any number of threads.
+/// The seed of 1024 bytes from which a uniform polynomial can be regenerated, word for word, for a given list
+/// of primes and with any number of threads.
 class PolyGerm {
 public:
     /// Filled from the calling thread's random generator.
@@ -19,8 +19,8 @@ public:
     /// Of given words, as read from an archive.
     explicit PolyGerm(const std::array<u64, 128>& words) : words_(words) {}
 
-    // Written out, so that an optional germ is copied only where there is one: what a compiler copies of an
-    // empty one is what the stack held there before, words of a secret for all it knows.
+    // Written out, so that an optional germ is copied only if there is one: a compiler-made copy of an empty
+    // one would copy the previous content of the stack, which may be words of a secret.
     PolyGerm(const PolyGerm& other) noexcept : words_(other.words_) {}
     PolyGerm& operator=(const PolyGerm& other) noexcept {
         words_ = other.words_;
@@ -37,9 +37,9 @@ private:
 
 static_assert(!std::is_trivially_copyable_v<std::optional<PolyGerm>>);
 
-/// Makes `poly` uniform modulo the prime of every row, out of its germ alone; with `fresh`, out of a new one.
-/// The polynomial gets data at full height (degree * numRows words); level and flags stay as the caller set
-/// them, and it is uniform in whichever domain the caller declares.
+/// Makes `poly` uniform modulo the prime of every row, from its germ alone; with `fresh`, from a new germ.
+/// The polynomial gets data at full height (degree * numRows words). Level and flags stay as the caller set
+/// them, and so the polynomial is uniform in the domain that the flags name.
 /// @throws std::bad_optional_access when not `fresh` and there is no germ
 void populateUniformPoly(Polynomial& poly, bool fresh);
 

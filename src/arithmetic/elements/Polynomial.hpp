@@ -16,23 +16,23 @@ namespace Torvo {
 
 struct Ring;
 
-/// One ring element in RNS form. Row i belongs to prime i of the chain, always; rows have `degree` words and
-/// lie one after the other in one array. At level l rows 0 to l are live.
+/// One ring element in RNS form. Row i always belongs to prime i of the chain; rows have `degree` words and
+/// are stored one after the other in one array. At level l rows 0 to l are live.
 ///
-/// In the mod-up state the array has numRows = numBase + numTemp rows, live are 0 to level and those from
-/// numBase on; the rows between are holes, which nothing reads. Otherwise numRows = numBase, and the array
+/// In the mod-up state the array has numRows = numBase + numTemp rows. Rows 0 to level and those from numBase
+/// on are live; the rows between are holes, which nothing reads. Otherwise numRows = numBase, and the array
 /// has exactly (level + 1) * degree words. At rest words are in range 1.
 ///
-/// The flags are book-keeping: the container checks nothing. Not synchronised.
+/// The container stores the flags and checks nothing. Not synchronised.
 class Polynomial {
 public:
     using HeaderCheck = std::function<bool(const Polynomial&)>;
 
-    /// Shapeless, to load into or to assign to.
+    /// Without shape, to load into or to assign to.
     Polynomial() = default;
     /// At the top level on the CPU, data unset.
     Polynomial(const Context& context, bool modUp, bool isNTT);
-    /// The same at `level`, with storage for no more rows than that asks for.
+    /// The same at `level`, with storage only for the rows that the level needs.
     Polynomial(const Context& context, bool modUp, bool isNTT, u64 level);
 
     u64 getDegree() const { return degree_; }
@@ -44,18 +44,18 @@ public:
     void setNTT(bool isNTT) { isNTT_ = isNTT; }
     const std::vector<u64>& getPrimes() const { return primes_; }
 
-    /// Stores the level and, unless mod-up, resizes the data to (level + 1) * degree words. Rows that come to
-    /// life are zeros. The level is not held against the chain: operations do that. Where there is no memory,
-    /// nothing has changed.
+    /// Stores the level and, unless mod-up, resizes the data to (level + 1) * degree words. Rows that become
+    /// live are zeros. The level is not checked against the chain: operations do that. If memory is
+    /// exhausted, nothing has changed.
     void setLevel(u64 level);
-    /// Zeros in all rows.
+    /// Sets all rows to zero.
     void clear() { data_.clear(); }
-    /// Zeros in the rows of a mod-up polynomial that hold nothing.
+    /// Sets the holes of a mod-up polynomial to zero.
     void clearHoles() { clearHolesUpTo(numBase_ - 1); }
 
     /// Whether row i holds data: i <= level, or a temporary row of a mod-up polynomial.
     bool isLiveRow(u64 i) const { return i <= level_ || (modUp_ && i >= numBase_); }
-    /// One past the last row that operations look at: numRows if mod-up, else level + 1.
+    /// One past the last row that operations read: numRows if mod-up, else level + 1.
     u64 rowEnd() const { return modUp_ ? numRows_ : level_ + 1; }
 
     u64* getRow(u64 i) { return data_.getData() + i * degree_; }
@@ -68,12 +68,12 @@ public:
 
     const std::optional<PolyGerm>& getGerm() const { return germ_; }
     void setGerm(const PolyGerm& germ) { germ_ = germ; }
-    /// To be called once the polynomial no longer is what its germ describes.
+    /// To be called when the polynomial is no longer the one that its germ describes.
     void disableGerm() { germ_.reset(); }
 
     const Device& getDevice() const { return data_.getDevice(); }
     void to(const Device& device);
-    /// Storage of the same size on `device`, zeros; nothing when the data is there already.
+    /// Gives the data storage of the same size on `device`, all zeros. Does nothing when it is already there.
     void allocate(const Device& device);
 
     /// A polynomial of the same shape as this one (level, flags, size, device), data unset, without germ.
@@ -81,35 +81,36 @@ public:
 
     /// Whether any ring can have these primes.
     bool hasPossiblePrimes() const;
-    /// Whether the degree is that of `ring` and row i of its prime i, in the mod-up state with all of them.
+    /// Whether the degree is that of `ring` and row i belongs to its prime i, in the mod-up state with all
+    /// primes.
     bool hasPrimesOf(const Ring& ring) const;
-    /// Whether that, and as many ciphertext primes too.
+    /// The same, and the number of ciphertext primes must be equal too.
     bool hasShapeOf(const Ring& ring) const;
     /// Whether both have the same shape, primes, level and flags.
     bool isLike(const Polynomial& other) const;
-    /// Makes a polynomial whose rows are of the primes of `ring`, and none of them a hole, one of `ring`,
-    /// wherever it drew the line between ciphertext primes and temporary ones. The germ is dropped: it
-    /// describes as many rows as there were.
+    /// Makes the polynomial one of `ring`. Its rows must belong to the primes of `ring` and none may be a
+    /// hole, but its own ring may split the primes otherwise into ciphertext and temporary ones. The germ is
+    /// dropped, since it describes the old number of rows.
     void adopt(const Ring& ring);
 
     /// Header, primes and data (docs/files.md).
     void save(OutputArchive& archive) const;
-    /// The same with the germ, if there is one, in place of the data: for the uniform part of a key.
+    /// The same with the germ, if there is one, instead of the data: for the uniform part of a key.
     void saveByGerm(OutputArchive& archive) const;
 
-    /// Takes any shape that a context could have. A germ is refused, here and in the next two.
+    /// Accepts any shape that a context could have. A germ is refused, here and in the next two.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
     void load(InputArchive& archive);
-    /// Takes what has the degree and the primes of `ring`; its level is what it has rows for. What is not
-    /// mod-up is adopted by `ring`; a mod-up polynomial stays of the ring that it came from, since its rows
-    /// are multiples of the product of the temporary primes there.
+    /// Accepts a polynomial of the degree and the primes of `ring`; its level is that of its rows. One that
+    /// is not mod-up is adopted by `ring`. A mod-up polynomial stays with the ring that it came from, since
+    /// its rows are multiples of the product of that ring's temporary primes.
     void load(InputArchive& archive, const Ring& ring);
-    /// Takes no header but one that `isExpected`, which is asked before the data are read.
+    /// Accepts only a header for which `isExpected` returns true; it is called before the data are read.
     void load(InputArchive& archive, const HeaderCheck& isExpected);
-    /// The same, where a germ may stand for the data: they are unset until `regrow`, so that a germ costs no
-    /// memory before the caller has seen that it may.
+    /// The same, but a germ may replace the data. They are unset until `regrow`, so that a germ costs no
+    /// memory before the caller has checked the rest.
     void loadByGerm(InputArchive& archive, const HeaderCheck& isExpected);
-    /// Grows the data from the germ, if there is one.
+    /// Regenerates the data from the germ, if there is one.
     void regrow();
 
 private:
@@ -132,7 +133,7 @@ private:
     DeviceSpecificArray<u64> data_;
 };
 
-/// A raw look at a polynomial's rows; owns nothing.
+/// An unchecked view of a polynomial's rows; owns nothing.
 class PolynomialView {
 public:
     explicit PolynomialView(const Polynomial& polynomial)
@@ -144,8 +145,8 @@ private:
     u64 degree_;
 };
 
-/// Walks a sequence of objects that bear a polynomial (`Polynomial`, `Plaintext`, `Ciphertext`): `Getter`
-/// maps an element to its `const Polynomial&`.
+/// Iterates over a sequence of objects that contain a polynomial (`Polynomial`, `Plaintext`, `Ciphertext`);
+/// `Getter` maps an element to its `const Polynomial&`.
 template <class Iterator, class Getter>
 class PolyIter {
 public:

@@ -20,8 +20,8 @@ u64 loadCount(InputArchive& archive) {
     return count;
 }
 
-/// Makes `polys` the `count` polynomials that follow, one by one, so that a count costs no memory by itself;
-/// those that are there lend their storage.
+/// Loads the `count` polynomials that follow into `polys`, one by one, so that a count costs no memory by
+/// itself; the storage of existing polynomials is reused.
 template <class LoadOne>
 void loadEach(std::vector<Polynomial>& polys, u64 count, LoadOne&& loadOne) {
     if (polys.size() > count) polys.resize(count);
@@ -84,7 +84,7 @@ bool Polynomial::hasPossiblePrimes() const {
     return std::ranges::all_of(primes_, [](u64 p) { return p >= 3 && p % 2 == 1 && p < limit::prime; });
 }
 
-// Every number is looked at before memory is taken by it.
+// Every number is checked before memory is allocated by it.
 bool Polynomial::loadHeader(InputArchive& archive, const HeaderCheck& isExpected) {
     headerFields(archive, *this);
     verify(std::has_single_bit(degree_) && degree_ <= limit::degree);
@@ -100,7 +100,7 @@ bool Polynomial::loadHeader(InputArchive& archive, const HeaderCheck& isExpected
     return !withoutGerm;
 }
 
-// A polynomial that was once grown from a germ stays at full height whatever its level.
+// A polynomial that was once generated from a germ stays at full height, whatever its level.
 void Polynomial::loadData(InputArchive& archive) {
     data_.loadSized(archive, {countOf(degree_, rowEnd()), countOf(degree_, std::max(rowEnd(), numRows_))});
 }

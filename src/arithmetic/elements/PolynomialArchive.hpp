@@ -20,9 +20,10 @@ void loadPolynomials(InputArchive& archive, std::vector<Polynomial>& polys, cons
 /// The two parts of a switching key, one after the other; the uniform one by its germs.
 void saveKeyPolynomials(OutputArchive& archive, const std::vector<Polynomial>& ax,
                         const std::vector<Polynomial>& bx);
-/// Takes `expectedCount` polynomials of each part, or as many of one as of the other, with headers that are
-/// expected. A germ of a kilobyte grows to megabytes: that of ax is grown once the polynomial of bx beside it
-/// has come in full and in the same shape. So the load costs little more than twice the bytes of the key.
+/// Accepts `expectedCount` polynomials of each part, or as many of one as of the other, with expected
+/// headers. A germ of a kilobyte expands to megabytes, so a germ of ax is expanded only after the polynomial
+/// of bx beside it has been read in full and has the same shape. So the load costs little more than twice the
+/// bytes of the key.
 /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."
 void loadKeyPolynomials(InputArchive& archive, std::vector<Polynomial>& ax, std::vector<Polynomial>& bx,
                         std::optional<u64> expectedCount, const Polynomial::HeaderCheck& isExpected);

@@ -9,7 +9,7 @@ namespace Torvo {
 
 namespace {
 
-/// What `query` answers for every polynomial; refuses with `message` when they differ.
+/// The common result of `query` for all polynomials; refuses with `message` when they differ.
 template <class Query>
 auto commonAnswer(const std::vector<Polynomial>& polys, Query&& query, const char* message) {
     const auto answer = query(polys.at(0));

@@ -6,7 +6,7 @@
 
 namespace Torvo {
 
-/// Several polynomials of one context that share shape. The shape queries look at all of them and throw
+/// Several polynomials of one context and one shape. The shape queries compare all of them and throw
 /// RuntimeException when they differ. Not synchronised.
 class PolynomialVector {
 public:
@@ -28,8 +28,8 @@ public:
     /// The first polynomial's degree, without check.
     u64 getDegree() const { return polys_.front().getDegree(); }
     u64 getSize() const { return polys_.size(); }
-    /// Growing appends polynomials of the first one's shape, of zeros, without germ; shrinking drops the
-    /// last.
+    /// Growing appends zero polynomials of the first one's shape, without germ; shrinking drops the last
+    /// ones.
     void setSize(unsigned long size);
 
     /// @throws std::out_of_range
@@ -38,7 +38,7 @@ public:
     std::vector<Polynomial>& getPolys() { return polys_; }
     const std::vector<Polynomial>& getPolys() const { return polys_; }
 
-    /// Zeros in all rows.
+    /// Sets all rows to zero.
     void clear();
 
     void to(const Device& device);

@@ -4,9 +4,9 @@
 
 namespace Torvo {
 
-/// The next `count` words of the calling thread's random generator. The abstract edge by which this layer
-/// draws randomness: declared here, defined beside `UniformRandomBitGenerator`, so that no include points
-/// upward.
+/// The next `count` words of the calling thread's random generator. Declared here and defined beside
+/// `UniformRandomBitGenerator`: by this abstract edge the layer draws randomness without an include that
+/// points upward.
 void drawRandomWords(u64* out, u64 count);
 
 } // namespace Torvo

@@ -6,7 +6,8 @@
 
 namespace Torvo {
 
-/// Gives `data` storage of its size on `device`, contents lost: zeros. Nothing when it is there already.
+/// Gives `data` storage of its size on `device`, all zeros; the content is lost. Does nothing when it is
+/// already there.
 template <class T>
 void allocateOn(const Device& device, DeviceSpecificArray<T>& data) {
     if (data.getDevice() == device) return;

@@ -10,8 +10,8 @@
 
 namespace Torvo {
 
-/// What the ring containers and base conversion know of a context: its ring and the shape of its chain.
-/// The members live as long as the context.
+/// The view that the ring containers and base conversion have of a context: its ring and the shape of its
+/// chain. The members live as long as the context.
 struct Ring {
     std::span<const Modulus> moduli; ///< by index, as in `total`
     u64 degree;
@@ -29,8 +29,8 @@ struct Ring {
     u64 digitEnd(u64 g) const { return std::min((g + 1) * groupSize(), numBase); }
 };
 
-/// The abstract edge by which this layer sees a context: declared here, defined beside `ContextContent`, so
-/// that no include points upward.
+/// Declared here and defined beside `ContextContent`: by this abstract edge the layer sees a context without
+/// an include that points upward.
 Ring ringOf(const Context& context);
 
 } // namespace Torvo

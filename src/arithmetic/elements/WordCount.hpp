@@ -7,8 +7,8 @@
 
 namespace Torvo {
 
-/// The words of rows 0 to `level`. Levels and dimensions may be any numbers, so what no memory holds must not
-/// wrap around to a few words.
+/// The number of words in rows 0 to `level`. Levels and dimensions may be any numbers, so a count beyond all
+/// memory must not wrap around to a small one.
 /// @throws std::bad_array_new_length
 inline u64 wordCount(u64 rowLength, u64 level) {
     const u128 count = (static_cast<u128>(level) + 1) * rowLength;

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The refusals of transforms, word for word.
+/// The exact texts of the exceptions of transforms.
 namespace Torvo::message {
 
 inline constexpr const char* notNTTFriendly = "Not an NTT-friendly prime given.";

@@ -151,8 +151,7 @@ void mulVector(u64* out, const u64* a, const u64* b, u64 n, BarrettConstant c) {
         L::store(out + i, barrettProduct<L>(L::load(a + i), L::load(b + i), c));
 }
 
-/// out1[i] = a[i] * b1[i], out2[i] = a[i] * b2[i]; with `accumulate` out1[i] += a[i] * b1[i], out2[i] += a[i]
-/// * b2[i].
+/// out1[i] = a[i] * b1[i], out2[i] = a[i] * b2[i]; with `accumulate` += instead of =.
 template <bool accumulate, class L>
 void mulTwo(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2, u64 n, BarrettConstant c) {
     for (u64 i = 0; i < n; i += L::width) {
