@@ -9,7 +9,7 @@ namespace Torvo {
 
 namespace {
 
-/// What a context file holds: enough to build the context anew.
+/// The content of a context file: enough to rebuild the context.
 struct ContextRecipe {
     ParameterPreset preset;
     u64 log_degree;

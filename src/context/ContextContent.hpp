@@ -24,13 +24,13 @@ public:
     /// gadget_rank.
     bool operator==(const ContextContent& other) const;
 
-    /// Refuses more slots than the ring has, which neither a bootstrapper nor a key could serve.
+    /// Refuses more slots than the ring has: no bootstrapper and no key could support them.
     /// @throws RuntimeException "The parameter dose not support bootstrap."; "log_slots should not
     ///         exceed " and log2 of the number of slots
     void checkSlotsForBootstrap(u64 log_slots) const;
-    /// The signed rotation indices that bootstrapping at `log_slots` needs, in ascending order; `compact`:
-    /// for rotations taken one after the other. The plan alone: it may be of more slots than the ring has.
-    /// Both are defined beside the plan of the stages.
+    /// The signed rotation indices that bootstrapping at `log_slots` needs, in ascending order; with
+    /// `compact` those for sequential rotations. Computed from the plan alone, also for more slots than the
+    /// ring has. Both members are defined beside the plan of the stages.
     /// @throws RuntimeException "The parameter dose not support bootstrap."
     std::set<long> getRotIndicesForBootstrap(u64 log_slots, bool compact) const;
 
@@ -42,7 +42,7 @@ public:
     u64 context_hash; ///< stamp of the ring, see `computeContextHash`
 };
 
-/// The stamp of a ring on saved objects: a mix of the primes in chain order and the degree. Not
+/// The hash by which saved objects name their ring: it mixes the primes, in chain order, and the degree. Not
 /// cryptographic.
 u64 computeContextHash(const std::vector<unsigned long>& primes, u64 degree);
 

@@ -1,6 +1,6 @@
 #pragma once
 
-/// What this layer tells the caller, word for word.
+/// The exact texts of this layer's exceptions.
 namespace Torvo::message {
 
 inline constexpr const char* invalidLogDegree = "[Parameter] Invalid log_degree";

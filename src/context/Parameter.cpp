@@ -64,7 +64,7 @@ const PresetRow& rowOf(ParameterPreset preset) {
     return presetTable[number];
 }
 
-/// A divisor of 0 divides nothing.
+/// Whether `divisor` divides `number`; 0 divides nothing.
 bool divides(u64 divisor, u64 number) {
     return divisor != 0 && number % divisor == 0;
 }

@@ -10,7 +10,7 @@
 
 namespace Torvo {
 
-/// Who made a parameter set; read by nothing else.
+/// The origin of a parameter set; no code reads it.
 struct SchemeInfo {
     std::string scheme_name = "Torvo";
     std::string library_name = "Torvo";
@@ -18,7 +18,7 @@ struct SchemeInfo {
 };
 
 /// The sizes and counts of a ring parameter set. Every set obeys numTP * gadget_rank == chain_length and
-/// numQP + numBP == chain_length; its primes are a matter of `PrimeModuli`.
+/// numQP + numBP == chain_length; `PrimeModuli` holds its primes.
 struct Parameter {
     /// A preset.
     /// @throws RuntimeException "Need to specify some parameters in order to use CUSTOM parameters."; "The

@@ -9,27 +9,28 @@
 #include <string>
 #include <vector>
 
-/// Where objects of two contexts meet: what must be equal for their words to mean the same, and how a refusal
-/// tells the two apart. Neither the identity nor the name of a context counts, so that twins pass: a context
-/// made a second time or loaded from its file, presets that share their primes.
+/// Operations on objects of two contexts: what must be equal for their words to mean the same, and how a
+/// refusal describes the difference. Neither the identity nor the name of a context counts. So a context made
+/// a second time or loaded from its file passes, and so do presets that share their primes.
 namespace Torvo {
 
-/// The parts of a refusal that its place knows: "<subject>: <theirs>, but <owner> is <ours>; <advice>".
+/// The parts of a refusal that the refusing function supplies: "<subject>: <theirs>, but <owner> is <ours>;
+/// <advice>".
 struct RefusedMeeting {
     const char* subject;
     const char* owner;
     const char* advice;
 };
 
-/// What a context says of itself in a refusal.
+/// The description of a context in a refusal.
 struct RingShape {
     explicit RingShape(const Context& context);
     explicit RingShape(const LWE::Context& context);
-    /// Of a key by its polynomials: `digits` pairs of the shape of `header`.
+    /// The shape of a key, from its polynomials: `digits` pairs of the shape of `header`.
     RingShape(const Polynomial& header, u64 digits, const std::string& name);
 
-    /// "degree 64, 4 + 2 primes, 2 digits (CUSTOM)"; a rank above one is named, and plain LWE has a dimension
-    /// and no more than its primes.
+    /// "degree 64, 4 + 2 primes, 2 digits (CUSTOM)"; a rank above one is named too, and plain LWE is
+    /// described by its dimension and primes only.
     std::string describe() const;
 
     bool isPlainLWE = false;
@@ -45,8 +46,8 @@ struct RingShape {
 [[noreturn]] void refuseMeeting(const RefusedMeeting& meeting, const RingShape& theirs,
                                 const RingShape& ours);
 
-/// Whether keys of one context are keys of the other: degree, the prime of every row, the split into base and
-/// temporary primes, the number of digits.
+/// Whether keys of one context are keys of the other. Compares the degree, the prime of every row, the split
+/// into base and temporary primes, and the number of digits.
 bool isSameRing(const Context& a, const Context& b);
 void requireSameRing(const Context& theirs, const Context& ours, const RefusedMeeting& meeting);
 
@@ -59,7 +60,7 @@ void requireSharedPrimes(const A& theirs, const B& ours, u64 level, const Refuse
     if (!sharePrimes(theirs, ours, level)) refuseMeeting(meeting, RingShape(theirs), RingShape(ours));
 }
 
-/// For objects without digits: whether a secret or public key serves data at `level`. In the mod-up state
+/// For objects without digits: requires that a secret or public key fits data at `level`. In the mod-up state
 /// data has the temporary rows too.
 void requireSameRows(const Context& theirs, const Context& ours, u64 level, bool isModUp,
                      const RefusedMeeting& meeting);

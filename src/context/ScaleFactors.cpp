@@ -24,8 +24,8 @@ std::vector<double> logsOf(const PrimeModuli& primes, u64 count) {
     return logsOf(values);
 }
 
-/// The scale at the top is the top prime; each level below is what a squared scale leaves after the division
-/// by the prime that it loses: log_scale[i-1] = 2 * log_scale[i] - logs[i].
+/// The scale at the top is the top prime. Each scale below is the square of the one above, divided by the
+/// prime of that level: log_scale[i-1] = 2 * log_scale[i] - logs[i].
 std::vector<double> uniformScales(const std::vector<double>& logs) {
     std::vector<double> scales(logs.size());
     scales.back() = logs.back();
@@ -34,9 +34,9 @@ std::vector<double> uniformScales(const std::vector<double>& logs) {
 }
 
 /// For chains with small primes on the user's levels, up to `encryptionLevel`, and large ones above, on the
-/// levels that bootstrapping spends. The prime of a level may be a few bits off the intended size of its part
-/// of the chain: that difference d is the (negated) correction of the level, so that all scales of a part are
-/// of one size. The step between the parts falls on the first level above `encryptionLevel`.
+/// levels that bootstrapping spends. The prime of a level may differ by a few bits from the intended size of
+/// its part of the chain. That difference d is the (negated) correction of the level, so that all scales of a
+/// part have one size. The step between the parts is at the first level above `encryptionLevel`.
 void setTwoSizeScales(ScaleFactors& factors, const std::vector<double>& logs, u64 encryptionLevel) {
     const auto bits = [&](u64 i) { return static_cast<std::int64_t>(std::round(logs[i])); };
     const u64 top = logs.size() - 1, firstHigh = encryptionLevel + 1;
@@ -51,7 +51,7 @@ void setTwoSizeScales(ScaleFactors& factors, const std::vector<double>& logs, u6
     }
 }
 
-/// Single-level partners of FGb: data that comes down from FGb to level 0 keeps its scale.
+/// Single-level partners of FGb: data that is brought from FGb down to level 0 keeps its scale.
 bool takesScalesOfFGb(ParameterPreset preset) {
     using enum ParameterPreset;
     return preset == FGbD12L0 || preset == FGbD8R4L0 || preset == FGbD6R6L0;

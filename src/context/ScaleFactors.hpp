@@ -16,9 +16,8 @@ namespace LWE {
 struct Parameter;
 }
 
-/// The log2 of the scale at which data lives at each level, chosen so that a product rescaled from level l
-/// lands exactly on the entry of level l - 1: log_scale[l-1] = 2 * log_scale[l] - log2(p_l) - correction.
-/// Immutable.
+/// The log2 of the scale of data at each level, chosen so that a product rescaled from level l has exactly
+/// the scale of level l - 1: log_scale[l-1] = 2 * log_scale[l] - log2(p_l) - correction. Immutable.
 class ScaleFactors {
 public:
     explicit ScaleFactors(const ParameterPreset& preset);
@@ -29,7 +28,8 @@ public:
 
     /// log2 of the default scale at each level.
     std::vector<double> log_scale;
-    /// Whole bits by which data is lifted when it crosses from level l to l - 1; entry 0 is 0.
+    /// Entry l is the number of whole bits by which data is scaled up between level l and l - 1; entry 0 is
+    /// 0.
     std::vector<std::int64_t> level_correction;
 };
 

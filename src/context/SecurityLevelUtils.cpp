@@ -9,8 +9,8 @@ namespace Torvo {
 SecurityLevel computeLWESecurityLevel(unsigned long logDimension, unsigned long logModulus) {
     using enum SecurityLevel;
     using Bounds = std::forward_list<std::pair<unsigned long, SecurityLevel>>;
-    // By log2 of the dimension, the largest modulus sizes in bits for 128, 192 and 256 bits of security. A
-    // bound stands beside what a larger modulus has left.
+    // By log2 of the dimension, the largest modulus sizes in bits for 128, 192 and 256 bits of security.
+    // Beside each bound is the level that a larger modulus has.
     static const std::map<unsigned long, Bounds> SL_TABLE{
         {10, {{27, None}, {19, Bits128}, {14, Bits192}, {0, Bits256}}},
         {11, {{54, None}, {37, Bits128}, {29, Bits192}, {0, Bits256}}},

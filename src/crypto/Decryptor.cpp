@@ -18,7 +18,7 @@ namespace Torvo {
 
 namespace {
 
-// Until ct[0] is added, m tells the key.
+// Until ct[0] is added, m reveals the key.
 
 /// m = ct[0] + ct[1] * s + ct[2] * s^2 + ..., by Horner's rule.
 void evaluateAt(const PrimeModuli& primes, const Ciphertext& ct, const SecretKey& secretKey,
@@ -45,7 +45,7 @@ void evaluateAt(const PrimeModuli& primes, const CiphertextBase<MLWE>& ct,
     primes.add(m, ct.getPoly(0), m);
 }
 
-/// A ciphertext in NTT form: itself, or a copy that was transformed.
+/// The ciphertext in NTT form: itself, or a transformed copy.
 template <EncryptionType E>
 class InNTTForm {
 public:

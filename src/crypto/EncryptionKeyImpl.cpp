@@ -48,8 +48,8 @@ void EncryptionKeyImpl::loadOwn(InputArchive& archive) {
     loadParts(archive);
 }
 
-// A germ grows to the full height of the ring, so it is taken only where bx has the rows of a key that was
-// generated.
+// A germ expands to the full height of the ring, so it is accepted only if bx has the rows of a generated
+// key.
 void EncryptionKeyImpl::loadParts(InputArchive& archive) {
     bx.load(archive, [this](const Polynomial& poly) {
         return poly.hasShapeOf(ringOf(context)) && !poly.isModUp() && poly.isNTT();

@@ -14,13 +14,15 @@ class EncryptionKeyImpl {
 public:
     /// At the top level, data unset.
     explicit EncryptionKeyImpl(const Context& context);
-    /// ax from a fresh germ, then e from the calling thread's generator. Covers the encryption level only.
+    /// Draws ax from a fresh germ, then e, from the calling thread's generator. The key has the rows of the
+    /// encryption level only.
     EncryptionKeyImpl(const Context& context, const SecretKey& secretKey);
 
-    /// Tag, hash, bx, ax (docs/files.md). Loading takes the hash over, and refuses other rings and shapes.
+    /// Tag, hash, bx, ax (docs/files.md). Loading stores the hash of the file, and refuses other rings and
+    /// shapes.
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
-    /// Takes the place of this key: refuses another hash too.
+    /// Loads a key that replaces this one: refuses another hash too.
     void loadOwn(InputArchive& archive);
 
     Context context;

@@ -36,16 +36,16 @@ void sampleError(const Context& context, const Device& device, SecretPolynomial&
     error.to(device);
 }
 
-/// error += m, in NTT form; `error` comes on coefficients and joins m in whichever form m is, so that the
-/// two share a transform when m is on coefficients too.
+/// error += m, in NTT form. `error` is passed on coefficients. If m is on coefficients too, they are added
+/// first and share one transform.
 void addMessage(const PrimeModuli& primes, const Polynomial& m, SecretPolynomial& error) {
     if (m.isNTT()) primes.forwardNTT(error, error);
     primes.add(error, m, error);
     if (!m.isNTT()) primes.forwardNTT(error, error);
 }
 
-/// Gives an encryption of `plaintext` all that it takes over but the level, and a place for its elements. The
-/// counter is held against the level that `out` has when this is called.
+/// Gives the encryption of `plaintext` its properties, except the level, and storage for its elements. The
+/// counter is checked against the level that `out` has at the call.
 template <EncryptionType E>
 void stampOutput(const Plaintext& plaintext, CiphertextBase<E>& out) {
     out.setLogSlots(plaintext.getLogSlots());
@@ -55,7 +55,7 @@ void stampOutput(const Plaintext& plaintext, CiphertextBase<E>& out) {
 }
 
 /// encrypted[0] = masked - sum of encrypted[i] * s[i-1]; `masked` is the message with its error, in NTT form.
-/// A product by itself tells the key, and what is masked the message; both together tell nothing.
+/// A product alone reveals the key and `masked` alone the message; their difference reveals neither.
 template <EncryptionType E>
 void hideUnder(const Context& context, const SecretKeyBase<E>& secretKey, SecretPolynomial& masked,
                CiphertextBase<E>& encrypted) {
@@ -117,10 +117,10 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
     addMessage(primes, plaintext.getMx(), e0);
 
     Ciphertext encrypted = unsetCiphertext(context_, 2);
-    // A used output holds the counter against the level of its earlier use.
+    // The counter is checked against the level that a used output had before.
     if (hasShape(context_, false, out)) encrypted.setLevel(out.getPoly(0).getLevel());
     stampOutput(plaintext, encrypted);
-    // v * ax tells v, and so the message, until the error joins it.
+    // v * ax reveals v, and so the message, until the error is added.
     SecretPolynomial product(context_, false, level);
     primes.hadamardMultTwo(v, key->getAx(), key->getBx(), v, product);
     primes.add(e1, v, e1);

@@ -19,14 +19,14 @@ public:
     EvaluationKeyImpl(const Context& context, char type, u64 rotationIndex);
 
     /// Tag, hash, type, rotation index, ax, bx (docs/files.md): the fields after the frame, which bundles of
-    /// keys write one after the other. Loading takes hash, type and index over; it refuses other shapes, and
-    /// other rings when the key has a context.
+    /// keys write one after the other. Loading stores hash, type and index of the file; it refuses other
+    /// shapes, and other rings if the key has a context.
     void save(OutputArchive& archive) const;
     void load(InputArchive& archive);
-    /// Takes the place of this key: loads nothing but a key of its type, its index and the ring of its
-    /// context, all told before the polynomials are read.
+    /// Loads a key that replaces this one. It must have this key's type and index and the ring of its
+    /// context, all checked before the polynomials are read.
     void loadOwn(InputArchive& archive);
-    /// The same with the index of any rotation.
+    /// The same for a rotation key of any index.
     void loadAnyRotation(InputArchive& archive);
 
     Context context;

@@ -14,7 +14,7 @@ namespace Torvo {
 
 namespace {
 
-/// Passes the context on, so that it is checked before any table is made of it.
+/// Returns its context after the check, so that the check comes before any table is made.
 const Context& matching(const Context& context, const std::optional<SecretKey>& secretKey) {
     requireContext(context);
     require(!secretKey || *context == *secretKey->getContext(), message::keyGeneratorOtherContext);
@@ -29,13 +29,13 @@ const Context& matching(const Context& context, const Context& contextSparse,
     return context;
 }
 
-/// The last of the checks: whoever reads the pack takes all its keys for keys of its ring.
+/// The last check: readers of the pack assume that all its keys are of its ring.
 const Context& writingInto(const KeyPackImpl& keyPack, const Context& context) {
     requireSameRing(keyPack.getContext(), context, message::keyGeneratorForeignPack);
     return context;
 }
 
-/// For a source secret, over the whole chain.
+/// Room for the secret to switch from, over the whole chain.
 SecretPolynomial emptySecret(const Context& context) {
     return SecretPolynomial(context, true, ringOf(context).numBase - 1);
 }
@@ -132,7 +132,8 @@ void KeyGeneratorImpl::genSparseSecretEncapsulationKey() const {
     const SecretKey& dense = secretKey();
     require(decomposeDataSparse_.has_value(), message::keyGeneratorWithoutSparseContext);
     keyPack_->sparseKey.replace([&] {
-        // The same coefficients under both rings; the sparse secret is forgotten with this call.
+        // The dense secret has the same coefficients in both rings. The sparse secret exists only in this
+        // call.
         const SecretKey denseInSparse(contextSparse_, dense.getCoefficients());
         const SecretKey sparse(contextSparse_);
         const SecretKey sparseInMain(context_, sparse.getCoefficients());

@@ -33,7 +33,7 @@ public:
 
 protected:
     /// @throws RuntimeException "[KeyGenerator] The KeyGenerator was constructed without a default secret
-    /// key"
+    ///         key"
     const SecretKey& secretKey() const;
     /// Fills `key`, of `context`, with the switch from `sFrom` to `sTo`.
     void fillSwitchingKey(const Context& context, const RNSDecomposeData& decomposeData, EvaluationKey& key,

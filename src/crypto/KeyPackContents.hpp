@@ -27,13 +27,13 @@ struct KeyPackContents {
     std::map<u64, std::shared_ptr<EvaluationKey>> rotKeys;
     std::shared_ptr<SparseSecretEncapsulationKey> sparseKey;
 
-    /// Encryption, multiplication and conjugation key, each behind a byte that is 1 when the key is there; a
-    /// u64 count and the rotation keys in index order; the encapsulation key behind its byte. Keys stand
+    /// Encryption, multiplication and conjugation key, each after a byte that is 1 if the key is present; a
+    /// u64 count and the rotation keys in index order; the encapsulation key after its byte. Keys are written
     /// without their frames (docs/files.md).
     void save(OutputArchive& archive) const;
-    /// Keys are read one by one, so a forged count costs no more memory than the stream has keys for. Each
-    /// must be of the kind whose place it takes and of the ring of its context. A rotation key goes under the
-    /// index that it bears.
+    /// Keys are read one by one, so a forged count costs no more memory than the keys in the stream. Each
+    /// must be of the expected kind and of the ring of its context. A rotation key is stored under its own
+    /// index.
     /// @throws RuntimeException "[Verifier::load] Validation failed during deserializing objects."; for an
     ///         encapsulation key without a second context "[KeyPack] context does not support sparse secret
     ///         encapsulation"; the archive's exception on a short read

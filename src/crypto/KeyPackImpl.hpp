@@ -19,10 +19,10 @@
 
 namespace Torvo {
 
-/// The keys behind a pack, with one mutex per fixed slot, a reader-writer lock around the map of rotation
-/// keys, and one load mutex per rotation index. Indices here are left-rotation indices, as they are.
+/// The keys of a pack, with one mutex per fixed slot, a reader-writer lock around the map of rotation keys,
+/// and one load mutex per rotation index. Indices here are left-rotation indices and are not reduced.
 ///
-/// A key in a slot or in the map is complete and no longer changes, but for `to`.
+/// A key in a slot or in the map is complete; only `to` changes it.
 class KeyPackImpl {
 public:
     using RotationKeys = decltype(KeyPackContents::rotKeys);
@@ -40,15 +40,16 @@ public:
     bool isRotKeyFileAvailable(u64 index) const;
     bool isSparseSecretEncapsulationKeyFileAvailable() const;
 
-    /// Read the key from the directory unless it is in memory; a missing file is no failure. Without a second
-    /// context the encapsulation key counts as missing.
+    /// Read the key from the directory unless it is in memory; a missing file is not an error. Without a
+    /// second context the encapsulation key counts as missing.
     void maybeLoadEncKey() { getEncKey(); }
     void maybeLoadMultKey() { getMultKey(); }
     void maybeLoadConjKey() { getConjKey(); }
     void maybeLoadRotKey(u64 index);
     void maybeLoadSparseSecretEncapsulationKey() { getSparseSecretEncapsulationKey(); }
 
-    /// Read the key from a stream. A fixed key replaces the one held; a rotation key held already stays.
+    /// Read the key from a stream. A rotation key that the pack already holds stays; any other key replaces
+    /// the one held.
     void maybeLoadEncKey(std::istream& stream);
     void maybeLoadMultKey(std::istream& stream);
     void maybeLoadConjKey(std::istream& stream);
@@ -70,14 +71,14 @@ public:
     std::shared_ptr<EvaluationKey> getRotKey(u64 index);
     std::shared_ptr<SparseSecretEncapsulationKey> getSparseSecretEncapsulationKey();
 
-    /// Puts a rotation key under `index`, unless there is one.
+    /// Stores a rotation key under `index`, unless there is one.
     void addRotKey(u64 index, std::shared_ptr<EvaluationKey> key);
 
     void setKeyDirPath(const std::string& path);
     void to(const Device& device);
     void save(const std::string& path);
     void save(std::ostream& stream) const;
-    /// Replaces what the pack held, once the whole pack has been read.
+    /// Replaces the content of the pack, after the whole stream has been read.
     void load(std::istream& stream);
 
     // The slots, which KeyGeneratorImpl fills too.
@@ -103,7 +104,7 @@ private:
     ThreadSafe<std::string> keyDirPath_; ///< empty when none is set
 };
 
-/// The rules for a second context of sparse secret encapsulation, refused in the words of their subject.
+/// The rules for a second context of sparse secret encapsulation; the caller gives the texts of the refusals.
 void requireSparsePartner(const Context& context, const Context& contextSparse, const char* unsupported,
                           const char* mismatched);
 

@@ -12,8 +12,8 @@
 
 namespace Torvo {
 
-/// The key of a file that takes the place of what `make` gives, or null when the file does not open. The file
-/// is opened once: whether it is there and what it holds are told by the same descriptor.
+/// The key in a file, loaded into the one that `make` returns; null if the file cannot be opened. The file is
+/// opened once, so that its existence and its content come from the same descriptor.
 template <class Make>
 auto readKeyFile(const std::string& path, Make&& make) {
     using Key = typename decltype(make())::element_type;
@@ -36,14 +36,14 @@ public:
         return key_ != nullptr;
     }
 
-    /// The key, null when there is none; never touches the disk.
+    /// The key, null when there is none; never reads the disk.
     std::shared_ptr<Key> get() const {
         const std::lock_guard lock(mutex_);
         return key_;
     }
 
-    /// The key, read from the file of `path` into one that `makeEmpty` gives unless it is here; null when it
-    /// is neither here nor there.
+    /// The key; if there is none yet, it is read from the file `path` into the one that `makeEmpty` returns.
+    /// Null if the file is missing too.
     template <class MakeEmpty>
     std::shared_ptr<Key> getOrRead(const std::string& path, MakeEmpty&& makeEmpty) {
         const std::lock_guard lock(mutex_);
@@ -51,14 +51,14 @@ public:
         return key_;
     }
 
-    /// Puts what `make` gives in place of the key.
+    /// Replaces the key by the one that `make` returns.
     template <class Make>
     void replace(Make&& make) {
         const std::lock_guard lock(mutex_);
         key_ = make();
     }
 
-    /// For taking the mutexes of several slots together.
+    /// For locking several slots together.
     std::mutex& mutex() const { return mutex_; }
     /// The key, for a caller that holds `mutex()`.
     const std::shared_ptr<Key>& key() const { return key_; }

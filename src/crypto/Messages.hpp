@@ -2,11 +2,11 @@
 
 #include "context/SameRing.hpp"
 
-/// The refusals of the crypto layer, word for word.
+/// The exact texts of the exceptions of the crypto layer.
 namespace Torvo::message {
 
 inline constexpr const char* cannotSeed = "Cannot seed the random generator: "; // then the source
-/// After the source and the reason, which stands in brackets.
+/// Follows the source and the reason in brackets.
 inline constexpr const char* letSourceBeUsed =
     "). Let the process use this source, which a sandbox may forbid, and try again.";
 
@@ -25,7 +25,7 @@ inline constexpr const char* ciphertextDoesNotFit =
     "The level of input ciphertext does not fit in current context";
 
 inline constexpr const char* noEncryptionKey = "[encrypt] Failed to load the encryption key";
-// The two paths of encryption word this differently, by a full stop.
+// The texts of the two paths of encryption differ by a full stop.
 inline constexpr const char* aboveEncryptionLevelUnderPublicKey =
     "[encrypt] Level of an input Plaintext cannot be greater than encryption level.";
 inline constexpr const char* aboveEncryptionLevelUnderSecretKey =

@@ -11,9 +11,9 @@
 
 namespace Torvo {
 
-/// `numPoly` ring elements at the top level, not mod-up, in NTT form, data unset: for an object of the
-/// library's own that is written whole before anyone else sees it. What users can see begins with zeros, for
-/// unset data are whatever was freed before.
+/// `numPoly` ring elements at the top level, not mod-up, in NTT form, data unset: for an internal object that
+/// is written completely before the user can see it. Objects that users can see begin with zeros, because
+/// unset data may be any freed memory.
 template <EncryptionType E = EncryptionType::RLWE>
 CiphertextBase<E> unsetCiphertext(const Context& context, u64 numPoly) {
     return CiphertextBase<E>(PolynomialVector(context, numPoly, false, true));
@@ -30,9 +30,9 @@ bool hasShape(const Context& context, bool isModUp, const CiphertextBase<E>& out
     return *out.getContext() == *context && out.isModUp() == isModUp;
 }
 
-/// Makes `out` an object of `context` in the given mod-up state, whatever it was used for before; one that
-/// already is keeps its storage and contents. A new one is zero: an operation that fails after this leaves it
-/// to the caller, and one that succeeds does not write the holes.
+/// Makes `out` an object of `context` in the given mod-up state. If it already is one, it keeps its storage
+/// and content. A new one is zero: an operation that fails later leaves it to the caller, and one that
+/// succeeds does not write the holes.
 template <EncryptionType E>
 void shapeOutput(const Context& context, bool isModUp, CiphertextBase<E>& out) {
     if (!hasShape(context, isModUp, out)) out = CiphertextBase<E>(context, isModUp);

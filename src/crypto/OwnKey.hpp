@@ -10,7 +10,7 @@ class EncryptionKey;
 class EvaluationKey;
 class SparseSecretEncapsulationKey;
 
-/// As a field of an archive: the key that is to take the place of `key`, of its kind, index and ring.
+/// As a field of an archive: the key that replaces `key`, of the same kind, index and ring.
 template <class Key>
 class OwnKey {
 public:
@@ -21,7 +21,7 @@ private:
     Key* key_;
 };
 
-/// From a stream. The `load` of a key by itself takes any key that has its shape.
+/// The same from a stream. The public `load` of a key accepts any key of its shape.
 void loadOwn(EncryptionKey& key, std::istream& stream);
 void loadOwn(EvaluationKey& key, std::istream& stream);
 void loadOwn(SparseSecretEncapsulationKey& key, std::istream& stream);

@@ -21,8 +21,8 @@ namespace {
 /// Small signed coefficients of an error or of an ephemeral secret.
 using SmallCoefficients = utils::WipedVector<long>;
 
-/// Two independent values lround(sigma * N(0, 1)) out of one word, by the Box-Muller transform. The 1 added
-/// to the low half keeps the logarithm's argument above 0.
+/// Two independent values lround(sigma * N(0, 1)) from one word, by the Box-Muller transform. The 1 added to
+/// the low half keeps the logarithm's argument above 0.
 std::pair<long, long> gaussianPair(u64 word, double sigma) {
     constexpr double unit = 0x1p-32;
     const auto hi = static_cast<double>(word >> 32);
@@ -46,8 +46,9 @@ void fillUniform(u64 prime, u64* row, u64 count) {
     for (u64 k = 0; k < count; ++k) row[k] = residue(row[k], generator);
 }
 
-/// fillRow(i) for the rows below `count`, each on a thread of the team, which draws from its own generator.
-/// No word is drawn before all of them have one that cannot fail: an exception must not leave the loop.
+/// Calls fillRow(i) for the rows below `count`, each on a thread of the team, which draws from its own
+/// generator. No word is drawn before all generators have their seeds and buffers, so that drawing cannot
+/// fail: no exception may leave the loop.
 template <class FillRow>
 void fillRows(u64 count, FillRow&& fillRow) {
     forEachIndexAfter([] { threadGenerator().makeBuffer(); }, count, fillRow);

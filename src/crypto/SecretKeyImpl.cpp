@@ -49,7 +49,7 @@ SecretKeyImpl<E>::SecretKeyImpl(const Context& context_, const std::string& path
     Serialize::load(path, detail::CerealAdaptor(*this));
 }
 
-// The copy takes away, and wipes, what this key held.
+// The swapped copy takes the old content of this key and wipes it.
 template <EncryptionType E>
 SecretKeyImpl<E>& SecretKeyImpl<E>::operator=(const SecretKeyImpl& other) {
     SecretKeyImpl copy(other);

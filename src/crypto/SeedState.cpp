@@ -19,7 +19,7 @@ SeedState::SeedState(SeedState&& other) noexcept : isRandom_(std::exchange(other
     state_.swap(other.state_);
 }
 
-// The argument takes away, and wipes, what stood here.
+// The argument takes the old content and wipes it.
 SeedState& SeedState::operator=(SeedState other) noexcept {
     std::swap(isRandom_, other.isRandom_);
     state_.swap(other.state_);
@@ -50,8 +50,7 @@ void SeedState::loadState(InputArchive& archive) {
     loadBytes(archive);
 }
 
-// Only a key that was sampled has a state, and it always has: without one it could not be saved as that
-// alone.
+// A sampled key always has a state, a given key never: saving the state alone depends on that.
 void SeedState::loadBytes(InputArchive& archive) {
     u64 length = 0;
     archive(length);

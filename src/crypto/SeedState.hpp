@@ -7,17 +7,17 @@
 
 namespace Torvo {
 
-/// The generator state from which a key was sampled: a key can be saved as this alone. Wiped on destruction
-/// and before it is assigned over.
+/// The generator state from which a key was sampled. A key can be saved as this state alone. Wiped on
+/// destruction and before assignment.
 class SeedState {
 public:
-    /// Of a key that was given, not sampled.
+    /// The state of a key that was given, not sampled.
     SeedState() = default;
-    /// Where the calling thread's generator stands.
+    /// The current state of the calling thread's generator.
     static SeedState ofThread();
 
     SeedState(const SeedState&) = default;
-    /// Leaves nothing behind in `other` but the mark of a key that was given.
+    /// `other` becomes the state of a given key.
     SeedState(SeedState&& other) noexcept;
     SeedState& operator=(SeedState other) noexcept;
     ~SeedState();
@@ -39,7 +39,8 @@ private:
     std::string state_;
 };
 
-/// While it lives, the calling thread draws from the stored state; then it goes on where it stood.
+/// During its lifetime the calling thread draws from the stored state; afterwards it continues from its
+/// previous state.
 class BorrowedGenerator {
 public:
     explicit BorrowedGenerator(const SeedState& seed);
@@ -52,10 +53,11 @@ private:
     UniformRandomBitGenerator::Position previous_; ///< no string: giving it back allocates nothing
 };
 
-/// While it lives, the calling thread samples a random key. The key's file holds the state of the generator
-/// from which it was sampled; whoever has the file could regrow what else came from that seed. So a generator
-/// that was seeded by the operating system starts from a fresh seed, and forgets it at the end, also when
-/// sampling failed. One with the seed of a caller goes on in its stream, for reproducible tests.
+/// The calling thread samples a random key during the lifetime of this object. The key's file holds the state
+/// of the generator from which it was sampled, and whoever has the file could reproduce everything else from
+/// that seed. So a generator that was seeded by the operating system starts from a fresh seed and forgets it
+/// at the end, also when sampling failed. A generator with a caller's seed continues its stream, for
+/// reproducible tests.
 class KeySampling {
 public:
     /// @throws RuntimeException as `drawSystemSeed` does

@@ -26,7 +26,7 @@ using Words = std::array<std::uint32_t, 4>;
                            message::letSourceBeUsed);
 }
 
-// Signals interrupt the call only while the pool is not yet filled after the start of the system.
+// A signal can interrupt the call only before the pool is filled after the start of the system.
 void readKernelPool(Words& words) {
     auto* next = reinterpret_cast<char*>(words.data());
     for (std::size_t left = sizeof words; left > 0;) {

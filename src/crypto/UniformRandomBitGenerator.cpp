@@ -18,7 +18,7 @@ namespace Torvo {
 
 namespace {
 
-/// No number of forks.
+/// A value that no number of forks reaches.
 constexpr u64 forgotten = ~u64{0};
 
 } // namespace
@@ -36,7 +36,7 @@ u64 UniformRandomBitGenerator::operator()() {
     return buffer_[position_.index++];
 }
 
-// Many words at once go where they are wanted without a stay in the buffer.
+// A large number of words is written directly to the output, not through the buffer.
 void UniformRandomBitGenerator::getRandomNumbers(unsigned long* out, unsigned long count) {
     while (count > 0) {
         u64 run = 0;
@@ -55,7 +55,8 @@ void UniformRandomBitGenerator::getRandomNumbers(unsigned long* out, unsigned lo
     }
 }
 
-/// Stands before a word of the seed: what can fail comes before the position changes.
+/// Moves the position to a word of a valid seed. Everything that can fail is done before the position
+/// changes.
 void UniformRandomBitGenerator::reachWords() {
     renewIfStale();
     if (position_.index < wordCount) return;
@@ -101,7 +102,7 @@ void UniformRandomBitGenerator::setSeed(const std::array<unsigned long, 4>& seed
     start(seed, false);
 }
 
-// Field by field: a whole position made here would leave a copy of the seed behind.
+// Field by field: a temporary position would leave a copy of the seed on the stack.
 void UniformRandomBitGenerator::start(const std::array<unsigned long, 4>& seed,
                                       bool isSeededBySystem) noexcept {
     wipeWords();
@@ -138,7 +139,7 @@ void UniformRandomBitGenerator::save(std::ostream& stream) const {
     Serialize::save(stream, position_.seed, position_.counter, position_.index);
 }
 
-// The state changes only once all of it has been read.
+// The state changes only after all of it has been read.
 void UniformRandomBitGenerator::load(std::istream& stream) {
     Position loaded{.forks = forkCount()};
     Serialize::load(stream, loaded.seed, loaded.counter, loaded.index);

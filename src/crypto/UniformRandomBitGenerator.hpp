@@ -15,20 +15,20 @@ namespace Torvo {
 /// `counter` is the extendable output for the eight bytes of `counter`, keyed with `seed`. One instance per
 /// thread (`threadGenerator`), so there is no lock; an instance is not synchronised.
 ///
-/// The buffer lies on the heap, since thread-local storage comes out of the stack of every thread of a
-/// program. It is made at the first draw and filled piece by piece as words are drawn: a seed that gives but
-/// few words, as that of a secret key, costs no hash of the whole. Words are wiped with the seed that they
-/// come from; until then it tells them anyway.
+/// The buffer is on the heap, since thread-local storage takes space from the stack of every thread of a
+/// program. It is allocated at the first draw and filled piece by piece as words are drawn, so that a seed
+/// for few words, such as that of a secret key, does not cost a hash of the whole buffer. Words are wiped
+/// together with their seed, which would reveal them anyway.
 class UniformRandomBitGenerator {
 public:
     using result_type = u64;
     static constexpr std::size_t wordCount = 0x20000;
-    /// Words that are filled at a time: 64 KiB.
+    /// Number of words that are filled at a time: 64 KiB.
     static constexpr std::size_t pieceWords = 0x2000;
     /// Length of a saved state.
     static constexpr std::size_t stateBytes = 49;
 
-    /// Where a generator stands and whence it has its seed: all of it but the words, which follow from that.
+    /// The whole state of a generator, including the origin of its seed; the words follow from it.
     struct Position {
         std::array<unsigned long, 4> seed{};
         u64 counter = 0;
@@ -49,13 +49,13 @@ public:
     static constexpr u64 max() { return std::numeric_limits<u64>::max(); }
 
     /// The next word.
-    /// @throws std::bad_alloc when there is no memory for the buffer, which the first draw makes; nothing is
-    ///         drawn then
+    /// @throws std::bad_alloc when there is no memory for the buffer, which the first draw allocates; nothing
+    ///         is drawn then
     u64 operator()();
     /// The next `count` words.
     /// @throws std::bad_alloc as above, at the latest before the last `pieceWords` of them are drawn
     void getRandomNumbers(unsigned long* out, unsigned long count);
-    /// Makes the buffer, so that no draw throws.
+    /// Allocates the buffer, so that no draw throws.
     /// @throws std::bad_alloc
     void makeBuffer();
 
@@ -70,14 +70,14 @@ public:
     /// Starts again from a seed of the operating system.
     /// @throws RuntimeException as `drawSystemSeed` does; nothing changes then
     void takeFreshSeed();
-    /// Wipes seed and words: `takeFreshSeed` comes before anything else is drawn.
+    /// Wipes seed and words. `takeFreshSeed` must be called before anything else is drawn.
     void forgetSeed() noexcept;
-    /// Takes a fresh seed if the last one was forgotten, or is a copy of the one in a parent process.
+    /// Takes a fresh seed if the seed was forgotten or is a copy of the parent process's.
     /// @throws RuntimeException as `takeFreshSeed` does
     void renewIfStale();
 
     const Position& getPosition() const { return position_; }
-    /// Goes on from there.
+    /// Continues from `position`.
     void setPosition(const Position& position) noexcept;
 
     /// Rebuilds the buffer from seed and counter; the position stays.
@@ -99,16 +99,16 @@ private:
     void wipeWords() noexcept;
 
     Position position_;
-    /// Where the words of the buffer end; from the index on they belong to seed and counter.
+    /// End of the filled words of the buffer; from the index on they belong to seed and counter.
     u64 filled_ = 0;
-    /// Where those of the seed end, of earlier counters too.
+    /// End of the words of the current seed, also of earlier counters.
     u64 written_ = 0;
     std::unique_ptr<u64[]> buffer_;
 };
 
-/// The calling thread's generator, made at its first use and destroyed when the thread ends. Never one with a
-/// seed that was forgotten or that the parent process has too.
-/// @throws RuntimeException as `drawSystemSeed` does, where a seed is to be made
+/// The calling thread's generator, made at its first use and destroyed when the thread ends. Its seed is
+/// never one that was forgotten or that the parent process has too.
+/// @throws RuntimeException as `drawSystemSeed` does, if a seed is needed
 UniformRandomBitGenerator& threadGenerator();
 
 } // namespace Torvo

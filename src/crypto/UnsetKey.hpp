@@ -12,11 +12,11 @@
 #include <memory>
 #include <utility>
 
-/// Keys with data unset, to generate or to load into: nobody sees them before every word is written. The
-/// public constructors give zeros, which for these hundreds of megabytes take their time.
+/// Keys with data unset, to generate or to load into; every word is written before the user can see them. The
+/// public constructors write zeros, which takes time for hundreds of megabytes.
 namespace Torvo {
 
-/// The kinds of switching keys by the letter that tells them in files.
+/// The kinds of switching keys, by their letter in files.
 enum class KeyKind : char {
     Mult = 'm',
     Conj = 'c',

@@ -16,8 +16,8 @@ public:
     explicit ConstantEnDecoder(const LWE::Context& context);
 
     /// trunc(|value| * 2^log_scale[level - rescaleCounter]) with the sign of `value`, times the
-    /// `rescaleCounter` top primes, modulo each prime up to `level`. Level and counter are not checked:
-    /// callers have.
+    /// `rescaleCounter` top primes, modulo each prime up to `level`. Level and counter are not checked: the
+    /// caller must have done that.
     /// @throws RuntimeException of `EncodingBound::refuse`
     LevelledElement encodeConst(const double& value, unsigned long level, int rescaleCounter) const;
 

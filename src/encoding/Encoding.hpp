@@ -12,19 +12,19 @@
 
 namespace Torvo {
 
-/// A plaintext in the making. Numbers that it cannot hold are the last thing that a caller is told, after all
-/// that an operation asks of its operands: so whoever has rules for the plaintext tests them on `shape()`,
-/// and takes it only then.
+/// A plaintext under construction. Numbers that it cannot hold are refused last, after all other rules of an
+/// operation. So an operation that has rules for the plaintext tests them on `shape()` and takes the
+/// plaintext only afterwards.
 class Encoding {
 public:
     /// A message by its slots.
-    /// @throws RuntimeException of `EnDecoder::encode`, but for numbers out of range
+    /// @throws RuntimeException of `EnDecoder::encode`, except for numbers out of range
     Encoding(const Context& context, const Message& message, u64 level, int rescaleCounter);
-    /// Reals as coefficients.
-    /// @throws RuntimeException of `EnDecoder::encodeWithoutNTT`, but for numbers out of range
+    /// Real numbers as coefficients.
+    /// @throws RuntimeException of `EnDecoder::encodeWithoutNTT`, except for numbers out of range
     Encoding(const Context& context, const std::vector<double>& coefficients, u64 level, int rescaleCounter);
 
-    /// Level, counter, slots and device. The coefficients are of no use yet.
+    /// Level, counter, slots and device. The coefficients are not valid yet.
     const Plaintext& shape() const { return plaintext_; }
     /// On coefficients.
     /// @throws RuntimeException of `EncodingBound::refuse`

@@ -10,12 +10,11 @@
 
 namespace Torvo {
 
-/// Which numbers can be encoded at a level and a rescale counter. x * scale has to stay below
-///   half the product of the primes 0 to level - counter, where residues begin to wrap around: the primes
-///   still owed multiply both sides; and
-///   2^127, which is what 128 bits hold.
+/// Which numbers can be encoded at a level and a rescale counter. x * scale must stay below
+///   half the product of the primes 0 to level - counter, since residues wrap around there (the primes still
+///   owed multiply both sides); and 2^127, the limit of 128 bits.
 /// The product is rounded as the encoders round it, and the limit is the smallest double that is not below
-/// the true one: so a number passes exactly if its rounded product is below the limit.
+/// the true one. So a number passes exactly if its rounded product is below the limit.
 class EncodingBound {
 public:
     /// `level - rescaleCounter` is a level of the chain.
@@ -23,13 +22,13 @@ public:
 
     /// 2^log_scale[level - rescaleCounter].
     double scale() const { return scale_; }
-    /// False for NaN, infinities and what is too large.
+    /// False for NaN, infinities and numbers that are too large.
     bool holds(double x) const { return std::fabs(x) * scale_ < limit_; }
-    /// Whether every one of `numbers` does: at a tenth of a percent or so of an encode.
+    /// Whether `holds` is true for all `numbers`. Costs little compared to an encode.
     bool holdsAll(std::span<const double> numbers) const;
-    /// The largest double that `holds`; 0 where the scale itself is no number, and nothing does.
+    /// The largest double that `holds`; 0 if the scale itself is not a number and nothing holds.
     double largest() const;
-    /// @throws RuntimeException with `value`, which is told as `what`, and the largest allowed
+    /// @throws RuntimeException with `value`, described as `what`, and the largest allowed number
     [[noreturn]] void refuse(const char* what, double value) const;
 
 private:

@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// The refusals of the encoding layer, word for word.
+/// The exact texts of the exceptions of the encoding layer.
 namespace Torvo::message {
 
 inline constexpr const char* messageSizeNotPowerOfTwo =
@@ -27,7 +27,7 @@ inline constexpr const char* encodeSizeTooLarge = "[encode] Message size is too 
 inline constexpr const char* encodeCounterAboveLevel =
     "[encode] The target rescale counter should be less than or equal to the target level.";
 
-/// Of `what`, a number given as `value`, both numbers in decimal.
+/// For `what`, a number given as `value`; both numbers in decimal.
 inline std::string encodeOutOfRange(const std::string& what, const std::string& value, u64 level, int counter,
                                     const std::string& largest) {
     return "[encode] Cannot encode the " + what + " " + value + " at level " + std::to_string(level) +

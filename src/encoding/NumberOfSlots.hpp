@@ -9,7 +9,7 @@
 
 namespace Torvo {
 
-/// 2^logSlots. Objects bear any log slots, also such as have no number.
+/// 2^logSlots. Objects may hold any log slots, even ones whose number does not fit a word.
 /// @throws RuntimeException "The number of slots of log slots <logSlots> does not fit a word; set log slots
 ///         below 64"
 inline u64 numberOfSlots(u64 logSlots) {

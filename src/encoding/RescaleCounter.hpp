@@ -3,8 +3,8 @@
 namespace Torvo {
 
 /// The number of rescales still owed: never negative.
-/// @throws RuntimeException "Rescale counter should be greater than or equal to zero", from whatever would
-///         make it so
+/// @throws RuntimeException "Rescale counter should be greater than or equal to zero", from every operation
+///         that would make it negative
 class RescaleCounter {
 public:
     explicit RescaleCounter(int value = 0);
@@ -15,7 +15,7 @@ private:
     int value_;
 };
 
-/// Passes any value of 0 or more.
+/// Accepts any value of 0 or more.
 /// @throws RuntimeException "Rescale counter should be greater than or equal to zero"
 void isValidRescaleCounter(int value);
 

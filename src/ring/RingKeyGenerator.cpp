@@ -16,8 +16,8 @@ namespace Torvo {
 
 namespace {
 
-/// `rank` components of degree n, laid into a ring of degree k n as one secret: coefficient c of component i
-/// becomes the coefficient of X^(c k + i). With rank 1 this is the secret at X^k; rank k fills the ring.
+/// `rank` components of degree n, embedded in a ring of degree k n as one secret: coefficient c of component
+/// i becomes the coefficient of X^(c k + i). With rank 1 this is the secret at X^k; rank k fills the ring.
 SecretKey laidInto(const Context& ring, const int* components, u64 rank, u64 degree) {
     utils::WipedVector<int> laid(ring->parameter.degree);
     const u64 stride = ring->parameter.degree / degree;
