@@ -36,7 +36,8 @@ struct StageDiagonals {
     }
 
     long index(long k) const { return (first + k + skipped) * step; }
-    /// The rotation that the giant step of entry k does later, and that the diagonal is turned back by now.
+    /// The rotation that the giant step of entry k applies later. The diagonal is rotated back by it in
+    /// advance.
     long giantRotation(long k) const { return ((k + skipped) / baby * baby + first) * step; }
 
     long step, baby;
@@ -128,7 +129,7 @@ std::vector<Plaintext> BootConstants::encodeStage(const SparseComplexMatrix& mat
 void BootConstants::generateDFTEncodings(double coeff_to_slot_constant, double slot_to_coeff_constant) {
     const RadixDecomposition plan(log_slots_);
     const u64 top = context_->parameter.chain_length - 1;
-    // The fold of a sparse message multiplies it by a power of two, which is divided out again.
+    // The fold of a sparse message multiplies it by a power of two, which the constants divide out again.
     const auto foldedSlots = static_cast<double>(context_->parameter.num_slots >> log_slots_);
     const double inverseFactor =
         equalShare(coeff_to_slot_constant / foldedSlots, BootParameter::coeff_to_slot_depth);
@@ -149,7 +150,7 @@ void BootConstants::generateDFTEncodings(double coeff_to_slot_constant, double s
             merged = factor * merged;
         }
         inverseStages.push_back(encodeStage(merged, s, inverseFactor, top - s));
-        // Each merged factor has taken 0.5: together they are undone by the radix.
+        // Each merged factor was multiplied by 0.5. The radix undoes all of them together.
         merged.conjugateTranspose();
         merged *= static_cast<double>(plan.radix[s]);
         forwardStages.push_back(encodeStage(merged, s, forwardFactor, s + 1));

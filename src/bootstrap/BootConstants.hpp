@@ -16,9 +16,9 @@
 
 namespace Torvo {
 
-/// The two linear transforms of bootstrapping for one `log_slots`, factored into at most three stages, each
-/// stage cut into diagonals, each diagonal scaled, rotated back by its giant step and encoded at the level of
-/// its use. Read by many threads.
+/// The two linear transforms of bootstrapping for one `log_slots`. Each is factored into at most three
+/// stages, and each stage is split into diagonals. Each diagonal is scaled, rotated back by its giant step
+/// and encoded at the level of its use. Many threads may read.
 class BootConstants {
 public:
     BootConstants(u64 log_slots, double coeff_to_slot_constant, double slot_to_coeff_constant,
@@ -30,7 +30,7 @@ public:
     const std::vector<std::vector<Plaintext>>& getV0(const Device& device) const;
     /// The coefficient-to-slot stages.
     const std::vector<std::vector<Plaintext>>& getInvV0(const Device& device) const;
-    /// Copies both to `device` unless they are there.
+    /// Copies both to `device` unless it has them.
     void load(const Device& device);
 
     /// The radix-2 factors M[0] ... M[L-1] of the transform from coefficient pairs to slots.
@@ -42,7 +42,8 @@ public:
 
 private:
     bool isIn_(const Device& device) const;
-    /// The diagonals of a stage, times `factor`, each turned back by its giant step, encoded at `level`.
+    /// The diagonals of a stage, multiplied by `factor`, each rotated back by its giant step and encoded at
+    /// `level`.
     std::vector<Plaintext> encodeStage(const SparseComplexMatrix& matrix, u64 stage, double factor,
                                        u64 level) const;
     void generateDFTEncodings(double coeff_to_slot_constant, double slot_to_coeff_constant);

@@ -114,7 +114,7 @@ void BootParameter::setTransformConstants(const ContextContent& context) {
     const auto q0 = static_cast<double>(context.primes.getPrime(0));
     const double ratio = std::pow(2.0, context.scale_factors.log_scale[top]) / q0;
     const double divisor = (2.0 * range_bound) * static_cast<double>(post_raise_factor);
-    // The rescales of the levels [first, last] leave a value off by this power of two.
+    // The rescales of the levels [first, last] change a value by this power of two.
     const auto correction = [&](u64 first, u64 last) {
         const auto begin = context.scale_factors.level_correction.begin();
         const auto bits = std::accumulate(begin + static_cast<std::ptrdiff_t>(first),

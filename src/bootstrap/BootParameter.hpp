@@ -8,7 +8,7 @@
 
 namespace Torvo {
 
-/// The numbers that tune bootstrapping to a preset; empty for presets without bootstrapping.
+/// The numbers by which bootstrapping is adapted to a preset; empty for presets without bootstrapping.
 struct BootParameter {
     /// Empty for a preset without bootstrapping.
     explicit BootParameter(const Context& context);

@@ -7,7 +7,7 @@ namespace Torvo {
 
 namespace {
 
-/// Brings a polynomial to NTT form or out of it.
+/// Transforms a polynomial to NTT form or back, unless it has that form.
 void setForm(const PrimeModuli& primes, Polynomial& polynomial, bool ntt) {
     if (polynomial.isNTT() == ntt) return;
     if (ntt)
@@ -16,7 +16,8 @@ void setForm(const PrimeModuli& primes, Polynomial& polynomial, bool ntt) {
         primes.backwardNTT(polynomial, polynomial);
 }
 
-/// `in` under another secret: its second element switched by `key`, its first added, both in form `ntt`.
+/// `in` under another secret: its second element is switched by `key`, then its first is added, both in form
+/// `ntt`.
 Ciphertext switchSecret(const KeySwitcher& switcher, const PrimeModuli& primes, const Ciphertext& in,
                         EvaluationKey& key, bool ntt) {
     Ciphertext out = switcher.switchKey(in.getPoly(1), key, ntt);
@@ -37,7 +38,7 @@ std::shared_ptr<SparseSecretEncapsulationKey> BootstrapperImpl::encapsulationKey
 }
 
 void BootstrapperImpl::switchKeyDTS(const Ciphertext& in, Ciphertext& out, bool ntt) const {
-    // A bootstrapper built without the sparse context has no key to switch to either.
+    // A bootstrapper without the sparse context has no encapsulation key either.
     require(context_sparse_.has_value(), message::noEncapsulationKey);
     Ciphertext sparse(*context_sparse_, in);
     require(sparse.getNumPoly() == 2, message::sizeNotTwo);

@@ -130,12 +130,12 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, 
     utils::throwIfCoeff(in);
     checkExtendedBootstrappable(in);
     const u64 logSlots = in.getLogSlots();
-    // The coarse pass, on a message so small that the sine is nearly straight on it.
+    // The coarse pass, on a message so small that the sine is almost linear.
     Ciphertext coarse = unsetCiphertext(context_), residual = unsetCiphertext(context_);
     evaluator_->mult(in, std::pow(2.0, -static_cast<double>(parameter_.extended_high_shift)), coarse);
     bootstrapOnce(coarse, coarse, is_complex, 1.0);
     evaluator_->multInteger(coarse, 1L << parameter_.extended_high_shift, coarse);
-    // The fine pass, on what it left over.
+    // The fine pass, on the error of the coarse one.
     evaluator_->sub(in, coarse, residual);
     evaluator_->multInteger(residual, 1L << parameter_.extended_low_shift, residual);
     residual.setLogSlots(getLogFullSlots(context_)); // so that nothing is folded

@@ -22,7 +22,7 @@
 
 namespace Torvo {
 
-/// The work behind `Bootstrapper`, whose documentation holds for the members of the same name. Units:
+/// The implementation of `Bootstrapper`, whose documentation holds for the members of the same name. Units:
 /// BootstrapperImpl (construction, guards, public flows), BootstrapperTransforms (stage procedure, modulus
 /// raise), BootstrapperSine (cosine, arcsine, removal of the multiples of the base prime),
 /// BootstrapperEncapsulation (the switches around the raise).
@@ -68,16 +68,16 @@ public:
                             double factor) const;
     /// Everything up to the sine; one rescale is still owed.
     Ciphertext bootstrapExceptRemoveI(const Ciphertext& in) const;
-    /// At level 0 with the message, times the first gain, on the coefficients.
+    /// The ciphertext at level 0, with the message multiplied by the first gain on the coefficients.
     Ciphertext takeDown(const Ciphertext& in) const;
     void slotToCoeff(const Ciphertext& in, Ciphertext& out) const;
-    /// From level 0 out of NTT form, or in it, to the top level in it, under the dense secret.
+    /// Raises `t` from level 0, in NTT form or not, to the top level, in NTT form and under the dense secret.
     void raiseModulus(Ciphertext& t) const;
-    /// From the dense secret to the sparse one, at level 0; `ntt` is the form in which `out` is left.
+    /// Switches from the dense secret to the sparse one, at level 0; `ntt` is the form of `out`.
     void switchKeyDTS(const Ciphertext& in, Ciphertext& out, bool ntt) const;
-    /// From the sparse secret back to the dense one.
+    /// Switches from the sparse secret back to the dense one.
     void switchKeySTD(const Ciphertext& in, Ciphertext& out, bool ntt) const;
-    /// The modulus raise: residues of the base prime, read as centred, written to every prime.
+    /// The modulus raise: residues of the base prime are read as centred and written to every prime.
     void levelRecover(const Ciphertext& in, Ciphertext& out) const;
     /// Projects the raised polynomial onto the subring of a message of 2^log_slots slots, times its index.
     void fold(Ciphertext& t, u64 log_slots) const;
@@ -109,7 +109,7 @@ private:
                                       const std::vector<Ciphertext>& turned) const;
     void combineInSequence(const RadixDecomposition& plan, u64 stage, const std::vector<Ciphertext>& sums,
                            Ciphertext& x) const;
-    /// Stands in for the stages that a short transform lacks: all but `stages` of three multiplications.
+    /// Replaces the stages that a short transform lacks by multiplications: all but `stages` of three.
     void multiplyForMissingStages(Ciphertext& x, u64 stages) const;
 
     void doubleAngles(Ciphertext& x, double amplitude) const;

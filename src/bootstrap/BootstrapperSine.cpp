@@ -11,8 +11,8 @@ namespace {
 
 constexpr double twoPi = 2 * std::numbers::pi;
 
-/// The evaluator in the form of expressions. `product` and `tensor` owe one rescale, and `tensor` a
-/// relinearisation too; sums of such terms pay once for all.
+/// The evaluator in the form of expressions. `product` and `tensor` owe one rescale, and `tensor` also a
+/// relinearisation. A sum of such terms pays these once.
 class Calculator {
 public:
     Calculator(const Context& context, const HomEvaluatorImpl& evaluator)
@@ -72,8 +72,8 @@ private:
 };
 
 /// The blocks of the cosine polynomial and the powers U_k = T_(8 * 2^k) that join them:
-/// sum over j of P_j * product over set bits k of j of U_k. All blocks come at one level but the last, which
-/// is one higher; U_0 is level with it, and each further U_k one lower.
+/// sum over j of P_j * product over set bits k of j of U_k. All blocks are at one level, except the last,
+/// which is one higher. U_0 is at the level of the last, and each further U_k one lower.
 class BlockSum {
 public:
     BlockSum(const Calculator& calculator, std::vector<Ciphertext> blocks, std::vector<Ciphertext> powers)
@@ -136,7 +136,7 @@ private:
     Ciphertext ofAnyNumber() {
         for (u64 t = 0; t < U_.size(); ++t) {
             const u64 w = u64{1} << t;
-            // The last pair stands one level above the others.
+            // The last pair is one level above the others.
             const u64 last = P_.size() - 2 * w;
             multiply(last + w, t);
             addTo(last, last + w);
@@ -155,7 +155,7 @@ private:
     std::vector<Ciphertext> U_;
 };
 
-/// The Chebyshev polynomials of low degree at the levels at which the blocks take them; y is at level l.
+/// The Chebyshev polynomials of low degree at the levels at which the blocks use them; y is at level l.
 struct LowPowers {
     LowPowers(const Calculator& calc, const Ciphertext& y)
         : t2(calc.chebyshevDouble(y)), t4(calc.chebyshevDouble(t2)), t2a(calc.levelDownOne(t2)),
@@ -178,8 +178,8 @@ Ciphertext block(const Calculator& calc, const LowPowers& t, const double* c, do
     return calc.plus(calc.rescaled(std::move(sum)), amplitude * c[0]);
 }
 
-/// The same at level l - 3, for the block that takes one product more: T6 = T2 (2 T4 - 1) without t6, which
-/// is too low.
+/// The same at level l - 3, for the block that has one product more: T6 = T2 (2 T4 - 1) without t6, whose
+/// level is too low.
 Ciphertext lastBlock(const Calculator& calc, const LowPowers& t, const double* c, double amplitude) {
     const Ciphertext scaled = calc.rescaled(calc.product(t.t2, amplitude * c[3]));
     Ciphertext sum = calc.product(calc.plus(calc.twice(t.t4), -1.0), scaled);
@@ -219,7 +219,8 @@ void BootstrapperImpl::cosineApprox(const Ciphertext& in, Ciphertext& out, doubl
     const std::vector<double>& c = parameter_.cosine_coefficients;
     const u64 blockCount = u64{1} << parameter_.log_cosine_blocks;
 
-    // The double-angle steps square the amplitude; without an arcsine it is the factor itself in the end.
+    // The double-angle steps square the amplitude; without an arcsine the final amplitude is the factor
+    // itself.
     double amplitude = 1.0;
     if (parameter_.arcsine_degree == 1) {
         amplitude = std::abs(factor);
@@ -244,7 +245,7 @@ void BootstrapperImpl::cosineApprox(const Ciphertext& in, Ciphertext& out, doubl
 /// If x is A cos(t), 2 x^2 - A^2 is A^2 cos(2t).
 void BootstrapperImpl::doubleAngles(Ciphertext& x, double amplitude) const {
     const Calculator calc(context_, *evaluator_);
-    // The lowest level of the large primes: the rescale from there leaves a correction in the value.
+    // The lowest level of the large primes. The rescale from there leaves a correction in the value.
     const u64 lowest = context_->parameter.encryption_level + 1;
     for (u64 i = 0; i < parameter_.double_angle_count; ++i) {
         double subtrahend = amplitude * amplitude;

@@ -109,8 +109,8 @@ void BootstrapperImpl::slotToCoeff(const Ciphertext& in, Ciphertext& out) const 
 }
 
 /// x = sum over diagonals d of the stage of diag(d) * rotate(x, d). With d = g + j, g a multiple of
-/// baby * step, the diagonals were turned back by g when they were encoded: so x is rotated by the baby parts
-/// j only, and each group's sum once, by g.
+/// baby * step, the diagonals were rotated back by g when they were encoded. So x is rotated only by the baby
+/// parts j, and each group's sum once, by g.
 void BootstrapperImpl::applyStage(const RadixDecomposition& plan, u64 stage,
                                   const std::vector<Plaintext>& diagonals, Ciphertext& x) const {
     const std::vector<Ciphertext> sums = groupSums(plan, stage, diagonals, babyRotations(plan, stage, x));
@@ -160,7 +160,7 @@ void BootstrapperImpl::combineInSequence(const RadixDecomposition& plan, u64 sta
     const u64 giant = sums.size();
     const u64 gap = plan.babySteps[stage] * plan.step[stage];
     if (stage == 0 && giant >= 3) {
-        // giant * gap is a whole turn: to the right all the way.
+        // giant * gap is a full rotation, so all steps go to the right.
         x = sums[giant / 2 + 1];
         for (u64 u = 2; u <= giant; ++u) {
             evaluator_->rightRotate(x, gap, x);

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The refusals of bootstrapping, each told here once.
+/// The exact texts of the exceptions of bootstrapping.
 namespace Torvo::message {
 
 inline constexpr const char* noBootstrap = "The Parameter does not support bootstrap";

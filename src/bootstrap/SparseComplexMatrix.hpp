@@ -23,7 +23,7 @@ public:
 
     /// The element, 0 when it is not stored.
     std::complex<double> coeff(u64 row, u64 col) const;
-    /// The element's slot, taken from the column's free ones if it is not stored yet.
+    /// The element's slot; if it is not stored yet, it takes a free slot of the column.
     /// @throws RuntimeException "[SparseComplexMatrix] Inserting non-zero value over the given number of
     ///         non-zero elements in a single column"
     std::complex<double>& coeffRef(u64 row, u64 col);
@@ -37,7 +37,7 @@ public:
     /// In place.
     void conjugateTranspose();
 
-    /// A position among the storage slots, free ones included.
+    /// A position in the storage slots, free ones included.
     class Iterator {
     public:
         Iterator(u64 position, u64 nonzerosPerCol, const std::complex<double>* values,
@@ -70,7 +70,8 @@ private:
     Iterator at(u64 position) const {
         return {position, nonzerosPerCol_, values_.getData(), rowIndices_.getData()};
     }
-    /// The slot of column `col` that holds `row`, or else its first free one; past its end when it is full.
+    /// The slot of column `col` that holds `row`, or else the column's first free one; past its end if the
+    /// column is full.
     u64 findSlot(u64 row, u64 col) const;
 
     u64 rows_;

@@ -28,8 +28,8 @@ RadixDecomposition::RadixDecomposition(unsigned long logSlots) {
         radix[s] = u64{1} << logRadix[s];
         stride /= radix[s];
         step[s] = stride;
-        // A stage after the first works on both halves of its blocks: its diagonals lie on both sides of the
-        // main one, twice as many.
+        // A stage after the first works on both halves of its blocks: its diagonals are on both sides of the
+        // main one, so there are twice as many.
         const u64 logDiagonals = logRadix[s] + (s == 0 ? 0 : 1);
         babySteps[s] = u64{1} << ((logDiagonals + 1) / 2);
         giantSteps[s] = (u64{1} << logDiagonals) / babySteps[s];
@@ -60,14 +60,14 @@ std::vector<u64> convertFromSgnIdx(const std::vector<long>& indices, const Conte
 
 namespace {
 
-/// The indices of one stage when every baby and giant step has a key of its own.
+/// The indices of one stage if every baby and giant step has its own key.
 void insertBatched(const RadixDecomposition& plan, u64 stage, std::set<long>& indices) {
     for (const auto& list : {plan.getRotIndicesForBabyStep(stage), plan.getRotIndicesForGiantStep(stage)})
         for (const long index : list)
             if (index != 0) indices.insert(index);
 }
 
-/// The indices of one stage when baby and giant steps are taken one after the other.
+/// The indices of one stage if baby and giant steps are sequential.
 void insertSequential(const RadixDecomposition& plan, u64 stage, std::set<long>& indices) {
     const auto gap = static_cast<long>(plan.babySteps[stage] * plan.step[stage]);
     indices.insert(static_cast<long>(plan.step[stage]));

@@ -18,8 +18,8 @@ public:
 
     /// 0, step, 2 * step, ..., babySteps[stage] of them.
     std::vector<long> getRotIndicesForBabyStep(u64 stage) const;
-    /// i * babySteps * step for i from -h to h - 1, h = giantSteps / 2, as signed rotations; 0 alone for h =
-    /// 0.
+    /// i * babySteps * step for i from -h to h - 1, h = giantSteps / 2, as signed rotations; 0 alone for
+    /// h = 0.
     std::vector<long> getRotIndicesForGiantStep(u64 stage) const;
 
     u64 numStages = 0;
@@ -33,7 +33,7 @@ public:
 /// @throws RuntimeException "log_slots should not exceed " and log2 of the number of slots of the ring
 void requireLogSlots(const Parameter& parameter, u64 log_slots);
 
-/// Signed indices as left rotations below the number of slots.
+/// Converts signed indices to left rotations below the number of slots.
 std::vector<u64> convertFromSgnIdx(const std::vector<long>& indices, const Context& context);
 
 } // namespace Torvo

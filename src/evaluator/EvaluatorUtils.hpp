@@ -30,7 +30,7 @@ template <class T>
 concept Slotted = requires(const T& t) {
     t.getLogSlots();
 };
-/// Data that says whether it is on slots or on coefficients: ciphertexts.
+/// Data that has an encoding type: ciphertexts.
 template <class T>
 concept WithEncodingType = requires(const T& t) {
     t.getEncodingType();
@@ -58,7 +58,7 @@ bool haveSameSlots(const A& a, const B& b) {
         return a.getLogSlots() == b.getLogSlots();
 }
 
-/// Whether two operands fit together; each rule where both have the property.
+/// Requires that two operands match; each rule applies if both have the property.
 template <class A, class B>
 void checkPrecondition(const A& a, const B& b) {
     if constexpr (Slotted<A> && Slotted<B>) require(haveSameSlots(a, b), message::differentLogSlots);
@@ -88,7 +88,7 @@ void requireCounterWithinLevel(const T& operand) {
 
 // ---- outputs
 
-/// Gives a message, which is to be overwritten, the place and the size of another, unless it has them.
+/// Gives a message that will be overwritten the device and the size of another, unless it has them.
 inline void fitOutput(const Message& in, Message& out) {
     require(in.getDevice().type != DeviceType::GPU, message::messageOnGPU);
     if (out.getDevice() != in.getDevice()) out.allocate(in.getDevice());
@@ -118,8 +118,8 @@ Polynomial& element(CiphertextBase<E>& ciphertext, u64 i) {
     return ciphertext.getPoly(i);
 }
 
-/// Makes `out` fit for `count` elements in the state `modUp`. Contents are lost only when its context or
-/// state is another, which it is not for an output that is an operand.
+/// Makes `out` fit for `count` elements in the state `modUp`. The content is lost only if its context or
+/// state differs, which never happens for an output that is an operand.
 template <EncryptionType E>
 void fitElements(const Context& context, u64 count, bool modUp, CiphertextBase<E>& out) {
     shapeOutput(context, modUp, out);
@@ -141,7 +141,7 @@ void copyElements(const T& in, u64 from, T& out) {
     for (u64 i = from; i < numElements(in); ++i) element(out, i) = element(in, i);
 }
 
-/// Passes on log slots, rescale counter and, between ciphertexts, encoding type.
+/// Copies log slots, rescale counter and, between ciphertexts, encoding type.
 template <class T>
 void copyStamp(const T& in, T& out) {
     out.setLogSlots(in.getLogSlots());

@@ -27,15 +27,15 @@ struct EncodedConstant {
     LevelledElement real;
     std::optional<LevelledElement> imag;
 
-    /// Calls `use` with the parts there are.
+    /// Calls `use` with the parts that are present.
     template <class Use>
     void apply(Use&& use) const {
         imag ? use(real, *imag) : use(real);
     }
 };
 
-/// The work behind `HomEvaluator`, whose documentation holds for the members of the same name. Spread over
-/// the units HomEvaluatorMessage, HomEvaluatorPlaintext, HomEvaluatorLinear, HomEvaluatorMult and
+/// The implementation of `HomEvaluator`, whose documentation holds for the members of the same name. Spread
+/// over the units HomEvaluatorMessage, HomEvaluatorPlaintext, HomEvaluatorLinear, HomEvaluatorMult and
 /// HomEvaluatorRotation.
 class HomEvaluatorImpl {
 public:
@@ -156,8 +156,8 @@ public:
 
     void leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const;
     void rightRotate(const Ciphertext& in, u64 index, Ciphertext& out) const;
-    /// `outs[k]` is `in` rotated to the left by `indices[k]`, to the word what single rotations give, with
-    /// one decomposition for all of them. Needs the key of every index that is not 0.
+    /// `outs[k]` is `in` rotated to the left by `indices[k]`, with the same words as single rotations and one
+    /// decomposition for all of them. Needs the key of every index that is not 0.
     /// @throws RuntimeException as the single form; "Failed to load the left rotation key for index " and the
     ///         index
     void leftRotate(const Ciphertext& in, const std::vector<u64>& indices,

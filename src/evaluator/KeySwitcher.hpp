@@ -12,41 +12,38 @@
 
 namespace Torvo {
 
-/// Turns a polynomial times one secret back into a ciphertext under another, by the hybrid gadget method:
-/// cut into digits and raise each to the full basis (`modUpPQ`), multiply with a key and sum (`multEvalKey`),
-/// divide by the temporary primes (`modDown`). Immutable, thread-safe.
+/// Turns a product of a polynomial and one secret into a ciphertext under another, by the hybrid gadget
+/// method: `modUpPQ` splits the polynomial into digits and raises each to the full basis, `multEvalKey`
+/// multiplies them with a key and sums, `modDown` divides by the temporary primes. Immutable, thread-safe.
 class KeySwitcher {
 public:
     explicit KeySwitcher(const Context& context);
 
     /// One mod-up polynomial per live digit: level / digit size + 1 of them.
-    /// @throws RuntimeException "Operands are not of the ring of the generated context.", for a level that
-    /// its
-    ///         chain does not have too
+    /// @throws RuntimeException "Operands are not of the ring of the generated context.", also for a level
+    ///         that its chain does not have
     void modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const;
     /// (sum of polys[j] * bx[j], sum of polys[j] * ax[j]), mod-up.
     /// @throws RuntimeException "Operand is empty so device is not defined"; "Elements of operand are in
     ///         different devices."; for a key that has fewer pairs, or pairs of another ring, "the switching
     ///         key is of another ring: " and both shapes
     Ciphertext multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const;
-    /// The sum of such products, polys[i] with *keys[i], in one pass. All are on one device, and at one
-    /// level.
+    /// The sum of such products, polys[i] with *keys[i], in one pass. All are on one device and at one level.
     Ciphertext multEvalKeys(const std::vector<std::vector<Polynomial>>& polys,
                             const std::vector<EvaluationKey*>& keys) const;
     /// out = in / P; rescale counter 0 and all slots, for the caller to set.
     /// @throws RuntimeException "Operands are not of the ring of the generated context." unless `in` is
-    /// mod-up
-    ///         and of this ring
+    ///         mod-up and of this ring
     void modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const;
-    /// The three in a row: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the key
-    /// switches from.
+    /// The three steps in a row: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the
+    /// key switches from.
     Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT = true) const;
 
 private:
-    /// Before `key` is walked along `digits` blocks. It is judged by its polynomials: a key need not have a
-    /// context.
+    /// The guard before `digits` blocks of `key` are read. It compares the key's polynomials, because a key
+    /// need not have a context.
     void requireFit(const EvaluationKey& key, const Device& device, u64 digits) const;
-    /// Fit for the products of such digits.
+    /// A ciphertext with room for the products of such digits.
     Ciphertext unsetProduct(const Polynomial& digit) const;
 
     Context context_;

@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// The refusals of the evaluator, word for word.
+/// The exact texts of the exceptions of the evaluator.
 namespace Torvo::message {
 
 inline constexpr const char* operandsNotOnSlots = "The operands have to encode the message on its slots";
@@ -18,7 +18,7 @@ inline constexpr const char* levelZero = "The level of the operand is zero";
 inline constexpr const char* operandOwesRescale = "The Operand should have rescale counter zero";
 inline constexpr const char* operandsOweRescale = "The Operands should have rescale counter zero";
 
-/// Of the number given and the largest allowed, in decimal.
+/// For the number given and the largest allowed, in decimal.
 inline std::string integerOutOfRange(const std::string& value, const std::string& largest) {
     return "[mult] Cannot multiply by the integer " + value + ": the magnitude should be at most " + largest +
            ". Give a smaller number.";
