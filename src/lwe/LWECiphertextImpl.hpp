@@ -10,7 +10,7 @@
 
 namespace Torvo::LWE {
 
-/// The record behind a ciphertext handle. Level and device are not stored but asked of `ax`.
+/// The record behind a ciphertext handle. Level and device are not stored: they are those of `ax`.
 class CiphertextImpl {
 public:
     /// Zeros, at the top level.
@@ -29,12 +29,12 @@ public:
     LevelledElement bx;
 };
 
-/// Makes `out` an object of `context`, whatever it was used for before; one that already is, or is of a
-/// context with the same primes and dimension, keeps its storage and contents.
+/// Makes `out` an object of `context`. If it already is one, or one of a context with the same primes and
+/// dimension, it keeps its storage and content.
 void shapeOutput(const Context& context, Ciphertext& out);
 
 /// Refuses a ciphertext at a level that the chain of `context`, or its own, does not have, and one of other
-/// primes. Dimensions are compared where two vectors meet.
+/// primes. Dimensions are compared by the operations on two vectors.
 /// @throws RuntimeException "Operands are not of the ring of the generated context."
 void requireOfChain(const Context& context, const Ciphertext& operand);
 

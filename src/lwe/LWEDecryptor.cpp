@@ -16,7 +16,7 @@ namespace Torvo::LWE {
 
 namespace {
 
-/// The integer that `t` holds, centred on zero, over the scale of its level.
+/// The centred integer in `t`, divided by the scale of its level.
 double decode(const Context& context, const LevelledElement& t) {
     const PrimeModuli& primes = context->primes;
     const double integer =

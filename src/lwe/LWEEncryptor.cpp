@@ -32,8 +32,8 @@ void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out) c
     encrypt(message, key, out, getEncryptionLevel(context_), 0);
 }
 
-// b = (m - <a, s>) + e, a uniform. Drawn in this order: a, e. A level or a counter that does not fit is
-// refused as the encoder of a ring refuses it; that of a constant checks neither.
+// b = (m - <a, s>) + e, a uniform. Drawn in this order: a, e. Level and counter are checked here, with the
+// texts of the ring's encoder, because the encoder of a constant checks neither.
 void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out, unsigned long level,
                         int rescale_counter) const {
     require(level <= getEncryptionLevel(context_), message::encodeLevelTooHigh);

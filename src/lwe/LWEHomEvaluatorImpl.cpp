@@ -45,7 +45,7 @@ void HomEvaluatorImpl::sub(const Ciphertext& in, double c, Ciphertext& out) cons
 
 // ---- sums
 
-/// Brings the higher of two operands down, then combines.
+/// Brings the operand at the higher level down, then combines both.
 template <class Sign>
 void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     utils::checkPrecondition(a, b);

@@ -10,7 +10,7 @@
 
 namespace Torvo::LWE {
 
-/// The work behind `HomEvaluator`, whose documentation holds for the members of the same name.
+/// The implementation of `HomEvaluator`, whose documentation holds for the members of the same name.
 class HomEvaluatorImpl {
 public:
     explicit HomEvaluatorImpl(const Context& context);

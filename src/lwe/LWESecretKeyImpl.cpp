@@ -37,7 +37,7 @@ SecretKeyImpl::SecretKeyImpl(const Context& chain, const std::string& path) : Se
     Serialize::load(path, detail::CerealAdaptor(*this));
 }
 
-// The copy takes away, and wipes, what this key held.
+// The swapped copy takes the old content of this key and wipes it.
 SecretKeyImpl& SecretKeyImpl::operator=(const SecretKeyImpl& other) {
     SecretKeyImpl copy(other);
     std::swap(context, copy.context);

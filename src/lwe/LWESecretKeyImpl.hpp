@@ -12,14 +12,14 @@
 
 namespace Torvo::LWE {
 
-/// The record behind a secret key handle. The coefficients are the key; `sx` is derived from them. All that
-/// tells the key is wiped on destruction and before it is assigned over.
+/// The record behind a secret key handle. The coefficients are the key; `sx` is derived from them. Everything
+/// that reveals the key is wiped on destruction and before assignment.
 class SecretKeyImpl {
 public:
     /// A random key, drawn from the calling thread's generator as `KeySampling` says.
     explicit SecretKeyImpl(const Context& context);
     SecretKeyImpl(const Context& context, const int* coefficients);
-    /// Of either saved form.
+    /// From either saved form.
     SecretKeyImpl(const Context& context, std::istream& stream);
     SecretKeyImpl(const Context& context, const std::string& path);
 
@@ -44,9 +44,9 @@ public:
     LevelledVector sx;
 
 private:
-    /// Tells the other constructors, which size all members by the context, from the public ones.
+    /// Distinguishes the constructors that size all members by the context from the public ones.
     struct Unset {};
-    /// Data unset, at its final size: what is written into it leaves no copy behind.
+    /// Data unset, at its final size, so that writing to it leaves no copy in freed memory.
     SecretKeyImpl(const Context& context, Unset);
 
     void sample();

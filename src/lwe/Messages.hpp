@@ -2,7 +2,7 @@
 
 #include "context/SameRing.hpp"
 
-/// The refusals of plain LWE that the ring layers do not know, word for word.
+/// The exact texts of the exceptions that only plain LWE has.
 namespace Torvo::message {
 
 inline constexpr const char* decryptOtherDimension = "[decrypt] ctxt and sk have different dimension";

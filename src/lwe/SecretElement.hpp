@@ -7,9 +7,9 @@
 
 namespace Torvo::LWE {
 
-/// An integer from which the message or the key could be told: its words are wiped when it goes. It starts at
-/// its highest level; operations may lower it, and must not raise it, since a reallocation would leave the
-/// old words behind.
+/// An integer that reveals the message or the key. Its words are wiped on destruction. It starts at its
+/// highest level; operations may lower the level but must not raise it, since a reallocation would leave the
+/// old words in freed memory.
 class SecretElement : public LevelledElement {
 public:
     /// Zero, at the top level.

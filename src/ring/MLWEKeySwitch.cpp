@@ -16,7 +16,7 @@ namespace Torvo {
 
 namespace {
 
-/// Nothing but its shape, out of NTT form.
+/// A polynomial in coefficient form, data unset.
 Polynomial coefficientsOf(const Context& context, u64 level, const Device& device) {
     Polynomial polynomial(context, false, false);
     polynomial.setLevel(level);
@@ -24,8 +24,8 @@ Polynomial coefficientsOf(const Context& context, u64 level, const Device& devic
     return polynomial;
 }
 
-/// How many keys to multiply at once, which saves reductions and sums: as many as find room in a core's cache
-/// together with their digits.
+/// How many keys to multiply at once, which saves reductions and sums: as many as fit a core's cache together
+/// with their digits.
 u64 keysAtOnce(const Context& large, u64 level) {
     constexpr u64 cacheBytes = u64{1} << 20;
     const Parameter& ring = large->parameter;
@@ -44,7 +44,7 @@ public:
         for (u64 i = 1; i < rank; ++i) shifted_.push_back(coefficientsOf(small, level, device));
     }
 
-    /// Waits for company until there are enough groups, or until `finish`.
+    /// Collects groups until there are enough for one product, or until `finish`.
     void add(const KeySwitcher& switcher, std::span<const Polynomial> group, EvaluationKey& key) {
         interleave(group);
         switcher.modUpPQ(interleaved_, digits_.emplace_back());
@@ -69,8 +69,8 @@ public:
     Ciphertext& sum() { return *sum_; }
 
 private:
-    /// sum over i of group[i](X^r) X^-i: times the interleaved secret it has the sum of the products of the
-    /// components at the multiples of X^r. X^-i is X^(r - i) times an X^-1 of the small ring.
+    /// sum over i of group[i](X^r) X^-i. Its product with the interleaved secret has the sum of the products
+    /// of the components at the multiples of X^r. X^-i is X^(r - i) times an X^-1 of the small ring.
     void interleave(std::span<const Polynomial> group) {
         const u64 rank = group.size();
         parts_[0] = &group.front();
@@ -91,8 +91,8 @@ private:
     std::optional<Ciphertext> sum_;
 };
 
-/// The sum of the key switches of all groups. Each thread adds up a share of its own: a sum for every group
-/// would take as much memory as the keys.
+/// The sum of the key switches of all groups. Each thread sums its own share: a sum for every group would
+/// take as much memory as the keys.
 Ciphertext sumOverGroups(const KeySwitcher& switcher, std::span<const Polynomial> components,
                          const ModPackKeyBundle& keys, const Context& small) {
     const u64 numKeys = keys.getNumKeys(), rank = components.size() / numKeys;

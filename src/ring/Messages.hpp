@@ -2,7 +2,7 @@
 
 #include "context/SameRing.hpp"
 
-/// The refusals of ring switching and packing, word for word.
+/// The exact texts of the exceptions of ring switching and packing.
 namespace Torvo::message {
 
 inline constexpr const char* totalDimensionsDiffer = "The total dimension of the operands are different";
@@ -47,7 +47,7 @@ inline constexpr RefusedMeeting packingKeys{
 inline constexpr RefusedMeeting decomposingKey{
     "the input has other primes than the key", "the key's context",
     "use a key whose context shares its primes with the input up to its level"};
-/// As many as the largest ring has coefficients.
+/// The limit is the number of coefficients of the largest ring.
 inline constexpr const char* tooManyPackingKeys =
     "[ModPackKeyBundle] The number of keys should be at most 1048576";
 

@@ -21,7 +21,7 @@ namespace {
 
 constexpr RingSwitcher ringSwitcher;
 
-// ---- what operands say of themselves
+// ---- properties of operands
 
 template <EncryptionType E>
 u64 degreeOf(const CiphertextBase<E>& ciphertext) {
@@ -57,7 +57,7 @@ void requireMatching(const std::vector<const AnyCiphertext*>& operands) {
     for (const AnyCiphertext* operand : operands) utils::checkPrecondition(*operands.front(), *operand);
 }
 
-/// Whether the scales of all are the same, and defined.
+/// Requires that the scales of all are the same, and defined.
 template <class AnyCiphertext>
 void requireLevels(const std::vector<const AnyCiphertext*>& operands) {
     const AnyCiphertext& first = *operands.front();
@@ -75,13 +75,14 @@ void requireOutOfNTT(const Ciphertext& operand) {
         require(!element.isNTT(), message::ringSwitchingInNTTForm);
 }
 
-/// Whether the residues of a ciphertext at `level` may be read as those of `context`.
+/// Requires that the residues of a ciphertext at `level` may be read as those of `context`.
 void requireFit(const Context& context, u64 degree, u64 level) {
     require(context->parameter.degree == degree && level < context->parameter.chain_length,
             message::ciphertextDoesNotFit);
 }
 
-/// Rows are moved up to the level, which may have been set by hand to one that the operand does not reach.
+/// Rows up to the level are moved, so the operand must have them: a level may have been set by hand to one
+/// that it does not reach.
 template <EncryptionType E>
 void requireWithinOwnChain(const CiphertextBase<E>& operand) {
     require(operand.getLevel() < operand.getContext()->parameter.chain_length, message::ciphertextDoesNotFit);
@@ -90,13 +91,14 @@ void requireWithinOwnChain(const LWE::Ciphertext& operand) {
     require(operand.getLevel() < operand.getContext()->parameter.chain_length, message::ciphertextDoesNotFit);
 }
 
-/// Whether the residues of an operand are residues of `context` too. Both have the level in their chains.
+/// Requires that the residues of an operand are residues of `context` too. Both have the level in their
+/// chains.
 template <class AnyCiphertext, class AnyContext>
 void requirePrimes(const AnyCiphertext& operand, const AnyContext& context, const RefusedMeeting& meeting) {
     requireSharedPrimes(operand.getContext(), context, operand.getLevel(), meeting);
 }
 
-/// Whether `in` fill the degree `whole` together.
+/// Whether the elements of `in` together fill the degree `whole`.
 template <class AnyCiphertext>
 bool fillTogether(const std::vector<const AnyCiphertext*>& in, u64 whole) {
     return !in.empty() && in.size() * degreeOf(*in.front()) == whole &&
@@ -104,7 +106,7 @@ bool fillTogether(const std::vector<const AnyCiphertext*>& in, u64 whole) {
                                [&](const auto* part) { return degreeOf(*part) == degreeOf(*in.front()); });
 }
 
-/// Whether the keys are as many as the groups of components, and of the ring in which the output lies.
+/// Whether there is one key for each group of components, and the keys are of the ring of the output.
 template <class AnyCiphertext, EncryptionType E>
 bool keysFit(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBundle& keys,
              const CiphertextBase<E>& out) {
@@ -116,7 +118,7 @@ bool keysFit(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBundle
 
 // ---- outputs
 
-/// Makes `out` a ciphertext of `context` with two elements, whatever it was used for before.
+/// Makes `out` a ciphertext of `context` with two elements; its previous content does not matter.
 void shapePair(const Context& context, Ciphertext& out) {
     utils::fitElements(context, 2, false, out);
 }
@@ -138,16 +140,17 @@ std::vector<const Polynomial*> elementsAt(u64 index, const std::vector<const Cip
     return elements;
 }
 
-/// Brings a ciphertext in coefficients from the secret that `key` switches from to that which it switches to.
+/// Switches a ciphertext in coefficient form from the old secret of `key` to its new one.
 void switchKey(const RingSwitchKey& key, Ciphertext& ciphertext) {
     const KeySwitcher switcher(key.getContext());
     Ciphertext switched = switcher.switchKey(ciphertext.getPoly(1), key.getKey(), false);
     ciphertext.getContext()->primes.add(ciphertext.getPoly(0), switched.getPoly(0), ciphertext.getPoly(0));
-    // The words alone: the ring is that of the ciphertext, which may have more primes than the key's.
+    // Only the words are taken over: the ring stays that of the ciphertext, which may have more primes than
+    // the key's.
     ciphertext.getPoly(1).setData(std::move(switched.getPoly(1).getData()));
 }
 
-/// `count` polynomials of `context` at `level`, out of NTT form, contents unset.
+/// `count` polynomials of `context` at `level`, in coefficient form, data unset.
 std::vector<Polynomial> coefficientPolynomials(const Context& context, u64 count, u64 level) {
     Polynomial shape(context, false, false);
     shape.setLevel(level);

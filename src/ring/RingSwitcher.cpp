@@ -28,7 +28,7 @@ void requireCoefficients(const Polynomial& polynomial) {
     require(!polynomial.isNTT(), message::ringSwitchingInNTTForm);
 }
 
-/// The parts of a whole are of one degree, and together of that of the whole.
+/// Requires that all parts have one degree and together the degree of the whole.
 template <class Pointers>
 void requirePartition(const Pointers& parts, const Polynomial& whole) {
     const u64 degree = whole.getDegree();
@@ -40,7 +40,7 @@ void requirePartition(const Pointers& parts, const Polynomial& whole) {
     require(sum == degree, message::totalDimensionsDiffer);
 }
 
-/// The step with which the smaller ring lies in the larger one.
+/// The step between coefficients of the smaller ring in the larger one.
 u64 stepBetween(u64 smaller, u64 larger) {
     require(smaller != 0 && larger >= smaller && larger % smaller == 0, message::totalDimensionDoesNotDivide);
     return larger / smaller;
@@ -55,7 +55,8 @@ void requireCommonDevice(const Pointers& operands) {
 
 // ---- outputs
 
-/// Gives an output the level and the device of the first operand. Nothing is lost of one that is the operand.
+/// Gives an output the level and the device of the first operand. An output that is the operand keeps its
+/// content.
 template <class First, class Out>
 void shapeAs(const First& first, Out& out) {
     out.setLevel(first.getLevel());
@@ -73,7 +74,7 @@ void shapeAs(const First& first, Polynomial& out) {
 // ---- loops
 
 /// Calls body(r, range) in parallel for ranges that together are the indices below `count` of the rows up to
-/// `level`: a row at a time or, where there is one row only, a share of it for each thread.
+/// `level`: a row at a time or, if there is only one row, a share of it for each thread.
 template <class Body>
 void forEachRowOrShare(u64 level, u64 count, Body&& body) {
     if (level > 0) {
@@ -89,7 +90,7 @@ void spreadRow(const u64* in, u64 count, u64 step, u64* out) {
         std::copy_n(in, count, out);
         return;
     }
-    // A piece is written over while it still is in the cache.
+    // A piece is overwritten while it is still in the cache.
     const u64 piece = std::max<u64>(1, 2048 / step);
     for (u64 begin = 0; begin < count; begin += piece) {
         const u64 end = std::min(begin + piece, count);
@@ -98,7 +99,7 @@ void spreadRow(const u64* in, u64 count, u64 step, u64* out) {
     }
 }
 
-/// Zeros in the rows of a mod-up polynomial above its level.
+/// Sets the rows of a mod-up polynomial above its level to zero.
 void clearAboveLevel(Polynomial& polynomial) {
     std::fill(polynomial.getRow(polynomial.getLevel() + 1), polynomial.getData().end(), 0);
 }

@@ -8,11 +8,11 @@
 
 namespace Torvo {
 
-/// Moves coefficients between rings of different degree, without cryptography. A ring of degree n lies in a
-/// ring of degree k n by Y = X^k; k polynomials of degree n interleave to one of degree k n.
+/// Moves coefficients between rings of different degree, without cryptography. A ring of degree n is embedded
+/// in a ring of degree k n by Y = X^k; k polynomials of degree n interleave to one of degree k n.
 ///
-/// Rows are those of the operands' level; the output takes level and device of the first operand. Polynomials
-/// must be out of NTT form, and outputs come out so. Stateless, const, thread-safe.
+/// Rows are those of the operands' level; the output takes level and device of the first operand. Operands
+/// and outputs are polynomials in coefficient form. Stateless, const, thread-safe.
 class RingSwitcher {
 public:
     /// With k operands: out[r][c k + j] = in[j][r][c].
@@ -25,7 +25,7 @@ public:
     /// The inverse of `combine`: out[j][r][c] = in[r][c k + j].
     void split(const Polynomial& in, std::vector<Polynomial*>& out) const;
     void split(const Polynomial& in, std::vector<LevelledElement*>& out) const;
-    /// The coefficients as they are.
+    /// Copies the coefficients unchanged.
     void split(const Polynomial& in, LevelledVector& out) const;
 
     /// out[r][c k] = in[r][c], zeros between.

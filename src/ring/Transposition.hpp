@@ -9,12 +9,12 @@ namespace Torvo {
 /// Transpositions of words at the speed of memory: target(j)[i] = source(i)[j], where source(i) and target(j)
 /// give the first word of a row. Sources and targets must not overlap.
 ///
-/// A block of 32 sources at 32 columns is gathered on the stack and leaves it as 32 words for each of 32
-/// targets. So both sides are read and written in runs of several cache lines, although rows that lie a power
-/// of two apart, as those of polynomials do, compete for the same few lines of the first-level cache.
+/// A block of 32 sources at 32 columns is gathered on the stack, and then written as 32 words to each of 32
+/// targets. So both sides are read and written in runs of several cache lines, although the rows of
+/// polynomials are a power of two apart and compete for the same few lines of the first-level cache.
 namespace transposition {
 
-/// Side of a tile: what a tile touches of both sides stays in a second-level cache.
+/// Side of a tile. The words of both sides in a tile fit a second-level cache.
 inline constexpr u64 tileWords = 256;
 
 /// The indices from `begin` to `end` - 1.
