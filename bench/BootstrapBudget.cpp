@@ -1,6 +1,6 @@
 // Where a bootstrap loses its bits: for each preset, with all slots in use, the mean of -log2 of the error
-// that the bend of the sine alone makes, that of the cosine's polynomial, that of the rounded scales, and
-// that of each phase's roundings, and of all together, in one pass and extended. Simulated
+// that each source alone makes (the bend of the sine, the cosine's polynomial, the rounded scales, the
+// roundings of each phase), and of all errors together, in one pass and extended. Simulated
 // (docs/bootstrapping.md), without keys.
 //
 //     BootstrapBudget [--log-slots L] [--real] preset ...
@@ -29,13 +29,13 @@ using namespace Torvo;
 constexpr unsigned long allSlots = ~0UL;
 constexpr unsigned long sample = 12; // log2 of how many slots are simulated
 
-/// What the message is multiplied by under the sine, whose period is 1.
+/// The factor of the message in the argument of the sine, whose period is 1.
 double epsilonOf(const Context& context, const BootParameter& boot) {
     return static_cast<double>(boot.pre_raise_factor) * std::exp2(context->scale_factors.log_scale[0]) /
            static_cast<double>(context->primes.getPrime(0));
 }
 
-/// What the sine, straightened by its arcsine polynomial, leaves of a part of the message.
+/// The value that the sine, straightened by its arcsine polynomial, gives for a part of the message.
 double bent(const Context& context, const BootParameter& boot, double part) {
     const double s = 2 * std::numbers::pi * epsilonOf(context, boot) * part;
     if (boot.arcsine_degree == 1) return part - part * s * s / 6;
@@ -103,7 +103,7 @@ private:
 struct Odds {
     Odds(const Context& context, const BootParameter& boot) {
         const Parameter& parameter = context->parameter;
-        // At the raise the secret is the sparse one where there is one.
+        // At the raise the secret is the sparse one, if there is one.
         const Context raised = parameter.has_sparse_encapsulation
                                    ? makeContext(getSparseParameterPresetFor(parameter.preset))
                                    : context;

@@ -11,7 +11,7 @@
 #include <random>
 #include <string>
 
-// What the programs that tell of the precision of bootstrapping share.
+// Shared by the programs that measure the precision of bootstrapping.
 
 namespace Torvo::bench {
 

@@ -1,15 +1,15 @@
-// Tells what bootstrapping costs, phase by phase: seconds, and memory.
+// Measures what bootstrapping costs, phase by phase: seconds, and memory.
 //
 //     BootstrapPhases [--batched] [--real] [--log-slots L] [--threads N,...] [--runs R] preset ...
 //     BootstrapPhases --sizes
 //
-// The first form measures: for each number of threads it makes the keys anew, bootstraps R times phase by
-// phase and R times as a whole, and takes medians. Beside the seconds on the clock it tells those that the
-// calling thread computed: it does its share of every loop, so a machine with nothing else to do would take
-// that time. `resident` is the memory that the process holds after a
-// step and `peak` the most it held within the step (that of the last number of threads, from
-// /proc/self/status, Linux). Without --batched rotations run one after the other; without --log-slots all
-// slots are used. The second form computes, for full slots, the sizes of rotation keys and constants.
+// The first form measures: for each number of threads it makes new keys, bootstraps R times phase by phase
+// and R times as a whole, and takes medians. Beside the seconds on the clock it prints the processor time of
+// the calling thread, which does its share of every loop: a machine that runs nothing else would take about
+// that time. `resident` is the memory that the process holds after a step and `peak` the maximum within the
+// step (of the last number of threads, from /proc/self/status, Linux). Without --batched rotations are
+// sequential; without --log-slots all slots are used. The second form computes, for full slots, the sizes of
+// rotation keys and constants.
 
 #include "BootstrapMessages.hpp"
 #include "bootstrap/BootstrapperImpl.hpp"
@@ -94,7 +94,7 @@ u64 rotationKeys(const Context& context, u64 logSlots, bool compact) {
     return distinct.size();
 }
 
-/// Of one direction: each stage has one plaintext per diagonal, at the level of its use.
+/// The constants of one direction: each stage has one plaintext per diagonal, at the level of its use.
 template <class Level>
 u64 bytesOfStages(const Parameter& p, const RadixDecomposition& plan, Level&& levelOfStage) {
     u64 rows = 0;
@@ -127,7 +127,7 @@ double statusOf(const std::string& field) {
     return 0;
 }
 
-/// The peak counts from here on.
+/// Starts a new measurement of the peak.
 void resetPeak() {
     std::ofstream("/proc/self/clear_refs") << 5;
 }

@@ -1,12 +1,12 @@
 // Measures the precision of bootstrapping: for each preset, over several keys, -log2 of the absolute error of
 // a slot, as minimum, 1-percentile and mean, for complex messages uniform in the unit disc and for real ones
-// uniform in [-1, 1]; beside it the mean that the roundings let expect (docs/bootstrapping.md). Fails where
-// the two means lie further apart than 1.5 bits.
+// uniform in [-1, 1]; beside it the mean that the roundings predict (docs/bootstrapping.md). Fails if the two
+// means differ by more than 1.5 bits.
 //
 //     BootstrapPrecision [--keys K] [--log-slots L]... [--batched] [--extended] preset ...
 //
-// Without --log-slots all slots are used; given several times, one key set serves all of them. Rotations run
-// one after the other, so that the keys stay small, or with --batched in batches, with a key for each.
+// Without --log-slots all slots are used; given several times, one key set serves all of them. Rotations are
+// sequential, so that the keys stay small, or with --batched in batches, with a key for each.
 
 #include "BootstrapMessages.hpp"
 #include "support/ErrorBits.hpp"
@@ -56,7 +56,7 @@ Options parse(int argc, char** argv) {
     return options;
 }
 
-/// One secret with all keys that bootstrapping takes.
+/// One secret with all keys that bootstrapping needs.
 struct Setup {
     Setup(const Context& context, const Context& sparse, const std::vector<unsigned long>& logSlots,
           bool isBatched)
@@ -79,7 +79,7 @@ struct Setup {
     std::unique_ptr<Bootstrapper> bootstrapper;
 };
 
-/// What the bootstraps of messages of one kind gave.
+/// The results of the bootstraps of messages of one kind.
 struct Series {
     unsigned long logSlots;
     bool isComplex;
@@ -138,7 +138,7 @@ private:
         predict(message, series);
     }
 
-    /// Several times for short messages, whose mean differs from one time to the next.
+    /// Repeated for short messages, whose mean varies between runs.
     void predict(const Message& message, Series& series) const {
         test::SimulatedBootstrap simulated(context_, series.logSlots, !options_.isBatched);
         for (u64 slots = 0; slots < 1024; slots += message.getSize())

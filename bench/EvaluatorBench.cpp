@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-/// Whole operations on ciphertexts at the top level, and what surrounds them, with teams of one and of two
-/// threads. Names are operation/preset/threads; `--benchmark_filter=mult/FGb` selects. Contexts and keys are
-/// made when the first of their benchmarks runs.
+/// Whole operations on ciphertexts at the top level, and encoding, encryption and decryption, with teams of
+/// one and of two threads. Names are operation/preset/threads; `--benchmark_filter=mult/FGb` selects.
+/// Contexts and keys are made when the first of their benchmarks runs.
 namespace Torvo {
 namespace {
 

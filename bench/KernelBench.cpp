@@ -14,8 +14,8 @@
 #include <vector>
 
 /// The row kernels and the transforms, in scalar and in AVX2 form, for one prime of 51 and one of 61 bits, on
-/// one core; `time/word` and `time/butterfly` are seconds with their unit prefix. The rows named `copy`
-/// tell what the machine's memory gives at each length, to read the others by.
+/// one core; `time/word` and `time/butterfly` are seconds with their unit prefix. The rows named `copy` give
+/// the speed of the machine's memory at each length, for comparison with the others.
 namespace Torvo {
 namespace {
 

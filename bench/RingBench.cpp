@@ -70,7 +70,7 @@ struct Batch {
     std::vector<Polynomial*> out;
 };
 
-/// Seconds of the fastest of some calls of each, taken in turn: what else the machine does then slows
+/// Seconds of the fastest of several calls of each, made in turn, so that other work of the machine affects
 /// neither.
 struct Fastest {
     double move = infinite, copy = infinite;

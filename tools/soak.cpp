@@ -178,7 +178,7 @@ Digest bootstrapComplex(const Task& t) {
     return digestOf(out);
 }
 
-/// From the thread's own generator, started anew.
+/// From the thread's own generator, restarted.
 Digest encrypt(const Task& t) {
     setSeed({t.operation.number, 5, 6, 7});
     const Message& message = t.world.messages[t.operation.first];

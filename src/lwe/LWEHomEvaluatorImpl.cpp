@@ -63,7 +63,7 @@ void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphert
 
 template <class Sign>
 void HomEvaluatorImpl::combineParts(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
-    if (&out != &b) shapeOutput(a.getContext(), out); // an operand is looked at before it is made anew
+    if (&out != &b) shapeOutput(a.getContext(), out); // an operand is read before it is replaced
     Sign::combine(context_->primes, a.getAx(), b.getAx(), out.getAx());
     Sign::combine(context_->primes, a.getBx(), b.getBx(), out.getBx());
     out.setRescaleCounter(a.getRescaleCounter());

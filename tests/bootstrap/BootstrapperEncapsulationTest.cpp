@@ -213,8 +213,8 @@ TEST(EncapsulationRealPreset, BootstrapsAndTakesAnyNewKey) {
     }
 }
 
-// The sparse secret is forgotten, but its seed would tell it: the masks that are drawn after it come from
-// another one, and so does whatever the thread's last key file told.
+// The sparse secret is discarded, but its seed would reveal it. So the masks that are drawn after it come
+// from another seed, and the sparse secret does not come from the seed in the thread's last key file.
 TEST(EncapsulationRealPreset, TheSparseSecretHasASeedOfItsOwn) {
     pair();
     test::onNewThread([] {

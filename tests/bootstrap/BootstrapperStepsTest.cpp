@@ -12,7 +12,7 @@
 #include <vector>
 
 // Bootstrapping written out one operation after the other. Another order would bring other roundings, and so
-// other noise: no bound on errors tells them apart, but the words of the result do.
+// other noise: no bound on errors distinguishes them, but the words of the result do.
 
 namespace Torvo {
 namespace {

@@ -210,7 +210,7 @@ void expectOneSlot(ParameterPreset preset, u64 levelsSpent) {
                             static_cast<double>(context->parameter.num_slots);
     Message out;
     Decryptor(context).decrypt(x, secretKey, out);
-    // A level's correction lies in the constant: the value that comes out is without it.
+    // A level's correction is part of the constant: the resulting value does not contain it.
     double correction = 0;
     for (u64 i = 0; i < 3; ++i)
         correction += static_cast<double>(context->scale_factors.level_correction[top - i]);

@@ -11,7 +11,7 @@
 namespace Torvo {
 namespace {
 
-/// Slots x / q0 = eps m + I come out as m.
+/// Slots x / q0 = eps m + I become m.
 void expectMessageBack(ParameterPreset preset) {
     const Context context = makeContext(preset);
     const SecretKey secretKey(context);

@@ -155,7 +155,7 @@ TEST_F(ContextFile, OfACustomContextIsThese69Bytes) {
 
 TEST_F(ContextFile, OfAPresetIsThese69Bytes) {
     ASSERT_EQ(fxFile.size(), 69u);
-    write(Bytes(200, 0xff)); // what stood there before goes
+    write(Bytes(200, 0xff)); // the old content is replaced
     saveContextToFile(makeContext(FX), path_);
     EXPECT_EQ(read(), fxFile);
 }

@@ -31,9 +31,9 @@ double logOf(u64 p) {
     return static_cast<double>(std::log2(static_cast<long double>(p)));
 }
 
-/// One level of a scale list, exact but for the last bits: values stay below 128, where a double's bits end
-/// at 2^-46; two roundings of the sum and one of the logarithm (below 64, in its last two bits) leave less
-/// than this.
+/// One level of a scale list, exact up to the last bits: values stay below 128, where a double's bits end at
+/// 2^-46; two roundings of the sum and one of the logarithm (below 64, in its last two bits) leave less than
+/// this.
 constexpr double stepError = 0x1p-44;
 
 void expectStep(const ScaleFactors& factors, const std::vector<unsigned long>& primes, u64 level,

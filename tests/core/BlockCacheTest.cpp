@@ -51,7 +51,7 @@ TEST(BlockCache, ABlockTakenForASmallerRequestHoldsTheWholeClass) {
     void* block = cache.allocate(4 * mebi - 5);
     cache.release(block, 4 * mebi - 5);
     block = cache.allocate(4 * mebi);
-    std::memset(block, 1, 4 * mebi); // the address sanitizer would tell
+    std::memset(block, 1, 4 * mebi); // the address sanitizer would report an error
     cache.release(block, 4 * mebi);
 }
 
@@ -145,7 +145,8 @@ TEST(BlockCache, ThreadsNeverShareABlock) {
     EXPECT_LE(cache.keptBytes(), 3 * mebi);
 }
 
-/// The flags by which the system describes the mapping that holds `address`; empty where it does not tell.
+/// The flags by which the system describes the mapping that holds `address`; empty where it does not describe
+/// it.
 std::string mappingFlags(const void* address) {
     std::ifstream mappings("/proc/self/smaps");
     bool isIts = false;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr Device cpu{DeviceType::CPU, 0}, gpu{DeviceType::GPU, 0}, otherCpu{DeviceType::CPU, 1};
 
-/// A value that can be told apart and knows where it is.
+/// A value that differs from others and knows where it is.
 struct Item {
     int number;
     Device device;

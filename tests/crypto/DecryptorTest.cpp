@@ -199,7 +199,7 @@ TEST(Decryptor, RefusesTheOtherEncoding) {
     onCoefficients.setEncodingType(EncodingType::Coefficient);
     ModuleCiphertext moduleOnSlots(module()), moduleOnCoefficients(module());
     moduleOnCoefficients.setEncodingType(EncodingType::Coefficient);
-    // The number of elements is looked at later.
+    // The number of elements is checked later.
     moduleOnSlots.setNumPoly(2);
     moduleOnCoefficients.setNumPoly(2);
     Plaintext plaintext(fx());
@@ -312,7 +312,7 @@ TEST(Decryptor, MakesSharesWithOneError) {
     }
 }
 
-/// Decryption brings a ciphertext to NTT form on the way; so does this, and the share comes out in it.
+/// Decryption transforms a ciphertext to NTT form first; so does this, and the share has that form.
 TEST(Decryptor, MakesTheSameShareOfACiphertextOutOfNTTForm) {
     constexpr std::array<unsigned long, 4> seed = {5, 6, 7, 8};
     Seeded random(70);

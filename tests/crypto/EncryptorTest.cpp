@@ -486,7 +486,7 @@ TEST(Encryptor, RefusesCoefficientsInTheOrderOfTheRules) {
         "[encode] The target rescale counter should be less than or equal to the target level.");
 }
 
-/// Numbers that cannot be encoded are told last, by every form.
+/// Every form refuses numbers that cannot be encoded last.
 TEST(Encryptor, RefusesNumbersOutOfRangeLast) {
     const Encryptor encryptor(fx().context);
     Ciphertext out(fx().context);

@@ -1,5 +1,4 @@
-// A germ of a kilobyte stands for megabytes. What files may make of that, told by the memory that a load
-// takes.
+// A germ of a kilobyte expands to megabytes. The limits for files are tested by the memory that a load takes.
 
 #include "arithmetic/elements/PolynomialVector.hpp"
 #include "arithmetic/elements/Ring.hpp"

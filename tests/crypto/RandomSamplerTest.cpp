@@ -28,7 +28,7 @@ namespace {
 
 using Seed = std::array<unsigned long, 4>;
 constexpr Seed pinnedSeed{0x0123456789abcdef, 0xfedcba9876543210, 0x0f1e2d3c4b5a6978, 0x8796a5b4c3d2e1f0};
-/// No residue: tells a row that was not written.
+/// Not a residue: marks a row that was not written.
 constexpr u64 untouched = ~u64{0};
 
 const Context& toy() {

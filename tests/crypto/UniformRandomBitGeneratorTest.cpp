@@ -174,7 +174,7 @@ TEST(UniformRandomBitGenerator, HoldsItsBufferElsewhere) {
     EXPECT_LE(sizeof(UniformRandomBitGenerator), 128U);
 }
 
-/// The mappings of this process that it may write, but for stacks.
+/// The mappings of this process that it may write, except stacks.
 std::vector<std::pair<const u64*, const u64*>> writableMemory() {
     std::vector<std::pair<const u64*, const u64*>> ranges;
     std::ifstream mappings("/proc/self/maps");

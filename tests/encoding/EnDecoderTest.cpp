@@ -174,7 +174,7 @@ TEST(EnDecoder, RefusesToDecodeWhatOwesMoreRescalesThanItHasLevels) {
                    "Rescale counter should be less than or equal to the level");
 }
 
-// ---- what comes out
+// ---- results
 
 TEST(EnDecoder, EncodesAtTheEncryptionLevelUnlessTold) {
     const Plaintext plaintext = EnDecoder(fx()).encode(messageOfSize(4));

@@ -231,7 +231,7 @@ TEST(EncodingBound, OneSlotAmongManyIsEnough) {
             message[place].imag(x);
             expectOutOfRange([&] { encoder.encode(message, 4, 1); }, "number", x, 4, 1, largestAt(4, 1));
         }
-    // The mean of the slots is a coefficient; what the sums of them overflow to is told as such.
+    // The mean of the slots is a coefficient; if their sum overflows, the text names the overflowed value.
     expectOutOfRange([&] { encoder.encode(Message(5, 1e30), 4, 0); }, "coefficient", 1e30, 4, 0,
                      largestAt(4, 0));
     expectOutOfRange([&] { encoder.encode(Message(5, DBL_MAX), 4, 0); }, "coefficient", infinity, 4, 0,

@@ -218,7 +218,7 @@ TEST(FFT, RootsAreEachComputedFromTheirOwnAngleAndTheFirstComesAgain) {
     EXPECT_EQ(roots[2 * degree], Complex(1, 0));
 }
 
-/// Both parts of {inf, nan} * t come out as NaN by the plain formula; the product is infinite all the same.
+/// Both parts of {inf, nan} * t are NaN by the plain formula; the product is infinite nevertheless.
 TEST(FFT, InfiniteSlotsStayInfiniteBesideANan) {
     const FFT fft(64, {});
     const double infinity = std::numeric_limits<double>::infinity();

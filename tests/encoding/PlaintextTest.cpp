@@ -67,7 +67,7 @@ TEST(Plaintext, StoresLogSlotsUnchecked) {
 TEST(Plaintext, ResizesItsDataWithTheLevel) {
     Plaintext plaintext(fx());
     plaintext.getMxData(1)[63] = 5;
-    for (const u64 level : {1, 24, 30}) { // the chain ends at 24: not looked at
+    for (const u64 level : {1, 24, 30}) { // the chain ends at 24, which is not checked
         plaintext.setLevel(level);
         EXPECT_EQ(plaintext.getLevel(), level);
         EXPECT_EQ(plaintext.getMx().getData().size(), (level + 1) * 64);

@@ -237,8 +237,8 @@ TEST(HomEvaluatorMessage, RotationsShiftCyclicallyModuloTheSlots) {
     }
 }
 
-/// As many as the logarithm of the size tells. For a size that is no power of two this is not the index
-/// modulo the size.
+/// As many as the logarithm of the size says. For a size that is no power of two this is not the index modulo
+/// the size.
 TEST(HomEvaluatorMessage, RotationsTakeTheLowBitsOfTheIndex) {
     Seeded random(16);
     SCOPED_TRACE(random.describe());

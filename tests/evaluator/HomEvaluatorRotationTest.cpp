@@ -388,7 +388,7 @@ TEST_F(HomEvaluatorRotation, ConjugationsRefuseInOrder) {
     EXPECT_REFUSED(keyless.conjugate(x, out), "Failed to load the conjugation key");
     EXPECT_REFUSED(keyless.killImag(shaped(3, coefficient), out), sizeNotTwo);
     EXPECT_REFUSED(keyless.killImag(x, out), "Failed to load the conjugation key");
-    // A conjugate comes out on slots, so a coefficient encoding does not fit it.
+    // A conjugate is encoded on slots, so a coefficient encoding does not match it.
     EXPECT_REFUSED(bundled().killImag(shaped(2, coefficient), out),
                    "Two operands are encoding messages in different way");
     EXPECT_REFUSED(bundled().killImag(scheme.encrypt(message, 0), out), "The level of the operand is zero");

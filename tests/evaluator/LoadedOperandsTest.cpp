@@ -23,7 +23,7 @@ namespace {
 
 const char* const otherRing = "Operands are not of the ring of the generated context.";
 
-/// Calls that may do what they like but for what no caller could stand: only the library's own exceptions.
+/// Calls that may have any result, but may throw only the library's own exceptions.
 void expectNoHarm(const std::vector<std::function<void()>>& calls) {
     for (u64 i = 0; i < calls.size(); ++i) {
         try {

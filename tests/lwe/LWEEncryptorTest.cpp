@@ -105,7 +105,7 @@ TEST(LWEEncryptor, AnOutputOfOtherPrimesBecomesOneOfTheContext) {
     EXPECT_TRUE(sameWords(loaded, ct));
 }
 
-/// An output in use may be at a level that does not bear the new counter; its new level does.
+/// An output in use may be at a level that does not allow the new counter; its new level does.
 TEST(LWEEncryptor, HoldsTheCounterAgainstTheNewLevel) {
     const SecretKey key(smallLWEContext());
     for (const u64 before : {0, 1, 2})

@@ -112,7 +112,7 @@ Ciphertext everyWay(const Unary& operation, const Ciphertext& in) {
     operation(in, foreign);
     EXPECT_TRUE(sameWords(inPlace, out));
     expectOfOneContext(foreign, out);
-    // Of the same sizes, so that nothing but its primes tells that it is of another context.
+    // Of the same sizes, so that only its primes show that it is of another context.
     Ciphertext lookalike(otherPrimes(in.getContext()));
     operation(in, lookalike);
     expectOfOneContext(lookalike, out);

@@ -141,7 +141,7 @@ TEST_F(SavedFile, AnArrayThatCannotBeSavedLeavesTheOldFile) {
     expectUntouched();
 }
 
-// The limit on the size of a file stands for the full disk: the archive is told of every byte of it.
+// The limit on the size of a file takes the place of a full disk: the archive learns of every byte of it.
 TEST_F(SavedFile, AFullDiskLeavesTheOldFile) {
     EXPECT_TRUE(inChild([&] {
         ::signal(SIGXFSZ, SIG_IGN);
@@ -158,7 +158,8 @@ TEST_F(SavedFile, AFullDiskLeavesTheOldFile) {
     expectUntouched();
 }
 
-/// Whether a file is refused as one that does not open, told in a child that cannot tell it to the test.
+/// Whether a file is refused as one that cannot be opened. Runs in a child, which cannot report it to the
+/// test otherwise.
 bool doesNotOpen(const std::string& path) {
     try {
         write(path, "new");
@@ -300,7 +301,7 @@ TEST_F(SavedFile, ANewFileHasTheModeThatTheUmaskLets) {
     }
 }
 
-// No one else may open it at any moment; whoever has the file that stood there open reads the old one.
+// No one else may open it at any moment; whoever has the replaced file open reads the old one.
 TEST_F(SavedFile, ASecretIsItsOwnersAloneFromTheBeginning) {
     const Umask none(0);
     fs::permissions(key, static_cast<fs::perms>(0666));

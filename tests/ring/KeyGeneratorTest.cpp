@@ -213,7 +213,7 @@ TEST(KeyGenerator, WithoutASecretKeyNothingIsGenerated) {
     EXPECT_REFUSED(generator.genEncKey(), withoutSecretKey);
     EXPECT_REFUSED(generator.genMultKey(), withoutSecretKey);
     EXPECT_REFUSED(generator.genConjKey(), withoutSecretKey);
-    EXPECT_REFUSED(generator.genLeftRotKey(0), withoutSecretKey); // before the index is looked at
+    EXPECT_REFUSED(generator.genLeftRotKey(0), withoutSecretKey); // before the index is checked
     EXPECT_REFUSED(generator.genRightRotKey(0), withoutSecretKey);
     EXPECT_REFUSED(generator.genRotKeyBundle(), withoutSecretKey);
     EXPECT_REFUSED(generator.genRotKeyIfNotExist(0), withoutSecretKey);

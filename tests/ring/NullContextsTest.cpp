@@ -105,7 +105,7 @@ TEST(NullContexts, MakeNoDataAndNoKeys) {
 
 TEST(NullContexts, MakeNoServices) {
     const test::Scheme& scheme = test::Scheme::of(ParameterPreset::FX);
-    const Context& fgd = test::contextOf(ParameterPreset::FX); // without encapsulation, which is told first
+    const Context& fgd = test::contextOf(ParameterPreset::FX); // without encapsulation: refused first
     const std::string nowhere = "/nowhere";
     expectRefused({
         {"EnDecoder", making<EnDecoder>(none)},

@@ -185,7 +185,7 @@ TEST(KeyGeneratorRing, UniformPartsKeepTheirGermsAndEachKeyIsDrawnAnew) {
 namespace {
 
 /// The germs of all digits, then their errors: what a switching key takes from the thread's generator, in
-/// this order and nothing else, with the generator where it stood before the key was made.
+/// this order and nothing else, with the generator in its state before the key was made.
 void expectDrawnNext(const EvaluationKey& key, const Context& ring, const SmallPolynomial& to,
                      const SmallPolynomial& from) {
     const Polynomial *ax = key.getAxIter(Device{}), *bx = key.getBxIter(Device{});

@@ -4,9 +4,9 @@
 
 namespace Torvo::test {
 
-/// While one of these lives, all threads together may hold at most `bytes` of `operator new` more than they
-/// held before: an allocation that would go beyond fails with std::bad_alloc, so that what asks for far too
-/// much does no harm to the program that looks for it. There is one at a time.
+/// During the lifetime of such an object all threads together may hold at most `bytes` of `operator new` more
+/// than they held before. An allocation beyond that fails with std::bad_alloc, so that a request for far too
+/// much does not harm the test program. Only one may exist at a time.
 class AllocationBudget {
 public:
     explicit AllocationBudget(u64 bytes);
@@ -15,7 +15,7 @@ public:
     AllocationBudget& operator=(const AllocationBudget&) = delete;
 
     bool isExceeded() const;
-    /// The most that was held or asked for at one time.
+    /// The maximum that was held or requested at one time.
     u64 peak() const;
 };
 

@@ -1,5 +1,5 @@
-// The operators new and delete of the test programs, and what they obey: one unit, so that who links the one
-// has the others.
+// The operators new and delete of the test programs and their controls: one unit, so that a program that
+// links one of them has all.
 
 #include "support/AllocationBudget.hpp"
 #include "support/FailingAllocations.hpp"
@@ -48,7 +48,7 @@ bool isToFail() {
     return true;
 }
 
-/// The library asks for an array once more when it got none: it gets none again.
+/// The standard library repeats a failed request for an array: the second request fails too.
 [[maybe_unused]] bool isArrayToFail() {
     if (std::exchange(failsAgainIn, 0) == armings && isArmed) return true;
     if (!isToFail()) return false;
@@ -83,7 +83,7 @@ namespace {
 
 constexpr long unlimited = std::numeric_limits<long>::max();
 
-// Signed: memory of before may be given back meanwhile.
+// Signed: memory that was allocated before may be released during the budget.
 std::atomic<long> limit{unlimited};
 std::atomic<long> held{0};
 std::atomic<long> highest{0};

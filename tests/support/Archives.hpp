@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-/// What the files of tests/archives hold: known to the program that once wrote them and to the test that
-/// reads them.
+/// The content of the files of tests/archives, for the program that wrote them and the test that reads them.
 namespace Torvo::test::archives {
 
 /// Of degree 64, two primes and one temporary one.

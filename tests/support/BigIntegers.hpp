@@ -6,7 +6,7 @@
 
 #include <vector>
 
-/// Exact integers, against which arithmetic in RNS form is judged.
+/// Exact integers, with which arithmetic in RNS form is compared.
 namespace Torvo::test {
 
 using BigInt = boost::multiprecision::cpp_int;

@@ -12,7 +12,7 @@
 
 namespace Torvo::test {
 
-/// Coefficient k of a message of n slots stands in slot `reversed` of it after slot-to-coefficient.
+/// Coefficient k after slot-to-coefficient belongs to slot `reversed` of a message of n slots.
 inline u64 reversedSlot(u64 k, u64 logSlots) {
     return logSlots == 0 ? 0 : reversedBits(k, static_cast<int>(logSlots));
 }
@@ -68,12 +68,12 @@ public:
         eps_ = gain_ * std::exp2(context->scale_factors.log_scale[0]) / q0;
     }
 
-    /// What the message is multiplied by under the sine, whose period is 1.
+    /// The factor of the message in the argument of the sine, whose period is 1.
     double eps() const { return eps_; }
 
-    /// How far sin(2 pi eps m) / (2 pi eps) lies from m at most: (2 pi eps)^2 / 6 * |m|^3. An arcsine
-    /// polynomial of degree 3 or 7 takes the sine back but for the first term of the series that it leaves
-    /// out, 3/40 s^5 or 35/1152 s^9; the further terms are less than a tenth of it for the small s here.
+    /// The largest distance of sin(2 pi eps m) / (2 pi eps) from m: (2 pi eps)^2 / 6 * |m|^3. An arcsine
+    /// polynomial of degree 3 or 7 leaves the first term of the series that it omits, 3/40 s^5 or 35/1152
+    /// s^9; the further terms are less than a tenth of it for the small s here.
     double bend(double m) const {
         const double x = 2 * std::numbers::pi * eps_;
         if (arcsineDegree_ == 3) return 1.1 * 3.0 / 40 * std::pow(x, 4) * std::pow(m, 5);
@@ -84,15 +84,15 @@ public:
     /// The rest of the error.
     /// Below the raise: four roundings (to level 3 and on the three levels below) and as many key switches,
     /// at scales no lower than that of level 0, after the gain.
-    /// Above it, an error of y comes out K / eps times larger, by the steepest place of sin(2 pi K y) /
-    /// (2 pi eps). Errors of the Chebyshev polynomials on the way to the cosine count for more: that of T_2
-    /// with the slope (pi R)^2 / 4 of the cosine in it, those of T_4, T_8, ... with slopes that fall by 4
-    /// from one to the next. With the tables' coefficients the slopes of all roundings together come to less
-    /// than 128 times K / eps. Key switches count less: those of products are divided by the rescale that
-    /// follows, and those of the baby rotations by the constant of coefficient-to-slot: to less than one in
-    /// all. The cosine polynomial's own error is multiplied by 4 in each double-angle step, and by the
-    /// amplitude 1 / (2 pi eps) in the end. An arcsine has fewer than 8 roundings of its own, at the scale of
-    /// the user's levels, each multiplied by 8 at most.
+    /// Above it, an error of y becomes K / eps times larger, by the steepest slope of sin(2 pi K y) / (2 pi
+    /// eps). Errors of the Chebyshev polynomials on the way to the cosine count for more: that of T_2 with
+    /// the slope (pi R)^2 / 4 of the cosine in it, those of T_4, T_8, ... with slopes that fall by 4 from one
+    /// to the next. With the tables' coefficients the slopes of all roundings together are less than 128
+    /// times K / eps. Key switches count less: those of products are divided by the following rescale, and
+    /// those of the baby rotations by the constant of coefficient-to-slot, to less than one in all. The
+    /// cosine polynomial's own error is multiplied by 4 in each double-angle step, and by the amplitude
+    /// 1 / (2 pi eps) in the end. An arcsine has fewer than 8 roundings of its own, at the scale of the
+    /// user's levels, each multiplied by 8 at most.
     double noise() const {
         const double above = errors_.keySwitch() + 128 * errors_.rescale();
         const double arcsine = arcsineDegree_ == 1 ? 0 : 64 * errors_.atLevel(errors_.rescale(), userLevel_);
@@ -163,7 +163,7 @@ private:
     }
 };
 
-/// What tests on the toy preset speak of.
+/// The scheme that tests on the toy preset share.
 inline const BootScheme& boot() {
     return BootScheme::toy();
 }

@@ -10,10 +10,10 @@
 
 namespace Torvo::test {
 
-/// A file written by hand, field by field, little-endian: what the tables of docs/files.md say.
+/// A file written by hand, field by field, little-endian, by the tables of docs/files.md.
 class Bytes {
 public:
-    /// An archive begins with the byte that tells the writer's endianness: 1, little.
+    /// An archive begins with the byte of the writer's endianness: 1, little.
     static Bytes frame() { return Bytes().u8(1); }
 
     Bytes& u8(std::uint8_t value) { return number(value, 1); }

@@ -33,7 +33,7 @@ void expectShortReads(const std::string& file, Load&& load) {
     }
 }
 
-/// `load` may take a damaged file, or refuse it in one of the documented ways.
+/// `load` may accept a damaged file, or refuse it in one of the documented ways.
 template <class Load>
 void expectTakenOrRefused(const std::string& file, Load&& load, const std::set<std::string>& refusals) {
     std::istringstream stream(file);

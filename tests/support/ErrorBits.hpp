@@ -11,7 +11,7 @@
 
 namespace Torvo::test {
 
-/// -log2 of the absolute errors of slots, as far as doubles tell them.
+/// -log2 of the absolute errors of slots, within the precision of doubles.
 class ErrorBits {
 public:
     ErrorBits() = default;

@@ -4,8 +4,9 @@
 
 namespace Torvo::test {
 
-/// While one of these lives, one allocation by `operator new` fails with std::bad_alloc: the one after
-/// `before` more, counted over all threads, or on the calling thread alone. There is one at a time.
+/// During the lifetime of such an object one allocation by `operator new` fails with std::bad_alloc: the one
+/// after `before` others, counted over all threads or on the calling thread alone. Only one may exist at a
+/// time.
 class FailingAllocation {
 public:
     enum class Thread { Any, Calling, Others };
@@ -15,8 +16,7 @@ public:
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-    /// Whether it came to that allocation. Where it did not, nothing more can fail: a loop over `before`
-    /// ends.
+    /// Whether that allocation was reached. If not, nothing more can fail, and a loop over `before` ends.
     bool hasFailed() const;
 };
 

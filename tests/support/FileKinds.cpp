@@ -17,7 +17,7 @@ std::vector<std::string> none() {
     return {};
 }
 
-/// What goes beyond ends in std::bad_alloc and a finding, and does not take the memory.
+/// A request beyond the bound ends in std::bad_alloc and a finding, and does not take the memory.
 void runWithinMemory(u64 bound, const std::function<void()>& run, const std::string& name) {
     const AllocationBudget budget(bound);
     std::exception_ptr refusal;

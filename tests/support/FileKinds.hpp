@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-/// Every kind of file that the library loads: how it is loaded, and what a program does with what it loaded.
-/// For files that nobody vouches for.
+/// Every kind of file that the library loads: how it is loaded, and how a program uses the loaded object. For
+/// files that cannot be trusted.
 namespace Torvo::test {
 
-/// What must not be, whatever is in the file. It is no std::exception, which would be a refusal.
+/// A violation that no file may cause. It is not a std::exception, which would be a refusal.
 struct Finding {
     std::string what;
 };
@@ -40,8 +40,8 @@ bool feed(const FileKind& kind, const std::string& file);
 /// empty object of a toy ring and the first piece of a field whose length is forged.
 /// @throws Finding when it takes more
 void loadWithinMemory(u64 byteCount, const std::function<void()>& load);
-/// Runs `use` of what was loaded. A refusal is no harm, and must not keep the next use from being tried.
-/// @throws Finding when it takes more than any use of a toy ring can have a need for
+/// Runs `use` of a loaded object. A refusal is harmless, and must not prevent the next use.
+/// @throws Finding when it takes more memory than any use of a toy ring can need
 void attempt(const std::function<void()>& use);
 
 } // namespace Torvo::test

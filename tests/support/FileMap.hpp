@@ -9,8 +9,8 @@
 
 namespace Torvo::test {
 
-/// Where the fields of a file lie, as docs/files.md tells it: found by walking the file as a load does. The
-/// walk ends where the file does; what lies before it is known.
+/// The positions of the fields of a file, by docs/files.md, found by walking through the file as a load does.
+/// The walk ends where the file ends; all fields before that are known.
 class FileMap {
 public:
     /// A number of 1, 4 or 8 bytes. An identity (frame, hash, tag) is one that a load compares with what it
@@ -26,7 +26,7 @@ public:
         std::size_t content; ///< of the germ, or of the count of words
         std::size_t end;
     };
-    /// What stands one after the other and could stand there more often.
+    /// Elements in a row, of which there could be more.
     struct List {
         std::size_t count;        ///< where their number stands
         std::vector<Field> items; ///< offset and width of each
@@ -38,7 +38,7 @@ public:
     const std::vector<Polynomial>& polynomials() const { return polynomials_; }
     const std::vector<List>& lists() const { return lists_; }
 
-    /// Where the walk ended: behind the last field that is all there.
+    /// Where the walk ended: after the last complete field.
     std::size_t end() const { return at_; }
 
     /// The number of `width` bytes at `offset`, which lies within the file.

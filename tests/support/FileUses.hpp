@@ -56,7 +56,8 @@ Key loadedKey(const std::string& file, const AnyContext& context) {
     return std::move(*key);
 }
 
-/// What was loaded and saved must load, by `load(bytes)`, which returns what that object is saved as.
+/// An object that was loaded and saved must load again, by `load(bytes)`, which returns the bytes of that
+/// object saved.
 /// @throws Finding
 template <class Load>
 void expectLoadsAgain(const std::string& bytes, Load&& load) {

@@ -40,7 +40,7 @@ private:
     int descriptor_;
 };
 
-/// The number at `offset` of a file, whose frame tells in which order its bytes stand; 0 beyond its end.
+/// The number at `offset` of a file, in the byte order that the frame gives; 0 beyond its end.
 u64 numberAt(const std::string& file, std::size_t offset, std::size_t width) {
     if (file.size() < offset + width) return 0;
     std::string bytes = file.substr(offset, width);

@@ -17,12 +17,12 @@ inline Context ringOfDigits(unsigned long digits) {
     return makeContext(6, 4, 50, 42, 50, digits);
 }
 
-/// `ringOfDigits(2)`, but for the primes.
+/// Like `ringOfDigits(2)`, with other primes.
 inline Context ringOfOtherPrimes() {
     return makeContext(6, 4, 49, 41, 50, 2);
 }
 
-/// `ringOfDigits(2)`, but for the degree, and so for the primes too.
+/// Like `ringOfDigits(2)`, with another degree, and so other primes too.
 inline Context ringOfOtherDegree() {
     return makeContext(7, 4, 50, 42, 50, 2);
 }
@@ -74,7 +74,7 @@ inline std::string shapeOf(const Context& context) {
            std::to_string(context->parameter.gadget_rank) + " digits (" + context->parameter.name + ")";
 }
 
-/// The refusal that tells two rings apart.
+/// The refusal that describes two different rings.
 inline std::string refusalOf(const std::string& subject, const Context& theirs, const std::string& owner,
                              const Context& ours, const std::string& advice) {
     const auto a = getPrimeList(theirs), b = getPrimeList(ours);

@@ -54,7 +54,7 @@ std::vector<u64> receive(int pipeEnd) {
     _exit(0);
 }
 
-/// Whether the child ended well; tells how it ended if not.
+/// Whether the child ended well; if not, the result says how it ended.
 bool hasEndedWell(pid_t child) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0)

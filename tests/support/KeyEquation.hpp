@@ -17,7 +17,7 @@
 #include <set>
 #include <vector>
 
-/// The equations that public keys obey, looked at on coefficients with plain integers.
+/// The equations that public keys obey, checked on coefficients with plain integers.
 namespace Torvo::test {
 
 /// A polynomial with small signed coefficients.

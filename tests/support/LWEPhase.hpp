@@ -10,7 +10,7 @@
 
 #include <vector>
 
-/// Plain LWE looked at from outside: exact integers in place of residues.
+/// Plain LWE for comparison: exact integers instead of residues.
 namespace Torvo::test {
 
 inline BigInt modulusAt(const LWE::Context& context, u64 level) {

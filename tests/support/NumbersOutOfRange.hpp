@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-/// Numbers that cannot be encoded, and what a refusal tells of them.
+/// Numbers that cannot be encoded, and the texts that refuse them.
 namespace Torvo::test {
 
-/// What neither a level nor a scale makes encodable.
+/// Numbers that no level and no scale makes encodable.
 inline std::vector<double> neverEncodable() {
     constexpr double infinity = std::numeric_limits<double>::infinity();
     return {std::nan(""), -std::nan(""), infinity, -infinity, 1e300, -1e300, DBL_MAX, -DBL_MAX};
@@ -61,7 +61,7 @@ inline std::vector<std::string> between(const std::vector<std::string>& pieces, 
     return begin == text.size() ? fields : std::vector<std::string>{};
 }
 
-/// What a refusal told; `text` alone when it was none of a number out of range.
+/// The parts of a refusal; only `text` if it was not one for a number out of range.
 struct RangeRefusal {
     std::string text, what;
     double value = 0, largest = 0;

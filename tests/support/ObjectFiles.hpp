@@ -17,7 +17,7 @@
 #include <sstream>
 #include <string>
 
-/// Objects with members `save` and `load`, looked at through their files.
+/// Objects with members `save` and `load`, compared by their files.
 namespace Torvo::test {
 
 inline std::string contentOf(const std::string& path) {

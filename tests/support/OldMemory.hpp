@@ -12,7 +12,7 @@
 #include <cstring>
 #include <string>
 
-/// Whether what an object saves depends on what lay in the memory before it.
+/// Whether a saved file depends on the previous content of the object's memory.
 namespace Torvo::test {
 
 /// Runs on one thread, so that all that is random comes from its seed.

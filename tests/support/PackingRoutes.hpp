@@ -27,7 +27,7 @@ namespace Torvo::test {
 /// of the hops, since their errors are independent.
 class RouteNoise {
 public:
-    /// A fresh number: the error, and a number cut to an integer, which is off by less than 1.
+    /// A fresh number: the error, and the truncation to an integer, which changes it by less than 1.
     static RouteNoise ofFreshNumbers() { return RouteNoise(3.2 * 3.2 + 1.0 / 12 + 1); }
     /// Fresh coefficients, rounded.
     static RouteNoise ofFreshCoefficients() { return RouteNoise(3.2 * 3.2 + 1.0 / 6); }

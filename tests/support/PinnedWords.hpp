@@ -23,8 +23,8 @@
 /// promised; a new row is found by `TORVO_PRINT_WORDS=1 build/debug/tests/wordsTests | grep '^{' | sort -u`.
 namespace Torvo::test {
 
-/// The rows of one group of the table. Everything shown must have the digest of its row, and before the group
-/// goes each of its rows must have been shown.
+/// The rows of one group of the table. Everything shown must have the digest of its row, and each row must be
+/// shown before the group is destroyed.
 class PinnedGroup {
 public:
     explicit PinnedGroup(std::string name);
@@ -48,7 +48,7 @@ private:
     std::set<std::string> shown_;
 };
 
-/// While it lives, teams have this size.
+/// During its lifetime teams have this size.
 class Team {
 public:
     explicit Team(int threads) : before_(omp_get_max_threads()) { omp_set_num_threads(threads); }
@@ -60,8 +60,8 @@ private:
     int before_;
 };
 
-/// What `draw` makes of the words that follow `seed`. Each thread has a generator of its own, and only that
-/// of the calling one is seeded, so it works alone.
+/// The result of `draw` with the words that follow `seed`. Each thread has a generator of its own, and only
+/// that of the calling one is seeded, so it works alone.
 template <class Draw>
 auto drawnFrom(u64 seed, Draw draw) {
     const Team alone(1);

@@ -20,7 +20,7 @@ inline void fillWithNumbers(Polynomial& poly, u64 first) {
     for (u64 i = 0; i < poly.getData().size(); ++i) poly.getData()[i] = first + i;
 }
 
-/// The header of a polynomial of `smallContext`, up to and with the flag that tells germ from data.
+/// The header of a polynomial of `smallContext`, up to and with the flag for germ or data.
 inline Bytes smallPolynomialHead(bool modUp, bool isNTT, u64 level, bool withoutGerm) {
     const auto primes = getPrimeList(smallContext());
     const u64 rows = modUp ? 3 : 2;

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-/// What ciphertexts are made of, looked at on coefficients with plain integers.
+/// The parts of ciphertexts, on coefficients with plain integers.
 namespace Torvo::test {
 
 /// Row `row` of a polynomial in either form, as coefficients.

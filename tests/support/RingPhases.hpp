@@ -11,8 +11,8 @@
 
 #include <cmath>
 
-/// Ciphertexts that move between rings, looked at through their phases: what b + <a, s> is, word for word,
-/// whatever it may encrypt.
+/// Ciphertexts that move between rings, compared by their phases: the words of b + <a, s>, whatever the
+/// ciphertexts encrypt.
 namespace Torvo::test {
 
 /// The error of one coefficient after a key switch in the ring of `keys`, as docs/noise.md derives it, with
@@ -53,8 +53,8 @@ private:
     double weight_, numKeys_;
 };
 
-/// A ciphertext out of NTT form, on coefficients, whose words are random: as good as any for a test that
-/// looks at phases.
+/// A ciphertext in coefficient form and encoding, whose words are random: sufficient for a test that compares
+/// phases.
 template <EncryptionType E>
 CiphertextBase<E> randomOnCoefficients(const Context& context, u64 level, Seeded& random) {
     CiphertextBase<E> ciphertext(context);

@@ -19,10 +19,10 @@
 
 namespace Torvo::test {
 
-/// How far decrypted slots may lie from the numbers they stand for, derived from the parameters alone.
+/// How much decrypted slots may differ from the encrypted numbers, derived from the parameters alone.
 ///
-/// Sizes are told in the canonical embedding: |x| is the largest slot of a polynomial x before division by
-/// the scale, so that |x * y| <= |x| * |y|. A polynomial of N independent coefficients of variance v has
+/// Sizes are measured in the canonical embedding: |x| is the largest slot of a polynomial x before division
+/// by the scale, so that |x * y| <= |x| * |y|. A polynomial of N independent coefficients of variance v has
 /// slots of variance N * v, which exceed 6 * sqrt(N * v) with probability below exp(-36) each; that is taken
 /// as its size. The secret has `hamming_weight` h coefficients of -1 or 1: its size is 6 * sqrt(h). sigma is
 /// the deviation of the errors.

@@ -8,8 +8,8 @@
 
 namespace Torvo::test {
 
-/// While one of these lives, the sources of seeds do what its script says: the kernel's pool (getrandom) and
-/// std::random_device. There is one at a time.
+/// During the lifetime of such an object the sources of seeds, the kernel's pool (getrandom) and
+/// std::random_device, follow its script. Only one may exist at a time.
 class ScriptedEntropy {
 public:
     enum class Thread { Any, Others };

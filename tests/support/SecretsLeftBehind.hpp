@@ -17,10 +17,10 @@
 #include <utility>
 #include <vector>
 
-/// Whether an operation that fails leaves in freed memory what tells a secret.
+/// Whether an operation that fails leaves secrets in freed memory.
 namespace Torvo::test {
 
-/// All memory that is given meanwhile is filled, so that what the test itself has freed is not found again.
+/// All memory allocated during the test is filled, so that the test does not find what it has freed itself.
 class SecretsLeftBehind : public testing::Test {
     PoisonedMemory poisoned_{1};
 };
@@ -68,8 +68,8 @@ inline Secrets secretsOf(std::initializer_list<Rows> polynomials) {
     return secrets;
 }
 
-/// Runs `operation` with one allocation failing, that after `before` others. Whether it went well, and
-/// whether it came to that allocation.
+/// The result of `operation` with one failing allocation, that after `before` others: whether the operation
+/// succeeded, and whether it reached that allocation.
 struct Outcome {
     template <class Operation>
     Outcome(u64 before, Operation&& operation) {

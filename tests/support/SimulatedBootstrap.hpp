@@ -24,10 +24,10 @@ struct ErrorSources {
     bool arcsine = true;
 };
 
-/// What a bootstrap makes of a message, slot by slot in plain numbers: the formulas of the sine as
-/// ciphertexts go through them, with a normal error wherever those are rounded, of the variance that
-/// docs/noise.md derives. So no formula is needed for how errors grow and meet again. For the linear
-/// transforms see `TransformErrors`; docs/bootstrapping.md has the sums.
+/// The result of a bootstrap of a message, slot by slot in plain numbers. It follows the formulas of the sine
+/// as ciphertexts do, and adds a normal error wherever those are rounded, with the variance that
+/// docs/noise.md derives. So no formula is needed for how errors grow and combine. For the linear transforms
+/// see `TransformErrors`; docs/bootstrapping.md has the sums.
 class SimulatedBootstrap {
 public:
     SimulatedBootstrap(const Context& context, u64 logSlots, bool isSequential, ErrorSources sources = {});
@@ -44,7 +44,7 @@ private:
         u64 level;
     };
 
-    /// What the linear transforms add, as deviations.
+    /// The errors of the linear transforms, as deviations.
     struct Deviations {
         double part;     ///< of a part of the message before the raise
         double multiple; ///< of the multiples of the base prime

@@ -44,7 +44,7 @@ double TransformErrors::encoding(u64 stage, u64 level) const {
 }
 
 /// The errors of the baby rotations are multiplied by the diagonals like the slots. Those of the giant ones,
-/// made before the rescale, vanish in it. Each diagonal is rounded once.
+/// made before the rescale, become negligible in it. Each diagonal is rounded once.
 void TransformErrors::apply(u64 stage, u64 level, double rowSquare, Squares& x) const {
     const auto radix = static_cast<double>(plan_.radix[stage]);
     const auto baby = static_cast<double>(plan_.babySteps[stage]);

@@ -9,7 +9,7 @@
 
 namespace Torvo::test {
 
-/// What the two linear transforms of bootstrapping add to an error. Every slot of the result depends on all
+/// The errors that the two linear transforms of bootstrapping add. Every slot of the result depends on all
 /// slots before it, so errors are summed as mean squares.
 class TransformErrors {
 public:

@@ -5,8 +5,8 @@
 
 #include <vector>
 
-/// The transforms stage by stage as their rule is written, on 128-bit integers, from the table of powers: the
-/// words that every form must give, in every range.
+/// The transforms stage by stage, directly by their rule, on 128-bit integers and from the table of powers:
+/// the words that every form must give, in every range.
 namespace Torvo::test {
 
 /// w*y - floor(y * floor(w * 2^64 / p) / 2^64) * p.

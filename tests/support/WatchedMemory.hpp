@@ -7,8 +7,8 @@
 
 namespace Torvo::test {
 
-/// While one of these lives, every block that `operator new` gives is full of `word`, as if somebody had left
-/// it there. There is one at a time.
+/// During the lifetime of such an object every block that `operator new` returns is filled with `word`, as if
+/// an earlier owner had left it there. Only one may exist at a time.
 class PoisonedMemory {
 public:
     explicit PoisonedMemory(u64 word);
@@ -17,8 +17,8 @@ public:
     PoisonedMemory& operator=(const PoisonedMemory&) = delete;
 };
 
-/// While one of these lives, every block that is freed is searched for secrets, of any thread. There is one
-/// at a time.
+/// During the lifetime of such an object every freed block, of any thread, is searched for secrets. Only one
+/// may exist at a time.
 class FreedMemory {
 public:
     /// Some words in a row of what must not be left behind.

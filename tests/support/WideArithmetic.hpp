@@ -4,8 +4,8 @@
 
 #include <vector>
 
-/// Modular arithmetic by the remainder of 128-bit integers: slow, plain, and sharing no code with the
-/// library, to judge it by.
+/// Modular arithmetic by the remainder of 128-bit integers: slow, plain, and without code of the library, for
+/// comparison with it.
 namespace Torvo::test {
 
 inline u64 wideAdd(u64 a, u64 b, u64 p) {

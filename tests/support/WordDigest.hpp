@@ -25,9 +25,9 @@
 
 namespace Torvo::test {
 
-/// A short name for all that an object is made of: its book-keeping, and every word that operations read.
-/// What differs in any of it has another name. How the words are kept (holes, germs, capacity) does not
-/// count.
+/// A digest of the whole content of an object: its flags and counters, and every word that operations read.
+/// Objects that differ in any of these have different digests. How the words are stored (holes, germs,
+/// capacity) does not count.
 class WordDigest {
 public:
     /// 16 bytes in hexadecimal digits.

@@ -182,7 +182,7 @@ TEST(FastBaseConv, AFullDigitIsThePolynomialUpToAFewMultiplesOfItsModulus) {
                 for (u64 i = 0; i < world.groupSize; ++i) own.push_back(a.getRow(first + i)[k]);
                 const BigInt digit =
                     chineseRemainder(own, slice(world.primes, first, first + world.groupSize));
-                // The rows outside the digit tell the extended value.
+                // The rows outside the digit give the extended value.
                 std::vector<u64> otherPrimes, otherResidues;
                 for (u64 t = 0; t < total; ++t) {
                     if (first <= t && t < first + world.groupSize) continue;

@@ -265,7 +265,7 @@ TEST(PolynomialArchive, TakesALevelAtOrAboveTheChain) {
         expectSame(loaded, poly);
         EXPECT_NO_THROW(from(saved(poly), loadOfRing));
     }
-    // 64 words of the highest level, as they stood at full height before the level was set.
+    // 64 words of the highest level, unchanged since before the level was set.
     EXPECT_REFUSED(from(Head{.level = 2, .words = 128}.file(), loadAny), test::notVerified);
 }
 

@@ -96,7 +96,7 @@ TEST(Polynomial, HasZerosInRowsThatComeToLife) {
         p.setLevel(2);
         for (u64 i = 0; i <= 3; ++i) {
             const u64 expected =
-                i == 1 || i == 2 ? 0 : 17; // row 3 is not looked at, in the capacity or a hole
+                i == 1 || i == 2 ? 0 : 17; // row 3 is not inspected, in the capacity or a hole
             EXPECT_EQ(std::count(p.getRow(i), p.getRow(i) + 64, expected), 64) << "row " << i;
         }
         if (modUp) p.clearHoles();
