@@ -1,7 +1,7 @@
 // 1. Encrypt and decrypt.
 //
-// Three things make an encryption scheme: parameters, keys, and a way to turn data into what the scheme
-// encrypts. Here they are, from a vector of complex numbers to a ciphertext and back.
+// An encryption scheme needs three things: parameters, keys, and a way to turn data into something that the
+// scheme can encrypt. This program shows them, from a vector of complex numbers to a ciphertext and back.
 
 #include <Torvo/Torvo.hpp>
 
@@ -19,8 +19,8 @@ int main() {
     std::printf("ring degree %lu, %lu slots, encryption level %lu, security %lu bits\n", getDegree(context),
                 1UL << getLogFullSlots(context), getEncryptionLevel(context), getSecurityLevel(context));
 
-    // The secret key stays with the owner of the data. From it come the public keys, which a KeyPack holds;
-    // the encryption key is all that somebody needs who only encrypts.
+    // The secret key stays with the owner of the data. The public keys are made from it, and a KeyPack holds
+    // them. Somebody who only encrypts needs only the encryption key.
     const SecretKey secretKey(context);
     const KeyGenerator keyGenerator(context, secretKey);
     keyGenerator.genEncKey();
@@ -37,7 +37,7 @@ int main() {
                 ciphertext.getLevel(), ciphertext.getCurrentScaleFactor());
 
     // Encryption adds a little noise on purpose: it is what makes the scheme secure. So a decrypted message
-    // is close to the encrypted one, and how close is a matter of the scale.
+    // is close to the encrypted one; the scale decides how close.
     Message decrypted;
     Decryptor(context).decrypt(ciphertext, secretKey, decrypted);
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The same circuit in the clear and encrypted: an evaluator speaks both, in the same words.
+// The same circuit in the clear and encrypted: an evaluator has the same members for both.
 template <class Data>
 void circuit(const Torvo::HomEvaluator& evaluator, const Data& x, const Data& y, Data& result,
              Data& product) {
@@ -62,7 +62,7 @@ int main() {
     };
     double worst = report("after the circuit:");
 
-    // Operands of different levels meet at the lower one, without the caller's doing.
+    // If operands have different levels, the evaluator brings the higher one down by itself.
     evaluator.mult(result, encryptedX, result);
     evaluator.mult(expected, x, expected);
     worst = std::max(worst, report("times x (fresh, higher):"));
@@ -80,7 +80,7 @@ int main() {
     evaluator.add(expected, square, expected);
     worst = std::max(worst, report("one rescale for two products:"));
 
-    // Down at level 0 the library refuses, rather than give a wrong answer.
+    // At level 0 the library refuses to multiply, instead of giving a wrong result.
     evaluator.levelDown(result, 0, result);
     try {
         evaluator.square(result, result);

@@ -1,7 +1,7 @@
 // 3. Rotations and sums.
 //
-// Slots never meet by themselves: a rotation shifts the whole vector, so that values from different slots
-// come to stand in the same place. From rotations come sums, averages, and matrix products.
+// Additions and multiplications never mix slots. A rotation shifts the whole vector, so that values from
+// different slots reach the same position. Sums, averages and matrix products are built from rotations.
 
 #include <Torvo/Torvo.hpp>
 
@@ -18,9 +18,9 @@ int main() {
     keyGenerator.genEncKey();
     keyGenerator.genConjKey();
 
-    // Each rotation index has a key of its own. The bundle holds the powers of two in both directions, from
-    // which the evaluator composes every other rotation; an index used often deserves its own key, which
-    // makes it a single step.
+    // Each rotation index has its own key. The bundle holds the powers of two in both directions, from which
+    // the evaluator composes every other rotation; an index used often deserves its own key, which makes it a
+    // single step.
     keyGenerator.genRotKeyBundle();
     keyGenerator.genLeftRotKey(5);
     const KeyPack keys = keyGenerator.getKeyPack();

@@ -19,7 +19,7 @@ namespace {
 
 using namespace Torvo;
 
-// Runs in a process of its own, and has only the directory to go by.
+// Runs in its own process and knows nothing but the directory.
 int serve(const std::string& directory) {
     // The file is a recipe of 69 bytes; the context is rebuilt from it.
     const Context context = makeContextFromFile(directory + "/context.bin");

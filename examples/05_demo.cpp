@@ -35,8 +35,8 @@ Message pack(const std::vector<std::vector<double>>& rows) {
     return message;
 }
 
-// What the server owns: the model and public keys. Its circuit stands here once, and runs on ciphertexts as
-// well as on messages in the clear.
+// The server has the model and public keys. Its circuit is written once, and runs on ciphertexts as well as
+// on messages in the clear.
 struct Server {
     HomEvaluator evaluator;
     LogisticModel model;

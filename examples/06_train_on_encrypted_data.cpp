@@ -122,7 +122,8 @@ int main() {
         const double seconds = timed("an iteration", [&] {
             server.iterate(encryptedBatches[i % 2], momentum, encryptedWeights, encryptedAhead);
             if (i + 1 == iterations) return;
-            // Both vectors in one ciphertext, as real and imaginary part, and as what they are: 2^5 slots.
+            // Both vectors in one ciphertext, as real and imaginary part, and with the slots that they need:
+            // 2^5.
             evaluator.multImagUnit(encryptedAhead, both);
             evaluator.add(both, encryptedWeights, both);
             both.setLogSlots(logWidth);

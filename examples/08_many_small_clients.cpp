@@ -1,8 +1,8 @@
 // 8. Many small clients.
 //
 // A sensor or a telephone has one number to give, and a ciphertext of FGb would be 13 MiB. So each client
-// encrypts its number under plain LWE, in 32 KiB. The server packs all of them into one small ring, lays that
-// into the ring of FGb, and half a bootstrap makes it an ordinary ciphertext, with a slot for every two
+// encrypts its number under plain LWE, in 32 KiB. The server packs all of them into one small ring and embeds
+// that in the ring of FGb. Half a bootstrap makes it an ordinary ciphertext, with a slot for every two
 // clients and levels to spend. It returns mean and variance of all numbers in a single slot.
 
 #include "common/ByteCount.hpp"
@@ -25,7 +25,7 @@ using ModuleKey = SecretKeyBase<EncryptionType::MLWE>;
 constexpr unsigned long clients = 4096, logSlots = 11; // two numbers a slot
 constexpr bool compact = true;
 
-// Packs each run of `inputs` so many as fit into one output.
+// Packs `inputs` in groups, each as large as one output can hold.
 template <class In, class Out>
 void packAll(const std::vector<In>& inputs, const ModPackKeyBundle& keys, std::vector<Out>& outputs) {
     const unsigned long each = inputs.size() / outputs.size();
@@ -117,7 +117,7 @@ int main() {
     std::printf("%.1f MiB became %.3f MiB\n", clients * savedMiB(sent[0]), savedMiB(packed[0]));
 
     // Coefficient c of the small ring becomes coefficient 16 c of the large one: the coefficients of a
-    // message of 2048 slots, of which half a bootstrap makes slots.
+    // message of 2048 slots, which half a bootstrap turns into slots.
     const HomEvaluator evaluator(large, generator.getKeyPack());
     const Bootstrapper bootstrapper(evaluator, logSlots, compact);
     Ciphertext ciphertext(large);

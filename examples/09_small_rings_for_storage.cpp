@@ -1,9 +1,9 @@
 // 9. Small rings for storage.
 //
-// A ciphertext that has done its work need not be stored at the size at which it was worked on. Moved to its
-// coefficients it takes one prime instead of thirteen; and a ciphertext of one prime is as secure in a ring
-// of degree 2^12 as one of twenty-five primes is in degree 2^16. So it can be taken apart into small
-// ciphertexts, or, when its message is short, be cut down to a single one. And it can come back.
+// A ciphertext need not be stored at the size at which it was computed. Moved to its coefficients it takes
+// one prime instead of thirteen, and a ciphertext of one prime is as secure in a ring of degree 2^12 as one
+// of twenty-five primes in degree 2^16. So it can be decomposed into small ciphertexts, or, if its message is
+// short, into a single one. And it can be brought back.
 
 #include "common/ByteCount.hpp"
 #include "common/Phase.hpp"
@@ -92,7 +92,7 @@ double storeAMessage(const Rings& rings) {
     Encryptor(rings.large).encrypt(message, rings.largeKey, whole);
     const double before = savedMiB(whole);
 
-    // On its coefficients a message of 2^11 slots stands at every 16th: what decomposing to a single
+    // The coefficients of a message of 2^11 slots are at every 16th place, which decomposing to a single
     // ciphertext keeps.
     std::vector<Ciphertext*> output{&piece};
     double seconds = timed("down", [&] {

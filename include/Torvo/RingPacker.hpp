@@ -17,8 +17,8 @@ namespace Torvo {
 /// context; their previous content does not matter. An output may be an input. docs/packing.md shows the
 /// routes, the keys that each needs and the noise that it adds.
 ///
-/// With Y = X^k a ring of degree n lies in a ring of degree k n: coefficient c of the j-th small ciphertext
-/// becomes coefficient c k + j of the large one, and the other way round.
+/// With Y = X^k a ring of degree n is embedded in a ring of degree k n: coefficient c of the j-th small
+/// ciphertext becomes coefficient c k + j of the large one, and vice versa.
 ///
 /// Stateless and const: calls may run at once on different outputs. The contexts of inputs, keys and outputs
 /// must have the same primes up to the level of the inputs.

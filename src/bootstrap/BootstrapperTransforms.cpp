@@ -23,7 +23,7 @@ Ciphertext BootstrapperImpl::takeDown(const Ciphertext& in) const {
         slotToCoeff(t, t);
     } else {
         t = in;
-        t.setEncodingType(EncodingType::Slot); // as the operations ask; what it holds is on coefficients
+        t.setEncodingType(EncodingType::Slot); // the operations require it; the values are on coefficients
         evaluator_->levelDown(t, 0, t);
         evaluator_->multInteger(t, gain, t);
     }
