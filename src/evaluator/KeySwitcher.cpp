@@ -34,7 +34,7 @@ KeySwitcher::KeySwitcher(const Context& context)
 
 void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const {
     require(isOfRing(context_, poly), message::operandsOfOtherRing);
-    // Without this guard the tables would fail first, with another text.
+    // The tables would be missed before a kernel could tell.
     context_->primes.checkDevice(poly.getDevice(), true);
     Polynomial scaled(context_, false, poly.isNTT());
     scaled.setLevel(poly.getLevel());

@@ -48,7 +48,7 @@ bool isToFail() {
     return true;
 }
 
-/// The standard library repeats a failed request for an array: the second request fails too.
+/// The library repeats a failed request for an array once: the second request fails too.
 [[maybe_unused]] bool isArrayToFail() {
     if (std::exchange(failsAgainIn, 0) == armings && isArmed) return true;
     if (!isToFail()) return false;
