@@ -9,8 +9,8 @@
 /// - the forking thread ends its idle team of OpenMP threads: these threads do not exist in the child, whose
 ///   first parallel region would wait for them for ever. Inside a parallel region the team stays;
 /// - the forking thread takes the mutexes that other threads may hold at any time, since in the child no
-///   thread would release them; and the child counts the fork, by which the generators notice that they are
-///   copies.
+///   thread would release them;
+/// and the child counts the fork, by which the generators notice that they are copies.
 namespace Torvo {
 
 /// The number of forks between the process that loaded the library and this one.

@@ -12,7 +12,8 @@ namespace Torvo {
 
 /// Which numbers can be encoded at a level and a rescale counter. x * scale must stay below
 ///   half the product of the primes 0 to level - counter, since residues wrap around there (the primes still
-///   owed multiply both sides); and 2^127, the limit of 128 bits.
+///   owed multiply both sides); and
+///   2^127, the limit of 128 bits.
 /// The product is rounded as the encoders round it, and the limit is the smallest double that is not below
 /// the true one. So a number passes exactly if its rounded product is below the limit.
 class EncodingBound {
