@@ -163,13 +163,13 @@ public:
         end(name);
     }
 
-    /// The first step begins.
+    /// Begins the first step.
     void begin() {
         resetPeak();
         started_ = secondsOf(CLOCK_MONOTONIC);
         computed_ = secondsOf(CLOCK_THREAD_CPUTIME_ID);
     }
-    /// The step that ran since the last call of either has ended, and another begins.
+    /// Ends the step that has run since the last call of either, and begins another.
     void end(const std::string& name) {
         Step& step = stepOf(name);
         step.computing.push_back(secondsOf(CLOCK_THREAD_CPUTIME_ID) - computed_);

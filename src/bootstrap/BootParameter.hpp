@@ -32,7 +32,7 @@ private:
     void setTransformConstants(const ContextContent& context);
 };
 
-/// The share of `constant` that each of `count` multiplications takes, 1 to 3 of them.
+/// The factor whose `count`-th power is `constant`: each of `count` multiplications, 1 to 3, applies it.
 double equalShare(double constant, u64 count);
 
 /// A fraction as a key of the cosine tables: 16/5 and 32/10 are one key.

@@ -28,8 +28,8 @@ namespace Torvo {
 /// BootstrapperEncapsulation (the switches around the raise).
 class BootstrapperImpl {
 public:
-    /// What one pass consists of, in this order. A real message has no `SineOfImaginaryPart`, and only a
-    /// complex one in one output has the last step.
+    /// The steps of one pass, in this order. A real message has no `SineOfImaginaryPart`, and only a complex
+    /// message in one output has the last step.
     enum class Step {
         DownAndSlotToCoeff,
         Raise,
@@ -89,7 +89,7 @@ public:
 
     const BootParameter& getParameter() const { return parameter_; }
 
-    /// For those who measure. Not to be set while another thread bootstraps.
+    /// For measurements. It must not be set while another thread bootstraps.
     void setStepObserver(StepObserver observer) { stepObserver_ = std::move(observer); }
 
 private:

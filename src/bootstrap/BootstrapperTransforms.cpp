@@ -83,7 +83,7 @@ void BootstrapperImpl::coeffToSlot(const Ciphertext& in, Ciphertext& out) const 
 void BootstrapperImpl::multiplyForMissingStages(Ciphertext& x, u64 stages) const {
     const u64 folded = context_->parameter.num_slots / x.getNumberOfSlots();
     const double constant = parameter_.coeff_to_slot_constant / static_cast<double>(folded);
-    // One slot takes a level less where all levels are alike.
+    // One slot spends a level less if all levels have primes of one size.
     const bool isShort = stages == 0 && !context_->parameter.hasLevelsAboveEncryption();
     const u64 total = parameter_.coeff_to_slot_depth - (isShort ? 1 : 0);
     const double root = equalShare(constant, total);

@@ -31,8 +31,8 @@ struct Parameter {
     Parameter(u64 log_degree, u64 chain_length, u64 gadget_rank, u64 log_bpsize, u64 log_tpsize,
               u64 log_qpsize, u64 rank);
 
-    /// Whether the chain goes on above the level of fresh ciphertexts. Those levels, which bootstrapping
-    /// spends, have larger primes than the user's.
+    /// Whether the chain has levels above that of fresh ciphertexts. Bootstrapping spends those levels, and
+    /// their primes are larger than those of the user's levels.
     bool hasLevelsAboveEncryption() const { return encryption_level + 1 < chain_length; }
 
     ParameterPreset preset;

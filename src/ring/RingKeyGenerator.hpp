@@ -9,7 +9,8 @@
 
 namespace Torvo {
 
-/// Keys between rings too, which go to the caller and not into the pack.
+/// A generator that also makes keys between rings, which are returned to the caller and not stored in the
+/// pack.
 class RingKeyGenerator : public KeyGeneratorImpl {
 public:
     using KeyGeneratorImpl::KeyGeneratorImpl;
@@ -29,8 +30,8 @@ private:
                                  const SecretKeyBase<E>& out_key) const;
 };
 
-/// The rules for packing from a key of `in` to a key of `out` by keys of `ring`, refused as
-/// `KeyGenerator::genModPackKeyBundle` tells. In plain LWE the dimension is the rank, and the degree is 1.
+/// The rules for packing from a key of `in` to a key of `out` by keys of `ring`, with the texts of
+/// `KeyGenerator::genModPackKeyBundle`. In plain LWE the dimension is the rank, and the degree is 1.
 void checkModPackKeyBundleCondition(const Context& ring, const Context& in, const Context& out);
 void checkModPackKeyBundleCondition(const Context& ring, const LWE::Context& in, const Context& out);
 
