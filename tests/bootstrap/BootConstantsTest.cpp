@@ -48,8 +48,8 @@ Slots turned(const Slots& x, long left) {
     return out;
 }
 
-/// What one stage does to the slots: the sum over k of the rotation by (k - giant / 2) * gap of the sum over
-/// j of P[k * baby + j] times the rotation by j * step. A stage after the first has no P for k = j = 0.
+/// The effect of one stage on the slots: the sum over k of the rotation by (k - giant / 2) * gap of the sum
+/// over j of P[k * baby + j] times the rotation by j * step. A stage after the first has no P for k = j = 0.
 Slots applyStage(const Context& context, u64 logSlots, u64 stage, const std::vector<Plaintext>& P,
                  const Slots& x) {
     const EnDecoder encoder(context);
@@ -181,7 +181,7 @@ Matrix conjugateTransposed(const Matrix& a, double factor) {
     return out;
 }
 
-/// Entry k of the list of a stage: the diagonal, times `factor`, turned to the right by its giant step.
+/// Entry k of the list of a stage: the diagonal, times `factor`, rotated to the right by its giant step.
 Message diagonalOf(const Matrix& matrix, const RadixDecomposition& plan, u64 stage, u64 k, double factor) {
     const auto n = static_cast<long>(matrix.size()), radix = static_cast<long>(plan.radix[stage]);
     const auto step = static_cast<long>(plan.step[stage]), baby = static_cast<long>(plan.babySteps[stage]);
@@ -262,7 +262,7 @@ TEST(BootConstantsOfRealPreset, Have32And63And63Plaintexts) {
     }
 }
 
-/// Ends the process with status 0 if constants that find no room for themselves are refused by an exception.
+/// Ends the process with status 0 if constants without enough memory are refused by an exception.
 [[noreturn]] void runOutOfMemory() {
     const Context context = smallContext(15);
     const auto encoder = std::make_shared<EnDecoder>(context);

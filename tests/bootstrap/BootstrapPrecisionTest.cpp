@@ -9,8 +9,8 @@
 #include <cmath>
 #include <numbers>
 
-// The mean precision of a bootstrap is what docs/bootstrapping.md derives for it, on the toy preset. At real
-// degrees bench/BootstrapPrecision and BootstrapRealPresetTest hold it to that.
+// The mean precision of a bootstrap on the toy preset is the one that docs/bootstrapping.md derives. At real
+// degrees bench/BootstrapPrecision and BootstrapRealPresetTest check that.
 
 namespace Torvo {
 namespace {
@@ -74,8 +74,8 @@ INSTANTIATE_TEST_SUITE_P(OfEveryForm, BootstrapPrecision,
                                          Form{"SparseExtendedReal", 3, true, false, true}),
                          [](const auto& given) { return given.param.name; });
 
-// What the cosine polynomial's own error of 9e-15 comes to: four times more in each double-angle step, and
-// times the amplitude; the rest of the tolerance is for doubles.
+// The effect of the cosine polynomial's own error of 9e-15: it grows by 4 in each double-angle step, and by
+// the amplitude; the rest of the tolerance is for doubles.
 TEST(SimulatedBootstrap, WithoutRoundingsLeavesTheBend) {
     const Context& context = boot().scheme.context;
     const Message m = test::realPart(test::Seeded(104).message(5));
@@ -111,8 +111,8 @@ TEST(SimulatedBootstrap, LosesBitsInEveryPhase) {
 
 // ---- what the flag of extended bootstrapping means
 
-// The second pass takes an imaginary part for something that the first left over, four times as large, and
-// brings it back with sixteen times the bend.
+// The second pass treats an imaginary part as an error of the first, four times as large, and returns it with
+// sixteen times the bend.
 TEST(BootstrapExtended, BringsBackWhatIsImaginaryInAMessageSaidToBeReal) {
     const Message m = test::Seeded(106).message(5);
     Ciphertext x = encrypted(m, 4);

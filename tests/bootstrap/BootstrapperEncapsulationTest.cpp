@@ -118,7 +118,7 @@ TEST(EncapsulationRealPreset, SwitchesThereAndBackInEveryForm) {
                 EXPECT_EQ(y.getLogSlots(), 0U);
                 EXPECT_EQ(y.getPoly(0).isNTT(), between);
                 EXPECT_EQ(y.getPoly(1).isNTT(), between);
-                // Not the dense secret's any more: what it decrypts to is noise all over q0.
+                // No longer under the dense secret, with which it decrypts to uniform noise modulo q0.
                 EXPECT_GT(std::abs(pair().decrypt(y)[0] - m[0]), 1.0);
                 b.switchKeySTD(y, x, to);
                 EXPECT_EQ(x.getPoly(0).isNTT(), to);
@@ -173,7 +173,7 @@ TEST(EncapsulationRealPreset, RaisesUnderTheSparseSecretWithSmallMultiples) {
     Decryptor(pair().context).decrypt(t, pair().secretKey, phase);
     pair().context->primes.backwardNTT(phase.getMx(), phase.getMx());
     const double q0 = static_cast<double>(pair().context->primes.getPrime(0));
-    // Two primes hold this many times over.
+    // This is far below the product of two primes.
     const u64 p = pair().context->primes.getPrime(1), q = pair().context->primes.getPrime(24);
     double largest = 0;
     for (u64 k = 0; k < 65536; ++k) {

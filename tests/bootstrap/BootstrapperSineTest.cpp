@@ -48,7 +48,7 @@ double cosineError(double K, double doubleAngles, double polynomialError) {
            4 * step(12);
 }
 
-/// A bootstrapper of one's own, whose numbers can be changed.
+/// A separate bootstrapper, whose numbers can be changed.
 struct Changeable {
     BootstrapperImpl impl{toy().evaluator, std::nullopt, 0, false};
     BootParameter& parameter = const_cast<BootParameter&>(impl.getParameter());

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-// Bootstrapping written out one operation after the other. Another order would bring other roundings, and so
+// Bootstrapping written out one operation after the other. Another order would have other roundings, and so
 // other noise: no bound on errors distinguishes them, but the words of the result do.
 
 namespace Torvo {
@@ -239,7 +239,7 @@ Ciphertext withoutMultiples(const BootParameter& bp, const Ciphertext& in, doubl
     return arcsine(cosine(bp, t, f), bp.arcsine_degree, f);
 }
 
-/// A bootstrapper of one's own, whose numbers can be changed.
+/// A separate bootstrapper, whose numbers can be changed.
 struct Changeable {
     BootstrapperImpl impl{toy().evaluator, std::nullopt, 0, false};
     BootParameter& parameter = const_cast<BootParameter&>(impl.getParameter());
@@ -439,7 +439,7 @@ struct Flow {
     }
 };
 
-/// Outputs that hold something else: nothing of it may stay.
+/// Outputs with old content, of which nothing may remain.
 Ciphertext used() {
     Ciphertext out = toy().encrypt(Message(1, 0.5), 2);
     out.setNumPoly(3);

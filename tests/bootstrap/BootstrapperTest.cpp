@@ -102,7 +102,8 @@ TEST(Bootstrapper, IsAHandleThatCopiesShare) {
 
 // ---- guards
 
-/// A ciphertext that breaks all rules about levels, sizes and debts; each test mends one after the other.
+/// A ciphertext that breaks all rules about levels, sizes and owed rescales; each test repairs one after the
+/// other.
 Ciphertext broken(u64 level) {
     Ciphertext ciphertext = toy().encrypt(Message(5, 0.5), level);
     ciphertext.setNumPoly(3);

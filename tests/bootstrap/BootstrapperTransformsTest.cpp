@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <vector>
 
-// Each phase of a bootstrap before the sine, against the clear.
+// Each phase of a bootstrap before the sine, compared with the same steps in the clear.
 
 namespace Torvo {
 namespace {
@@ -196,7 +196,7 @@ void expectOneSlot(ParameterPreset preset, u64 levelsSpent) {
     const SecretKey secretKey(context);
     const u64 top = getDefaultScaleFactorList(context).size() - 1;
     const Message m(0, {0.75, -0.5});
-    // A transparent ciphertext will do: b = m, a = 0.
+    // A transparent ciphertext is enough: b = m, a = 0.
     Ciphertext x(context);
     x.setNumPoly(2);
     x.setLevel(top);

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <optional>
 
-// The sine of the presets that straighten it by an arcsine, at their own degrees and chains: there alone the
+// The sine of the presets that straighten it by an arcsine, at their own degrees and chains: only there the
 // arcsine crosses into the small primes.
 
 namespace Torvo {

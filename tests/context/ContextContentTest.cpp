@@ -51,7 +51,7 @@ TEST(ContextContent, ContextsCarryTheHashOfTheirRing) {
     EXPECT_EQ(own->context_hash, computeContextHash(getPrimeList(own), 64));
 }
 
-/// The hash knows neither preset nor rank: a custom ring with the chain of another is the same ring.
+/// The hash depends on neither preset nor rank: a custom ring with the chain of another is the same ring.
 TEST(ContextContent, HashDependsOnChainOrderAndDegreeAlone) {
     EXPECT_NE(computeContextHash({3, 5}, 64), computeContextHash({5, 3}, 64));
     EXPECT_NE(computeContextHash({3, 5}, 64), computeContextHash({3, 5}, 128));

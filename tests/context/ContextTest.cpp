@@ -183,7 +183,7 @@ TEST_F(ContextFile, OfACustomContextIgnoresTheEncryptionLevel) {
     EXPECT_EQ(getEncryptionLevel(makeContextFromFile(path_)), 5u);
 }
 
-// A key file begins with numbers that would do for a preset.
+// A key file begins with numbers that could be those of a preset.
 TEST_F(ContextFile, LongerThanItIsIsOfAnotherKind) {
     for (const u64 more : {1, 70, 100000}) {
         Bytes bytes = customFile;

@@ -38,7 +38,7 @@ TEST(LWEContext, AnswersForThePresets) {
     }
 }
 
-/// What the documentation of the presets says of the level that is stated for them.
+/// The security levels that the documentation of the presets states.
 TEST(LWEContext, TheTableGivesTheStatedSecurityToOneOfThePresets) {
     const auto rating = [](const Context& context) {
         double bits = 0;

@@ -113,7 +113,7 @@ TEST(RotationsForBootstrap, OfTheBatchedFormAreAllOfEveryStage) {
 TEST(RotationsForBootstrap, OfTheCompactFormAreOneStrideAndOneGapInEachDirection) {
     const Context& context = test::contextOf(ParameterPreset::FX);
     EXPECT_EQ(context->getRotIndicesForBootstrap(5, true), (IndexSet{4, -16, 1, -4}));
-    // The first stage turns to the right alone.
+    // The first stage rotates to the right only.
     EXPECT_EQ(context->getRotIndicesForBootstrap(4, true), (IndexSet{1, -4, 16}));
     EXPECT_EQ(context->getRotIndicesForBootstrap(1, true), (IndexSet{1, 2, 4, 8, 16}));
     // In the second stage of 64 slots giant is 4: a gap to the left too. (No more slots than 32 here, so
@@ -174,7 +174,7 @@ TEST(RotationsForBootstrap, AreRefusedForMoreSlotsThanTheRingHas) {
         for (const bool compact : {false, true})
             EXPECT_REFUSED(generator.genRotKeysForBootstrap(logSlots, compact), text);
         EXPECT_REFUSED(Bootstrapper(scheme.evaluator, logSlots), text);
-        // That there is no bootstrapping at all comes first.
+        // The refusal of a preset without bootstrapping comes first.
         const char* first = "The parameter dose not support bootstrap.";
         EXPECT_REFUSED(getRotIndicesForBootstrap(without, logSlots), first);
         EXPECT_REFUSED(KeyGenerator(without, itsSecret).genRotKeysForBootstrap(logSlots), first);

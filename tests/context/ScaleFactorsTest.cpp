@@ -154,7 +154,7 @@ TEST(ScaleFactors, PartnersOfFgbTakeItsScales) {
     }
 }
 
-/// What the user's levels of every bootstrappable preset are for: data of a steady size.
+/// The purpose of the user's levels of every bootstrappable preset: scales of constant size.
 TEST(ScaleFactors, ScalesOfTheUsersLevelsKeepTheirSize) {
     for (const auto preset : twoSizePresets) {
         const Parameter parameter(preset);

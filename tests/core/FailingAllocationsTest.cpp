@@ -15,7 +15,7 @@ using namespace Torvo::test;
 
 namespace {
 
-/// By calls that no compiler leaves out, as it may a pair of new and delete.
+/// By direct calls: a compiler may remove a pair of new and delete expressions, but not these.
 void allocateAndFree() {
     static void* volatile kept = nullptr;
     kept = ::operator new(1);
@@ -32,7 +32,7 @@ TEST(FailingAllocations, FailOnceAfterTheCountedOnes) {
     EXPECT_NO_THROW(allocateAndFree());
 }
 
-// The allocator of arrays gives away the blocks that it keeps and asks a second time, which fails too.
+// The allocator of arrays returns the blocks that it keeps and tries a second time, which fails too.
 TEST(FailingAllocations, ReachTheArraysOfTheLibrary) {
     SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     const DeviceSpecificArray<u64> first(3); // from here on the allocator itself is there

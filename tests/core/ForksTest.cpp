@@ -32,7 +32,7 @@ TEST(Forks, AreCountedInChildrenOnly) {
     EXPECT_EQ(forkCount(), here);
 }
 
-// The other thread gives the mutex back only after a while; the fork has to wait for that.
+// The other thread releases the mutex only after a while; the fork must wait for that.
 TEST(Forks, NoOtherThreadHoldsARegisteredMutex) {
     static auto& mutex = *new std::mutex;
     holdDuringForks(mutex);

@@ -7,7 +7,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-/// No member gives the version out. An explicit instantiation may name private members, so this one does.
+/// No member returns the version. This explicit instantiation reads it, since it may name private members.
 const Json& documentOf(const GlobalConfiguration& configuration);
 template <auto document>
 struct DocumentReader {

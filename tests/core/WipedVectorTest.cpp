@@ -8,7 +8,7 @@
 namespace Torvo {
 namespace {
 
-/// Tells what its memory held when it went.
+/// Reports the content of its memory at its release.
 struct Witness {
     ~Witness() { last = std::max(last, value); }
 

@@ -110,7 +110,7 @@ Message messageOfSize(u64 size) {
     return message;
 }
 
-// ---- what is refused
+// ---- refusals
 
 TEST(EnDecoder, RefusesMessagesInTheOrderOfTheRules) {
     const EnDecoder encoder(fx());
@@ -323,7 +323,7 @@ TEST(EnDecoder, EncodesTheTransformOfTheCoefficientForm) {
 
 // ---- decoding
 
-/// What decoding makes of an integer: one conversion, one product.
+/// The decoding of an integer: one conversion, one product.
 double decoded(const BigInt& value, u64 level) {
     const double magnitude = static_cast<double>(static_cast<u128>(abs(value)));
     return (value < 0 ? -magnitude : magnitude) * std::pow(2.0, -logScale(fx(), level));
@@ -343,7 +343,7 @@ TEST(EnDecoder, DecodesTheIntegersUnderTheRows) {
             for (u64 k = 0; k < 64; ++k) {
                 const BigInt word = random.word();
                 const BigInt value = test::centredResidueOf(word * random.word(), readable);
-                // What is owed, and some more that the rescales have to round away.
+                // The owed primes, and a small amount that the rescales must round away.
                 BigInt scaled = value * owed + (counter > 0 ? random.word() >> 30 : 0);
                 values.push_back(scaled);
                 for (u64 i = level; i > settled; --i) scaled = dividedBy(scaled, fx()->primes.getPrime(i));

@@ -207,7 +207,7 @@ TEST(Plaintext, ComesToNoHarmFromADamagedFile) {
     test::expectNoHarmFromDamage(file, 130, [](std::istream& stream) {
         Plaintext plaintext(smallContext());
         plaintext.load(stream);
-        // What was taken is fit for use.
+        // An accepted object is usable.
         EXPECT_FALSE(plaintext.getMx().getGerm().has_value());
         EXPECT_LE(plaintext.getLevel(), 1U);
         plaintext.isZero();

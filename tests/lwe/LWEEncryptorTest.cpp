@@ -38,7 +38,7 @@ std::vector<Context> everyContext() {
 /// The error cannot exceed lround(3.2 * sqrt(-2 log(2^-32))) = lround(3.2 * 6.66) = 21: the logarithm's
 /// argument is a multiple of 2^-32.
 constexpr int maxError = 21;
-/// The message is cut to an integer, and the doubles of scale and result are exact to 2^-45 of it: two
+/// The message is truncated to an integer, and the doubles of scale and result are exact to 2^-45 of it: two
 /// units for numbers below 8.
 constexpr int maxFresh = maxError + 3;
 
@@ -92,7 +92,7 @@ TEST(LWEEncryptor, FillsAnOutputOfAnotherContextOrPlace) {
     EXPECT_NEAR(x, 0.5, maxFresh * 0x1p-39);
 }
 
-/// The primes of another context with the same sizes would do for the words, but not for the stamp.
+/// The primes of another context with the same sizes would fit the words, but not the hash.
 TEST(LWEEncryptor, AnOutputOfOtherPrimesBecomesOneOfTheContext) {
     const SecretKey key(smallLWEContext());
     Ciphertext ct(makeContext(64, 3, 49, 38));
@@ -246,7 +246,7 @@ TEST(LWEDecryptor, GivesTheMessageBackAtEveryLevelAndCounter) {
     }
 }
 
-/// A ciphertext without mask is its message: what is read is a number that the test puts there.
+/// A ciphertext without mask is its message: decryption reads a number that the test put there.
 TEST(LWEDecryptor, ReadsIntegersCentredOnZeroFromOnePrimeOrTwo) {
     const Context& context = smallLWEContext();
     const SecretKey key(context);

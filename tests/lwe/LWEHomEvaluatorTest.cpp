@@ -49,8 +49,8 @@ struct Scheme {
     BigInt phase(const Ciphertext& ct) const { return test::phaseOf(ct, key); }
     BigInt modulus(u64 level) const { return test::modulusAt(context, level); }
     double scale(u64 level) const { return std::pow(2.0, scales[level]); }
-    /// In units of the scale: the error of a fresh encryption is 21 at most, the cut to an integer takes one,
-    /// and the doubles of scale and result are exact to two for numbers below 8.
+    /// In units of the scale: the error of a fresh encryption is 21 at most, the truncation to an integer
+    /// adds one, and the doubles of scale and result are exact to two for numbers below 8.
     double fresh() const { return 24; }
     /// Dividing by a prime rounds b, and the entries of a that meet a coefficient: half a unit each. The
     /// factor before it was cut to an integer, which the scaled number x feels as x / p units, p near the
@@ -92,7 +92,7 @@ const Context& otherPrimes(const Context& context) {
     return other;
 }
 
-/// In every word, and in the stamp under which they are saved.
+/// In every word, and in the hash with which they are saved.
 void expectOfOneContext(const Ciphertext& out, const Ciphertext& expected) {
     EXPECT_EQ(out.getContext()->context_hash, expected.getContext()->context_hash);
     EXPECT_TRUE(sameWords(out, expected));
@@ -214,7 +214,7 @@ TEST(LWEHomEvaluator, AWholeNumberMultipliesThePhase) {
     }
 }
 
-/// A negative number that is cut to zero has the primes themselves for residues.
+/// A negative number that is truncated to zero has the primes themselves as residues.
 TEST(LWEHomEvaluator, ARealNumberMultipliesThePhaseByItsIntegerAtTheScaleOfTheLevel) {
     for (const Scheme& s : schemes())
         for (u64 level = 1; level < s.primes.size(); ++level)
@@ -382,7 +382,8 @@ TEST(LWEHomEvaluator, SumsRefuseInOrder) {
     }
 }
 
-/// The primes are those of the evaluator, whatever the operands say; their words come first of all.
+/// The primes are those of the evaluator, whatever the operands say; the operands' words are read before
+/// an output is written.
 TEST(LWEHomEvaluator, AnOutputThatIsAnOperandOfAnotherContextIsReadBeforeItIsWritten) {
     const HomEvaluator& evaluator = small().evaluator;
     const Scheme other(makeContext(64, 2, 50, 40)); // the same primes, one fewer
@@ -546,7 +547,7 @@ TEST(LWEHomEvaluator, TakesAShorterChainOfTheSamePrimes) {
     EXPECT_NEAR(shorter.decrypt(out), 3, 2 * shorter.fresh() / shorter.scale(1));
 }
 
-/// Words under other primes are other numbers: neither side is taken for the other.
+/// Words under other primes are other numbers: neither side is accepted for the other.
 TEST(LWEHomEvaluator, EncryptionAndDecryptionRefuseKeysOfOtherPrimes) {
     const Scheme other(makeContext(64, 3, 49, 41));
     const Ciphertext ours = small().encrypt(1, 2);

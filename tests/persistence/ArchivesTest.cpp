@@ -66,7 +66,7 @@ Key regrownKey(const AnyContext& context, const std::string& name) {
     return key;
 }
 
-/// The ring of most files and the secret key that they are under.
+/// The ring of most files and their secret key.
 struct Ring64 {
     Context context = contextFrom("ring.context");
     SecretKey secretKey{fullKey<SecretKey>(context, "secret_key.bin")};
@@ -285,8 +285,8 @@ TEST(Archives, ThePackingKeysSwitchFromGroupsOfComponents) {
         regrownKey<ModuleSecretKey>(makeContext(ParameterPreset::FGbD8R4L0), "packing_to_seed.bin");
     const Context ring = makeContext(ParameterPreset::FGbD12L0);
     const ModPackKeyBundle keys = loadedFrom("packing_keys.bin", ModPackKeyBundle(ring, 4));
-    // Coefficient c of component i stands at c * 16 + i in the output; of component 16 k + i at c * 64 + i in
-    // the input of key k.
+    // Coefficient c of component i is at c * 16 + i in the output; of component 16 k + i at c * 64 + i in the
+    // input of key k.
     SmallPolynomial target(4096);
     for (u64 i = 0; i < 16; ++i)
         for (u64 c = 0; c < 256; ++c) target[c * 16 + i] = to.getCoefficients()[i * 256 + c];

@@ -1,5 +1,5 @@
-// Files that nobody vouches for: each is loaded as what its name says, and what was loaded is used. A refusal
-// is as it should be; harm is not.
+// Files that cannot be trusted: each is loaded as the kind that its name says, and the loaded object is used.
+// A refusal is correct; damage is not.
 
 #include "support/FileKinds.hpp"
 #include "support/FileMap.hpp"
@@ -64,7 +64,7 @@ TEST(DamagedArchives, TheirSoundRelativesLoadAndAreUsed) {
     }
 }
 
-// What damages files by their format has to know it: to the last byte.
+// Code that damages files by their format must know the format, to the last byte.
 TEST(DamagedArchives, TheMapOfASoundFileCoversIt) {
     for (const FileKind& kind : fileKinds()) {
         SCOPED_TRACE(kind.name);

@@ -1,5 +1,5 @@
 // Files written by hand from the tables of docs/files.md, for a ring of degree 64 with two ciphertext primes
-// and one temporary one. Those of secret keys and of the generator stand in the tests of these.
+// and one temporary one. Those of secret keys and of the generator are in their own tests.
 
 #include "arithmetic/elements/PolynomialVector.hpp"
 #include "context/ContextContent.hpp"
@@ -133,7 +133,7 @@ TEST(CiphertextFile, OfAHigherRankDiffersInNothing) {
     EXPECT_EQ(saved(other), file);
 }
 
-// Equal primes and degree make an equal hash, whatever else differs; others are refused.
+// Equal primes and degree make an equal hash, whatever else differs. Other hashes are refused.
 TEST(CiphertextFile, LoadsWhereThePrimesAndTheDegreeAreTheSame) {
     const Context same = makeContext(6, 2, 50, 40, 60, 2), other = makeContext(7, 2, 50, 40, 60, 2);
     ASSERT_NE(same.get(), smallContext().get());
@@ -190,7 +190,7 @@ TEST(EvaluationKeyFile, IsThatOfItsTable) {
     expectRobust(file, 110, *other);
 }
 
-/// The germ of a polynomial of a key, as it stands in its file.
+/// The germ of a polynomial of a key, as stored in its file.
 std::string germFields(const PolyGerm& germ) {
     Bytes bytes = test::smallPolynomialHead(true, true, 1, false);
     for (const u64 word : germ.getWords()) bytes.u64s({word});

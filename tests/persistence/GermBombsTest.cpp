@@ -1,6 +1,6 @@
-// Files that bring uniform polynomials as germs of a kilobyte where no sound file has them. Each germ would
-// grow to the size of the ring, or to what the file says of a ring of its own: a load has to refuse them
-// before it grows one.
+// Files that have uniform polynomials as germs of a kilobyte where no valid file has them. Each germ would
+// expand to the size of the ring, or of a ring that the file describes: a load must refuse them before it
+// expands one.
 
 #include "core/DeviceSpecificArray.hpp"
 #include "support/Archives.hpp"
@@ -77,16 +77,15 @@ std::string giantKey(u64 axCount, u64 bxCount) {
     return file.str();
 }
 
-/// Blocks that earlier objects gave back would serve again without being counted. An allocation that fails
-/// makes the allocator of arrays give them away.
+/// Blocks that earlier objects released would be reused without being counted. A failing allocation makes the
+/// allocator of arrays return them to the system.
 void emptyBlockCache() {
     const DeviceSpecificArray<u64> first(1); // from here on there is one
     const FailingAllocation failing(0);
     EXPECT_THROW(DeviceSpecificArray<u64>(1), std::bad_alloc);
 }
 
-/// `load` of a file of so many bytes is refused as a file that cannot be, at the price of a load that is
-/// refused.
+/// `load` of a file of so many bytes is refused as invalid, with no more memory than a refused load may take.
 void expectRefusedCheaply(u64 byteCount, const std::function<void()>& load) {
     emptyBlockCache();
     try {
@@ -163,7 +162,7 @@ TEST(GermBombs, ASecretKeyOfAModuleTakesNoGerm) {
     expectSecretKeyTakesNoGerm<MLWE>("module_secret_key", familyModule(8, 3, 4), 19);
 }
 
-// ---- keys: one half is uniform and may be a germ, the other is what it is paid for with
+// ---- keys: one half is uniform and may be a germ, the other must be there in full
 
 TEST(GermBombs, AnEncryptionKeyTakesNoGermForItsOtherHalf) {
     SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
@@ -195,7 +194,7 @@ TEST(GermBombs, AKeyWithoutContextGrowsNothingFromFourKilobytes) {
     expectRefusedCheaply(giantKey(100, 100), EvaluationKey());
 }
 
-/// The uniform half comes first in the file: it must not grow before the other has been read.
+/// The uniform half comes first in the file: it must not be expanded before the other has been read.
 TEST(GermBombs, AKeyWithoutContextGrowsNothingBeforeItsOtherHalfIsThere) {
     SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     for (const u64 count : {1, 100}) {

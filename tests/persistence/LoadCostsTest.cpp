@@ -10,8 +10,8 @@
 #include <sstream>
 #include <string>
 
-/// Two kinds of file are recipes: a few bytes from which much more is made. What it costs is told by the
-/// context, so that who loads one can know it beforehand.
+/// Two kinds of file are recipes: a few bytes from which much more is made. The context determines the cost,
+/// so that the caller can know it before the load.
 namespace Torvo {
 namespace {
 

@@ -23,8 +23,8 @@
 #include <sstream>
 #include <utility>
 
-/// What lay in the memory before is nowhere in a file: neither for objects as they are made, nor after any
-/// operation, in rows, holes, spare capacity and whatever a larger level or a failure brings to light.
+/// No file contains the previous content of memory: neither for new objects nor after any operation, in rows,
+/// holes, spare capacity, and in everything that a larger level or a failure exposes.
 namespace Torvo {
 namespace {
 
@@ -94,7 +94,7 @@ std::string shownItself(Object& object) {
     return shownAtAllLevels(object);
 }
 
-// ---- as they are made
+// ---- new objects
 
 TEST(OldMemory, IsNotInNewMessages) {
     SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
@@ -404,7 +404,7 @@ TEST(OldMemory, IsNotInPlaintextsThatAreComputed) {
     }
 }
 
-/// What both kinds of encryption have. `at` gives an operand at a level.
+/// The operations of both kinds of encryption. `at` returns an operand at a level.
 template <EncryptionType E, class Expect>
 void expectLinearOperations(const HomEvaluator& e, const EnDecoder& encoder, const CiphertextBase<E>& a,
                             const CiphertextBase<E>& higher, Expect&& expect) {
@@ -597,9 +597,9 @@ TEST(OldMemory, IsNotInNumbersTakenOutOfAPolynomial) {
     });
 }
 
-// ---- what a failure leaves
+// ---- outputs after a failure
 
-/// Elements may be at odds after a failure, so each is shown by itself.
+/// Elements may have different shapes after a failure, so each is shown alone.
 std::string shownOfEach(Ciphertext& ciphertext) {
     std::string files = saved(ciphertext);
     for (Polynomial& poly : ciphertext.getPolys().getPolys()) poly.setLevel(poly.getLevel() + 1);

@@ -133,7 +133,7 @@ TEST_F(SavedFile, AnObjectThatFailsLeavesTheOldFile) {
     expectUntouched();
 }
 
-// What is on no CPU cannot be saved: the library's own failure in the midst of a save.
+// Data that is not on the CPU cannot be saved: the library itself fails in the middle of a save.
 TEST_F(SavedFile, AnArrayThatCannotBeSavedLeavesTheOldFile) {
     const DeviceSpecificArray<u64> pinned(0, Device{DeviceType::PinnedHost, 0}, getDefaultStream());
     EXPECT_REFUSED(Serialize::save(key, u64{7}, pinned),
@@ -193,7 +193,7 @@ TEST_F(SavedFile, DevicesAndPipesAreWrittenInPlace) {
     EXPECT_TRUE(fs::is_fifo(pipe));
 }
 
-/// What `write` brings to the standard output of a process, which is `output`.
+/// The bytes that `write` sends to the standard output of a process, which is `output`.
 void writeToStandardOutput(const std::string& output, const std::string& text) {
     EXPECT_TRUE(inChild([&] {
         const int descriptor = ::open(output.c_str(), O_WRONLY);
@@ -369,7 +369,7 @@ TEST_F(SavedFile, AFolderThatTakesNoFilesHasItsFilesWrittenInPlace) {
     EXPECT_EQ(namesIn(folder.path()), Names{"key"});
 }
 
-// A folder that all may write to, but where each may rename only what is his own.
+// A folder that all users may write to, but where each may rename only his own files.
 TEST_F(SavedFile, AFileThatMayNotBeRenamedOverIsWrittenInPlace) {
     if (::geteuid() != 0) GTEST_SKIP() << "takes two users";
     const ino_t number = fileNumberOf(key);

@@ -72,8 +72,7 @@ TEST(Serialize, LoadingGivesTheFieldsBack) {
     EXPECT_EQ(number, -3);
 }
 
-// Each with a frame of its own, of whatever byte order: what is read is not one byte more than what is asked
-// for.
+// Each has its own frame, of either byte order: a load reads not one byte more than its object has.
 TEST(Serialize, ObjectsFollowOneAnotherInAStream) {
     std::istringstream stream(saved(arrayOf<u64>({1, 2, 3})) + std::string("\0\0\0\0\5", 5) + saved(u64{9}) +
                               "rest");
@@ -145,7 +144,7 @@ TEST(Serialize, AFileIsTruncatedAndClosed) {
     EXPECT_EQ(word, 9U);
 }
 
-// The device takes no byte. Were the file buffered, a small object would seem to be saved.
+// The device accepts no byte. With a buffered file a small object would seem to be saved.
 TEST(Serialize, AFullDiskIsNoticed) {
     EXPECT_THROW_TEXT(Serialize::save("/dev/full", u64{9}), cereal::Exception,
                       "Failed to write 1 bytes to output stream! Wrote 0");

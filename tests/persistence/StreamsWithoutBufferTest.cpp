@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-/// Streams that lead nowhere: to write to or to read from them is refused.
+/// Streams without a buffer: writing to them and reading from them is refused.
 namespace Torvo {
 namespace {
 

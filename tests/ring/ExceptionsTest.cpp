@@ -16,8 +16,8 @@
 #include <new>
 #include <stdexcept>
 
-/// What leaves a public call that is asked for too much, or for what is not there: one of the exceptions that
-/// `RuntimeException` lists, and objects as they were.
+/// A public call with too large a request, or for something that does not exist, throws one of the exceptions
+/// that `RuntimeException` lists, and objects are unchanged.
 namespace Torvo {
 namespace {
 

@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
-/// A negative number passes as one of a GPU, though there is none: such a context works on the CPU as any
-/// other, and nothing gets to the GPU.
+/// A negative number is accepted as that of a GPU, though there is none: such a context works on the CPU like
+/// any other, and nothing can be moved to the GPU.
 namespace Torvo {
 namespace {
 
@@ -19,7 +19,7 @@ const Device gpu{DeviceType::GPU, -1};
 constexpr std::array<unsigned long, 4> seed = {9, 8, 7, 6};
 const char* const noMemory = "Cannot support the function 'doAllocate' in the current build configuration";
 
-/// Threads of a team have numbers of their own, which no seed sets.
+/// Threads of a team have their own random numbers, which no seed sets.
 class OneThread {
 public:
     OneThread() { omp_set_num_threads(1); }
@@ -31,7 +31,7 @@ private:
     int team_ = omp_get_max_threads();
 };
 
-/// What one flow gives on a context: everything that draws is seeded, so that contexts can be compared.
+/// The result of one flow on a context: all randomness is seeded, so that contexts can be compared.
 struct Flow {
     explicit Flow(const Context& itsContext) : context(itsContext), keys(context) {
         setSeed(seed);
@@ -97,14 +97,14 @@ TEST(NegativeDevices, NothingIsMovedToThem) {
     EXPECT_REFUSED(keys.getMultKey()->copyTo(gpu), noMemory);
     EXPECT_TRUE(sameWords(plaintext, plaintextBefore));
     EXPECT_TRUE(sameWords(ciphertext, flow.results[0]));
-    // What was refused left the keys where they were.
+    // The refused calls left the keys on their devices.
     Ciphertext out(context);
     HomEvaluator(context, keys).mult(ciphertext, ciphertext, out);
     EXPECT_TRUE(sameWords(out, flow.results[1]));
     EXPECT_REFUSED(Bootstrapper(HomEvaluator(context, keys), 2).loadBootConstants(2, gpu), noMemory);
 }
 
-/// An empty message needs no memory, and so gets there; nothing comes of it.
+/// An empty message needs no memory, and so can be moved there, without effect.
 TEST(NegativeDevices, AnEmptyMessageThereIsRefused) {
     const Context context = makeContext(ParameterPreset::FX, {-1});
     const Flow flow(context);

@@ -9,7 +9,7 @@
 #include <functional>
 #include <sstream>
 
-/// A context that was never made: every public way in refuses it.
+/// A context that was never made: every public function that takes one refuses it.
 namespace Torvo {
 namespace {
 

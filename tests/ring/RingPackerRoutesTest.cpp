@@ -6,7 +6,8 @@
 
 #include <gtest/gtest.h>
 
-// The ways between plain LWE, the single-level partners of FGb, and FGb itself, each as a user would go it.
+// The routes between plain LWE, the single-level partners of FGb, and FGb itself, each as a user would take
+// it.
 
 namespace Torvo {
 namespace {

@@ -76,7 +76,7 @@ std::vector<Phases> phasesOfAll(const std::vector<Ciphertext>& ciphertexts, cons
     return phases;
 }
 
-/// A ciphertext that has seen much: everything about it is other than an output's.
+/// A used ciphertext: all its properties differ from those of an output.
 Ciphertext wornOut(const Context& context, bool isModUp = true) {
     Ciphertext ciphertext(context, isModUp);
     ciphertext.setNumPoly(3);
@@ -199,7 +199,7 @@ TEST(RingPackerCompose, RefusesInItsOrder) {
     mixed[0].setEncodingType(EncodingType::Slot);
     EXPECT_REFUSED(compose(mixed, out), dimension);
 
-    // Each rule once it is the first to be broken; the later ones stay broken.
+    // Each rule as the first broken one; the later ones stay broken.
     four[0].setEncodingType(EncodingType::Slot);
     four[1].setLogSlots(1);
     four[2].setRescaleCounter(1);

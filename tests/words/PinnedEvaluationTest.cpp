@@ -18,7 +18,7 @@ namespace {
 using namespace test;
 using Complex = std::complex<double>;
 
-/// What each form of multiplication by a constant is given: whole, real, imaginary, and neither.
+/// The constants for each form of multiplication: whole, real, imaginary, and general.
 const Complex constants[] = {{3, 0}, {-2, 1}, {0, -1}, {0.640625, 0}, {0, 0.3}, {-0.7, 0.1}};
 constexpr long integers[] = {0, 1, -1, 2, -3, 1000003, -(1L << 40), std::numeric_limits<long>::min()};
 
@@ -28,7 +28,7 @@ std::string rowOf(const std::string& operation, Complex c) {
     return row.str();
 }
 
-/// Pins what operations leave in outputs of one kind, which held other words before.
+/// Pins the results of operations in outputs of one kind, which held other words before.
 template <class T>
 class Results {
 public:

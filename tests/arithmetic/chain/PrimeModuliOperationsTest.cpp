@@ -25,7 +25,7 @@ constexpr Device secondHost{DeviceType::CPU, 1};
 constexpr Device pinned{DeviceType::PinnedHost, 0};
 constexpr Device gpu{DeviceType::GPU, 0};
 
-/// What the operations, by their plain names, call themselves on a GPU.
+/// The names that the operations use on a GPU, by their plain names.
 const std::map<std::string, std::string> namesOnGPU{
     {"add", "addCUDA"},
     {"sub", "subCUDA"},
@@ -351,7 +351,7 @@ const std::vector<Variant>& variants() {
     return all;
 }
 
-/// Input j stands at level top - 1 - j mod 2, so that operands differ in level and mod-up ones have holes.
+/// Input j is at level top - 1 - j mod 2, so that operands differ in level and mod-up ones have holes.
 std::vector<Polynomial> randomInputs(const Variant& variant, u64 count, Seeded& random) {
     const u64 top = ringOf(variant.context).numBase - 1;
     std::vector<Polynomial> inputs;
@@ -373,7 +373,7 @@ u64 smallestLevel(const Inputs& in) {
     return level;
 }
 
-/// What the outputs of an operation must be. Taken from the inputs before the operation may overwrite them.
+/// The expected outputs of an operation, computed from the inputs before the operation may overwrite them.
 class Expected {
 public:
     Expected(const Operation& operation, const Inputs& in) : level_(smallestLevel(in)) {
@@ -605,7 +605,7 @@ INSTANTIATE_TEST_SUITE_P(All, PolynomialOperations, testing::ValuesIn(operations
 INSTANTIATE_TEST_SUITE_P(All, OperationsOnSeveralPolynomials, testing::ValuesIn(operationsOnSeveral()),
                          titleOf);
 
-// ---- what single operations promise beyond that
+// ---- further properties of single operations
 
 class PolynomialOperation : public testing::Test {
 protected:
@@ -687,7 +687,7 @@ TEST_F(PolynomialOperation, AConstantOnAnotherDeviceIsRefused) {
     EXPECT_REFUSED(primes.constAdd(a, here, there, out), "Operands are in different devices.");
 }
 
-// Rows that a validator lets pass change, the others stay.
+// Rows that a validator accepts change, the others stay.
 template <class Validator, class Run>
 void expectRows(u64 rowCount, const Polynomial& fresh, Validator validator, Run&& run) {
     Polynomial out = fresh;

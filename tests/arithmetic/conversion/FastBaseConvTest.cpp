@@ -129,8 +129,8 @@ void expectDigits(const World& world, const Polynomial& a, const PolynomialVecto
     }
 }
 
-/// `modDown` is to give (x - r) / P exactly, r being the representative of x modulo P that the temporary rows
-/// tell.
+/// `modDown` must give (x - r) / P exactly, where r is the representative of x modulo P in the temporary
+/// rows.
 void expectDivided(const World& world, const Ciphertext& in, const Ciphertext& out) {
     const u64 base = world.ring.numBase, K = world.ring.numTemp;
     const ExactSum sum(slice(world.primes, base, base + K));

@@ -80,7 +80,7 @@ Polynomial loadedByGerm(const std::string& bytes) {
     return poly;
 }
 
-/// Loads into whatever is there, of any ring.
+/// Loads into any polynomial, of any ring.
 void loadAny(std::istream& stream) {
     Polynomial poly;
     Serialize::load(stream, poly);
@@ -126,7 +126,7 @@ TEST(PolynomialArchive, AGermCostsAKilobyteAndTheHeaderAndIsRegrown) {
     expectSame(loadedByGerm(file.str()), poly);
 }
 
-// Before, nothing has been grown.
+// Nothing has been expanded before.
 TEST(PolynomialArchive, AGermCostsNoMemoryUntilItIsRegrown) {
     Polynomial poly(smallContext(), true, true);
     populateUniformPoly(poly, true);
@@ -163,7 +163,7 @@ TEST(PolynomialArchive, WithoutItsGermAPolynomialIsSavedWhole) {
     expectSame(loadedByGerm(inFull), poly);
 }
 
-// A key at the encryption level is regrown to full height, and stays so when its germ is dropped.
+// A key at the encryption level is regenerated at full height, and keeps it when its germ is dropped.
 TEST(PolynomialArchive, RegrownDataBelowTheTopLevelStaysAtFullHeight) {
     Polynomial poly(smallContext(), false, true);
     poly.setLevel(0);
@@ -256,7 +256,7 @@ TEST(PolynomialArchive, WithARingRefusesAnotherShape) {
     }
 }
 
-// The level is what the file has rows for.
+// The level is that of the rows in the file.
 TEST(PolynomialArchive, TakesALevelAtOrAboveTheChain) {
     for (const u64 level : {2, 3, 40}) {
         const Polynomial poly = numbered(false, true, level, 9);

@@ -12,7 +12,7 @@
 
 #include <algorithm>
 
-/// The scalar and the AVX2 form against each other, word for word.
+/// The scalar and the AVX2 form, compared word for word.
 namespace Torvo::test {
 namespace {
 

@@ -27,7 +27,7 @@ constexpr u64 primes[] = {257, prime36, prime51, 1152921504606844417, prime61}; 
 
 TEST(NttConstruction, RefusesInItsOrder) {
     EXPECT_REFUSED(NTT(64, prime36 + 2), "Not an NTT-friendly prime given.");
-    // 96 is no power of two either; the prime is judged first.
+    // 96 is not a power of two either; the prime is checked first.
     EXPECT_REFUSED(NTT(96, prime36), "Not an NTT-friendly prime given.");
     EXPECT_REFUSED(NTT(96, 193), "[NTT] degree must be a power of two.");
     // 33 is also below 64.

@@ -27,7 +27,7 @@ u64 biasOf(u64 bound) {
     return static_cast<u64>((static_cast<u128>(1) << 64) % bound);
 }
 
-/// Not to be asked: the word is not to be rejected.
+/// Must not be called: the word must not be rejected.
 u64 noMore() {
     ADD_FAILURE() << "a word was rejected";
     return ~u64{0};
@@ -65,7 +65,7 @@ TEST(UniformResidue, RejectsWordsBelowTheBiasUntilOneIsNot) {
     }
 }
 
-// What is left of 2^64 words after the bias is a whole number of periods.
+// The 2^64 words without the rejected ones are a whole number of periods.
 TEST(UniformResidue, ABoundThatDividesTheWordsRejectsNone) {
     for (const u64 bound : {1UL, 2UL, 64UL, 1UL << 63}) EXPECT_EQ(UniformResidue(bound)(0, noMore), 0U);
 }
