@@ -251,7 +251,7 @@ TYPED_TEST(LinearForms, AnOperandPlusOrMinusItself) {
     EXPECT_TRUE(sameWords(twice, doubled));
     this->evaluator.sub(nothing, nothing, nothing);
     for (u64 i = 0; i < nothing.getNumPoly(); ++i)
-        EXPECT_TRUE(isZero(this->scheme.context, nothing.getPoly(i)));
+        EXPECT_TRUE(this->scheme.context->primes.isZero(nothing.getPoly(i)));
 }
 
 TYPED_TEST(LinearForms, TheTailOfTheLongerOperandIsKeptOrNegated) {
