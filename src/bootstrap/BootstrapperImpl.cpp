@@ -69,13 +69,13 @@ void BootstrapperImpl::loadBootConstants(u64 log_slots, const Device& device) co
 u64 BootstrapperImpl::getLevelAfterFullSlotBootstrap() const {
     // The top level is the chain length minus 1. The cosine spends three levels and one for each doubling of
     // its blocks.
-    return context_->parameter.chain_length - 1 - parameter_.coeff_to_slot_depth - 3 -
+    return context_->parameter.chain_length - 1 - BootParameter::coeff_to_slot_depth - 3 -
            parameter_.log_cosine_blocks - parameter_.double_angle_count -
            (parameter_.separate_normalization ? 1 : 0) - levelsOfArcsine(parameter_.arcsine_degree);
 }
 
 u64 BootstrapperImpl::getMinLevelForBootstrap() const {
-    return parameter_.slot_to_coeff_depth;
+    return BootParameter::slot_to_coeff_depth;
 }
 
 // ---- guards

@@ -73,7 +73,7 @@ void BootstrapperImpl::coeffToSlot(const Ciphertext& in, Ciphertext& out) const 
     for (u64 stage = 0; stage < plan.numStages; ++stage) {
         applyStage(plan, stage, constants(in.getLogSlots()).getInvV0(out.getDevice())[stage], out);
         // That of the last level stays owed.
-        if (stage + 1 < parameter_.coeff_to_slot_depth) evaluator_->rescale(out);
+        if (stage + 1 < BootParameter::coeff_to_slot_depth) evaluator_->rescale(out);
     }
     multiplyForMissingStages(out, plan.numStages);
 }
@@ -85,7 +85,7 @@ void BootstrapperImpl::multiplyForMissingStages(Ciphertext& x, u64 stages) const
     const double constant = parameter_.coeff_to_slot_constant / static_cast<double>(folded);
     // One slot spends a level less if all levels have primes of one size.
     const bool isShort = stages == 0 && !context_->parameter.hasLevelsAboveEncryption();
-    const u64 total = parameter_.coeff_to_slot_depth - (isShort ? 1 : 0);
+    const u64 total = BootParameter::coeff_to_slot_depth - (isShort ? 1 : 0);
     const double root = equalShare(constant, total);
     for (u64 done = stages; done < total; ++done) {
         if (x.getRescaleCounter() > 0) evaluator_->rescale(x);
@@ -96,7 +96,7 @@ void BootstrapperImpl::multiplyForMissingStages(Ciphertext& x, u64 stages) const
 void BootstrapperImpl::slotToCoeff(const Ciphertext& in, Ciphertext& out) const {
     const RadixDecomposition plan(in.getLogSlots());
     out = in;
-    const u64 depth = parameter_.slot_to_coeff_depth;
+    const u64 depth = BootParameter::slot_to_coeff_depth;
     const double root = equalShare(parameter_.slot_to_coeff_constant, depth);
     for (u64 missing = plan.numStages; missing < depth; ++missing) {
         evaluator_->multWithoutRescale(out, std::complex<double>(root, 0.0), out);
