@@ -10,6 +10,7 @@
 #include "support/PolynomialBytes.hpp"
 #include "support/RingEquation.hpp"
 #include "support/Seeded.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/Decryptor.hpp>
 #include <Torvo/EnDecoder.hpp>
@@ -86,21 +87,14 @@ void expectStamp(const CiphertextBase<E>& ciphertext, const Plaintext& plaintext
     EXPECT_FALSE(ciphertext.isModUp());
 }
 
-/// Outputs as earlier uses may have left them.
+/// Used outputs, and those that an encryption takes besides: of another context, on another device, with two
+/// elements.
 template <EncryptionType E>
-std::vector<CiphertextBase<E>> usedOutputs(const Context& context, const Context& otherContext) {
-    std::vector<CiphertextBase<E>> outputs(8, CiphertextBase<E>(context));
-    outputs[0].setLevel(0);
-    outputs[1].setNumPoly(outputs[1].getNumPoly() + 2);
-    outputs[2].setEncodingType(EncodingType::Coefficient);
-    for (Polynomial& poly : outputs[2].getPolys().getPolys()) poly.setNTT(false);
-    outputs[3] = CiphertextBase<E>(context, true);
-    outputs[4] = CiphertextBase<E>(otherContext);
-    outputs[5].setRescaleCounter(2);
-    outputs[5].setLevel(1);
-    outputs[5].setLogSlots(0);
-    outputs[6].to(Device{DeviceType::CPU, 1});
-    outputs[7].setNumPoly(2);
+std::vector<CiphertextBase<E>> outputsOfAnyUse(const Context& context, const Context& otherContext) {
+    auto outputs = test::usedOutputs<E>(context);
+    outputs.emplace_back(otherContext);
+    outputs.emplace_back(context).to(Device{DeviceType::CPU, 1});
+    outputs.emplace_back(context).setNumPoly(2);
     return outputs;
 }
 
@@ -332,7 +326,7 @@ void expectSameIntoUsedOutputs(const Party<E>& party, const Context& other, Enco
     CiphertextBase<E> fresh(party.context);
     encryptFromSeed([&] { encrypt(fresh); });
     u64 i = 0;
-    for (auto& used : usedOutputs<E>(party.context, other)) {
+    for (auto& used : outputsOfAnyUse<E>(party.context, other)) {
         SCOPED_TRACE(testing::Message() << "output " << i++);
         encryptFromSeed([&] { encrypt(used); });
         EXPECT_TRUE(sameWords(used, fresh));

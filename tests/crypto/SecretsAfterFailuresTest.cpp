@@ -7,6 +7,7 @@
 #include "support/Sanitizer.hpp"
 #include "support/Scheme.hpp"
 #include "support/SecretsLeftBehind.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/EncryptionKey.hpp>
 #include <Torvo/RingSwitchKey.hpp>
@@ -71,16 +72,6 @@ Secrets secretsOfSum(const CiphertextBase<E>& ciphertext, const SecretKeyBase<E>
     return secrets;
 }
 
-/// An output as an earlier use left it.
-template <EncryptionType E>
-CiphertextBase<E> usedOutput(const CiphertextBase<E>& like) {
-    CiphertextBase<E> out = like;
-    out.setNumPoly(like.getNumPoly() + 1);
-    out.setLogSlots(1);
-    out.setLevel(1);
-    return out;
-}
-
 /// `encrypt(out)` under every failure. What goes well gives the same words from the same seed.
 template <EncryptionType E, class Encrypt>
 void expectSafeEncryption(const Context& context, Encrypt&& encrypt, const Secrets& secrets) {
@@ -89,12 +80,12 @@ void expectSafeEncryption(const Context& context, Encrypt&& encrypt, const Secre
         const OneSeededThread seeded;
         encrypt(expected);
     }
-    const std::string fresh = saved(expected), used = saved(usedOutput(expected));
-    CiphertextBase<E> out = usedOutput(expected);
+    const std::string fresh = saved(expected), used = saved(usedLonger<E>(context));
+    CiphertextBase<E> out = usedLonger<E>(context);
     expectNothingLeftBehind(
         secrets, [&] { encrypt(out); },
         [&](bool isDone) { EXPECT_TRUE(saved(out) == (isDone ? fresh : used)); });
-    out = usedOutput(expected);
+    out = usedLonger<E>(context);
     expectSafeOnAllThreads([&] { encrypt(out); },
                            [&](bool isDone) { EXPECT_NE(saved(out) == used, isDone); });
 }

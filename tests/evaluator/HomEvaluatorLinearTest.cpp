@@ -5,6 +5,8 @@
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"
 #include "support/Seeded.hpp"
+#include "support/ToyEvaluators.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/HomEvaluator.hpp>
 
@@ -14,7 +16,6 @@
 #include <complex>
 #include <functional>
 #include <limits>
-#include <type_traits>
 
 using namespace Torvo;
 using namespace Torvo::test;
@@ -22,16 +23,13 @@ using namespace Torvo::test;
 namespace {
 
 using Complex = std::complex<double>;
-using Module = CiphertextBase<EncryptionType::MLWE>;
 
 template <class T>
-class LinearForms : public testing::Test {
+class LinearForms : public OnBothTypes<T> {
 protected:
-    static constexpr EncryptionType type =
-        std::is_same_v<T, Ciphertext> ? EncryptionType::RLWE : EncryptionType::MLWE;
+    using OnBothTypes<T>::type;
+    using OnBothTypes<T>::scheme;
 
-    const SchemeBase<type>& scheme =
-        SchemeBase<type>::of(type == EncryptionType::RLWE ? ParameterPreset::FX : ParameterPreset::SD3D6R2);
     const HomEvaluator& evaluator = scheme.evaluator;
     const HomEvaluatorImpl& internals = *scheme.evaluator.getImpl();
     const u64 freshLevel = scheme.encryptionLevel();
@@ -145,23 +143,12 @@ protected:
 
     double encryptionError() const { return scheme.errors.atLevel(scheme.errors.encryption(), freshLevel); }
 
-    /// Objects that have seen other use: more elements, another level, state, encoding, ring.
-    std::vector<T> usedOutputs() {
-        T longer = scheme.encrypt(other, 2, 1), modUp(scheme.context, true);
-        longer.setNumPoly(longer.getNumPoly() + 2);
-        longer.setLogSlots(1);
-        modUp.setLevel(1);
-        T coefficients = scheme.encryptCoefficients({1.0, 2.0}, 1);
-        return {longer, modUp, coefficients};
-    }
-
     static T withEncoding(T x, EncodingType encoding) {
         x.setEncodingType(encoding);
         return x;
     }
 };
 
-using BothTypes = testing::Types<Ciphertext, Module>;
 TYPED_TEST_SUITE(LinearForms, BothTypes);
 
 } // namespace
@@ -198,7 +185,7 @@ TYPED_TEST(LinearForms, WriteTheSameWordsIntoAnyOutput) {
         form.apply(itself, itself);
         EXPECT_TRUE(sameWords(itself, fresh));
         EXPECT_EQ(itself.getEncodingType(), EncodingType::Slot);
-        for (TypeParam out : this->usedOutputs()) {
+        for (TypeParam out : usedOutputs<TestFixture::type>(this->scheme.context)) {
             const EncodingType before = out.getEncodingType();
             form.apply(in, out);
             EXPECT_TRUE(sameWords(out, fresh));
@@ -234,7 +221,7 @@ TYPED_TEST(LinearForms, SumsOfCiphertextsTakeOperandsOfAnyLevelIntoAnyOutput) {
             apply(a, second, second);
             EXPECT_TRUE(sameWords(first, fresh));
             EXPECT_TRUE(sameWords(second, fresh));
-            for (TypeParam out : this->usedOutputs()) {
+            for (TypeParam out : usedOutputs<TestFixture::type>(this->scheme.context)) {
                 apply(a, b, out);
                 EXPECT_TRUE(sameWords(out, fresh));
                 EXPECT_EQ(out.getEncodingType(), EncodingType::Slot);

@@ -5,6 +5,7 @@
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"
 #include "support/Seeded.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/HomEvaluator.hpp>
 
@@ -65,13 +66,6 @@ protected:
         x.setLevel(level);
         x.setEncodingType(encoding);
         return x;
-    }
-
-    /// Objects that have seen other use.
-    std::vector<Ciphertext> usedOutputs() const {
-        Ciphertext modUp(scheme.context, true);
-        modUp.setLevel(1);
-        return {shaped(0, 3, 5), modUp, scheme.encryptCoefficients({1.0, 2.0}, 1)};
     }
 
     template <class Apply>
@@ -137,7 +131,7 @@ TEST_F(HomEvaluatorMult, AnyOutputTakesTheSameWords) {
             EXPECT_TRUE(sameWords(first, fresh));
             EXPECT_TRUE(sameWords(second, fresh));
             EXPECT_TRUE(sameWords(both, ofItself));
-            for (Ciphertext out : usedOutputs()) {
+            for (Ciphertext out : usedOutputs(scheme.context)) {
                 forms[which](a, b, out);
                 EXPECT_TRUE(sameWords(out, fresh));
                 EXPECT_EQ(out.getEncodingType(), EncodingType::Slot);
@@ -153,7 +147,7 @@ TEST_F(HomEvaluatorMult, ASquareIsTheProductWithItself) {
     evaluator.square(itself, itself);
     EXPECT_TRUE(sameWords(square, product));
     EXPECT_TRUE(sameWords(itself, product));
-    for (Ciphertext out : usedOutputs()) {
+    for (Ciphertext out : usedOutputs(scheme.context)) {
         evaluator.square(a, out);
         EXPECT_TRUE(sameWords(out, product));
     }
@@ -200,7 +194,7 @@ TEST_F(HomEvaluatorMult, TensorElementsAreTheConvolution) {
         evaluator.tensor(a, second, second);
         EXPECT_TRUE(sameWords(first, out));
         EXPECT_TRUE(sameWords(second, out));
-        for (Ciphertext other : usedOutputs()) {
+        for (Ciphertext other : usedOutputs(scheme.context)) {
             evaluator.tensor(a, b, other);
             EXPECT_TRUE(sameWords(other, out));
             EXPECT_EQ(other.getEncodingType(), EncodingType::Slot);
@@ -237,7 +231,7 @@ TEST_F(HomEvaluatorMult, RelinearizeTakesPowersDownOneByOne) {
         evaluator.relinearize(in, fresh);
         evaluator.relinearize(itself, itself);
         EXPECT_TRUE(sameWords(itself, fresh));
-        for (Ciphertext other : usedOutputs()) {
+        for (Ciphertext other : usedOutputs(scheme.context)) {
             evaluator.relinearize(in, other);
             EXPECT_TRUE(sameWords(other, fresh));
             EXPECT_EQ(other.getEncodingType(), EncodingType::Slot);
@@ -338,7 +332,7 @@ TEST_F(HomEvaluatorMult, InnerProductSumsPlaintextTimesCiphertext) {
     internals.innerProduct(plains.data(), plains.data() + 3, ciphers.data(), out);
     EXPECT_EQ(out.getRescaleCounter(), 1);
     EXPECT_EQ(out.getLevel(), 6u);
-    for (Ciphertext other : usedOutputs()) {
+    for (Ciphertext other : usedOutputs(scheme.context)) {
         internals.innerProduct(plains.data(), plains.data() + 3, ciphers.data(), other);
         EXPECT_TRUE(sameWords(other, out));
         EXPECT_EQ(other.getEncodingType(), EncodingType::Slot);

@@ -5,6 +5,8 @@
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"
 #include "support/Seeded.hpp"
+#include "support/ToyEvaluators.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/HomEvaluator.hpp>
 #include <Torvo/KeyGenerator.hpp>
@@ -52,17 +54,7 @@ protected:
         return pack;
     }
 
-    /// An evaluator with the powers of two and their complements, made once.
-    const HomEvaluator& bundled() const {
-        static const HomEvaluator evaluator = [this] {
-            const KeyPack pack(scheme.context);
-            const KeyGenerator generator(scheme.context, scheme.secretKey, pack);
-            generator.genRotKeyBundle();
-            generator.genConjKey();
-            return HomEvaluator(scheme.context, pack);
-        }();
-        return evaluator;
-    }
+    static const HomEvaluator& bundled() { return bundledEvaluator(); }
 
     Message rotated(u64 index) const {
         Message m;
@@ -82,15 +74,6 @@ protected:
         y.setNumPoly(numPoly);
         y.setEncodingType(encoding);
         return y;
-    }
-
-    /// Objects that have seen other use.
-    std::vector<Ciphertext> usedOutputs() const {
-        Ciphertext longer = scheme.encrypt(message, 8, 2), modUp(scheme.context, true);
-        longer.setNumPoly(4);
-        longer.setLogSlots(1);
-        modUp.setLevel(1);
-        return {longer, modUp, scheme.encryptCoefficients({1.0, 2.0}, 1)};
     }
 };
 
@@ -147,7 +130,7 @@ TEST_F(HomEvaluatorRotation, AnyOutputTakesTheSameWords) {
         forms[which](x, fresh);
         forms[which](itself, itself);
         EXPECT_TRUE(sameWords(itself, fresh));
-        for (Ciphertext out : usedOutputs()) {
+        for (Ciphertext out : usedOutputs(scheme.context)) {
             forms[which](x, out);
             EXPECT_TRUE(sameWords(out, fresh));
             EXPECT_EQ(out.getEncodingType(), EncodingType::Slot);
@@ -288,7 +271,7 @@ TEST_F(HomEvaluatorRotation, ManyRotationsAtOnceGiveTheWordsOfSingleOnes) {
 
 TEST_F(HomEvaluatorRotation, ManyRotationsFillAnyVectorEvenTheOperandsOwn) {
     const std::vector<u64> indices{1, 2, 8};
-    std::vector<Ciphertext> fresh, used = usedOutputs(), holdsOperand{x, x};
+    std::vector<Ciphertext> fresh, used = usedOutputs(scheme.context), holdsOperand{x, x};
     bundled().getImpl()->leftRotate(x, indices, fresh);
     used.push_back(x);
     bundled().getImpl()->leftRotate(x, indices, used);
