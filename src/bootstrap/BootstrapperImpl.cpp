@@ -84,14 +84,14 @@ void BootstrapperImpl::checkBootstrappable(const Ciphertext& in) const {
     require(in.getEncodingType() == EncodingType::Coefficient || in.getLevel() >= getMinLevelForBootstrap(),
             message::bootstrapLevelTooLow);
     require(in.getNumPoly() == 2, message::bootstrapSizeNotTwo);
-    require(in.getRescaleCounter() == 0, message::operandOwesRescale);
+    utils::requireNothingOwed(in);
 }
 
 void BootstrapperImpl::checkExtendedBootstrappable(const Ciphertext& in) const {
     require(context_->parameter.has_extended_bootstrap, message::noExtendedBootstrap);
     require(in.getLevel() >= getMinLevelForBootstrap() + 1, message::extendedLevelTooLow);
     require(in.getNumPoly() == 2, message::extendedSizeNotTwo);
-    require(in.getRescaleCounter() == 0, message::operandOwesRescale);
+    utils::requireNothingOwed(in);
 }
 
 // ---- public flows

@@ -74,9 +74,22 @@ bool owesNothing(const T& operand) {
     return operand.getRescaleCounter() == 0;
 }
 
-template <class T>
-void requireLevelAboveZero(const T& operand) {
-    require(operand.getLevel() > 0, message::levelZero);
+template <class... T>
+void requireLevelAboveZero(const T&... operands) {
+    require(((operands.getLevel() > 0) && ...), message::levelZero);
+}
+
+template <class... T>
+void requireNothingOwed(const T&... operands) {
+    require((owesNothing(operands) && ...),
+            sizeof...(T) == 1 ? message::operandOwesRescale : message::operandsOweRescale);
+}
+
+/// Levels above 0, nothing owed: what every product asks of its operands, in the order in which it is told.
+template <class... T>
+void requireReadyToMultiply(const T&... operands) {
+    requireLevelAboveZero(operands...);
+    requireNothingOwed(operands...);
 }
 
 /// A level set by hand may have fallen below the counter, and the scale of such data is not defined.

@@ -42,8 +42,7 @@ template <EncryptionType E>
 void checkFactors(const CiphertextBase<E>& ciphertext, const Plaintext& plaintext) {
     utils::throwIfCoeff(ciphertext);
     require(ciphertext.getLevel() == plaintext.getLevel(), message::operandsDifferInLevel);
-    utils::requireLevelAboveZero(ciphertext);
-    require(utils::owesNothing(ciphertext) && utils::owesNothing(plaintext), message::operandsOweRescale);
+    utils::requireReadyToMultiply(ciphertext, plaintext);
     utils::checkPrecondition(ciphertext, plaintext);
     requireSameModUp(ciphertext, plaintext);
 }
@@ -309,7 +308,7 @@ template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
                             CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireNothingOwed(in);
     requireOwn(in);
     if (isIntegral(c.real()) && isIntegral(c.imag()))
         return multGaussianInteger(in, integerOf(c.real()), integerOf(c.imag()), out);
@@ -353,8 +352,7 @@ template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Message& message,
                             CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
-    utils::requireLevelAboveZero(in);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireReadyToMultiply(in);
     multEncoded(in, Encoding(context_, message, in.getLevel(), 0), out);
 }
 
@@ -362,8 +360,7 @@ template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Plaintext& plaintext,
                             CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
-    require(in.getLevel() > 0 && plaintext.getLevel() > 0, message::levelZero);
-    require(utils::owesNothing(in) && utils::owesNothing(plaintext), message::operandsOweRescale);
+    utils::requireReadyToMultiply(in, plaintext);
     if (plaintext.getLevel() == in.getLevel())
         multEncoded(in, plaintext, out);
     else
@@ -377,7 +374,7 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
     const u64 level = in.getLevel();
     require(targetLevel <= level, message::levelDownUpwards);
     utils::throwIfCoeff(in);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireNothingOwed(in);
     requireOwn(in);
     if (targetLevel == level) {
         out = in;
@@ -397,8 +394,7 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
 template <EncryptionType E>
 void HomEvaluatorImpl::levelDownOne(const CiphertextBase<E>& in, CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
-    utils::requireLevelAboveZero(in);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireReadyToMultiply(in);
     multWithoutRescale(in, std::complex<double>(1.0, 0.0), out);
     out.setEncodingType(in.getEncodingType());
     rescale(out);

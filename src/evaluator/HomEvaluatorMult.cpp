@@ -18,12 +18,6 @@ void requireEqualLevels(const Ciphertext& a, const Ciphertext& b) {
     require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
 }
 
-/// The two rules of every product, in the order in which they are told.
-void requireReadyToMultiply(const Ciphertext& a, const Ciphertext& b) {
-    require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
-    require(utils::owesNothing(a) && utils::owesNothing(b), message::operandsOweRescale);
-}
-
 } // namespace
 
 void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
@@ -98,7 +92,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& a, const Ciphertext&
     require(a.getNumPoly() == 2 && b.getNumPoly() == 2, message::sizeAboveTwo);
     requireBothOnSlots(a, b);
     requireEqualLevels(a, b);
-    requireReadyToMultiply(a, b);
+    utils::requireReadyToMultiply(a, b);
     Ciphertext product = unsetCiphertext(context_, 3);
     tensor(a, b, product);
     relinearize(product, out);
@@ -106,7 +100,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& a, const Ciphertext&
 
 void HomEvaluatorImpl::mult(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     requireBothOnSlots(a, b);
-    requireReadyToMultiply(a, b);
+    utils::requireReadyToMultiply(a, b);
     if (a.getLevel() == b.getLevel()) {
         multWithoutRescale(a, b, out);
     } else {

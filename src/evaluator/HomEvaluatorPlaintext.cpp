@@ -14,9 +14,9 @@ void checkEqualLevels(const Plaintext& a, const Plaintext& b) {
 
 /// What two factors must be, in the order in which it is told.
 void checkFactors(const Plaintext& a, const Plaintext& b) {
-    require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
+    utils::requireLevelAboveZero(a, b);
     checkEqualLevels(a, b);
-    require(utils::owesNothing(a) && utils::owesNothing(b), message::operandsOweRescale);
+    utils::requireNothingOwed(a, b);
 }
 
 } // namespace
@@ -41,8 +41,7 @@ void HomEvaluatorImpl::sub(const Plaintext& a, const Plaintext& b, Plaintext& ou
 }
 
 void HomEvaluatorImpl::mult(const Plaintext& in, std::complex<double> c, Plaintext& out) const {
-    utils::requireLevelAboveZero(in);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireReadyToMultiply(in);
     multWithoutRescale(in, c, out);
     rescale(out);
 }

@@ -128,7 +128,7 @@ void HomEvaluatorImpl::rescale(Ciphertext& ct) const {
 void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 target, Ciphertext& out) const {
     const u64 level = in.getLevel();
     require(target <= level, message::levelDownUpwards);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireNothingOwed(in);
     requireOwn(in);
     out = in;
     if (target == level) return;
@@ -140,8 +140,7 @@ void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 target, Ciphertext& o
 }
 
 void HomEvaluatorImpl::levelDownOne(const Ciphertext& in, Ciphertext& out) const {
-    utils::requireLevelAboveZero(in);
-    require(utils::owesNothing(in), message::operandOwesRescale);
+    utils::requireReadyToMultiply(in);
     multWithoutRescale(in, 1.0, out);
     rescale(out);
 }
