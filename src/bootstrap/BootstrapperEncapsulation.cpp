@@ -1,6 +1,7 @@
 #include "bootstrap/BootstrapperImpl.hpp"
 #include "bootstrap/Messages.hpp"
 #include "core/Failure.hpp"
+#include "encoding/Stamp.hpp"
 #include "evaluator/Messages.hpp"
 
 namespace Torvo {
@@ -24,8 +25,7 @@ Ciphertext switchSecret(const KeySwitcher& switcher, const PrimeModuli& primes, 
     Polynomial first = in.getPoly(0);
     setForm(primes, first, ntt);
     primes.add(out.getPoly(0), first, out.getPoly(0));
-    out.setLogSlots(in.getLogSlots());
-    out.setRescaleCounter(in.getRescaleCounter());
+    Stamp::of(in).putKeepingEncoding(out);
     return out;
 }
 

@@ -2,6 +2,7 @@
 #include "bootstrap/Messages.hpp"
 #include "core/Failure.hpp"
 #include "crypto/OutputShape.hpp"
+#include "encoding/Stamp.hpp"
 
 #include <cmath>
 #include <utility>
@@ -51,9 +52,7 @@ void BootstrapperImpl::levelRecover(const Ciphertext& in, Ciphertext& out) const
     for (u64 i = in.getNumPoly(); i-- > 0;)
         context_->primes.normalizeMod(raised.getPoly(i), in.getPoly(i), 0,
                                       context_->parameter.chain_length - 1);
-    raised.setLogSlots(in.getLogSlots());
-    raised.setRescaleCounter(in.getRescaleCounter());
-    raised.setEncodingType(in.getEncodingType());
+    Stamp::of(in).putOn(raised);
     out = std::move(raised);
 }
 

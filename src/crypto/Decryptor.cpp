@@ -8,6 +8,7 @@
 #include "crypto/RandomSampler.hpp"
 #include "crypto/SecretPolynomial.hpp"
 #include "encoding/Messages.hpp"
+#include "encoding/Stamp.hpp"
 
 #include <Torvo/EnDecoder.hpp>
 
@@ -82,8 +83,7 @@ Plaintext innerDecrypt(const Context& context, const CiphertextBase<E>& ct,
     SecretPolynomial m(context, ct.isModUp(), level);
     evaluateAt(context->primes, InNTTForm<E>(context->primes, ct).get(), secretKey, m);
     Plaintext plaintext(context, m.release());
-    plaintext.setLogSlots(ct.getLogSlots());
-    plaintext.setRescaleCounter(ct.getRescaleCounter());
+    Stamp::of(ct).putOn(plaintext);
     return plaintext;
 }
 

@@ -12,6 +12,7 @@
 #include "crypto/SecretPolynomial.hpp"
 #include "encoding/Encoding.hpp"
 #include "encoding/Messages.hpp"
+#include "encoding/Stamp.hpp"
 
 #include <bit>
 #include <utility>
@@ -48,9 +49,7 @@ void addMessage(const PrimeModuli& primes, const Polynomial& m, SecretPolynomial
 /// counter is checked against the level that `out` has at the call.
 template <EncryptionType E>
 void stampOutput(const Plaintext& plaintext, CiphertextBase<E>& out) {
-    out.setLogSlots(plaintext.getLogSlots());
-    out.setRescaleCounter(plaintext.getRescaleCounter());
-    out.setEncodingType(EncodingType::Slot);
+    Stamp::of(plaintext).putOn(out);
     out.allocate(plaintext.getDevice());
 }
 

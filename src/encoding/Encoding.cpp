@@ -5,6 +5,7 @@
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
+#include "encoding/Stamp.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -46,9 +47,8 @@ u64 logSlotsOf(const Context& context, const std::vector<double>& coefficients, 
 Plaintext blankPlaintext(const Context& context, u64 logSlots, const Device& device, u64 level,
                          int rescaleCounter) {
     Plaintext plaintext(context, Polynomial(context, false, true, level)); // kept: no rows to spare
-    plaintext.setLogSlots(logSlots);
     plaintext.allocate(device);
-    plaintext.setRescaleCounter(rescaleCounter);
+    Stamp{logSlots, rescaleCounter}.putOn(plaintext);
     return plaintext;
 }
 

@@ -10,6 +10,7 @@
 #include "crypto/OutputShape.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"
+#include "encoding/Stamp.hpp"
 #include "evaluator/Messages.hpp"
 
 #include <Torvo/Ciphertext.hpp>
@@ -20,21 +21,6 @@
 
 /// The guards that the operations of the evaluator share, and the shaping of their outputs.
 namespace Torvo::utils {
-
-/// Data that owes rescales: plaintexts and ciphertexts.
-template <class T>
-concept Owing = requires(const T& t) {
-    t.getRescaleCounter();
-};
-template <class T>
-concept Slotted = requires(const T& t) {
-    t.getLogSlots();
-};
-/// Data that has an encoding type: ciphertexts.
-template <class T>
-concept WithEncodingType = requires(const T& t) {
-    t.getEncodingType();
-};
 
 // ---- guards
 
@@ -152,14 +138,6 @@ template <class T>
 void copyElements(const T& in, u64 from, T& out) {
     if (&in == &out) return;
     for (u64 i = from; i < numElements(in); ++i) element(out, i) = element(in, i);
-}
-
-/// Copies log slots, rescale counter and, between ciphertexts, encoding type.
-template <class T>
-void copyStamp(const T& in, T& out) {
-    out.setLogSlots(in.getLogSlots());
-    out.setRescaleCounter(in.getRescaleCounter());
-    if constexpr (WithEncodingType<T>) out.setEncodingType(in.getEncodingType());
 }
 
 // ---- sums and differences, told as one

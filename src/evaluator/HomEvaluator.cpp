@@ -10,7 +10,7 @@ u64 withinSlots(const Message& message, u64 index) {
     return index & ((u64{1} << message.getLogSlots()) - 1);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 u64 withinSlots(const Operand& operand, u64 index) {
     return index % operand.getNumberOfSlots();
 }

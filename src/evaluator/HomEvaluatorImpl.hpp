@@ -66,21 +66,21 @@ public:
 
     // ---- plaintexts and both kinds of ciphertexts alike
 
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void negate(const Operand& in, Operand& out) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void add(const Operand& in, std::complex<double> c, Operand& out) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void sub(const Operand& in, std::complex<double> c, Operand& out) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void multWithoutRescale(const Operand& in, std::complex<double> c, Operand& out) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void multImagUnit(const Operand& in, Operand& out) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void multInteger(const Operand& in, long n, Operand& out) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void rescale(Operand& inOut) const;
-    template <utils::Owing Operand>
+    template <Owing Operand>
     void inverseRescale(Operand& inOut) const;
 
     // ---- plaintexts

@@ -51,30 +51,32 @@ void checkFactors(const CiphertextBase<E>& ciphertext, const Plaintext& plaintex
 
 // ---- plaintexts and ciphertexts alike
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::negate(const Operand& in, Operand& out) const {
     requireOwn(in);
+    const Stamp stamp = Stamp::of(in);
     utils::fitLike(in, out);
     for (u64 i = 0; i < utils::numElements(in); ++i)
         context_->primes.negate(utils::element(in, i), utils::element(out, i));
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::add(const Operand& in, std::complex<double> c, Operand& out) const {
     utils::throwIfCoeff(in);
     utils::requireCounterWithinLevel(in);
     requireOwn(in);
-    const EncodedConstant encoded = encodeConstant(c, in.getLevel(), in.getRescaleCounter(), in.getDevice());
+    const Stamp stamp = Stamp::of(in);
+    const EncodedConstant encoded = encodeConstant(c, in.getLevel(), stamp.rescaleCounter, in.getDevice());
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
     encoded.apply([&](const auto&... parts) {
         context_->primes.constAdd(utils::element(in, 0), parts..., utils::element(out, 0));
     });
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::sub(const Operand& in, std::complex<double> c, Operand& out) const {
     add(in, -c, out);
 }
@@ -94,20 +96,19 @@ void HomEvaluatorImpl::multElements(const Operand& in, Operand& out, const Const
         primes.constMult(utils::element(in, i), constant..., utils::element(out, i));
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double> c, Operand& out) const {
     utils::throwIfCoeff(in);
     utils::requireLevelAboveZero(in);
     requireOwn(in);
-    const int owed = in.getRescaleCounter();
-    require(static_cast<u64>(owed) < in.getLevel(), message::rescaleCounterAboveLevel);
+    const Stamp stamp = Stamp::of(in);
+    require(static_cast<u64>(stamp.rescaleCounter) < in.getLevel(), message::rescaleCounterAboveLevel);
     const EncodedConstant encoded = encodeConstant(c, in.getLevel(), 0, in.getDevice());
     encoded.apply([&](const auto&... parts) { multElements(in, out, parts...); });
-    out.setLogSlots(in.getLogSlots());
-    out.setRescaleCounter(owed + 1);
+    stamp.owing(stamp.rescaleCounter + 1).putKeepingEncoding(out);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::multImagUnit(const Operand& in, Operand& out) const {
     utils::throwIfCoeff(in);
     requireOwn(in);
@@ -115,8 +116,9 @@ void HomEvaluatorImpl::multImagUnit(const Operand& in, Operand& out) const {
     LevelledElement zero(0, context_, modUp, in.getLevel()), one(1, context_, modUp, in.getLevel());
     zero.to(in.getDevice());
     one.to(in.getDevice());
+    const Stamp stamp = Stamp::of(in);
     multElements(in, out, zero, one);
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
 template <class Operand>
@@ -125,11 +127,12 @@ void HomEvaluatorImpl::multUnsigned(const Operand& in, u64 n, Operand& out) cons
         out = in;
         return;
     }
+    const Stamp stamp = Stamp::of(in);
     multElements(in, out, n);
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) const {
     utils::throwIfCoeff(in);
     requireOwn(in);
@@ -137,11 +140,12 @@ void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) cons
     if (n >= 0) return multUnsigned(in, static_cast<u64>(n), out);
     LevelledElement residues(n, context_, utils::element(in, 0).isModUp(), in.getLevel());
     residues.to(in.getDevice());
+    const Stamp stamp = Stamp::of(in);
     multElements(in, out, residues);
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::rescale(Operand& inOut) const {
     utils::throwIfCoeff(inOut);
     utils::requireLevelAboveZero(inOut);
@@ -152,7 +156,7 @@ void HomEvaluatorImpl::rescale(Operand& inOut) const {
     inOut.setRescaleCounter(owed - 1);
 }
 
-template <utils::Owing Operand>
+template <Owing Operand>
 void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
     utils::throwIfCoeff(inOut);
     require(inOut.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
@@ -171,10 +175,11 @@ void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, const Plainte
                                       CiphertextBase<E>& out) const {
     requireSameModUp(in, plaintext);
     requireOwn(in, plaintext);
+    const Stamp stamp = Stamp::of(in);
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
     Sign::combine(context_->primes, in.getPoly(0), plaintext.getMx(), out.getPoly(0));
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
 template <class Sign, EncryptionType E>
@@ -225,14 +230,15 @@ void HomEvaluatorImpl::combineElements(const CiphertextBase<E>& a, const Ciphert
     utils::checkPrecondition(a, b);
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
-    // The output may be either operand, so it is asked for its size before it is given another.
+    // The output may be either operand, so they are asked before it is given another size.
+    const Stamp stamp = Stamp::of(a);
     const u64 countA = a.getNumPoly(), countB = b.getNumPoly(), common = std::min(countA, countB);
     utils::fitElements(context_, std::max(countA, countB), a.isModUp(), out);
     for (u64 i = 0; i < common; ++i)
         Sign::combine(context_->primes, a.getPoly(i), b.getPoly(i), out.getPoly(i));
     if (countA > countB) utils::copyElements(a, common, out);
     for (u64 i = common; i < countB; ++i) Sign::onlySecond(context_->primes, b.getPoly(i), out.getPoly(i));
-    utils::copyStamp(a, out);
+    stamp.putOn(out);
 }
 
 template <EncryptionType E>
@@ -312,8 +318,9 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
     requireOwn(in);
     if (isIntegral(c.real()) && isIntegral(c.imag()))
         return multGaussianInteger(in, integerOf(c.real()), integerOf(c.imag()), out);
+    const Stamp stamp = Stamp::of(in);
     multWithoutRescale(in, c, out);
-    out.setEncodingType(in.getEncodingType());
+    stamp.putEncodingOn(out);
     rescale(out);
 }
 
@@ -322,6 +329,7 @@ void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Pla
                                           CiphertextBase<E>& out) const {
     checkFactors(in, plaintext);
     requireOwn(in, plaintext);
+    const Stamp stamp = Stamp::of(in);
     utils::fitLike(in, out);
     const PrimeModuli& primes = context_->primes;
     const Polynomial& factor = plaintext.getMx();
@@ -329,15 +337,15 @@ void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Pla
         primes.hadamardMultTwo(factor, in.getPoly(1), in.getPoly(0), out.getPoly(1), out.getPoly(0));
     else
         for (u64 i = 0; i < in.getNumPoly(); ++i) primes.hadamardMult(in.getPoly(i), factor, out.getPoly(i));
-    out.setLogSlots(in.getLogSlots());
-    out.setRescaleCounter(1);
+    stamp.owing(1).putKeepingEncoding(out);
 }
 
 template <EncryptionType E>
 void HomEvaluatorImpl::multEncoded(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                    CiphertextBase<E>& out) const {
+    const Stamp stamp = Stamp::of(in);
     multWithoutRescale(in, plaintext, out);
-    out.setEncodingType(in.getEncodingType());
+    stamp.putEncodingOn(out);
     rescale(out);
 }
 
@@ -384,10 +392,10 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
     const u64 last = targetLevel + 1;
     const double exponent = logScale[last] - logScale[level] + static_cast<double>(correction[last]);
     const EncodedConstant factor = encodeConstant(std::pow(2.0, exponent), last, 0, in.getDevice());
+    const Stamp stamp = Stamp::of(in);
     // The product has the level of the factor, so the rows that are to go are not even read.
     multElements(in, out, factor.real);
-    utils::copyStamp(in, out);
-    out.setRescaleCounter(1);
+    stamp.owing(1).putOn(out);
     rescale(out);
 }
 
@@ -395,8 +403,9 @@ template <EncryptionType E>
 void HomEvaluatorImpl::levelDownOne(const CiphertextBase<E>& in, CiphertextBase<E>& out) const {
     utils::throwIfCoeff(in);
     utils::requireReadyToMultiply(in);
+    const Stamp stamp = Stamp::of(in);
     multWithoutRescale(in, std::complex<double>(1.0, 0.0), out);
-    out.setEncodingType(in.getEncodingType());
+    stamp.putEncodingOn(out);
     rescale(out);
 }
 

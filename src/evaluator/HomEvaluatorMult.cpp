@@ -26,11 +26,10 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
-    const u64 logSlots = a.getLogSlots();
     // Counters set before the level came down, or read from a file, may be any.
     const long sum = long{a.getRescaleCounter()} + b.getRescaleCounter() + 1;
     require(static_cast<u64>(sum) <= a.getLevel(), message::rescaleCounterAboveLevel);
-    const int owed = static_cast<int>(sum);
+    const Stamp stamp = Stamp::of(a).owing(static_cast<int>(sum));
     if (a.getNumPoly() == 2 && b.getNumPoly() == 2) {
         utils::fitElements(context_, 3, a.isModUp(), out);
         context_->primes.tensor(a.getPoly(1), a.getPoly(0), b.getPoly(1), b.getPoly(0), out.getPoly(1),
@@ -38,9 +37,7 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     } else {
         tensorOfAnyLength(a, b, out);
     }
-    out.setLogSlots(logSlots);
-    out.setEncodingType(EncodingType::Slot);
-    out.setRescaleCounter(owed);
+    stamp.putOn(out);
 }
 
 /// out[k] = sum of a[i] * b[j] over i + j = k.
@@ -76,16 +73,13 @@ void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const 
     requireOwn(in);
     // in[n-1] * s^(n-1) = (in[n-1] * s^2) * s^(n-3): one key serves all powers.
     const Ciphertext switched = keySwitcher_->switchKey(in.getPoly(n - 1), *key);
-    const u64 logSlots = in.getLogSlots();
-    const int owed = in.getRescaleCounter();
+    const Stamp stamp = Stamp::of(in);
     utils::fitElements(context_, n - 1, false, out);
     for (u64 i = 0; i + 3 < n; ++i)
         if (&in != &out) out.getPoly(i) = in.getPoly(i);
     context_->primes.add(in.getPoly(n - 3), switched.getPoly(0), out.getPoly(n - 3));
     context_->primes.add(in.getPoly(n - 2), switched.getPoly(1), out.getPoly(n - 2));
-    out.setLogSlots(logSlots);
-    out.setEncodingType(EncodingType::Slot);
-    out.setRescaleCounter(owed);
+    stamp.putOn(out);
 }
 
 void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
@@ -129,12 +123,13 @@ void HomEvaluatorImpl::innerProduct(const Plaintext* plainBegin, const Plaintext
     const auto plain = [](const Plaintext& p) -> const Polynomial& { return p.getMx(); };
     const auto partB = [](const Ciphertext& ct) -> const Polynomial& { return ct.getPoly(0); };
     const auto partA = [](const Ciphertext& ct) -> const Polynomial& { return ct.getPoly(1); };
+    const Stamp stamp = Stamp::of(*cipherBegin);
     utils::fitLike(*cipherBegin, out);
     context_->primes.innerProduct(PolyIter(plainBegin, plain), PolyIter(plainEnd, plain),
                                   PolyIter(cipherBegin, partA), PolyIter(cipherBegin, partB), out.getPoly(1),
                                   out.getPoly(0));
-    utils::copyStamp(*cipherBegin, out);
-    out.setRescaleCounter(1);
+    stamp.putOn(out); // refuses a counter that the level does not bear
+    stamp.owing(1).putOn(out);
 }
 
 } // namespace Torvo

@@ -27,9 +27,10 @@ void HomEvaluatorImpl::combine(const Plaintext& a, const Plaintext& b, Plaintext
     utils::checkPrecondition(a, b);
     require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
+    const Stamp stamp = Stamp::of(a);
     utils::fitLike(a, out);
     Sign::combine(context_->primes, a.getMx(), b.getMx(), out.getMx());
-    utils::copyStamp(a, out);
+    stamp.putOn(out);
 }
 
 void HomEvaluatorImpl::add(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
@@ -51,10 +52,10 @@ void HomEvaluatorImpl::multWithoutRescale(const Plaintext& a, const Plaintext& b
     utils::checkPrecondition(a, b);
     require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
+    const Stamp stamp = Stamp::of(a);
     utils::fitLike(a, out);
     context_->primes.hadamardMult(a.getMx(), b.getMx(), out.getMx());
-    utils::copyStamp(a, out);
-    out.setRescaleCounter(1);
+    stamp.owing(1).putOn(out);
 }
 
 void HomEvaluatorImpl::mult(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
@@ -97,9 +98,10 @@ void HomEvaluatorImpl::applyAutomorphism(const Plaintext& in, long g, Plaintext&
         out = std::move(mapped);
         return;
     }
+    const Stamp stamp = Stamp::of(in);
     utils::fitLike(in, out);
     context_->primes.frobeniusMapInNTT<false>(in.getMx(), g, out.getMx());
-    utils::copyStamp(in, out);
+    stamp.putOn(out);
 }
 
 } // namespace Torvo

@@ -38,8 +38,7 @@ Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, Eva
     context_->primes.frobeniusMapInNTT<false>(in.getPoly(1), g, mapped);
     Ciphertext switched = keySwitcher_->switchKey(mapped, key);
     context_->primes.frobeniusMapInNTT<true>(in.getPoly(0), g, switched.getPoly(0));
-    switched.setLogSlots(in.getLogSlots());
-    switched.setRescaleCounter(in.getRescaleCounter());
+    Stamp::of(in).putKeepingEncoding(switched);
     return switched;
 }
 
@@ -123,6 +122,7 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
     while (outs.size() < indices.size()) outs.push_back(unsetCiphertext(context_));
     outs.erase(outs.begin() + static_cast<std::ptrdiff_t>(indices.size()), outs.end());
 
+    const Stamp stamp = Stamp::of(in);
     const PrimeModuli& primes = context_->primes;
     // The automorphism commutes with the decomposition, which so is paid once for all rotations.
     std::vector<Polynomial> blocks, rotated;
@@ -138,7 +138,7 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
         for (u64 j = 0; j < blocks.size(); ++j) primes.frobeniusMapInNTT<false>(blocks[j], g, rotated[j]);
         keySwitcher_->modDown(keySwitcher_->multEvalKey(rotated, *key), outs[k], true);
         primes.frobeniusMapInNTT<true>(in.getPoly(0), g, outs[k].getPoly(0));
-        utils::copyStamp(in, outs[k]);
+        stamp.putOn(outs[k]);
     }
 }
 
@@ -187,7 +187,7 @@ Ciphertext HomEvaluatorImpl::switchedSum(const std::vector<Ciphertext>& cts,
     // One division by the temporary primes for all of them.
     Ciphertext sum = unsetCiphertext(context_);
     keySwitcher_->modDown(*accumulator, sum, true);
-    utils::copyStamp(cts[0], sum);
+    Stamp::of(cts[0]).putOn(sum);
     for (u64 k = 0; k < cts.size(); ++k) {
         if (indices[k] == 0)
             addWithoutCheck(sum, cts[k], sum);

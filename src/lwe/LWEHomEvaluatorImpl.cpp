@@ -22,21 +22,22 @@ LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescal
 
 void HomEvaluatorImpl::negate(const Ciphertext& in, Ciphertext& out) const {
     requireOwn(in);
+    const Stamp stamp = Stamp::of(in);
     shapeOutput(in.getContext(), out);
     context_->primes.negate(in.getAx(), out.getAx());
     context_->primes.negate(in.getBx(), out.getBx());
-    out.setRescaleCounter(in.getRescaleCounter());
+    stamp.putOn(out);
 }
 
 void HomEvaluatorImpl::add(const Ciphertext& in, double c, Ciphertext& out) const {
     utils::requireCounterWithinLevel(in);
     requireOwn(in);
-    const int owed = in.getRescaleCounter();
-    const LevelledElement constant = encodeConstant(c, in.getLevel(), owed, in.getDevice());
+    const Stamp stamp = Stamp::of(in);
+    const LevelledElement constant = encodeConstant(c, in.getLevel(), stamp.rescaleCounter, in.getDevice());
     shapeOutput(in.getContext(), out);
     if (&in != &out) out.getAx() = in.getAx();
     context_->primes.add(in.getBx(), constant, out.getBx());
-    out.setRescaleCounter(owed);
+    stamp.putOn(out);
 }
 
 void HomEvaluatorImpl::sub(const Ciphertext& in, double c, Ciphertext& out) const {
@@ -63,10 +64,11 @@ void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphert
 
 template <class Sign>
 void HomEvaluatorImpl::combineParts(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    const Stamp stamp = Stamp::of(a);
     if (&out != &b) shapeOutput(a.getContext(), out); // an operand is read before it is replaced
     Sign::combine(context_->primes, a.getAx(), b.getAx(), out.getAx());
     Sign::combine(context_->primes, a.getBx(), b.getBx(), out.getBx());
-    out.setRescaleCounter(a.getRescaleCounter());
+    stamp.putOn(out);
 }
 
 void HomEvaluatorImpl::add(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
@@ -95,16 +97,17 @@ void HomEvaluatorImpl::multInteger(const Ciphertext& in, long n, Ciphertext& out
     if (n == -1) return negate(in, out);
     LevelledElement residues(n, in.getContext(), in.getLevel());
     if (residues.getDevice() != in.getDevice()) residues.to(in.getDevice());
+    const Stamp stamp = Stamp::of(in);
     multParts(in, residues, out);
-    out.setRescaleCounter(in.getRescaleCounter());
+    stamp.putOn(out);
 }
 
 void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& in, double c, Ciphertext& out) const {
-    const int owed = in.getRescaleCounter();
-    require(static_cast<u64>(owed) < in.getLevel(), message::rescaleCounterAboveLevel);
+    const Stamp stamp = Stamp::of(in);
+    require(static_cast<u64>(stamp.rescaleCounter) < in.getLevel(), message::rescaleCounterAboveLevel);
     requireOwn(in);
     multParts(in, encodeConstant(c, in.getLevel(), 0, in.getDevice()), out);
-    out.setRescaleCounter(owed + 1);
+    stamp.owing(stamp.rescaleCounter + 1).putOn(out);
 }
 
 void HomEvaluatorImpl::mult(const Ciphertext& in, double c, Ciphertext& out) const {

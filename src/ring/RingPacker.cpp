@@ -48,8 +48,7 @@ u64 encryptionLevelOf(const Context& context) {
 
 template <class AnyCiphertext>
 void requireOnCoefficients(const AnyCiphertext& operand) {
-    require(!utils::WithEncodingType<AnyCiphertext> || !utils::isOnSlots(operand),
-            message::notOnCoefficients);
+    require(!WithEncodingType<AnyCiphertext> || !utils::isOnSlots(operand), message::notOnCoefficients);
 }
 
 template <class AnyCiphertext>
@@ -123,11 +122,9 @@ void shapePair(const Context& context, Ciphertext& out) {
     utils::fitElements(context, 2, false, out);
 }
 
-template <EncryptionType E>
-void stamp(int rescaleCounter, CiphertextBase<E>& out) {
-    out.setLogSlots(getLogFullSlots(out.getContext()));
-    out.setRescaleCounter(rescaleCounter);
-    out.setEncodingType(EncodingType::Coefficient);
+/// What packed data say of themselves: the coefficients of a whole ring, owing what the operands owed.
+Stamp packedStamp(const Context& ring, int rescaleCounter) {
+    return {getLogFullSlots(ring), rescaleCounter, EncodingType::Coefficient};
 }
 
 // ---- pieces of the operations
@@ -195,14 +192,14 @@ void modPackAny(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBun
     requireLevels(in);
     requireFit(keys.getContext(), rankOf(out) * degreeOf(out), level);
     for (const AnyCiphertext* operand : in) requireWithinOwnChain(*operand);
-    const int counter = in.front()->getRescaleCounter();
+    const Stamp stamp = packedStamp(out.getContext(), in.front()->getRescaleCounter());
     const std::vector<Polynomial> polys = combined(in, out.getContext());
     for (const Context& ring : {out.getContext(), keys.getContext()})
         ring->primes.getCommonDeviceAndCheck(polys.front());
     for (const AnyCiphertext* operand : in) requirePrimes(*operand, out.getContext(), message::packingInput);
     requireSharedPrimes(keys.getContext(), out.getContext(), level, message::packingKeys);
     mlweKeySwitch(polys, keys, out);
-    stamp(counter, out);
+    stamp.putOn(out);
 }
 
 /// Makes an output of `unPack` fit for `context` and `level`.
@@ -235,7 +232,7 @@ void RingPacker::compose(const std::vector<const Ciphertext*>& in, const RingSwi
     for (const Ciphertext* operand : in) requirePrimes(*operand, context, message::packingInput);
     requireSharedPrimes(key.getContext(), context, first.getLevel(), message::packingKeys);
 
-    const int counter = first.getRescaleCounter();
+    const Stamp stamp = packedStamp(context, first.getRescaleCounter());
     shapePair(context, out);
     for (u64 j = 0; j < 2; ++j) {
         if (in.size() == 1)
@@ -244,7 +241,7 @@ void RingPacker::compose(const std::vector<const Ciphertext*>& in, const RingSwi
             ringSwitcher.combine(elementsAt(j, in), out.getPoly(j));
     }
     switchKey(key, out);
-    stamp(counter, out);
+    stamp.putOn(out);
 }
 
 void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
@@ -259,7 +256,7 @@ void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
     requireTwoElements(in);
     utils::requireCounterWithinLevel(in);
 
-    const int counter = in.getRescaleCounter();
+    const Stamp stamp = packedStamp(context, in.getRescaleCounter());
     requireWithinOwnChain(in);
     Ciphertext switched(key.getContext(), in);
     requireOutOfNTT(in);
@@ -277,7 +274,7 @@ void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
         else
             ringSwitcher.split(switched.getPoly(j), parts);
     }
-    for (Ciphertext* part : out) stamp(counter, *part);
+    for (Ciphertext* part : out) stamp.putOn(*part);
 }
 
 template <EncryptionType E>
@@ -301,6 +298,7 @@ void RingPacker::unPack(const Ciphertext& in, const std::vector<LWE::Ciphertext*
     utils::requireCounterWithinLevel(in);
 
     requireWithinOwnChain(in);
+    const Stamp stamp = Stamp::of(in);
     LevelledVector a(context);
     ringSwitcher.split(in.getPoly(1), a);
     context->primes.getCommonDeviceAndCheck(a);
@@ -312,7 +310,7 @@ void RingPacker::unPack(const Ciphertext& in, const std::vector<LWE::Ciphertext*
     }
     ringSwitcher.split(in.getPoly(0), numbers);
     forEachIndex(out.size(), [&](u64 i) { context->primes.conjugateInvert(a, out[i]->getAx(), i); });
-    for (LWE::Ciphertext* part : out) part->setRescaleCounter(in.getRescaleCounter());
+    for (LWE::Ciphertext* part : out) stamp.putOn(*part);
 }
 
 template void RingPacker::modPack(const std::vector<const CiphertextBase<EncryptionType::MLWE>*>&,
