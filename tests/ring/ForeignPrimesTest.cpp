@@ -5,6 +5,7 @@
 #include "support/Pointers.hpp"
 #include "support/RingFamily.hpp"
 #include "support/RingPhases.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/RingPacker.hpp>
@@ -40,15 +41,6 @@ std::vector<Ciphertext> four(const Context& context, u64 level) {
     return ciphertexts;
 }
 
-/// A used output, to be found unchanged.
-template <EncryptionType E = RLWE>
-CiphertextBase<E> used(const Context& context) {
-    Seeded random(982);
-    auto ciphertext = randomOnCoefficients<E>(context, 1, random);
-    ciphertext.setRescaleCounter(1);
-    return ciphertext;
-}
-
 /// On coefficients, at a level that `setLevel` takes and the chain does not have. A mod-up one has rows for
 /// its primes only: to read up to the level would lead out of it.
 template <EncryptionType E = RLWE>
@@ -67,14 +59,14 @@ TEST(RingPackerForeignPrimes, ComposeRefusesInputsAndKeysOfOtherPrimes) {
     const SecretKey secretKey(out);
     const RingSwitchKey key = KeyGenerator(out, secretKey).genComposeKey(SecretKey(familyRing(6, 3)));
     const auto compose = [&](const std::vector<Ciphertext>& in, const RingSwitchKey& with) {
-        Ciphertext result = used(out);
+        Ciphertext result = usedOnCoefficients(out);
         const Ciphertext before = result;
         packer.compose(pointersTo(in), with, result);
         EXPECT_FALSE(sameWords(result, before));
     };
     const auto refuse = [&](const std::vector<Ciphertext>& in, const RingSwitchKey& with,
                             const std::string& text) {
-        Ciphertext result = used(out);
+        Ciphertext result = usedOnCoefficients(out);
         const Ciphertext before = result;
         EXPECT_REFUSED(packer.compose(pointersTo(in), with, result), text);
         EXPECT_TRUE(sameWords(result, before));
@@ -97,7 +89,7 @@ TEST(RingPackerForeignPrimes, DecomposeRefusesInputsAndKeysOfOtherPrimes) {
     const RingSwitchKey key = KeyGenerator(in, secretKey).genDecomposeKey(in, SecretKey(small));
     const auto refuse = [&](const Ciphertext& from, const RingSwitchKey& with, const Context& to,
                             const std::string& text) {
-        std::vector<Ciphertext> outs(4, used(to));
+        std::vector<Ciphertext> outs(4, usedOnCoefficients(to));
         const auto before = outs;
         auto pointers = pointersTo(outs);
         EXPECT_REFUSED(packer.decompose(from, with, pointers), text);
@@ -123,7 +115,7 @@ TEST(RingPackerForeignPrimes, ModPackRefusesInputsAndKeysOfOtherPrimes) {
     };
     const auto refuse = [&](const std::vector<CiphertextBase<MLWE>>& in, const Context& keys,
                             const Context& to, const std::string& text) {
-        Ciphertext result = used(to);
+        Ciphertext result = usedOnCoefficients(to);
         const Ciphertext before = result;
         EXPECT_REFUSED(packer.modPack(pointersTo(in), ModPackKeyBundle(keys, 4), result), text);
         EXPECT_TRUE(sameWords(result, before));
@@ -142,7 +134,7 @@ TEST(RingPackerForeignPrimes, PlainLWEOfOtherPrimesIsRefusedBothWays) {
     const Context ring = familyRing(6, 3);
     std::vector<LWE::Ciphertext> in;
     for (u64 i = 0; i < 64; ++i) in.push_back(randomNumber(numbers, 0, random));
-    Ciphertext out = used(ring);
+    Ciphertext out = usedOnCoefficients(ring);
     const Ciphertext before = out;
     EXPECT_REFUSED(packer.modPack(pointersTo(std::as_const(in)), ModPackKeyBundle(ring, 64), out),
                    inputRefusal("dimension 64, 3 primes (CUSTOM)", ring) + "0" + inputAdvice);
@@ -165,7 +157,7 @@ TEST(RingPackerForeignPrimes, ALevelThatTheInputsChainDoesNotHaveIsRefused) {
     const LWE::Context numbers = smallLWEContext();
     for (const u64 level : {1, 2}) {
         for (const bool isModUp : {false, true}) {
-            Ciphertext out = used(large);
+            Ciphertext out = usedOnCoefficients(large);
             const Ciphertext before = out;
             const std::vector<Ciphertext> parts(4, beyondChain(small, level, isModUp));
             EXPECT_REFUSED(packer.compose(pointersTo(parts), key, out), doesNotFit);
@@ -173,7 +165,7 @@ TEST(RingPackerForeignPrimes, ALevelThatTheInputsChainDoesNotHaveIsRefused) {
             EXPECT_REFUSED(packer.modPack(pointersTo(modules), keys, out), doesNotFit);
             EXPECT_TRUE(sameWords(out, before));
 
-            std::vector<Ciphertext> outs(4, used(familyRing(6, 3)));
+            std::vector<Ciphertext> outs(4, usedOnCoefficients(familyRing(6, 3)));
             auto pointers = pointersTo(outs);
             EXPECT_REFUSED(packer.decompose(beyondChain(familyRing(8, 1), level, isModUp), key, pointers),
                            doesNotFit);
@@ -183,7 +175,7 @@ TEST(RingPackerForeignPrimes, ALevelThatTheInputsChainDoesNotHaveIsRefused) {
     }
     std::vector<LWE::Ciphertext> tooHigh(64, LWE::Ciphertext(LWE::makeContext(64, 1, 50, 40)));
     for (LWE::Ciphertext& number : tooHigh) number.setLevel(1);
-    Ciphertext out = used(familyRing(6, 3));
+    Ciphertext out = usedOnCoefficients(familyRing(6, 3));
     EXPECT_REFUSED(
         packer.modPack(pointersTo(std::as_const(tooHigh)), ModPackKeyBundle(familyRing(6, 3), 64), out),
         doesNotFit);

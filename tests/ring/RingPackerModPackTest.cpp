@@ -6,6 +6,7 @@
 #include "support/RingPhases.hpp"
 #include "support/Sanitizer.hpp"
 #include "support/SecretsLeftBehind.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/RingPacker.hpp>
@@ -98,8 +99,7 @@ void expectPacks(u64 logIn, u64 rankIn, u64 logOut, u64 rankOut) {
                      << rankOut << " degree 2^" << logOut << ", level " << level);
         auto in = packing.random(level, seeded);
         for (auto& ciphertext : in) ciphertext.setRescaleCounter(static_cast<int>(level));
-        CiphertextBase<E> out(packing.out, true); // mod-up, on slots, at the top
-        out.setLogSlots(1);
+        auto out = usedModUp<E>(packing.out);
         packer.modPack(pointersTo(std::as_const(in)), packing.keys, out);
         expectStamp(out, packing.out, level, static_cast<int>(level));
         expectPhases(phasesOf(out, packing.outKey), packing.phasesOf(in), getPrimeList(packing.out),

@@ -4,6 +4,7 @@
 #include "support/Pointers.hpp"
 #include "support/RingFamily.hpp"
 #include "support/RingPhases.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/RingPacker.hpp>
@@ -76,15 +77,6 @@ std::vector<Phases> phasesOfAll(const std::vector<Ciphertext>& ciphertexts, cons
     return phases;
 }
 
-/// A used ciphertext: all its properties differ from those of an output.
-Ciphertext wornOut(const Context& context, bool isModUp = true) {
-    Ciphertext ciphertext(context, isModUp);
-    ciphertext.setNumPoly(3);
-    ciphertext.setLogSlots(1);
-    ciphertext.setRescaleCounter(1);
-    return ciphertext;
-}
-
 void expectStamp(const Ciphertext& out, const Context& context, u64 level, int rescaleCounter) {
     EXPECT_EQ(out.getContext(), context);
     EXPECT_EQ(out.getNumPoly(), 2U);
@@ -112,7 +104,7 @@ TEST(RingPackerCompose, InterleavesTheMessagesUnderTheKeyOfTheLargeRing) {
             EXPECT_EQ(count, 256U >> logDegree);
             auto in = randomCiphertexts(small, count, level, random);
             for (Ciphertext& ciphertext : in) ciphertext.setRescaleCounter(static_cast<int>(level));
-            Ciphertext out = wornOut(rings.large, level == 0);
+            Ciphertext out = level == 0 ? usedModUp(rings.large) : usedLonger(rings.large);
             packer.compose(pointersTo(std::as_const(in)), rings.composeKey(logDegree), out);
             expectStamp(out, rings.large, level, static_cast<int>(level));
             expectPhases(phasesOf(out, rings.key), interleaved(phasesOfAll(in, Rings::small(logDegree))),
@@ -265,8 +257,8 @@ TEST(RingPackerDecompose, CutsTheMessageIntoPiecesUnderTheKeyOfTheSmallRing) {
             auto in = randomOnCoefficients<EncryptionType::RLWE>(rings.large, level, random);
             in.setRescaleCounter(static_cast<int>(level));
             std::vector<Ciphertext> out(getNumCiphertextsAfterFullDecompose(rings.large, small),
-                                        wornOut(small, level == 0));
-            out[1] = wornOut(rings.large); // all become objects of the ring of the first
+                                        level == 0 ? usedModUp(small) : usedLonger(small));
+            out[1] = usedModUp(rings.large); // all come out in the ring of the first
             auto pointers = pointersTo(out);
             packer.decompose(in, rings.decomposeKey(logDegree), pointers);
             for (const Ciphertext& part : out) expectStamp(part, small, level, static_cast<int>(level));
