@@ -258,7 +258,7 @@ TEST(RingPackerDecompose, CutsTheMessageIntoPiecesUnderTheKeyOfTheSmallRing) {
             in.setRescaleCounter(static_cast<int>(level));
             std::vector<Ciphertext> out(getNumCiphertextsAfterFullDecompose(rings.large, small),
                                         level == 0 ? usedModUp(small) : usedLonger(small));
-            out[1] = usedModUp(rings.large); // all come out in the ring of the first
+            out[1] = usedModUp(rings.large); // all become objects of the ring of the first
             auto pointers = pointersTo(out);
             packer.decompose(in, rings.decomposeKey(logDegree), pointers);
             for (const Ciphertext& part : out) expectStamp(part, small, level, static_cast<int>(level));

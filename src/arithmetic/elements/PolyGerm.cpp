@@ -37,24 +37,17 @@ private:
     std::array<u64, 8> block_;
 };
 
-} // namespace
-
-PolyGerm::PolyGerm() {
-    drawRandomWords(words_.data(), words_.size());
-}
-
 // The expansion is one stream of words. The first half has `degree` words for every row. The second half has
 // as many again: row i takes the replacements of its rejected words from its own section, which begins at
 // word (numRows + i) * degree. Each row is hashed at its own position in the stream, so that rows run in
 // parallel; of the second half only the needed words are hashed. A row that used up its section would
 // continue into the next one.
-void populateUniformPoly(Polynomial& poly, bool fresh) {
-    if (fresh) poly.setGerm(PolyGerm());
+void growRows(Polynomial& poly, u64 rowCount) {
     const auto& seed = poly.getGerm().value().getWords();
     const utils::BLAKE3Output expansion(seed.data(), sizeof seed);
     const u64 degree = poly.getDegree(), numRows = poly.getNumRows();
-    DeviceSpecificArray<u64> rows(degree * numRows);
-    forEachIndex(numRows, [&](u64 i) {
+    DeviceSpecificArray<u64> rows(degree * rowCount);
+    forEachIndex(rowCount, [&](u64 i) {
         u64* row = rows.getData() + i * degree;
         expansion.read(i * degree * sizeof(u64), row, degree * sizeof(u64));
         const UniformResidue residue(poly.getPrimes()[i]);
@@ -62,6 +55,21 @@ void populateUniformPoly(Polynomial& poly, bool fresh) {
         for (u64 k = 0; k < degree; ++k) row[k] = residue(row[k], spare);
     });
     poly.setData(std::move(rows));
+}
+
+} // namespace
+
+PolyGerm::PolyGerm() {
+    drawRandomWords(words_.data(), words_.size());
+}
+
+void populateUniformPoly(Polynomial& poly, bool fresh) {
+    if (fresh) poly.setGerm(PolyGerm());
+    growRows(poly, poly.getNumRows());
+}
+
+void populateLiveRows(Polynomial& poly) {
+    growRows(poly, poly.rowEnd());
 }
 
 } // namespace Torvo

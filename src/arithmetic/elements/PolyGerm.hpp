@@ -42,5 +42,9 @@ static_assert(!std::is_trivially_copyable_v<std::optional<PolyGerm>>);
 /// them, and so the polynomial is uniform in the domain that the flags name.
 /// @throws std::bad_optional_access when not `fresh` and there is no germ
 void populateUniformPoly(Polynomial& poly, bool fresh);
+/// The same words out of its germ, of the rows up to the level alone: memory and time of the rows that are
+/// used.
+/// @throws std::bad_optional_access when there is no germ
+void populateLiveRows(Polynomial& poly);
 
 } // namespace Torvo

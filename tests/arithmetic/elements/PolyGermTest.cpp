@@ -157,6 +157,39 @@ TEST(PopulateUniformPoly, LeavesLevelAndFlagsAndFillsToFullHeight) {
 }
 
 // 2^17 residues of a modulus that rejects a fifth of all words, in 64 equal ranges.
+TEST(PopulateLiveRows, GivesTheRowsUpToTheLevelAsAtFullHeight) {
+    Polynomial full(toy(), false, true);
+    full.setGerm(pinnedGerm());
+    populateUniformPoly(full, false);
+    for (const u64 level : {u64{0}, u64{3}, full.getNumRows() - 1}) {
+        Polynomial poly(toy(), false, true);
+        poly.setLevel(level);
+        poly.setGerm(pinnedGerm());
+        populateLiveRows(poly);
+        const auto words = dataOf(poly), all = dataOf(full);
+        ASSERT_EQ(words.size(), (level + 1) * poly.getDegree());
+        EXPECT_TRUE(std::equal(words.begin(), words.end(), all.begin())) << level;
+        EXPECT_EQ(poly.getLevel(), level);
+    }
+    // Replacements come from behind the words of all rows, whatever the level: nearly half of these are
+    // replaced.
+    const u64 modulus = (u64{1} << 63) + 1;
+    Polynomial biased = ofRows(64, {modulus, modulus, modulus}), low = biased;
+    biased.setGerm(pinnedGerm());
+    populateUniformPoly(biased, false);
+    low.setLevel(1);
+    low.setGerm(pinnedGerm());
+    populateLiveRows(low);
+    const auto words = dataOf(low), all = dataOf(biased);
+    ASSERT_EQ(words.size(), 128U);
+    EXPECT_TRUE(std::equal(words.begin(), words.end(), all.begin()));
+}
+
+TEST(PopulateLiveRows, WithoutGermIsRefused) {
+    Polynomial poly(toy(), false, true);
+    EXPECT_THROW_TEXT(populateLiveRows(poly), std::bad_optional_access, "bad optional access");
+}
+
 TEST(PopulateUniformPoly, ResiduesAreUniform) {
     const u64 modulus = 3689348814741910325;
     Polynomial poly = ofRows(u64{1} << 17, {modulus});
