@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Torvo/Ciphertext.hpp>
+#include <Torvo/CompactCiphertext.hpp>
 #include <Torvo/Context.hpp>
 #include <Torvo/Export.hpp>
 #include <Torvo/KeyPack.hpp>
@@ -61,6 +62,14 @@ public:
     template <EncryptionType E>
     void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
                  CiphertextBase<E>& out) const;
+
+    /// Encrypts into half the bytes: what `CompactCiphertext::expand` gives is a fresh encryption as
+    /// `encrypt` makes it, and as safe. For RLWE.
+    /// @throws RuntimeException as `encrypt` under a secret key does
+    CompactCiphertext encryptCompact(const Plaintext& plaintext, const SecretKey& secretKey) const;
+    CompactCiphertext encryptCompact(const Message& message, const SecretKey& secretKey, unsigned long level,
+                                     int rescaleCounter) const;
+    CompactCiphertext encryptCompact(const Message& message, const SecretKey& secretKey) const;
 
 private:
     Context context_;

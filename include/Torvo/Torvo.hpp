@@ -3,6 +3,7 @@
 /// Everything that an application needs.
 #include <Torvo/Bootstrapper.hpp>
 #include <Torvo/Ciphertext.hpp>
+#include <Torvo/CompactCiphertext.hpp>
 #include <Torvo/Context.hpp>
 #include <Torvo/CudaTools.hpp>
 #include <Torvo/Decryptor.hpp>

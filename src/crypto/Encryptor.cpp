@@ -1,9 +1,11 @@
 #include <Torvo/Encryptor.hpp>
 
 #include "arithmetic/chain/Messages.hpp"
+#include "arithmetic/elements/PolyGerm.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
+#include "crypto/CompactCiphertextImpl.hpp"
 #include "crypto/EncryptionKeyImpl.hpp"
 #include "crypto/Messages.hpp"
 #include "crypto/OperandRing.hpp"
@@ -29,6 +31,14 @@ std::shared_ptr<EncryptionKey> loadedKey(const KeyPack& keyPack) {
 
 void requireEncryptionLevel(const Context& context, const Plaintext& plaintext, const char* refusal) {
     require(plaintext.getLevel() <= getEncryptionLevel(context), refusal);
+}
+
+/// What is to be encrypted under a secret key; `numbers` are a message or coefficients.
+template <class Numbers>
+Plaintext encodedForSecretKey(const Context& context, const Numbers& numbers, u64 level, int rescaleCounter) {
+    Encoding encoding(context, numbers, level, rescaleCounter);
+    requireEncryptionLevel(context, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
+    return std::move(encoding).take();
 }
 
 /// A fresh error with the rows of `level`, on coefficients.
@@ -67,10 +77,25 @@ void hideUnder(const Context& context, const SecretKeyBase<E>& secretKey, Secret
     encrypted.getPoly(0) = masked.release();
 }
 
-// ct[0] = m + e - sum of ct[i] * s[i-1], ct[i] uniform. Drawn in this order: ct[1], ..., ct[rank], e.
+/// A uniform element of an encryption, word after word from the generator.
+void drawMask(const Context& context, Polynomial& mask) {
+    RandomSampler().sampleUniform(mask, context);
+}
+
+/// The same out of a germ, which stays with it.
+void growMask(const Context&, Polynomial& mask) {
+    const Device device = mask.getDevice();
+    mask.setGerm(PolyGerm());
+    populateLiveRows(mask);
+    mask.to(device);
+}
+
+// ct[0] = m + e - sum of ct[i] * s[i-1], ct[i] uniform, by `makeMask`. Drawn in this order: ct[1], ...,
+// ct[rank], e.
 template <EncryptionType E>
 CiphertextBase<E> encryptUnder(const Context& context, const Plaintext& plaintext,
-                               const SecretKeyBase<E>& secretKey) {
+                               const SecretKeyBase<E>& secretKey,
+                               void (*makeMask)(const Context&, Polynomial&) = drawMask) {
     requireEncryptionLevel(context, plaintext, message::aboveEncryptionLevelUnderSecretKey);
     const u64 level = plaintext.getLevel();
     requireOfRing(context, plaintext);
@@ -82,7 +107,7 @@ CiphertextBase<E> encryptUnder(const Context& context, const Plaintext& plaintex
     stampOutput(plaintext, encrypted);
     for (u64 i = 1; i < encrypted.getNumPoly(); ++i) {
         Polynomial& mask = encrypted.getPoly(i);
-        RandomSampler().sampleUniform(mask, context);
+        makeMask(context, mask);
         mask.setNTT(true);
     }
     sampleError(context, plaintext.getDevice(), masked);
@@ -150,9 +175,7 @@ void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secr
 template <EncryptionType E>
 void Encryptor::encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out,
                         unsigned long level, int rescaleCounter) const {
-    Encoding encoding(context_, message, level, rescaleCounter);
-    requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
-    encrypt(std::move(encoding).take(), secretKey, out);
+    encrypt(encodedForSecretKey(context_, message, level, rescaleCounter), secretKey, out);
 }
 
 template <EncryptionType E>
@@ -166,9 +189,8 @@ void Encryptor::encrypt(const std::vector<double>& coefficients, const SecretKey
                         CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const {
     require(coefficients.size() > 1, message::encodeFewerThanTwo);
     require(std::has_single_bit(coefficients.size()), message::encodeSizeNotPowerOfTwo);
-    Encoding encoding(context_, coefficients, level, rescaleCounter);
-    requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
-    auto encrypted = encryptUnder(context_, std::move(encoding).take(), secretKey);
+    auto encrypted =
+        encryptUnder(context_, encodedForSecretKey(context_, coefficients, level, rescaleCounter), secretKey);
     encrypted.setEncodingType(EncodingType::Coefficient);
     for (Polynomial& poly : encrypted.getPolys().getPolys()) context_->primes.backwardNTT(poly, poly);
     out = std::move(encrypted);
@@ -178,6 +200,20 @@ template <EncryptionType E>
 void Encryptor::encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
                         CiphertextBase<E>& out) const {
     encrypt(coefficients, secretKey, out, getEncryptionLevel(context_), 0);
+}
+
+CompactCiphertext Encryptor::encryptCompact(const Plaintext& plaintext, const SecretKey& secretKey) const {
+    return CompactCiphertext(
+        new CompactCiphertextImpl(encryptUnder(context_, plaintext, secretKey, growMask)));
+}
+
+CompactCiphertext Encryptor::encryptCompact(const Message& message, const SecretKey& secretKey,
+                                            unsigned long level, int rescaleCounter) const {
+    return encryptCompact(encodedForSecretKey(context_, message, level, rescaleCounter), secretKey);
+}
+
+CompactCiphertext Encryptor::encryptCompact(const Message& message, const SecretKey& secretKey) const {
+    return encryptCompact(message, secretKey, getEncryptionLevel(context_), 0);
 }
 
 // The forms under a secret key, for both types of encryption.

@@ -23,6 +23,9 @@ inline constexpr const char* ciphertextOfOtherType =
     "[Ciphertext] The parameter does not support the encryption type of the creating ciphertext";
 inline constexpr const char* ciphertextDoesNotFit =
     "The level of input ciphertext does not fit in current context";
+inline constexpr const char* compactCiphertextEmpty =
+    "[CompactCiphertext] It is empty, so there is nothing to expand or save; assign what "
+    "Encryptor::encryptCompact returns, or load a file first";
 
 inline constexpr const char* noEncryptionKey = "[encrypt] Failed to load the encryption key";
 // The texts of the two paths of encryption differ by a full stop.

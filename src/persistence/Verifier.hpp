@@ -19,6 +19,7 @@ enum class ObjectTag : std::uint32_t {
     SecretKey = 2,
     Ciphertext = 3,
     Plaintext = 4,
+    CompactCiphertext = 5,
 };
 #pragma GCC diagnostic pop
 

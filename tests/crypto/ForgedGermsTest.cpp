@@ -10,6 +10,8 @@
 #include "support/Sanitizer.hpp"
 
 #include <Torvo/Ciphertext.hpp>
+#include <Torvo/CompactCiphertext.hpp>
+#include <Torvo/Encryptor.hpp>
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/KeyPack.hpp>
 #include <Torvo/Plaintext.hpp>
@@ -182,6 +184,27 @@ TEST(ForgedGerms, OfAnEncryptionKeyNeedTheRowsOfAGeneratedOne) {
     expectRefusedCheaply(file(high.germ(), high.germ()), load);
     expectTakenCheaply(file(high.inFull(), high.germ()), load);
     expectTakenCheaply(file(low.inFull(), low.inFull()), load);
+}
+
+// A ciphertext at level 0 has a row, and the germ beside it words for all the rows of the ring.
+TEST(ForgedGerms, OfACompactCiphertextGrowWhenItIsExpandedAndToItsLevel) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
+    const Context large = makeContext(15, 20, 50, 40, 51, 4);
+    const auto low = Encryptor(large).encryptCompact(Message(3, 0.5), SecretKey(large), 0, 0);
+    const std::string file = saved(low);
+    CompactCiphertext out(large);
+    const u64 row = u64{8} << 15;
+    EXPECT_LE(costOf(file, [&](std::istream& stream) { out.load(stream); }), row + constantCost);
+    const u64 cost = costOf("", [&](std::istream&) { EXPECT_EQ(out.expand().getLevel(), 0U); });
+    EXPECT_LE(cost, 4 * row + constantCost); // of 20 for one element at full height
+
+    const Shape shape{1024, 6, 6, 5, false, getPrimeList(ring())};
+    Bytes forged = Bytes::frame().u64s({ring()->context_hash}).u32(5).u64s({9}).u32(0);
+    forged.raw(std::string(1024, 'g'));
+    const auto load = [](std::istream& stream) { CompactCiphertext(ring()).load(stream); };
+    expectTakenCheaply(Bytes(forged).raw(shape.inFull()).str(), load);
+    expectRefusedCheaply(Bytes(forged).raw(shape.germ()).str(), load);
+    expectRefusedCheaply(Bytes(forged).raw(largestShape().inFull().substr(0, 4096)).str(), load);
 }
 
 TEST(ForgedGerms, HaveNoPlaceInOtherObjects) {

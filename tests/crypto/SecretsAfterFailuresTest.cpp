@@ -113,6 +113,30 @@ TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingUnderTheSecretKey) {
     });
 }
 
+TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingCompactly) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
+    SKIP_WHERE_NEW_CANNOT_THROW();
+    const auto encrypt = [](CompactCiphertext& out) {
+        out = fx().encryptor.encryptCompact(sampleMessage(), fx().secretKey, level, 0);
+    };
+    CompactCiphertext expected(fx().context);
+    {
+        const OneSeededThread seeded;
+        encrypt(expected);
+    }
+    const std::string fresh = saved(expected);
+    CompactCiphertext out(fx().context);
+    const auto check = [&](bool isDone) { EXPECT_EQ(out.isEmpty(), !isDone); };
+    expectNothingLeftBehind(
+        secretsOfSum(expected.expand(), fx().secretKey), [&] { encrypt(out); },
+        [&](bool isDone) {
+            check(isDone);
+            EXPECT_TRUE(!isDone || saved(out) == fresh);
+        });
+    out = CompactCiphertext(fx().context);
+    expectSafeOnAllThreads([&] { encrypt(out); }, check);
+}
+
 TEST_F(SecretsAfterFailures, StayHiddenWhenEncryptingInAModule) {
     SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();

@@ -116,6 +116,37 @@ TEST(CiphertextFile, IsThatOfItsTable) {
     expectRobust(file, 130, other);
 }
 
+std::string compactCiphertextHead(u64 contextHash, std::uint32_t tag) {
+    Bytes bytes = Bytes::frame().u64s({contextHash}).u32(tag).u64s({3}).u32(1);
+    for (u64 i = 0; i < 128; ++i) bytes.u64s({i * 0x0102030405060708});
+    return bytes.str();
+}
+
+TEST(CompactCiphertextFile, IsThatOfItsTable) {
+    const std::string polynomial = test::smallPolynomial(false, true, 1, 70);
+    const std::string file = compactCiphertextHead(hash(), 5) + polynomial;
+    EXPECT_EQ(file.size(), 1U + 8 + 4 + 8 + 4 + 1024 + polynomial.size());
+    CompactCiphertext compact(smallContext()), other(smallContext());
+    loadFrom(file, compact);
+    EXPECT_EQ(compact.getLogSlots(), 3U);
+    EXPECT_EQ(compact.getRescaleCounter(), 1);
+    EXPECT_EQ(compact.getLevel(), 1U);
+    const Ciphertext expanded = compact.expand();
+    for (u64 i = 0; i < 128; ++i) EXPECT_EQ(expanded.getPoly(0).getData()[i], 70 + i);
+    expectFile(compact, file, other);
+    EXPECT_REFUSED(loadFrom(compactCiphertextHead(hash() + 1, 5) + polynomial, other), test::notVerified);
+    EXPECT_REFUSED(loadFrom(compactCiphertextHead(hash(), 3) + polynomial, other), test::notVerified);
+    expectRobust(file, 25, other);
+    // Behind the germ, which may be anything.
+    const auto load = [&](std::istream& stream) { other.load(stream); };
+    for (u64 i = 25 + 1024; i < file.size() - polynomial.size() + 70; ++i)
+        for (const char bits : {'\1', '\x80', '\xff'}) {
+            std::string damaged = file;
+            damaged[i] = static_cast<char>(damaged[i] ^ bits);
+            test::expectTakenOrRefused(damaged, load, {test::notVerified});
+        }
+}
+
 TEST(CiphertextFile, OfAHigherRankDiffersInNothing) {
     const Context context = makeContext(ParameterPreset::SD3D6R2);
     CiphertextBase<EncryptionType::MLWE> ciphertext(context), other(context);

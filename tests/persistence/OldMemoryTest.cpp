@@ -299,6 +299,10 @@ TEST(OldMemory, IsNotInEncryptions) {
                        [&](auto& out) { fx().encryptor.encrypt(message, fx().keys, out, 2, 0); });
     expectNothingOldIn("secret key",
                        [&](auto& out) { fx().encryptor.encrypt(message, fx().secretKey, out, 2, 1); });
+    expectNothingOld("compact", [&] {
+        const auto compact = fx().encryptor.encryptCompact(message, fx().secretKey, 2, 1);
+        return saved(compact) + shown(compact.expand());
+    });
     expectNothingOldIn("coefficients",
                        [&](auto& out) { fx().encryptor.encrypt(coefficients, fx().secretKey, out, 3, 0); });
     expectNothingOldInModule(
