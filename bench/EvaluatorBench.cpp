@@ -72,7 +72,7 @@ struct Workbench {
     EnDecoder encoder{context};
     Encryptor encryptor{context};
     Decryptor decryptor{context};
-    Message message{getLogFullSlots(context)};
+    Message message = Message(getLogFullSlots(context));
     Plaintext plain{context};
     Ciphertext a{context}, b{context}, lower{context}, threeElements{context}, owing{context};
     std::vector<Ciphertext> operands;

@@ -32,7 +32,7 @@ template <class Data>
 struct Trainer {
     const HomEvaluator& evaluator;
     double count; // patients in a batch
-    Message firstColumn{logBatch, 0.0};
+    Message firstColumn = Message(logBatch, 0.0);
 
     // weights + step * mean over i of sigmoid(-weights z_i) z_i: five levels.
     void descend(const Data& batch, const Data& weights, Data& out) const {

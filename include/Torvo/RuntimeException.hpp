@@ -15,7 +15,7 @@ namespace Torvo {
 ///     or a file ends too early, "Failed to read <wanted> bytes from input stream! Read <got>", or accepts no
 ///     more bytes, "Failed to write <wanted> bytes to output stream! Wrote <got>";
 ///   - std::bad_alloc: from any call for which there is not enough memory. It is a std::bad_array_new_length
-///     for sizes beyond all memory, such as a `Message` of 2^63 slots or `setLevel(1ul << 60)`;
+///     for sizes beyond all memory, such as `Message::resize(1ul << 63)` or `setLevel(1ul << 60)`;
 ///   - std::length_error: `setNumPoly` and `setSize` of a ciphertext, for more elements than a vector
 ///     can have;
 ///   - std::out_of_range: a getter with an index past the end, or with a device on which the object is not,

@@ -6,17 +6,22 @@
 #include "encoding/Messages.hpp"
 #include "persistence/Serialize.hpp"
 
+#include <Torvo/RuntimeException.hpp>
+
 #include <algorithm>
 #include <bit>
-#include <new>
+#include <string>
 
 namespace Torvo {
 
 namespace {
 
-/// 1 << log_slots; a count that no word holds fails as any other allocation that is too large.
+/// 1 << log_slots, where the 16 bytes of each slot fit a word together. A count given for its logarithm does
+/// not pass, as a rule.
 u64 slotCount(u64 log_slots) {
-    if (log_slots >= 64) throw std::bad_array_new_length();
+    if (log_slots >= 60)
+        throw RuntimeException(message::messageOfTooManySlots + std::to_string(log_slots) +
+                               message::messageSlotsFitBelow);
     return u64{1} << log_slots;
 }
 

@@ -10,6 +10,10 @@ namespace Torvo::message {
 inline constexpr const char* messageSizeNotPowerOfTwo =
     "[Message] The size of message must be a power of two";
 
+inline constexpr const char* messageOfTooManySlots =
+    "[Message] No memory holds the slots of log slots "; ///< the number follows
+inline constexpr const char* messageSlotsFitBelow = "; give log slots below 60";
+
 inline constexpr const char* slotsOfLogSlots = "The number of slots of log slots "; ///< the number follows
 inline constexpr const char* exceedAWord = " does not fit a word; set log slots below 64";
 

@@ -175,10 +175,10 @@ class NumbersLastOfAll : public testing::Test {
 protected:
     const Scheme& scheme = Scheme::of(ParameterPreset::FX);
     const HomEvaluator& evaluator = scheme.evaluator;
-    Message message{scheme.logFullSlots(), 0.25};
+    Message message = Message(scheme.logFullSlots(), 0.25);
     Ciphertext out{scheme.context};
     const Complex constant{0.3, notANumber};
-    const Message wrong{scheme.logFullSlots(), constant};
+    const Message wrong = Message(scheme.logFullSlots(), constant);
 };
 
 TEST_F(NumbersLastOfAll, OfConstants) {
