@@ -1,6 +1,7 @@
 #pragma once
 
-/// Everything that an application needs.
+/// Everything that an application needs to compute. <Torvo/GlobalConfiguration.hpp>, which brings a JSON
+/// library with it, is for those who include it.
 #include <Torvo/Bootstrapper.hpp>
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/CompactCiphertext.hpp>
@@ -15,7 +16,6 @@
 #include <Torvo/Encryptor.hpp>
 #include <Torvo/EvaluationKey.hpp>
 #include <Torvo/Export.hpp>
-#include <Torvo/GlobalConfiguration.hpp>
 #include <Torvo/HomEvaluator.hpp>
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/KeyPack.hpp>

@@ -1,3 +1,4 @@
+#include <Torvo/GlobalConfiguration.hpp>
 #include <Torvo/Torvo.hpp>
 
 #include <cmath>
