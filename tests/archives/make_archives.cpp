@@ -125,6 +125,13 @@ public:
         ciphertext.save(path("lwe_ciphertext.bin"));
     }
 
+    /// Half of an encryption, and the seed of the other half.
+    void writeCompactCiphertext() const {
+        Encryptor(ring_)
+            .encryptCompact(archives::message(4), secret_, 1, 1)
+            .save(path("compact_ciphertext.bin"));
+    }
+
 private:
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
@@ -173,4 +180,5 @@ int main(int argc, char** argv) {
     archives.writeRingSwitchKey();
     archives.writePackingKeys();
     archives.writePlainLWE();
+    archives.writeCompactCiphertext();
 }

@@ -160,6 +160,17 @@ TEST(Archives, CiphertextsDecryptToTheirMessages) {
                   ErrorModel::relative);
 }
 
+TEST(Archives, ACompactCiphertextExpandsToAnEncryptionOfItsMessage) {
+    const Ring64 ring;
+    const auto compact = loadedFrom("compact_ciphertext.bin", CompactCiphertext(ring.context));
+    EXPECT_EQ(compact.getLevel(), 1U);
+    EXPECT_EQ(compact.getRescaleCounter(), 1);
+    EXPECT_EQ(compact.getLogSlots(), 4U);
+    EXPECT_LE(maxError(ring.decrypt(compact.expand()), archives::message(4)),
+              ring.errors.atLevel(ring.errors.encryption() + ring.errors.rescale(), 0) +
+                  ErrorModel::relative);
+}
+
 TEST(Archives, ACiphertextOnCoefficientsDecryptsToThem) {
     const Ring64 ring;
     const Ciphertext ciphertext = ring.ciphertext("ciphertext_coefficients.bin");

@@ -43,6 +43,7 @@ const std::vector<FileKind>& fileKinds() {
          {"ciphertext.bin", "ciphertext_coefficients.bin", "ciphertext_product.bin", "ciphertext_sparse.bin"},
          none},
         {"module_ciphertext", uses::moduleCiphertext, {"module_ciphertext.bin"}, none},
+        {"compact_ciphertext", uses::compactCiphertext, {"compact_ciphertext.bin"}, none},
         {"secret_key",
          uses::secretKey,
          {"secret_key.bin", "secret_key_given.bin", "secret_key_seed.bin"},

@@ -17,6 +17,7 @@ FileMap::Layout FileMap::layoutOf(const std::string& kind) {
         {"plaintext", &FileMap::plaintextFile},
         {"ciphertext", &FileMap::ciphertextFile},
         {"module_ciphertext", &FileMap::ciphertextFile},
+        {"compact_ciphertext", &FileMap::compactCiphertextFile},
         {"secret_key", &FileMap::secretKeyFile},
         {"module_secret_key", &FileMap::secretKeyFile},
         {"encryption_key", &FileMap::encryptionKeyFields},
@@ -140,6 +141,13 @@ void FileMap::ciphertextFile() {
     number(4);
     number(4);
     polynomialVector();
+}
+
+void FileMap::compactCiphertextFile() {
+    identities({8, 4});
+    number(8);
+    number(4);
+    if (skip(1024)) polynomial();
 }
 
 /// Both forms of a secret key, from the option on.

@@ -64,6 +64,7 @@ private:
     void messageFile();
     void plaintextFile();
     void ciphertextFile();
+    void compactCiphertextFile();
     void secretKeyFile();
     void plainSecretKeyFile();
     void secretKeyContent(Layout residues);

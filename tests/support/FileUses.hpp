@@ -20,6 +20,7 @@ void message(const std::string& file);
 void plaintext(const std::string& file);
 void ciphertext(const std::string& file);
 void moduleCiphertext(const std::string& file);
+void compactCiphertext(const std::string& file);
 void secretKey(const std::string& file);
 void moduleSecretKey(const std::string& file);
 void encryptionKey(const std::string& file);

@@ -1,4 +1,4 @@
-// Messages, plaintexts, ciphertexts and secret keys.
+// Messages, plaintexts, ciphertexts in full and compact, and secret keys.
 
 #include "support/FileUses.hpp"
 
@@ -260,6 +260,21 @@ void moduleCiphertext(const std::string& file) {
     decrypt(ring, in);
     evaluate(ring, in);
     expectLoadsAgain(in, CiphertextBase<MLWE>(ring.context));
+}
+
+void compactCiphertext(const std::string& file) {
+    const ToyRing<RLWE>& ring = toyRing();
+    CompactCiphertext in(ring.context);
+    load(file, in);
+    const CompactCiphertext copy = in;
+    attempt([&] {
+        const Ciphertext expanded = copy.expand();
+        decrypt(ring, expanded);
+        evaluate(ring, expanded);
+        evaluateWithKeys(ring, expanded);
+        expectLoadsAgain(expanded, Ciphertext(ring.context));
+    });
+    expectLoadsAgain(in, CompactCiphertext(ring.context));
 }
 
 void secretKey(const std::string& file) {

@@ -102,6 +102,18 @@ TEST(PinnedEncryption, OfAModule) {
     pinSecretKeyEncryption(group, Keyed<MLWE>(familyModule(6, 3, 2)));
 }
 
+TEST(PinnedEncryption, OfTheCompactForm) {
+    PinnedGroup group("compact encryption");
+    const Keyed<RLWE> k(contextOf(ParameterPreset::FX));
+    const Operands operands(k.context, k.top, k.low);
+    const auto pin = [&](const std::string& row, u64 seed, const Plaintext& plaintext) {
+        const auto compact = drawnFrom(seed, [&] { return k.encryptor.encryptCompact(plaintext, k.key); });
+        group.result(row, Ciphertext(k.context), [&](Ciphertext& out) { out = compact.expand(); });
+    };
+    pin("expanded, at the top", 11, operands.full);
+    pin("expanded, owing a rescale", 12, operands.owing);
+}
+
 // ---- numbers into words and back: scales are powers of 2, slots are sums over roots of unity
 
 void pinCodec(PinnedGroup& group, const Context& context) {
