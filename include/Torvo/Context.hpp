@@ -73,6 +73,18 @@ TORVO_API Context makeContextFromFile(const std::string& path, const std::set<in
 ///         stream! Wrote <got>"
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
 
+/// Whether both contexts are of one parameter set: of the same preset, or both custom with the same numbers.
+/// A context that was loaded from the file of another is the same as that one. `==` on `Context` compares
+/// pointers. Contexts of different sets can still have one ring, see `isSameRing`.
+/// @throws RuntimeException "The context is null. Make one with makeContext."
+TORVO_API bool isSameContext(const Context& a, const Context& b);
+/// Whether both contexts have one ring: the same degree, the same primes in the same order, the same split
+/// into ciphertext and temporary primes, the same number of digits in key switching. Keys and ciphertexts of
+/// rank 1 of the one then serve the other. Neither the preset nor the encryption level nor the rank is
+/// compared.
+/// @throws RuntimeException "The context is null. Make one with makeContext."
+TORVO_API bool isSameRing(const Context& a, const Context& b);
+
 /// log2 of the number of complex slots of a full message: log2 of the degree, less one.
 TORVO_API unsigned long getLogFullSlots(const Context& context);
 /// The ring degree N: polynomials live modulo X^N + 1.

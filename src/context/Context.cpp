@@ -69,6 +69,12 @@ void saveContextToFile(const Context& context, const std::string& path) {
     Serialize::save(path, recipeOf(parameterOf(context)));
 }
 
+bool isSameContext(const Context& a, const Context& b) {
+    requireContext(a);
+    requireContext(b);
+    return *a == *b;
+}
+
 unsigned long getLogFullSlots(const Context& context) {
     return parameterOf(context).log_degree - 1;
 }

@@ -2,6 +2,7 @@
 
 #include "context/ContextContent.hpp"
 #include "context/LWEContextContent.hpp"
+#include "core/RequireContext.hpp"
 
 #include <Torvo/RuntimeException.hpp>
 
@@ -46,6 +47,8 @@ void refuseMeeting(const RefusedMeeting& meeting, const RingShape& theirs, const
 }
 
 bool isSameRing(const Context& a, const Context& b) {
+    requireContext(a);
+    requireContext(b);
     if (a == b) return true;
     const Parameter &p = a->parameter, &q = b->parameter;
     return p.degree == q.degree && p.chain_length == q.chain_length && p.numTP == q.numTP &&

@@ -46,9 +46,7 @@ struct RingShape {
 [[noreturn]] void refuseMeeting(const RefusedMeeting& meeting, const RingShape& theirs,
                                 const RingShape& ours);
 
-/// Whether keys of one context are keys of the other. Compares the degree, the prime of every row, the split
-/// into base and temporary primes, and the number of digits.
-bool isSameRing(const Context& a, const Context& b);
+/// By `isSameRing` of <Torvo/Context.hpp>: whether keys of one context are keys of the other.
 void requireSameRing(const Context& theirs, const Context& ours, const RefusedMeeting& meeting);
 
 /// Whether the primes 0 to `level` of both chains of ciphertext primes are the same, whatever the degrees.

@@ -128,6 +128,16 @@ TEST(ContextContent, ACustomContextEqualsNoPresetWhateverItsPrimes) {
     EXPECT_TRUE(*own != *preset);
 }
 
+TEST(ContextContent, IsSameContextComparesParametersWhereTheOperatorComparesPointers) {
+    const Context a = custom(), b = custom(), fx = makeContext(FX);
+    EXPECT_FALSE(a == b);
+    EXPECT_TRUE(isSameContext(a, b));
+    EXPECT_TRUE(isSameContext(fx, makeContext(FX)));
+    EXPECT_FALSE(isSameContext(a, fx));
+    EXPECT_FALSE(isSameContext(fx, a));
+    EXPECT_FALSE(isSameContext(a, custom(4, 2, 41)));
+}
+
 TEST(ContextContentRealPreset, HashAndPrimesAreThoseOfTheList) {
     const auto context = makeContext(SD3);
     EXPECT_EQ(context->context_hash, 0x47cc5d4b28cb03a6);

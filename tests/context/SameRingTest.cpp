@@ -38,6 +38,15 @@ TEST(SameRing, IsNotToldByNameOrIdentity) {
     EXPECT_FALSE(*own == *twinsOf(own).back()) << "a twin that the comparison of parameters refuses";
 }
 
+// What each of the two comparisons is for.
+TEST(SameRing, IsAnotherQuestionThanTheSameContext) {
+    const Context own = ringOfDigits(2), twin = twinsOf(own).back();
+    EXPECT_TRUE(isSameRing(own, twin));
+    EXPECT_FALSE(isSameContext(own, twin));
+    EXPECT_TRUE(isSameRing(makeContext(ParameterPreset::SD3D6R2), smallRingOfSD3())) << "whatever the rank";
+    EXPECT_FALSE(isSameRing(own, makeContext(ParameterPreset::FX)));
+}
+
 TEST(SameRing, ARefusalNamesBothSides) {
     EXPECT_REFUSED(requireSameRing(ringOfDigits(2), ringOfDigits(4), meeting),
                    "keys are of another ring: degree 64, 4 + 2 primes, 2 digits (CUSTOM), but the "

@@ -36,6 +36,12 @@ TEST(NullContexts, AreNotAskedForTheirNumbers) {
     const Context& fx = test::contextOf(ParameterPreset::FX);
     expectRefused({
         {"saveContextToFile", [] { saveContextToFile(none, "/nowhere"); }},
+        {"isSameContext, first", [&] { isSameContext(none, fx); }},
+        {"isSameContext, second", [&] { isSameContext(fx, none); }},
+        {"isSameContext, both", [] { isSameContext(none, none); }},
+        {"isSameRing, first", [&] { isSameRing(none, fx); }},
+        {"isSameRing, second", [&] { isSameRing(fx, none); }},
+        {"isSameRing, both", [] { isSameRing(none, none); }},
         {"getLogFullSlots", [] { getLogFullSlots(none); }},
         {"getDegree", [] { getDegree(none); }},
         {"getRank", [] { getRank(none); }},
