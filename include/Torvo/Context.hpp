@@ -3,6 +3,7 @@
 #include <Torvo/Export.hpp>
 #include <Torvo/ParameterPreset.hpp>
 
+#include <iosfwd>
 #include <memory>
 #include <set>
 #include <string>
@@ -72,6 +73,20 @@ TORVO_API Context makeContextFromFile(const std::string& path, const std::set<in
 /// @throws cereal::Exception, a std::runtime_error, on a full disk: "Failed to write <wanted> bytes to output
 ///         stream! Wrote <got>"
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
+
+/// Rebuilds a context from a stream, which may hold anything behind it: exactly the 69 bytes of the recipe
+/// are read, and the next object may be read from where they end.
+/// @throws RuntimeException "The stream has no buffer. Give one that is connected to a file or to memory.";
+///         then as `makeContext`, for what the recipe says
+/// @throws cereal::Exception, a std::runtime_error, on a short stream: "Failed to read <wanted> bytes from
+///         input stream! Read <got>"
+TORVO_API Context makeContext(std::istream& stream, const std::set<int>& cuda_device_ids = {});
+
+/// Writes the 69 bytes that `saveContextToFile` puts into a file.
+/// @throws RuntimeException "The stream has no buffer. Give one that is connected to a file or to memory."
+/// @throws cereal::Exception, a std::runtime_error, where the stream takes no more: "Failed to write <wanted>
+///         bytes to output stream! Wrote <got>"
+TORVO_API void saveContext(const Context& context, std::ostream& stream);
 
 /// Whether both contexts are of one parameter set: of the same preset, or both custom with the same numbers.
 /// A context that was loaded from the file of another is the same as that one. `==` on `Context` compares

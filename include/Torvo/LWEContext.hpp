@@ -4,6 +4,7 @@
 #include <Torvo/Export.hpp>
 #include <Torvo/LWEParameterPreset.hpp>
 
+#include <iosfwd>
 #include <memory>
 #include <set>
 #include <string>
@@ -49,6 +50,12 @@ TORVO_API Context makeContextFromFile(const std::string& path, const std::set<in
 /// Writes the recipe of a context, 37 bytes, and replaces an existing file.
 /// @throws as `Torvo::saveContextToFile`
 TORVO_API void saveContextToFile(const Context& context, const std::string& path);
+/// Rebuilds a context from a stream. Exactly the 37 bytes of the recipe are read.
+/// @throws as `Torvo::makeContext` of a stream
+TORVO_API Context makeContext(std::istream& stream, const std::set<int>& cuda_device_ids = {});
+/// Writes the 37 bytes that `saveContextToFile` puts into a file.
+/// @throws as `Torvo::saveContext`
+TORVO_API void saveContext(const Context& context, std::ostream& stream);
 
 /// log2 of the scale of data at each level, from level 0 to the top.
 TORVO_API std::vector<double> getDefaultScaleFactorList(const Context& context);

@@ -37,6 +37,12 @@ const Parameter& parameterOf(const Context& context) {
     return requireContext(context)->parameter;
 }
 
+Context contextOf(const ContextRecipe& recipe, const std::set<int>& cuda_device_ids) {
+    if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
+    return makeContext(recipe.log_degree, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
+                       recipe.log_tpsize, recipe.gadget_rank, recipe.rank, cuda_device_ids);
+}
+
 } // namespace
 
 Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids) {
@@ -60,13 +66,21 @@ Context makeContext(unsigned long log_degree, unsigned long chain_length, unsign
 Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {
     ContextRecipe recipe{};
     Serialize::loadWhole(path, recipe);
-    if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
-    return makeContext(recipe.log_degree, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
-                       recipe.log_tpsize, recipe.gadget_rank, recipe.rank, cuda_device_ids);
+    return contextOf(recipe, cuda_device_ids);
+}
+
+Context makeContext(std::istream& stream, const std::set<int>& cuda_device_ids) {
+    ContextRecipe recipe{};
+    Serialize::load(stream, recipe);
+    return contextOf(recipe, cuda_device_ids);
 }
 
 void saveContextToFile(const Context& context, const std::string& path) {
     Serialize::save(path, recipeOf(parameterOf(context)));
+}
+
+void saveContext(const Context& context, std::ostream& stream) {
+    Serialize::save(stream, recipeOf(parameterOf(context)));
 }
 
 bool isSameContext(const Context& a, const Context& b) {

@@ -38,6 +38,12 @@ const Parameter& parameterOf(const Context& context) {
     return requireContext(context)->parameter;
 }
 
+Context contextOf(const ContextRecipe& recipe, const std::set<int>& cuda_device_ids) {
+    if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
+    return makeContext(recipe.dimension, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
+                       cuda_device_ids);
+}
+
 } // namespace
 
 Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_device_ids) {
@@ -53,13 +59,21 @@ Context makeContext(unsigned long dimension, unsigned long chain_length, unsigne
 Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {
     ContextRecipe recipe{};
     Serialize::loadWhole(path, recipe);
-    if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
-    return makeContext(recipe.dimension, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
-                       cuda_device_ids);
+    return contextOf(recipe, cuda_device_ids);
+}
+
+Context makeContext(std::istream& stream, const std::set<int>& cuda_device_ids) {
+    ContextRecipe recipe{};
+    Serialize::load(stream, recipe);
+    return contextOf(recipe, cuda_device_ids);
 }
 
 void saveContextToFile(const Context& context, const std::string& path) {
     Serialize::save(path, recipeOf(parameterOf(context)));
+}
+
+void saveContext(const Context& context, std::ostream& stream) {
+    Serialize::save(stream, recipeOf(parameterOf(context)));
 }
 
 std::vector<double> getDefaultScaleFactorList(const Context& context) {

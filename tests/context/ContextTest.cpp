@@ -2,6 +2,8 @@
 
 #include "context/ContextContent.hpp"
 #include "context/CudaIdsToDevices.hpp"
+#include "persistence/MemoryBuffer.hpp"
+#include "support/DamagedFiles.hpp"
 #include "support/Expect.hpp"
 
 #include <cereal/cereal.hpp>
@@ -13,6 +15,7 @@
 #include <fstream>
 #include <future>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -249,6 +252,57 @@ TEST_F(ContextFile, ThatDoesNotOpenIsNamed) {
     const std::string missing = path_ + "/absent/context.bin";
     EXPECT_REFUSED(makeContextFromFile(missing), "Cannot open file " + missing);
     EXPECT_REFUSED(saveContextToFile(makeContext(FX), missing), "Cannot open file " + missing);
+}
+
+std::string textOf(const Bytes& bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string savedContext(const Context& context) {
+    std::ostringstream stream;
+    saveContext(context, stream);
+    return stream.str();
+}
+
+TEST(ContextStream, HoldsTheBytesOfTheFile) {
+    EXPECT_EQ(savedContext(makeContext(7, 6, 58, 45, 61, 3)), textOf(customFile));
+    EXPECT_EQ(savedContext(makeContext(FX)), textOf(fxFile));
+}
+
+TEST(ContextStream, IsReadByItsBytesAloneAndTheRestIsLeft) {
+    std::stringstream stream(textOf(customFile) + textOf(fxFile) + "rest");
+    EXPECT_TRUE(isSameContext(makeContext(stream), makeContext(7, 6, 58, 45, 61, 3)));
+    EXPECT_TRUE(isSameContext(makeContext(stream), makeContext(FX)));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), "rest");
+}
+
+TEST(ContextStream, CutShortAnywhereFailsInTheArchive) {
+    test::expectShortReads(textOf(customFile), [](std::istream& stream) { makeContext(stream); });
+}
+
+TEST(ContextStream, ThatTakesNoMoreFailsInTheArchive) {
+    const Context context = makeContext(FX);
+    for (std::size_t room = 0; room < fxFile.size(); ++room) {
+        std::vector<char> memory(room + 1); // a vector of none has no pointer
+        detail::MemoryBuffer buffer(memory.data(), room);
+        std::ostream stream(&buffer);
+        EXPECT_THROW(saveContext(context, stream), cereal::Exception) << room;
+    }
+}
+
+TEST(ContextStream, IsRefusedAsTheFileIs) {
+    const auto refuse = [](std::size_t offset, unsigned char byte, const char* text) {
+        Bytes bytes = customFile;
+        bytes[offset] = byte;
+        std::istringstream stream(textOf(bytes));
+        EXPECT_REFUSED(makeContext(stream), text);
+    };
+    refuse(1, 23, "The input parameter preset is not yet supported.");
+    refuse(5, 21, "[Parameter] Invalid log_degree");
+    refuse(53, 51, "[Parameter] Invalid chain_length");
+    std::istringstream sound(textOf(fxFile)), cut("\1");
+    EXPECT_REFUSED(makeContext(sound, {0}), "Invalid CUDA device ID: 0");
+    EXPECT_THROW(makeContext(cut, {0}), cereal::Exception);
 }
 
 } // namespace

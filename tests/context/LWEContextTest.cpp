@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <sstream>
 
 namespace Torvo::LWE {
 namespace {
@@ -203,6 +204,31 @@ TEST_F(LWEContextFile, ShortOrDamagedFailsCleanly) {
     const std::string absent = directory.path() + "/none/lwe.context";
     EXPECT_REFUSED(makeContextFromFile(absent), "Cannot open file " + absent);
     EXPECT_REFUSED(saveContextToFile(makeContext(SD3), absent), "Cannot open file " + absent);
+}
+
+TEST(LWEContextStream, HoldsTheBytesOfTheFileAndLeavesTheRest) {
+    const std::string custom = Bytes::frame().u32(2).u64s({48, 50, 40, 3}).str(),
+                      preset = Bytes::frame().u32(0).u64s({1024, 0, 0, 8}).str();
+    std::stringstream stream;
+    saveContext(makeContext(48, 3, 50, 40), stream);
+    EXPECT_EQ(stream.str(), custom);
+    saveContext(makeContext(SS7), stream);
+    EXPECT_EQ(stream.str(), custom + preset);
+    stream << "rest";
+    EXPECT_EQ(getPrimeList(makeContext(stream)), getPrimeList(makeContext(48, 3, 50, 40)));
+    EXPECT_EQ(getDimension(makeContext(stream)), 1024U);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), "rest");
+}
+
+TEST(LWEContextStream, IsRefusedAsTheFileIs) {
+    const auto load = [](std::istream& stream) { makeContext(stream); };
+    test::expectShortReads(Bytes::frame().u32(2).u64s({48, 50, 40, 3}).str(), load);
+    std::istringstream preset(Bytes::frame().u32(9).u64s({48, 50, 40, 3}).str());
+    EXPECT_REFUSED(load(preset), "The input parameter preset is not yet supported.");
+    std::istringstream dimension(Bytes::frame().u32(2).u64s({0, 50, 40, 3}).str());
+    EXPECT_REFUSED(load(dimension), "[Parameter] Invalid dimension: it should be at least 1");
+    std::istringstream sound(Bytes::frame().u32(0).u64s({1024, 0, 0, 8}).str());
+    EXPECT_REFUSED(makeContext(sound, {1}), "Invalid CUDA device ID: 1");
 }
 
 } // namespace

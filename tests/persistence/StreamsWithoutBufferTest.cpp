@@ -57,7 +57,12 @@ TEST(StreamsWithoutBuffer, AreRefusedByEveryObject) {
 TEST(StreamsWithoutBuffer, AreRefusedByConstructorsAndPacks) {
     const Context& fx = test::contextOf(ParameterPreset::FX);
     std::istream in(nullptr);
+    std::ostream out(nullptr);
     EXPECT_REFUSED(SecretKey(fx, in), refusal);
+    EXPECT_REFUSED(makeContext(in), refusal);
+    EXPECT_REFUSED(saveContext(fx, out), refusal);
+    EXPECT_REFUSED(LWE::makeContext(in), refusal);
+    EXPECT_REFUSED(LWE::saveContext(test::smallLWEContext(), out), refusal);
     EXPECT_REFUSED(LWE::SecretKey(test::smallLWEContext(), in), refusal);
     const KeyPack pack(fx);
     EXPECT_REFUSED(pack.loadEncKey(in), refusal);

@@ -34,14 +34,17 @@ std::function<void()> making(const Arguments&... arguments) {
 
 TEST(NullContexts, AreNotAskedForTheirNumbers) {
     const Context& fx = test::contextOf(ParameterPreset::FX);
+    std::ostringstream out;
     expectRefused({
         {"saveContextToFile", [] { saveContextToFile(none, "/nowhere"); }},
+        {"saveContext", [&] { saveContext(none, out); }},
         {"isSameContext, first", [&] { isSameContext(none, fx); }},
         {"isSameContext, second", [&] { isSameContext(fx, none); }},
         {"isSameContext, both", [] { isSameContext(none, none); }},
         {"isSameRing, first", [&] { isSameRing(none, fx); }},
         {"isSameRing, second", [&] { isSameRing(fx, none); }},
         {"isSameRing, both", [] { isSameRing(none, none); }},
+        {"LWE::saveContext", [&] { LWE::saveContext(lweNone, out); }},
         {"getLogFullSlots", [] { getLogFullSlots(none); }},
         {"getDegree", [] { getDegree(none); }},
         {"getRank", [] { getRank(none); }},
@@ -69,6 +72,7 @@ TEST(NullContexts, AreNotAskedForTheirNumbers) {
         {"LWE::getDimension", [] { LWE::getDimension(lweNone); }},
         {"LWE::getSecurityLevel", [] { LWE::getSecurityLevel(lweNone); }},
     });
+    EXPECT_TRUE(out.str().empty());
 }
 
 TEST(NullContexts, MakeNoDataAndNoKeys) {
