@@ -60,6 +60,8 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects."; the archive's exception on a short read
     void load(const std::string& path);

@@ -97,6 +97,8 @@ public:
     void save(const std::string& path);
     /// Writes the pack as one archive (format: docs/files.md).
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// Replaces the content of the pack by that of a stream, after all of it has been read. Each key must
     /// have the right kind and belong to the ring of its context; a rotation key is stored under its own
     /// index.

@@ -62,6 +62,8 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects." when the file is of another context or another kind; the archive's
     ///         exception on a short read. A failed load leaves the object fit for destruction only.

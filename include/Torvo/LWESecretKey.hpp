@@ -60,6 +60,8 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// Writes only the generator state from which the key was sampled. The file carries no mark of the
     /// context: a context of another dimension regenerates a different key from it. After `setSeed` the state
     /// also gives what the thread drew later: other keys, and the masks of encryptions. The file's mode is

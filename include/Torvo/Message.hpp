@@ -139,6 +139,11 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream, and to a file. They are counted field by field; the data are
+    /// neither read nor copied, so the time does not depend on their length. Every object with a `save` has
+    /// this.
+    /// @throws what `save` to a stream throws for data on a device without backend
+    unsigned long savedSize() const;
     /// Replaces size and slots by the saved ones.
     /// @throws RuntimeException "Cannot open file " and the path; the archive's exception on a short read
     void load(const std::string& path);

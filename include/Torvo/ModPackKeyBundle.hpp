@@ -39,6 +39,8 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// Accepts only keys with tag `p` of the large ring.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
     ///         deserializing objects."; the archive's exception on a short read

@@ -73,6 +73,8 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// Accepts what any context of the same primes and degree has saved. Level and log slots are accepted as
     /// they are, even values outside the context; operations refuse those.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

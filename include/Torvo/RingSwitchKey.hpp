@@ -36,6 +36,8 @@ public:
     ///         the reason; an existing file is then unchanged
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    unsigned long savedSize() const;
     /// Accepts only a key with tag `w` of the large ring.
     /// @throws RuntimeException as `EvaluationKey::load`
     void load(const std::string& path);

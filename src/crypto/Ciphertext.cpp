@@ -3,6 +3,7 @@
 #include "context/ContextContent.hpp"
 #include "crypto/CiphertextImpl.hpp"
 #include "encoding/NumberOfSlots.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <utility>
@@ -182,6 +183,11 @@ void CiphertextBase<E>::save(const std::string& path) const {
 template <EncryptionType E>
 void CiphertextBase<E>::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+template <EncryptionType E>
+unsigned long CiphertextBase<E>::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 template <EncryptionType E>

@@ -3,6 +3,7 @@
 #include "core/Failure.hpp"
 #include "crypto/EncryptionKeyImpl.hpp"
 #include "crypto/Messages.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <utility>
@@ -65,6 +66,10 @@ void EncryptionKey::save(const std::string& path) const {
 
 void EncryptionKey::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+unsigned long EncryptionKey::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void EncryptionKey::load(const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/UnsetKey.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <utility>
@@ -82,6 +83,10 @@ void EvaluationKey::save(const std::string& path) const {
 
 void EvaluationKey::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+unsigned long EvaluationKey::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void EvaluationKey::load(const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include "context/ContextContent.hpp"
 #include "crypto/KeyPackImpl.hpp"
+#include "persistence/SavedSize.hpp"
 
 namespace Torvo {
 
@@ -140,6 +141,10 @@ void KeyPack::save(const std::string& path) {
 
 void KeyPack::save(std::ostream& stream) const {
     impl_->save(stream);
+}
+
+unsigned long KeyPack::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void KeyPack::load(std::istream& stream) {

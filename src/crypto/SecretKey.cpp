@@ -1,6 +1,7 @@
 #include <Torvo/SecretKey.hpp>
 
 #include "crypto/SecretKeyImpl.hpp"
+#include "persistence/SavedSize.hpp"
 
 namespace Torvo {
 
@@ -68,6 +69,11 @@ void SecretKeyBase<E>::save(const std::string& path) const {
 template <EncryptionType E>
 void SecretKeyBase<E>::save(std::ostream& stream) const {
     impl_->save(stream);
+}
+
+template <EncryptionType E>
+unsigned long SecretKeyBase<E>::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 template <EncryptionType E>

@@ -3,6 +3,7 @@
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/OwnKey.hpp"
 #include "crypto/UnsetKey.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <utility>
@@ -56,6 +57,10 @@ void SparseSecretEncapsulationKey::save(const std::string& path) const {
 
 void SparseSecretEncapsulationKey::save(std::ostream& stream) const {
     Serialize::save(stream, dts_.impl(), std_.impl());
+}
+
+unsigned long SparseSecretEncapsulationKey::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void SparseSecretEncapsulationKey::load(const std::string& path) {

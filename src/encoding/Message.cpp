@@ -4,6 +4,7 @@
 #include "core/Failure.hpp"
 #include "encoding/MessageImpl.hpp"
 #include "encoding/Messages.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <Torvo/RuntimeException.hpp>
@@ -108,6 +109,10 @@ void Message::save(const std::string& path) const {
 
 void Message::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+unsigned long Message::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void Message::load(const std::string& path) {

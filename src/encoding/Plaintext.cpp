@@ -5,6 +5,7 @@
 #include "encoding/Messages.hpp"
 #include "encoding/NumberOfSlots.hpp"
 #include "encoding/PlaintextImpl.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <utility>
@@ -95,6 +96,10 @@ void Plaintext::save(const std::string& path) const {
 
 void Plaintext::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+unsigned long Plaintext::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void Plaintext::load(const std::string& path) {

@@ -1,6 +1,7 @@
 #include <Torvo/LWECiphertext.hpp>
 
 #include "lwe/LWECiphertextImpl.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 namespace Torvo::LWE {
@@ -64,6 +65,10 @@ void Ciphertext::save(const std::string& path) const {
 
 void Ciphertext::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+unsigned long Ciphertext::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void Ciphertext::load(const std::string& path) {

@@ -1,6 +1,7 @@
 #include <Torvo/LWESecretKey.hpp>
 
 #include "lwe/LWESecretKeyImpl.hpp"
+#include "persistence/SavedSize.hpp"
 
 namespace Torvo::LWE {
 
@@ -51,6 +52,10 @@ void SecretKey::save(const std::string& path) const {
 
 void SecretKey::save(std::ostream& stream) const {
     impl_->save(stream);
+}
+
+unsigned long SecretKey::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void SecretKey::saveSeedOnly(const std::string& path) const {

@@ -5,6 +5,7 @@
 #include "core/RequireContext.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "persistence/Limits.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 #include "ring/Messages.hpp"
 
@@ -61,6 +62,10 @@ void ModPackKeyBundle::save(const std::string& path) const {
 
 void ModPackKeyBundle::save(std::ostream& stream) const {
     Serialize::save(stream, AllKeys(keys_));
+}
+
+unsigned long ModPackKeyBundle::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void ModPackKeyBundle::load(const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/OwnKey.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 #include <utility>
@@ -30,6 +31,10 @@ void RingSwitchKey::save(const std::string& path) const {
 
 void RingSwitchKey::save(std::ostream& stream) const {
     key_->save(stream);
+}
+
+unsigned long RingSwitchKey::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void RingSwitchKey::load(const std::string& path) {

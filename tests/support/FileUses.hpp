@@ -57,6 +57,15 @@ Key loadedKey(const std::string& file, const AnyContext& context) {
     return std::move(*key);
 }
 
+/// What an object with a member `save` says of its size must be so.
+/// @throws Finding
+template <class T>
+void expectSavedSize(const T& object) {
+    if (object.savedSize() != saved(object).size())
+        throw Finding{"saved, it has " + std::to_string(saved(object).size()) + " bytes, not " +
+                      std::to_string(object.savedSize())};
+}
+
 /// An object that was loaded and saved must load again, by `load(bytes)`, which returns the bytes of that
 /// object saved.
 /// @throws Finding
@@ -74,6 +83,7 @@ void expectLoadsAgain(const std::string& bytes, Load&& load) {
 /// The same for an object with members `save` and `load`; `other` is an empty one of its kind.
 template <class T>
 void expectLoadsAgain(const T& object, T other) {
+    expectSavedSize(object);
     expectLoadsAgain(saved(object), [&](const std::string& bytes) {
         load(bytes, other);
         return saved(other);
@@ -87,6 +97,7 @@ void expectKeyLoadsAgain(const Key& key, const AnyContext& context) {
         return bytesOf([&](std::ostream& stream) { from.saveSeedOnly(stream); });
     };
     const auto load = [&](const std::string& bytes) { return loadedKey<Key>(bytes, context); };
+    expectSavedSize(key);
     expectLoadsAgain(saved(key), [&](const std::string& bytes) { return saved(load(bytes)); });
     std::string seed;
     attempt([&] { seed = seedOf(key); });
