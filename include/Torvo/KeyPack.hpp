@@ -64,6 +64,27 @@ public:
     void loadRightRotKey(unsigned long index, std::istream& stream) const;
     void loadSparseSecretEncapsulationKey(std::istream& stream) const;
 
+    /// Drop the key from memory; it is read from the directory again when it is next asked for. Who holds it
+    /// meanwhile keeps it: its memory is given back with the last holder. A key that is not in memory is none
+    /// to drop. So that no key is lost or exchanged, the file is read and compared first: it must be the one
+    /// that `save` writes for the key. Until it is read again, the key counts as not loaded: `save` passes it
+    /// over, and `KeyGenerator` makes a new one where it is asked for keys that are not there.
+    /// @throws RuntimeException "[KeyPack] a key can be unloaded only when it can be read again, but " and
+    ///         the reason. In this order: "the pack has no key directory; set one with setKeyDirPath and
+    ///         save the pack into it", also without a key in memory; "there is no file " or "another key
+    ///         stands in ", the path, "; save the pack into its directory first". For an encapsulation key in
+    ///         a pack without a second context "[KeyPack] context does not support sparse secret
+    ///         encapsulation". The key stays in memory then
+    /// @throws std::out_of_range "map::at" when the key has no copy on the CPU
+    void unloadEncKey() const;
+    void unloadMultKey() const;
+    void unloadConjKey() const;
+    void unloadLeftRotKey(unsigned long index) const;
+    void unloadRightRotKey(unsigned long index) const;
+    void unloadSparseSecretEncapsulationKey() const;
+    /// All of them, one after the other; those in front of a refusal are dropped.
+    void unload() const;
+
     /// Whether the key is in memory. Never reads the disk. For a key other than a rotation key the call waits
     /// while another thread is reading that key.
     bool isEncKeyLoaded() const;

@@ -75,6 +75,34 @@ void KeyPack::loadSparseSecretEncapsulationKey(std::istream& stream) const {
     impl_->maybeLoadSparseSecretEncapsulationKey(stream);
 }
 
+void KeyPack::unloadEncKey() const {
+    impl_->unloadEncKey();
+}
+
+void KeyPack::unloadMultKey() const {
+    impl_->unloadMultKey();
+}
+
+void KeyPack::unloadConjKey() const {
+    impl_->unloadConjKey();
+}
+
+void KeyPack::unloadLeftRotKey(unsigned long index) const {
+    impl_->unloadRotKey(leftIndex(index));
+}
+
+void KeyPack::unloadRightRotKey(unsigned long index) const {
+    impl_->unloadRotKey(rightIndex(index));
+}
+
+void KeyPack::unloadSparseSecretEncapsulationKey() const {
+    impl_->unloadSparseSecretEncapsulationKey();
+}
+
+void KeyPack::unload() const {
+    impl_->unload();
+}
+
 bool KeyPack::isEncKeyLoaded() const {
     return impl_->isEncKeyLoaded();
 }

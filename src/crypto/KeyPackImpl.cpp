@@ -4,6 +4,7 @@
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
+#include "crypto/SavedAs.hpp"
 #include "crypto/UnsetKey.hpp"
 #include "persistence/Serialize.hpp"
 
@@ -127,23 +128,68 @@ std::shared_ptr<SparseSecretEncapsulationKey> KeyPackImpl::getSparseSecretEncaps
     return sparseKey.getOrRead(keyFile(sparseKeyName), [&] { return makeEmptySparseKey(); });
 }
 
+// What is found is handed on, not looked up again: another thread may unload it meanwhile.
 std::shared_ptr<EvaluationKey> KeyPackImpl::getRotKey(u64 index) {
-    maybeLoadRotKey(index);
-    return findRotKey(index);
+    if (auto held = findRotKey(index)) return held;
+    const std::lock_guard lock(rotLoadMutex(index));
+    if (auto held = findRotKey(index)) return held;
+    auto key =
+        readKeyFile(keyFile(rotKeyName(index)), [&] { return unsetKey(context_, KeyKind::Rot, index); });
+    return key ? addRotKey(index, std::move(key)) : nullptr;
 }
 
-void KeyPackImpl::maybeLoadRotKey(u64 index) {
-    if (isRotKeyLoaded(index)) return;
-    std::mutex& loading = rotLoadMutexes_.write([&](auto& mutexes) -> std::mutex& {
+std::mutex& KeyPackImpl::rotLoadMutex(u64 index) {
+    return rotLoadMutexes_.write([&](auto& mutexes) -> std::mutex& {
         auto& mutex = mutexes[index];
         if (!mutex) mutex = std::make_unique<std::mutex>();
         return *mutex;
     });
-    const std::lock_guard lock(loading);
-    if (isRotKeyLoaded(index)) return;
-    auto key =
-        readKeyFile(keyFile(rotKeyName(index)), [&] { return unsetKey(context_, KeyKind::Rot, index); });
-    if (key) addRotKey(index, std::move(key));
+}
+
+std::string KeyPackImpl::keyFileToUnload(const std::string& name) const {
+    std::string path = keyFile(name);
+    if (path.empty()) throw RuntimeException(std::string(message::cannotUnload) + message::noKeyDirectory);
+    return path;
+}
+
+void KeyPackImpl::unloadEncKey() {
+    encKey.unload(keyFileToUnload(encKeyName));
+}
+
+void KeyPackImpl::unloadMultKey() {
+    multKey.unload(keyFileToUnload(multKeyName));
+}
+
+void KeyPackImpl::unloadConjKey() {
+    conjKey.unload(keyFileToUnload(conjKeyName));
+}
+
+void KeyPackImpl::unloadSparseSecretEncapsulationKey() {
+    const std::string path = keyFileToUnload(sparseKeyName);
+    // One that was generated here would not be read: for that it takes the second context.
+    require(contextSparse_.has_value() || !sparseKey.isFilled(), message::keyPackWithoutEncapsulation);
+    sparseKey.unload(path);
+}
+
+void KeyPackImpl::unloadRotKey(u64 index) {
+    const std::string path = keyFileToUnload(rotKeyName(index));
+    const std::lock_guard lock(rotLoadMutex(index));
+    const auto key = findRotKey(index);
+    if (!key) return;
+    requireSavedAs(*key, path);
+    rotKeys_.write([&](RotationKeys& keys) {
+        const auto found = keys.find(index);
+        // A pack that was loaded from a stream meanwhile brought another one.
+        if (found != keys.end() && found->second == key) keys.erase(found);
+    });
+}
+
+void KeyPackImpl::unload() {
+    unloadEncKey();
+    unloadMultKey();
+    unloadConjKey();
+    for (const auto& [index, key] : contents().rotKeys) unloadRotKey(index);
+    unloadSparseSecretEncapsulationKey();
 }
 
 void KeyPackImpl::maybeLoadEncKey(std::istream& stream) {
@@ -178,8 +224,9 @@ std::shared_ptr<EvaluationKey> KeyPackImpl::findRotKey(u64 index) const {
     });
 }
 
-void KeyPackImpl::addRotKey(u64 index, std::shared_ptr<EvaluationKey> key) {
-    rotKeys_.write([&](RotationKeys& keys) { keys.emplace(index, std::move(key)); });
+std::shared_ptr<EvaluationKey> KeyPackImpl::addRotKey(u64 index, std::shared_ptr<EvaluationKey> key) {
+    return rotKeys_.write(
+        [&](RotationKeys& keys) { return keys.emplace(index, std::move(key)).first->second; });
 }
 
 void KeyPackImpl::to(const Device& device) {

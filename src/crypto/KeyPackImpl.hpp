@@ -45,7 +45,7 @@ public:
     void maybeLoadEncKey() { getEncKey(); }
     void maybeLoadMultKey() { getMultKey(); }
     void maybeLoadConjKey() { getConjKey(); }
-    void maybeLoadRotKey(u64 index);
+    void maybeLoadRotKey(u64 index) { getRotKey(index); }
     void maybeLoadSparseSecretEncapsulationKey() { getSparseSecretEncapsulationKey(); }
 
     /// Read the key from a stream. A rotation key that the pack already holds stays; any other key replaces
@@ -57,6 +57,18 @@ public:
     /// @throws RuntimeException "[KeyPack] context does not support sparse secret encapsulation" for a pack
     ///         without a second context
     void maybeLoadSparseSecretEncapsulationKey(std::istream& stream);
+
+    /// Drop the key from memory, if the directory has the file that would be written for it.
+    /// @throws RuntimeException "[KeyPack] a key can be unloaded only when it can be read again, but " and
+    /// why
+    ///         it cannot
+    void unloadEncKey();
+    void unloadMultKey();
+    void unloadConjKey();
+    void unloadRotKey(u64 index);
+    void unloadSparseSecretEncapsulationKey();
+    /// All of them in turn.
+    void unload();
 
     bool isEncKeyLoaded() const { return encKey.isFilled(); }
     bool isMultKeyLoaded() const { return multKey.isFilled(); }
@@ -71,8 +83,8 @@ public:
     std::shared_ptr<EvaluationKey> getRotKey(u64 index);
     std::shared_ptr<SparseSecretEncapsulationKey> getSparseSecretEncapsulationKey();
 
-    /// Stores a rotation key under `index`, unless there is one.
-    void addRotKey(u64 index, std::shared_ptr<EvaluationKey> key);
+    /// Stores a rotation key under `index`, unless there is one, and returns the one that is there then.
+    std::shared_ptr<EvaluationKey> addRotKey(u64 index, std::shared_ptr<EvaluationKey> key);
 
     void setKeyDirPath(const std::string& path);
     void to(const Device& device);
@@ -91,9 +103,13 @@ public:
 private:
     /// The file of that name in the directory; empty when there is no directory.
     std::string keyFile(const std::string& name) const;
+    /// The same for a key that is to be read again.
+    std::string keyFileToUnload(const std::string& name) const;
     /// For the constructors, which make no directory.
     void openKeyDir(const std::string& path);
     std::shared_ptr<EvaluationKey> findRotKey(u64 index) const;
+    /// Held while the key of `index` is read from disk or dropped.
+    std::mutex& rotLoadMutex(u64 index);
     KeyPackContents contents() const;
     std::unique_ptr<SparseSecretEncapsulationKey> makeEmptySparseKey() const;
 

@@ -2,6 +2,7 @@
 
 #include "core/Failure.hpp"
 #include "crypto/OwnKey.hpp"
+#include "crypto/SavedAs.hpp"
 
 #include <fstream>
 #include <istream>
@@ -49,6 +50,16 @@ public:
         const std::lock_guard lock(mutex_);
         if (!key_) key_ = readKeyFile(path, makeEmpty);
         return key_;
+    }
+
+    /// Drops the key, if the file of `path` has it.
+    /// @throws as `requireSavedAs`
+    void unload(const std::string& path) {
+        std::shared_ptr<Key> dropped; // goes, and frees its memory, behind the lock
+        const std::lock_guard lock(mutex_);
+        if (!key_) return;
+        requireSavedAs(*key_, path);
+        dropped.swap(key_);
     }
 
     /// Replaces the key by the one that `make` returns.

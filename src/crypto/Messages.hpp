@@ -57,6 +57,15 @@ inline constexpr const char* encryptionKeyOnTwoDevices =
     "Polynomials in a ciphertext are in different devices";
 
 inline constexpr const char* noSuchPath = "Cannot find path "; // and the path
+/// Followed by the reason.
+inline constexpr const char* cannotUnload =
+    "[KeyPack] a key can be unloaded only when it can be read again, but ";
+inline constexpr const char* noKeyDirectory =
+    "the pack has no key directory; set one with setKeyDirPath and save the pack into it";
+/// These two are followed by the path and `saveFirst`.
+inline constexpr const char* noKeyFile = "there is no file ";
+inline constexpr const char* otherKeyInFile = "another key stands in ";
+inline constexpr const char* saveFirst = "; save the pack into its directory first";
 inline constexpr const char* keyPackWithoutEncapsulation =
     "[KeyPack] context does not support sparse secret encapsulation";
 inline constexpr const char* keyPackOtherSparseContext =

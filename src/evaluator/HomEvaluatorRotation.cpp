@@ -51,9 +51,8 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& o
         out = in;
         return;
     }
-    keyPack_.loadLeftRotKey(r);
-    if (keyPack_.isLeftRotKeyLoaded(r))
-        out = applyAutomorphism(in, galoisElement(r, in.getDevice()), *leftRotationKey(r));
+    if (const auto key = keyPack_.getLeftRotKey(r))
+        out = applyAutomorphism(in, galoisElement(r, in.getDevice()), *key);
     else
         composeRotation(in, r, out);
 }
