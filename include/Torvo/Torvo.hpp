@@ -17,6 +17,7 @@
 #include <Torvo/EvaluationKey.hpp>
 #include <Torvo/Export.hpp>
 #include <Torvo/HomEvaluator.hpp>
+#include <Torvo/Inspect.hpp>
 #include <Torvo/KeyGenerator.hpp>
 #include <Torvo/KeyPack.hpp>
 #include <Torvo/LWECiphertext.hpp>

@@ -47,6 +47,27 @@ inline constexpr RefusedMeeting packingKeys{
 inline constexpr RefusedMeeting decomposingKey{
     "the input has other primes than the key", "the key's context",
     "use a key whose context shares its primes with the input up to its level"};
+// What a look into a file says: "[inspect] ", the path, and one of these.
+inline constexpr const char* inspecting = "[inspect] ";
+inline constexpr const char* notRegular = " is no regular file; give the path of a file that was saved";
+inline constexpr const char* emptyFile = " is empty; give the path of a file that was saved";
+inline constexpr const char* beginsWith = " begins with byte "; // its number, and the next
+inline constexpr const char* noFrame =
+    ", and what is saved with 0 or 1; give the path of a file that was saved";
+inline constexpr const char* changedMeanwhile =
+    " changed while it was read; try again when nobody writes to it";
+inline constexpr const char* noWholeObject = " is whole as no kind of object; as "; // the kind, and the next
+inline constexpr const char* failsAt = " it fails at byte ";                        // ": " and a reason:
+inline constexpr const char* endsEarly = "the file ends ";                          // a number, and the next
+inline constexpr const char* bytesEarly = " bytes too early for what begins here";
+inline constexpr const char* goesOn = "the file goes on here, where it should end";
+inline constexpr const char* otherLength = "such a file has another length";
+inline constexpr const char* impossibleNumber = "this number cannot be";
+inline constexpr const char* numbersDoNotFit = "the numbers up to here do not fit together";
+inline constexpr const char* tooManyElements = "too many ring elements to look at, more than 262144";
+inline constexpr const char* unreadable = "the file cannot be read here";
+inline constexpr const char* noSuchKind = "No such kind of object: "; // and the number
+
 /// The limit is the number of coefficients of the largest ring.
 inline constexpr const char* tooManyPackingKeys =
     "[ModPackKeyBundle] The number of keys should be at most 1048576";

@@ -2,6 +2,9 @@
 
 #include "support/AllocationBudget.hpp"
 #include "support/FileUses.hpp"
+#include "support/NamelessFile.hpp"
+
+#include <Torvo/Inspect.hpp>
 
 #include <algorithm>
 #include <exception>
@@ -11,7 +14,7 @@ namespace Torvo::test {
 
 namespace {
 
-constexpr u64 mebibyte = u64{1} << 20;
+constexpr u64 kibibyte = u64{1} << 10, mebibyte = u64{1} << 20;
 
 std::vector<std::string> none() {
     return {};
@@ -85,7 +88,18 @@ const FileKind& fileKind(const std::string& name) {
     return *found;
 }
 
+void inspectWithinMemory(const std::string& file) {
+    const NamelessFile named(file);
+    FileReport report;
+    runWithinMemory(
+        64 * kibibyte, [&] { report = inspect(named.path()); }, "an inspection");
+    if (report.size != file.size()) throw Finding{"an inspection found another length"};
+    if (report.kinds.empty() == report.refusal.empty())
+        throw Finding{"an inspection tells either kinds or a refusal"};
+}
+
 bool feed(const FileKind& kind, const std::string& file) {
+    inspectWithinMemory(file);
     try {
         kind.loadAndUse(file);
         return true;

@@ -32,7 +32,11 @@ const std::vector<FileKind>& fileKinds();
 /// @throws std::out_of_range for a name that is none
 const FileKind& fileKind(const std::string& name);
 
-/// Whether the file was loaded and used; false when it was refused.
+/// Looks at a file as `inspect` does, which must need no memory to speak of and refuse with a text.
+/// @throws Finding
+void inspectWithinMemory(const std::string& file);
+
+/// Whether the file was inspected, loaded and used; false when it was refused.
 /// @throws Finding
 bool feed(const FileKind& kind, const std::string& file);
 
