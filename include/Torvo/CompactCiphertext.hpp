@@ -53,6 +53,9 @@ public:
     ///         writing file ", the path and the reason. The file that stood there still stands then
     void save(const std::string& path) const;
     void save(std::ostream& stream) const;
+    /// The bytes that `save` writes to a stream. Counts them without copying the data (`Message::savedSize`).
+    /// @throws RuntimeException as `save` for an empty object
+    unsigned long savedSize() const;
     /// Takes what a context of the same ring has saved: degree, primes and number of ciphertext primes. A
     /// failed load leaves the object as it was.
     /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during

@@ -18,8 +18,9 @@ enum class ObjectKind {
     Plaintext,
     Ciphertext,       ///< of `RLWE`
     ModuleCiphertext, ///< of `MLWE`; the files of both look alike
-    SecretKey,        ///< of `RLWE`
-    ModuleSecretKey,  ///< of `MLWE`
+    CompactCiphertext,
+    SecretKey,       ///< of `RLWE`
+    ModuleSecretKey, ///< of `MLWE`
     EncryptionKey,
     EvaluationKey, ///< of any letter
     SparseSecretEncapsulationKey,

@@ -1,6 +1,7 @@
 #include <Torvo/CompactCiphertext.hpp>
 
 #include "crypto/CompactCiphertextImpl.hpp"
+#include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
 
 namespace Torvo {
@@ -47,6 +48,10 @@ void CompactCiphertext::save(const std::string& path) const {
 
 void CompactCiphertext::save(std::ostream& stream) const {
     Serialize::save(stream, *impl_);
+}
+
+unsigned long CompactCiphertext::savedSize() const {
+    return detail::savedSize(*this);
 }
 
 void CompactCiphertext::load(const std::string& path) {

@@ -31,6 +31,8 @@ using Header = FileWalk::Header;
 
 // The layouts of docs/files.md, behind the frame.
 
+constexpr u64 germWords = 128;
+
 // ---- contexts
 
 template <class Parameter>
@@ -116,6 +118,21 @@ FileContent ciphertext(FileWalk& walk) {
     found.count = walk.number<u64>([](u64 count) { return count > 1; });
     Header poly;
     walk.polynomials(*found.count, Germ::No, poly);
+    found.level = poly.level;
+    found.degree = poly.degree;
+    return found;
+}
+
+FileContent compactCiphertext(FileWalk& walk) {
+    FileContent found{.kind = Kind::CompactCiphertext, .contextHash = walk.number<u64>()};
+    walk.tag(ObjectTag::CompactCiphertext);
+    found.logSlots = walk.number<u64>();
+    const u64 counterAt = walk.position();
+    const auto counter = static_cast<u64>(walk.number<int>([](int owed) { return owed >= 0; }));
+    walk.skip(germWords, sizeof(u64));
+    const Header poly = walk.polynomial(Germ::No);
+    if (counter > poly.level) throw Misfit{counterAt, message::impossibleNumber};
+    walk.require(!poly.modUp && poly.isNTT);
     found.level = poly.level;
     found.degree = poly.degree;
     return found;
@@ -290,6 +307,7 @@ constexpr Layout layouts[] = {
     {Kind::Plaintext, "plaintext", plaintext},
     {Kind::Ciphertext, "ciphertext", ciphertext<Kind::Ciphertext>},
     {Kind::ModuleCiphertext, "module ciphertext", ciphertext<Kind::ModuleCiphertext>},
+    {Kind::CompactCiphertext, "compact ciphertext", compactCiphertext},
     {Kind::SecretKey, "secret key", secretKey<Kind::SecretKey, EncryptionType::RLWE>},
     {Kind::ModuleSecretKey, "module secret key", secretKey<Kind::ModuleSecretKey, EncryptionType::MLWE>},
     {Kind::EncryptionKey, "encryption key", encryptionKey},

@@ -83,6 +83,7 @@ const std::map<std::string, Kinds> kindsOfArchives{
     {"ciphertext_product.bin", {Kind::Ciphertext, Kind::ModuleCiphertext}},
     {"ciphertext_sparse.bin", {Kind::Ciphertext, Kind::ModuleCiphertext}},
     {"module_ciphertext.bin", {Kind::Ciphertext, Kind::ModuleCiphertext}},
+    {"compact_ciphertext.bin", {Kind::CompactCiphertext}},
     {"secret_key.bin", {Kind::SecretKey}},
     {"secret_key_given.bin", {Kind::SecretKey}},
     {"secret_key_seed.bin", {Kind::SecretKey}},
