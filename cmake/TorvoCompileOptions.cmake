@@ -6,6 +6,7 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 add_library(TorvoCompileOptions INTERFACE)
-# No contraction: the same seed gives the same words in every build.
+# No contraction: the same seed gives the same words in every build. The presets make warnings errors; a build by
+# somebody else, with a compiler that warns of more, goes on.
 target_compile_options(TorvoCompileOptions INTERFACE
-    $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Werror -ffp-contract=off>)
+    $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -ffp-contract=off>)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Torvo/Export.hpp>
+
 #include <cstdint>
 
 namespace Torvo {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Torvo/Export.hpp>
+
 #include <utility>
 
 namespace Torvo {
