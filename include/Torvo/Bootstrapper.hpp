@@ -17,8 +17,7 @@ class BootstrapperImpl;
 /// Gives an exhausted ciphertext its levels back: the input is a ciphertext at level 3 or higher, the result
 /// encrypts the same message at `getLevelAfterFullSlotBootstrap()`.
 ///
-/// The message must lie within the unit disc (real and imaginary part in [-1, 1] each), and the ciphertext
-/// must owe no rescale. Besides the keys for multiplication and conjugation, the evaluator's pack must hold
+/// Real and imaginary part of every slot must lie in [-1, 1], and the ciphertext must owe no rescale. Besides the keys for multiplication and conjugation, the evaluator's pack must hold
 /// the rotation keys of `KeyGenerator::genRotKeysForBootstrap`, made with the same `compact` as
 /// `sequential_rotations` here. Precision and failure probability of each preset: `ParameterPreset`; their
 /// derivation, time and memory: docs/bootstrapping.md.
