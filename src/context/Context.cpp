@@ -1,4 +1,5 @@
 #include "context/ContextContent.hpp"
+#include "context/ContextRecipe.hpp"
 #include "context/CudaIdsToDevices.hpp"
 #include "core/RequireContext.hpp"
 #include "persistence/Serialize.hpp"
@@ -9,28 +10,10 @@ namespace Torvo {
 
 namespace {
 
-/// The content of a context file: enough to rebuild the context.
-struct ContextRecipe {
-    ParameterPreset preset;
-    u64 log_degree;
-    u64 encryption_level;
-    u64 gadget_rank;
-    u64 log_bpsize;
-    u64 log_tpsize;
-    u64 log_qpsize;
-    u64 chain_length;
-    u64 rank;
-
-    template <class Archive>
-    void serialize(Archive& archive) {
-        archive(preset, log_degree, encryption_level, gadget_rank, log_bpsize, log_tpsize, log_qpsize,
-                chain_length, rank);
-    }
-};
-
 ContextRecipe recipeOf(const Parameter& p) {
-    return {p.preset,     p.log_degree, p.encryption_level, p.gadget_rank, p.log_bpsize,
-            p.log_tpsize, p.log_qpsize, p.chain_length,     p.rank};
+    const CustomSizes sizes{p.log_degree, p.chain_length, p.log_bpsize, p.log_qpsize,
+                            p.log_tpsize, p.gadget_rank,  p.rank};
+    return {p.preset, {sizes, p.encryption_level}};
 }
 
 const Parameter& parameterOf(const Context& context) {
@@ -39,8 +22,7 @@ const Parameter& parameterOf(const Context& context) {
 
 Context contextOf(const ContextRecipe& recipe, const std::set<int>& cuda_device_ids) {
     if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
-    return makeContext(recipe.log_degree, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
-                       recipe.log_tpsize, recipe.gadget_rank, recipe.rank, cuda_device_ids);
+    return std::make_shared<ContextContent>(recipe.numbers.sizes, cudaIdsToDevices(cuda_device_ids));
 }
 
 } // namespace
@@ -52,8 +34,8 @@ Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_dev
 Context makeContext(unsigned long log_degree, unsigned long chain_length, unsigned long log_bpsize,
                     unsigned long log_qpsize, unsigned long log_tpsize, unsigned long gadget_rank,
                     unsigned long rank, const std::set<int>& cuda_device_ids) {
-    return std::make_shared<ContextContent>(log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize,
-                                            gadget_rank, rank, cudaIdsToDevices(cuda_device_ids));
+    const CustomSizes sizes{log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize, gadget_rank, rank};
+    return std::make_shared<ContextContent>(sizes, cudaIdsToDevices(cuda_device_ids));
 }
 
 Context makeContext(unsigned long log_degree, unsigned long chain_length, unsigned long log_bpsize,

@@ -28,13 +28,10 @@ ContextContent::ContextContent(const ParameterPreset& preset, const std::set<Dev
       scale_factors(preset), fft(parameter.degree, devices),
       context_hash(computeContextHash(primes.getPrimes(), parameter.degree)) {}
 
-ContextContent::ContextContent(u64 log_degree, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
-                               u64 log_tpsize, u64 gadget_rank, u64 rank, const std::set<Device>& cudaDevices)
-    : devices(cudaDevices),
-      parameter(log_degree, chain_length, gadget_rank, log_bpsize, log_tpsize, log_qpsize, rank),
-      primes(log_degree, chain_length, log_bpsize, log_qpsize, log_tpsize, gadget_rank, devices),
-      scale_factors(parameter, primes), fft(parameter.degree, devices),
-      context_hash(computeContextHash(primes.getPrimes(), parameter.degree)) {}
+ContextContent::ContextContent(const CustomSizes& sizes, const std::set<Device>& cudaDevices)
+    : devices(cudaDevices), parameter(sizes), primes(sizes, devices), scale_factors(parameter, primes),
+      fft(parameter.degree, devices), context_hash(computeContextHash(primes.getPrimes(), parameter.degree)) {
+}
 
 bool ContextContent::operator==(const ContextContent& other) const {
     const Parameter &a = parameter, &b = other.parameter;

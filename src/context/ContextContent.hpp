@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/CustomSizes.hpp"
 #include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/Parameter.hpp"
 #include "context/ScaleFactors.hpp"
@@ -17,8 +18,7 @@ namespace Torvo {
 class ContextContent {
 public:
     ContextContent(const ParameterPreset& preset, const std::set<Device>& devices);
-    ContextContent(u64 log_degree, u64 chain_length, u64 log_bpsize, u64 log_qpsize, u64 log_tpsize,
-                   u64 gadget_rank, u64 rank, const std::set<Device>& devices);
+    ContextContent(const CustomSizes& sizes, const std::set<Device>& devices);
 
     /// Compares parameters, not identity: presets by name; custom sets by log_degree, numTP, prime sizes and
     /// gadget_rank.

@@ -1,4 +1,5 @@
 #include "context/ContextContent.hpp"
+#include "context/ContextRecipe.hpp"
 #include "context/CudaIdsToDevices.hpp"
 #include "context/LWEContextContent.hpp"
 #include "context/Messages.hpp"
@@ -16,22 +17,8 @@ namespace LWE {
 
 namespace {
 
-/// The content of a context file: enough to rebuild the context.
-struct ContextRecipe {
-    ParameterPreset preset;
-    u64 dimension;
-    u64 log_bpsize;
-    u64 log_qpsize;
-    u64 chain_length;
-
-    template <class Archive>
-    void serialize(Archive& archive) {
-        archive(preset, dimension, log_bpsize, log_qpsize, chain_length);
-    }
-};
-
 ContextRecipe recipeOf(const Parameter& p) {
-    return {p.preset, p.dimension, p.log_bpsize, p.log_qpsize, p.chain_length};
+    return {p.preset, {{p.dimension, p.chain_length, p.log_bpsize, p.log_qpsize}}};
 }
 
 const Parameter& parameterOf(const Context& context) {
@@ -40,8 +27,7 @@ const Parameter& parameterOf(const Context& context) {
 
 Context contextOf(const ContextRecipe& recipe, const std::set<int>& cuda_device_ids) {
     if (recipe.preset != ParameterPreset::CUSTOM) return makeContext(recipe.preset, cuda_device_ids);
-    return makeContext(recipe.dimension, recipe.chain_length, recipe.log_bpsize, recipe.log_qpsize,
-                       cuda_device_ids);
+    return std::make_shared<ContextContent>(recipe.numbers.sizes, cudaIdsToDevices(cuda_device_ids));
 }
 
 } // namespace
@@ -52,8 +38,8 @@ Context makeContext(const ParameterPreset& preset, const std::set<int>& cuda_dev
 
 Context makeContext(unsigned long dimension, unsigned long chain_length, unsigned long log_bpsize,
                     unsigned long log_qpsize, const std::set<int>& cuda_device_ids) {
-    return std::make_shared<ContextContent>(dimension, chain_length, log_bpsize, log_qpsize,
-                                            cudaIdsToDevices(cuda_device_ids));
+    const CustomSizes sizes{dimension, chain_length, log_bpsize, log_qpsize};
+    return std::make_shared<ContextContent>(sizes, cudaIdsToDevices(cuda_device_ids));
 }
 
 Context makeContextFromFile(const std::string& path, const std::set<int>& cuda_device_ids) {

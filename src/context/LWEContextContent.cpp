@@ -10,10 +10,8 @@ ContextContent::ContextContent(const ParameterPreset& preset, const std::set<Dev
     : parameter(preset), primes(preset, parameter.chain_length, parameter.dimension, devices),
       scale_factors(preset), context_hash(computeContextHash(primes.getPrimes(), parameter.dimension)) {}
 
-ContextContent::ContextContent(u64 dimension, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
-                               const std::set<Device>& devices)
-    : parameter(dimension, chain_length, log_bpsize, log_qpsize),
-      primes(dimension, chain_length, log_bpsize, log_qpsize, devices), scale_factors(parameter, primes),
+ContextContent::ContextContent(const CustomSizes& sizes, const std::set<Device>& devices)
+    : parameter(sizes), primes(sizes, devices), scale_factors(parameter, primes),
       context_hash(computeContextHash(primes.getPrimes(), parameter.dimension)) {}
 
 Chain chainOf(const Context& context) {

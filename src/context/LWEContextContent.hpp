@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/CustomSizes.hpp"
 #include "arithmetic/chain/PrimeModuli.hpp"
 #include "context/LWEParameter.hpp"
 #include "context/ScaleFactors.hpp"
@@ -15,8 +16,7 @@ namespace Torvo::LWE {
 class ContextContent {
 public:
     ContextContent(const ParameterPreset& preset, const std::set<Device>& devices);
-    ContextContent(u64 dimension, u64 chain_length, u64 log_bpsize, u64 log_qpsize,
-                   const std::set<Device>& devices);
+    ContextContent(const CustomSizes& sizes, const std::set<Device>& devices);
 
     Parameter parameter;
     PrimeModuli primes;

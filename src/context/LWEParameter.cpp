@@ -43,12 +43,12 @@ Parameter::Parameter(const ParameterPreset& namedPreset) : preset(namedPreset) {
     security_level = SecurityLevel::Bits128;
 }
 
-Parameter::Parameter(u64 secretDimension, u64 chainLength, u64 logBasePrime, u64 logQuantizePrime)
-    : preset(ParameterPreset::CUSTOM), name("CUSTOM"), log_bpsize(logBasePrime),
-      log_qpsize(logQuantizePrime) {
-    require(1 <= chainLength && chainLength <= maxChainLength, message::invalidChainLength);
-    require(secretDimension >= 1, message::invalidDimension);
-    setSizes(*this, secretDimension, chainLength);
+Parameter::Parameter(const CustomSizes& sizes)
+    : preset(ParameterPreset::CUSTOM), name("CUSTOM"), log_bpsize(sizes.log_bpsize),
+      log_qpsize(sizes.log_qpsize) {
+    require(1 <= sizes.chain_length && sizes.chain_length <= maxChainLength, message::invalidChainLength);
+    require(sizes.dimension >= 1, message::invalidDimension);
+    setSizes(*this, sizes.dimension, sizes.chain_length);
     const u64 logDimension = static_cast<u64>(std::bit_width(dimension | 1)) - 1;
     security_level = computeLWESecurityLevel(logDimension, log_bpsize + numQP * log_qpsize);
 }

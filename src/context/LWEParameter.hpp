@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/CustomSizes.hpp"
 #include "context/Parameter.hpp"
 #include "core/Integers.hpp"
 #include <Torvo/LWEParameterPreset.hpp>
@@ -17,7 +18,7 @@ struct Parameter {
     explicit Parameter(const ParameterPreset& preset);
     /// A custom set.
     /// @throws RuntimeException "[Parameter] Invalid chain_length"
-    Parameter(u64 dimension, u64 chain_length, u64 log_bpsize, u64 log_qpsize);
+    explicit Parameter(const CustomSizes& sizes);
 
     ParameterPreset preset;
     std::string name;

@@ -98,16 +98,15 @@ Parameter::Parameter(const ParameterPreset& namedPreset) : preset(namedPreset) {
     security_level = preset == ParameterPreset::FX ? SecurityLevel::None : SecurityLevel::Bits128;
 }
 
-Parameter::Parameter(u64 logDegree, u64 chainLength, u64 gadgetRank, u64 logBasePrime, u64 logTempPrime,
-                     u64 logQuantizePrime, u64 moduleRank)
-    : preset(ParameterPreset::CUSTOM), name("CUSTOM"), rank(moduleRank), log_bpsize(logBasePrime),
-      log_tpsize(logTempPrime), log_qpsize(logQuantizePrime) {
-    require(6 <= logDegree && logDegree <= 20, message::invalidLogDegree);
-    require(1 <= chainLength && chainLength <= maxChainLength, message::invalidChainLength);
-    require(divides(gadgetRank, chainLength), message::gadgetRankMustDivide);
+Parameter::Parameter(const CustomSizes& sizes)
+    : preset(ParameterPreset::CUSTOM), name("CUSTOM"), rank(sizes.rank), log_bpsize(sizes.log_bpsize),
+      log_tpsize(sizes.log_tpsize), log_qpsize(sizes.log_qpsize) {
+    require(6 <= sizes.log_degree && sizes.log_degree <= 20, message::invalidLogDegree);
+    require(1 <= sizes.chain_length && sizes.chain_length <= maxChainLength, message::invalidChainLength);
+    require(divides(sizes.gadget_rank, sizes.chain_length), message::gadgetRankMustDivide);
     require(rank == 1, message::customRankAboveOne);
-    setDegree(*this, logDegree);
-    setChain(*this, chainLength, gadgetRank);
+    setDegree(*this, sizes.log_degree);
+    setChain(*this, sizes.chain_length, sizes.gadget_rank);
     encryption_level = numQP;
     const u64 keyLength = rank << log_degree;
     hamming_weight = static_cast<u64>(std::lround(2.0 * static_cast<double>(keyLength) / 3.0));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/CustomSizes.hpp"
 #include "core/Integers.hpp"
 
 #include <Torvo/ParameterPreset.hpp>
@@ -28,8 +29,7 @@ struct Parameter {
     /// @throws RuntimeException in this order: "[Parameter] Invalid log_degree"; "[Parameter] Invalid
     ///         chain_length"; "[Parameter] gadget_rank should divide chain_length"; "[Parameter] custom
     ///         parameter with rank > 1 is not supported."
-    Parameter(u64 log_degree, u64 chain_length, u64 gadget_rank, u64 log_bpsize, u64 log_tpsize,
-              u64 log_qpsize, u64 rank);
+    explicit Parameter(const CustomSizes& sizes);
 
     /// Whether the chain has levels above that of fresh ciphertexts. Bootstrapping spends those levels, and
     /// their primes are larger than those of the user's levels.

@@ -1,5 +1,6 @@
 #include <Torvo/Inspect.hpp>
 
+#include "context/ContextRecipe.hpp"
 #include "context/LWEParameter.hpp"
 #include "context/Parameter.hpp"
 #include "crypto/UniformRandomBitGenerator.hpp"
@@ -15,7 +16,6 @@
 #include <Torvo/ParameterPreset.hpp>
 #include <Torvo/RuntimeException.hpp>
 
-#include <array>
 #include <bit>
 #include <complex>
 #include <optional>
@@ -42,7 +42,7 @@ FileContent contextContent(ObjectKind kind, const Parameter& parameter, u64 degr
 
 /// What `make` gives; where it refuses the numbers of a recipe, its words are those of the misfit.
 template <class Make>
-auto parameterOf(const FileWalk& walk, Make&& make) {
+auto made(const FileWalk& walk, Make&& make) {
     try {
         return make();
     } catch (const RuntimeException& refusal) {
@@ -50,36 +50,39 @@ auto parameterOf(const FileWalk& walk, Make&& make) {
     }
 }
 
-template <std::size_t count>
-std::array<u64, count> numbers(FileWalk& walk) {
-    std::array<u64, count> found{};
-    for (u64& number : found) number = walk.number<u64>();
-    return found;
+/// Reads the numbers of a recipe in its own order.
+struct NumberReader {
+    FileWalk& walk;
+    template <class... Numbers>
+    void operator()(Numbers&... numbers) {
+        ((numbers = walk.number<Numbers>()), ...);
+    }
+};
+
+/// The parameter set of a recipe. Of a preset its number alone counts.
+template <class Parameter, class Recipe>
+Parameter parameterOf(FileWalk& walk) {
+    Recipe recipe{};
+    NumberReader read{walk};
+    read(recipe.preset);
+    std::optional<Parameter> parameter;
+    const bool isCustom = recipe.preset == decltype(recipe.preset)::CUSTOM;
+    if (!isCustom) parameter = made(walk, [&] { return Parameter(recipe.preset); });
+    recipe.numbers.serialize(read);
+    if (isCustom) parameter = made(walk, [&] { return Parameter(recipe.numbers.sizes); });
+    return *parameter;
 }
 
-/// Of a preset its number alone counts.
 FileContent context(FileWalk& walk) {
     walk.requireRest(68);
-    const auto preset = walk.number<ParameterPreset>();
-    const bool isCustom = preset == ParameterPreset::CUSTOM;
-    std::optional<Parameter> parameter;
-    if (!isCustom) parameter = parameterOf(walk, [&] { return Parameter(preset); });
-    const auto n = numbers<8>(walk);
-    if (isCustom)
-        parameter = parameterOf(walk, [&] { return Parameter(n[0], n[6], n[2], n[3], n[4], n[5], n[7]); });
-    return contextContent(Kind::Context, *parameter, parameter->degree, parameter->encryption_level);
+    const auto parameter = parameterOf<Parameter, ContextRecipe>(walk);
+    return contextContent(Kind::Context, parameter, parameter.degree, parameter.encryption_level);
 }
 
 FileContent plainContext(FileWalk& walk) {
-    using LWE::Parameter;
     walk.requireRest(36);
-    const auto preset = walk.number<LWE::ParameterPreset>();
-    const bool isCustom = preset == LWE::ParameterPreset::CUSTOM;
-    std::optional<Parameter> parameter;
-    if (!isCustom) parameter = parameterOf(walk, [&] { return Parameter(preset); });
-    const auto n = numbers<4>(walk);
-    if (isCustom) parameter = parameterOf(walk, [&] { return Parameter(n[0], n[3], n[1], n[2]); });
-    return contextContent(Kind::LWEContext, *parameter, parameter->dimension, parameter->numQP);
+    const auto parameter = parameterOf<LWE::Parameter, LWE::ContextRecipe>(walk);
+    return contextContent(Kind::LWEContext, parameter, parameter.dimension, parameter.numQP);
 }
 
 // ---- data

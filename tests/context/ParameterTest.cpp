@@ -63,9 +63,8 @@ void expectSchemeInfo(const SchemeInfo& info) {
     EXPECT_EQ(info.scheme_version, 2);
 }
 
-/// log_degree, chain_length, gadget_rank, log_bpsize, log_tpsize, log_qpsize, rank
 Parameter custom(u64 log_degree, u64 chain_length, u64 gadget_rank, u64 rank = 1) {
-    return Parameter(log_degree, chain_length, gadget_rank, 60, 61, 40, rank);
+    return Parameter(CustomSizes{log_degree, chain_length, 60, 40, 61, gadget_rank, rank});
 }
 
 TEST(Parameter, EveryPresetHasTheNumbersOfItsRow) {
@@ -109,7 +108,7 @@ TEST(Parameter, CustomIsNoPresetAndBeyondTheTableThereIsNone) {
 }
 
 TEST(Parameter, CustomSetFollowsFromItsNumbers) {
-    const Parameter p(15, 12, 3, 61, 60, 50, 1);
+    const Parameter p(CustomSizes{15, 12, 61, 50, 60, 3});
     EXPECT_EQ(p.preset, CUSTOM);
     EXPECT_EQ(p.name, "CUSTOM");
     EXPECT_EQ(flagsOf(p), "");
@@ -140,7 +139,7 @@ TEST(Parameter, CustomWeightIsTwoThirdsOfTheKeyToTheNearest) {
 
 TEST(Parameter, CustomSecurityCountsTheWholeExtendedModulus) {
     const auto level = [](u64 log_tpsize) {
-        return Parameter(15, 2, 2, 400, log_tpsize, 400, 1).security_level;
+        return Parameter(CustomSizes{15, 2, 400, 400, log_tpsize, 2}).security_level;
     };
     EXPECT_EQ(level(81), SecurityLevel::Bits128); // 881 bits
     EXPECT_EQ(level(82), SecurityLevel::None);
@@ -231,7 +230,7 @@ TEST(LWEParameter, CustomIsNoPresetAndBeyondTheTableThereIsNone) {
 }
 
 TEST(LWEParameter, CustomSetFollowsFromItsNumbers) {
-    const LWE::Parameter p(1030, 2, 15, 12);
+    const LWE::Parameter p(LWE::CustomSizes{1030, 2, 15, 12});
     EXPECT_EQ(p.preset, LWE::ParameterPreset::CUSTOM);
     EXPECT_EQ(p.name, "CUSTOM");
     EXPECT_EQ(p.dimension, 1030u);
@@ -243,15 +242,15 @@ TEST(LWEParameter, CustomSetFollowsFromItsNumbers) {
     EXPECT_EQ(p.log_bpsize, 15u);
     EXPECT_EQ(p.log_qpsize, 12u);
     EXPECT_EQ(p.security_level, SecurityLevel::Bits128); // 27 bits, the last of its level at 2^10
-    EXPECT_EQ(LWE::Parameter(1030, 2, 16, 12).security_level, SecurityLevel::None);
-    EXPECT_EQ(LWE::Parameter(1023, 1, 1, 12).security_level, SecurityLevel::None);
+    EXPECT_EQ(LWE::Parameter(LWE::CustomSizes{1030, 2, 16, 12}).security_level, SecurityLevel::None);
+    EXPECT_EQ(LWE::Parameter(LWE::CustomSizes{1023, 1, 1, 12}).security_level, SecurityLevel::None);
     expectSchemeInfo(p.scheme_info);
 }
 
 TEST(LWEParameter, CustomChainHasOneToFiftyPrimes) {
-    EXPECT_NO_THROW(LWE::Parameter(1024, 50, 40, 40));
-    EXPECT_REFUSED(LWE::Parameter(1024, 51, 40, 40), invalidChainLength);
-    EXPECT_REFUSED(LWE::Parameter(1024, 0, 40, 40), invalidChainLength);
+    EXPECT_NO_THROW(LWE::Parameter(LWE::CustomSizes{1024, 50, 40, 40}));
+    EXPECT_REFUSED(LWE::Parameter(LWE::CustomSizes{1024, 51, 40, 40}), invalidChainLength);
+    EXPECT_REFUSED(LWE::Parameter(LWE::CustomSizes{1024, 0, 40, 40}), invalidChainLength);
 }
 
 } // namespace

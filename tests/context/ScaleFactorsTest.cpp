@@ -166,8 +166,9 @@ TEST(ScaleFactors, ScalesOfTheUsersLevelsKeepTheirSize) {
 }
 
 TEST(ScaleFactors, CustomSetFillsTheFirstEntriesOfTheWholeChain) {
-    const Parameter parameter(6, 6, 3, 60, 61, 40, 1);
-    const PrimeModuli primes(6, 6, 60, 40, 61, 3, {});
+    const CustomSizes sizes{6, 6, 60, 40, 61, 3};
+    const Parameter parameter(sizes);
+    const PrimeModuli primes(sizes, {});
     const ScaleFactors factors(parameter, primes);
     std::vector<unsigned long> values;
     for (u64 i = 0; i < primes.size(); ++i) values.push_back(primes.getPrime(i));
@@ -200,8 +201,9 @@ TEST(ScaleFactors, PlainLwePartnerOfFgbTakesItsLowestScale) {
 }
 
 TEST(ScaleFactors, PlainLweCustomSetIsUniformWithoutCorrections) {
-    const LWE::Parameter parameter(64, 3, 60, 40);
-    const PrimeModuli primes(64, 3, 60, 40, {});
+    const LWE::CustomSizes sizes{64, 3, 60, 40};
+    const LWE::Parameter parameter(sizes);
+    const PrimeModuli primes(sizes, {});
     const ScaleFactors factors(parameter, primes);
     ASSERT_EQ(factors.log_scale.size(), 3u);
     EXPECT_NEAR(factors.log_scale[2], logOf(primes.getPrime(2)), stepError);

@@ -182,7 +182,7 @@ TEST(KeyPlaces, OfAPackInOneStreamAreHeldToo) {
 
 /// The ring of the small context with one digit where that has two.
 Context ofOneDigit() {
-    auto content = std::make_shared<ContextContent>(6, 2, 50, 40, 60, 2, 1, std::set<Device>{});
+    auto content = std::make_shared<ContextContent>(CustomSizes{6, 2, 50, 40, 60, 2}, std::set<Device>{});
     content->parameter.gadget_rank = 1;
     return content;
 }

@@ -217,7 +217,7 @@ TEST(LoadedOperands, MayHaveAnyNumberOfPolynomials) {
 
 /// A ring of two ciphertext primes and a temporary one, as one that has `numBase` of the first kind.
 Context ofSplit(u64 numBase) {
-    auto content = std::make_shared<ContextContent>(6, 2, 50, 40, 60, 2, 1, std::set<Device>{});
+    auto content = std::make_shared<ContextContent>(CustomSizes{6, 2, 50, 40, 60, 2}, std::set<Device>{});
     Parameter& parameter = content->parameter;
     parameter.chain_length = numBase;
     parameter.numTP = 3 - numBase;

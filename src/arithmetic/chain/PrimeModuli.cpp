@@ -24,63 +24,46 @@ std::vector<u64> largestPrimes(u64 bits, u64 gap, u64 count) {
     return utils::seekPrimes(u64{1} << bits, gap, count, true);
 }
 
-void requirePrimeSizes(u64 logBasePrime, u64 logQuantizePrime, u64 logTempPrime) {
-    require(logQuantizePrime < 62 && logTempPrime <= 61 && logBasePrime <= 61, message::primeSizeTooBig);
-    require(logBasePrime >= logQuantizePrime, message::basePrimeTooSmall);
-    require(logQuantizePrime >= 36, message::quantizePrimeTooSmall);
+void requirePrimeSizes(u64 log_bpsize, u64 log_qpsize, u64 log_tpsize) {
+    require(log_qpsize < 62 && log_tpsize <= 61 && log_bpsize <= 61, message::primeSizeTooBig);
+    require(log_bpsize >= log_qpsize, message::basePrimeTooSmall);
+    require(log_qpsize >= 36, message::quantizePrimeTooSmall);
 }
 
-/// The sizes of a custom ring's primes.
-struct RingChain {
-    u64 degree;
-    u64 numBase;
-    u64 logBasePrime;
-    u64 logQuantizePrime;
-    u64 logTempPrime;
-    u64 gadgetRank;
-
-    u64 numTemp() const { return numBase / gadgetRank; }
-    void requireValid() const;
-    std::vector<u64> primes() const;
-};
-
-void RingChain::requireValid() const {
-    requirePrimeSizes(logBasePrime, logQuantizePrime, logTempPrime);
-    // Without temporary primes the left side wraps around to logBasePrime - logQuantizePrime.
-    require((numTemp() - 1) * logQuantizePrime + logBasePrime <= numBase * logTempPrime / gadgetRank,
+void requireChain(const CustomSizes& sizes) {
+    requirePrimeSizes(sizes.log_bpsize, sizes.log_qpsize, sizes.log_tpsize);
+    // Without temporary primes the left side wraps around to log_bpsize - log_qpsize.
+    require((sizes.numTP() - 1) * sizes.log_qpsize + sizes.log_bpsize <=
+                sizes.chain_length * sizes.log_tpsize / sizes.gadget_rank,
             message::temporaryPrimesTooSmall);
 }
 
-std::vector<u64> RingChain::primes() const {
-    const u64 gap = 2 * degree;
+std::vector<u64> findChain(const CustomSizes& sizes) {
+    requireChain(sizes);
+    const u64 gap = 2 * sizes.degree(), count = sizes.chain_length, numTP = sizes.numTP();
     std::vector<u64> chain;
-    if (logBasePrime != logQuantizePrime) {
-        chain = largestPrimes(logBasePrime, gap, 1);
-        append(chain, largestPrimes(logQuantizePrime, gap, numBase - 1));
+    if (sizes.log_bpsize != sizes.log_qpsize) {
+        chain = largestPrimes(sizes.log_bpsize, gap, 1);
+        append(chain, largestPrimes(sizes.log_qpsize, gap, count - 1));
         // Temporary primes of the base prime's size must not repeat it: the largest is reserved for the base
         // prime.
-        const auto temporary = largestPrimes(logTempPrime, gap, numTemp() + 1);
+        const auto temporary = largestPrimes(sizes.log_tpsize, gap, numTP + 1);
         chain.insert(chain.end(), temporary.begin() + 1, temporary.end());
-    } else if (logQuantizePrime != logTempPrime) {
-        chain = largestPrimes(logQuantizePrime, gap, numBase);
-        append(chain, largestPrimes(logTempPrime, gap, numTemp()));
+    } else if (sizes.log_qpsize != sizes.log_tpsize) {
+        chain = largestPrimes(sizes.log_qpsize, gap, count);
+        append(chain, largestPrimes(sizes.log_tpsize, gap, numTP));
     } else {
-        chain = largestPrimes(logQuantizePrime, gap, numBase + numTemp());
+        chain = largestPrimes(sizes.log_qpsize, gap, count + numTP);
         std::reverse(chain.begin(), chain.end());
     }
     return chain;
 }
 
-std::vector<u64> findChain(const RingChain& ring) {
-    ring.requireValid();
-    return ring.primes();
-}
-
 /// LWE needs no transform, so its primes need only be odd.
-std::vector<u64> findLWEChain(u64 count, u64 logBasePrime, u64 logQuantizePrime) {
-    requirePrimeSizes(logBasePrime, logQuantizePrime, 0);
-    auto chain = largestPrimes(logBasePrime, 2, 1);
-    append(chain, largestPrimes(logQuantizePrime, 2, count - 1));
+std::vector<u64> findChain(const LWE::CustomSizes& sizes) {
+    requirePrimeSizes(sizes.log_bpsize, sizes.log_qpsize, 0);
+    auto chain = largestPrimes(sizes.log_bpsize, 2, 1);
+    append(chain, largestPrimes(sizes.log_qpsize, 2, sizes.chain_length - 1));
     return chain;
 }
 
@@ -107,21 +90,15 @@ PrimeModuli::PrimeModuli(const std::vector<u64>& chain, u64 degree, Transforms t
     initInvPrimeData();
 }
 
-PrimeModuli::PrimeModuli(unsigned long logDegree, unsigned long numBase, unsigned long logBasePrime,
-                         unsigned long logQuantizePrime, unsigned long logTempPrime, unsigned long gadgetRank,
-                         std::set<Device> devices)
-    : PrimeModuli(
-          findChain({u64{1} << logDegree, numBase, logBasePrime, logQuantizePrime, logTempPrime, gadgetRank}),
-          u64{1} << logDegree, Transforms::With, std::move(devices)) {}
+PrimeModuli::PrimeModuli(const CustomSizes& sizes, std::set<Device> devices)
+    : PrimeModuli(findChain(sizes), sizes.degree(), Transforms::With, std::move(devices)) {}
 
 PrimeModuli::PrimeModuli(const ParameterPreset& preset, unsigned long numPrimes, unsigned long degree,
                          std::set<Device> devices)
     : PrimeModuli(presetChain(preset, numPrimes), degree, Transforms::With, std::move(devices)) {}
 
-PrimeModuli::PrimeModuli(unsigned long degree, unsigned long count, unsigned long logBasePrime,
-                         unsigned long logQuantizePrime, std::set<Device> devices)
-    : PrimeModuli(findLWEChain(count, logBasePrime, logQuantizePrime), degree, Transforms::Without,
-                  std::move(devices)) {}
+PrimeModuli::PrimeModuli(const LWE::CustomSizes& sizes, std::set<Device> devices)
+    : PrimeModuli(findChain(sizes), sizes.dimension, Transforms::Without, std::move(devices)) {}
 
 PrimeModuli::PrimeModuli(const LWE::ParameterPreset& preset, unsigned long numPrimes, unsigned long degree,
                          std::set<Device> devices)

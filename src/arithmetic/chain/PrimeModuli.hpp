@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/CustomSizes.hpp"
 #include "arithmetic/chain/Validators.hpp"
 #include "arithmetic/elements/LevelledElement.hpp"
 #include "arithmetic/elements/LevelledVector.hpp"
@@ -36,16 +37,13 @@ class PrimeModuli {
 public:
     /// Finds the primes of a custom ring.
     /// @throws RuntimeException as `makeContext` of custom numbers
-    PrimeModuli(unsigned long logDegree, unsigned long numBase, unsigned long logBasePrime,
-                unsigned long logQuantizePrime, unsigned long logTempPrime, unsigned long gadgetRank,
-                std::set<Device> devices);
+    PrimeModuli(const CustomSizes& sizes, std::set<Device> devices);
     /// The chain of a preset.
     /// @throws RuntimeException "Custom parameter preset cannot be constructed in this way"
     PrimeModuli(const ParameterPreset& preset, unsigned long numPrimes, unsigned long degree,
                 std::set<Device> devices);
     /// Finds the primes of a custom LWE parameter set; without transforms.
-    PrimeModuli(unsigned long degree, unsigned long count, unsigned long logBasePrime,
-                unsigned long logQuantizePrime, std::set<Device> devices);
+    PrimeModuli(const LWE::CustomSizes& sizes, std::set<Device> devices);
     /// The chain of an LWE preset; without transforms.
     PrimeModuli(const LWE::ParameterPreset& preset, unsigned long numPrimes, unsigned long degree,
                 std::set<Device> devices);

@@ -134,7 +134,7 @@ TEST_F(Embedding, RefusesACountThatDoesNotDivideTheDegree) {
 }
 
 TEST_F(Embedding, RefusesDevicesBeforeCounts) {
-    const PrimeModuli served(6, 4, 50, 40, 51, 2, {pinned});
+    const PrimeModuli served(CustomSizes{6, 4, 50, 40, 51, 2}, {pinned});
     const std::vector<double> values(3);
     Polynomial out(context, false, true);
     out.setData(DeviceSpecificArray<u64>(0, gpu, getDefaultStream()));
@@ -191,7 +191,7 @@ TEST_F(Embedding, CoefficientsOfAnotherCountOrDeviceAreRefused) {
     EXPECT_REFUSED(primes.coefficientsToPolyVector(ints, polys), differentDevices);
     polys.to(secondHost);
     EXPECT_REFUSED(primes.coefficientsToPolyVector(ints, polys), notServed);
-    const PrimeModuli served(6, 4, 50, 40, 51, 2, {pinned});
+    const PrimeModuli served(CustomSizes{6, 4, 50, 40, 51, 2}, {pinned});
     polys.allocate(pinned);
     ints = DeviceSpecificArray<int>(2 * ring.degree, pinned, getDefaultStream());
     EXPECT_REFUSED(served.coefficientsToPolyVector(ints, polys),

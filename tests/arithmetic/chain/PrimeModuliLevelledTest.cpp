@@ -40,7 +40,7 @@ Words wordsOf(const DeviceSpecificArray<u64>& data) {
 /// Operations on the primes of LWE, which have no transform.
 class LevelledOperations : public testing::Test {
 protected:
-    const PrimeModuli primes{dimension, 4, 50, 40, {pinned}};
+    const PrimeModuli primes{LWE::CustomSizes{dimension, 4, 50, 40}, {pinned}};
     const Context context = makeContext(6, 4, 50, 40, 51, 2, {});
     Seeded random{51};
 
@@ -140,7 +140,7 @@ TEST_F(LevelledOperations, OnOneVectorRefuseDevicesWithoutBackend) {
 
 // Vectors without entries need no memory, so that they can be on a GPU.
 TEST_F(LevelledOperations, NameTheirFormForTheGPUOnOne) {
-    const PrimeModuli served(dimension, 4, 50, 40, {gpu});
+    const PrimeModuli served(LWE::CustomSizes{dimension, 4, 50, 40}, {gpu});
     LevelledVector v(0, 2), out(0, 2);
     LevelledElement e = element(2);
     v.allocate(gpu);

@@ -52,7 +52,7 @@ std::vector<u64> largestPrimes(u64 bits, u64 gap, u64 count) {
 }
 
 TEST(CustomPrimeModuli, OfOneSizeHaveTheLargestPrimeLast) {
-    const PrimeModuli primes(15, 10, 50, 50, 50, 2, {});
+    const PrimeModuli primes(CustomSizes{15, 10, 50, 50, 50, 2}, {});
     auto expected = largestPrimes(50, u64{2} << 15, 15);
     std::reverse(expected.begin(), expected.end());
     EXPECT_EQ(chainOf(primes), expected);
@@ -60,7 +60,7 @@ TEST(CustomPrimeModuli, OfOneSizeHaveTheLargestPrimeLast) {
 }
 
 TEST(CustomPrimeModuli, WithLargerTemporaryPrimesDescendInBothParts) {
-    const PrimeModuli primes(10, 10, 50, 50, 55, 2, {});
+    const PrimeModuli primes(CustomSizes{10, 10, 50, 50, 55, 2}, {});
     const auto chain = chainOf(primes);
     ASSERT_EQ(chain.size(), 15u);
     EXPECT_EQ(part(chain, 0, 10), largestPrimes(50, 2048, 10));
@@ -69,7 +69,7 @@ TEST(CustomPrimeModuli, WithLargerTemporaryPrimesDescendInBothParts) {
 
 TEST(CustomPrimeModuli, WithALargerBasePrimeSkipTheLargestTemporaryPrime) {
     for (const u64 logTemporary : {60, 59}) {
-        const PrimeModuli primes(10, 6, 60, 45, logTemporary, 3, {});
+        const PrimeModuli primes(CustomSizes{10, 6, 60, 45, logTemporary, 3}, {});
         const auto chain = chainOf(primes);
         ASSERT_EQ(chain.size(), 8u);
         EXPECT_EQ(part(chain, 0, 1), largestPrimes(60, 2048, 1));
@@ -79,14 +79,14 @@ TEST(CustomPrimeModuli, WithALargerBasePrimeSkipTheLargestTemporaryPrime) {
 }
 
 TEST(CustomPrimeModuli, HaveNoTemporaryPrimeWhenTheGadgetRankExceedsTheChain) {
-    const PrimeModuli primes(6, 2, 50, 40, 55, 3, {});
+    const PrimeModuli primes(CustomSizes{6, 2, 50, 40, 55, 3}, {});
     EXPECT_EQ(chainOf(primes),
               (std::vector<u64>{largestPrimes(50, 128, 1)[0], largestPrimes(40, 128, 1)[0]}));
 }
 
 TEST(CustomPrimeModuli, TellTheFirstRuleThatTheSizesBreak) {
     const auto make = [](u64 logBase, u64 logQuantize, u64 logTemporary) {
-        PrimeModuli(6, 4, logBase, logQuantize, logTemporary, 2, {});
+        PrimeModuli(CustomSizes{6, 4, logBase, logQuantize, logTemporary, 2}, {});
     };
     EXPECT_REFUSED(make(61, 62, 10), tooBig);
     EXPECT_REFUSED(make(20, 30, 62), tooBig);
@@ -101,7 +101,7 @@ TEST(CustomPrimeModuli, TellTheFirstRuleThatTheSizesBreak) {
 }
 
 TEST(CustomPrimeModuli, NeedADegreeThatTheTransformTakes) {
-    EXPECT_REFUSED(PrimeModuli(5, 2, 50, 50, 50, 1, {}), "[NTT] degree should be >= 64.");
+    EXPECT_REFUSED(PrimeModuli(CustomSizes{5, 2, 50, 50, 50, 1}, {}), "[NTT] degree should be >= 64.");
 }
 
 TEST(PresetPrimeModuli, AreTheListOfThePreset) {
@@ -136,7 +136,7 @@ TEST(LWEPrimeModuli, OfAPresetAreItsListWithoutTransformsAndTables) {
 }
 
 TEST(LWEPrimeModuli, OfCustomSizesAreTheLargestOddPrimes) {
-    const PrimeModuli primes(100, 4, 50, 40, {});
+    const PrimeModuli primes(LWE::CustomSizes{100, 4, 50, 40}, {});
     auto expected = largestPrimes(50, 2, 1);
     for (const u64 prime : largestPrimes(40, 2, 3)) expected.push_back(prime);
     EXPECT_EQ(chainOf(primes), expected);
@@ -144,14 +144,14 @@ TEST(LWEPrimeModuli, OfCustomSizesAreTheLargestOddPrimes) {
 }
 
 TEST(LWEPrimeModuli, TellTheFirstRuleThatTheSizesBreak) {
-    EXPECT_REFUSED(PrimeModuli(100, 4, 61, 62, {}), tooBig);
-    EXPECT_REFUSED(PrimeModuli(100, 4, 62, 30, {}), tooBig);
-    EXPECT_REFUSED(PrimeModuli(100, 4, 34, 35, {}), baseTooSmall);
-    EXPECT_REFUSED(PrimeModuli(100, 4, 50, 35, {}), quantizeTooSmall);
+    EXPECT_REFUSED(PrimeModuli(LWE::CustomSizes{100, 4, 61, 62}, {}), tooBig);
+    EXPECT_REFUSED(PrimeModuli(LWE::CustomSizes{100, 4, 62, 30}, {}), tooBig);
+    EXPECT_REFUSED(PrimeModuli(LWE::CustomSizes{100, 4, 34, 35}, {}), baseTooSmall);
+    EXPECT_REFUSED(PrimeModuli(LWE::CustomSizes{100, 4, 50, 35}, {}), quantizeTooSmall);
 }
 
 TEST(PrimeModuliTables, HoldTheValueOfTheImaginaryUnitAtBothHalves) {
-    const PrimeModuli primes(6, 3, 61, 50, 61, 1, {});
+    const PrimeModuli primes(CustomSizes{6, 3, 61, 50, 61, 1}, {});
     const auto& coefficients = primes.getICoefficients();
     ASSERT_EQ(coefficients.size(), 2 * primes.size());
     for (u64 i = 0; i < primes.size(); ++i) {
@@ -168,7 +168,7 @@ TEST(PrimeModuliTables, HoldTheValueOfTheImaginaryUnitAtBothHalves) {
 }
 
 TEST(PrimeModuliTables, HoldTheInverseOfEachPrimeModuloTheLowerOnes) {
-    const PrimeModuli primes(6, 6, 61, 45, 61, 2, {});
+    const PrimeModuli primes(CustomSizes{6, 6, 61, 45, 61, 2}, {});
     const auto& inverses = primes.getInvPrimeData(Device{});
     const u64 count = primes.size();
     ASSERT_EQ(inverses.size(), count * count);
@@ -182,7 +182,7 @@ TEST(PrimeModuliTables, HoldTheInverseOfEachPrimeModuloTheLowerOnes) {
 
 TEST(PrimeModuliDevices, AreCheckedAtUse) {
     const Device gpu{DeviceType::GPU, 0};
-    PrimeModuli primes(6, 2, 50, 50, 50, 1, {gpu});
+    PrimeModuli primes(CustomSizes{6, 2, 50, 50, 50, 1}, {gpu});
     struct OnDevice {
         Device device;
         Device getDevice() const { return device; }
