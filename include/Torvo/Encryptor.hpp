@@ -38,7 +38,7 @@ public:
     ///         than or equal to the level"
     void encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciphertext& out) const;
     void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
-                 int rescaleCounter) const;
+                 int rescale_counter) const;
     void encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out) const;
 
     /// @throws RuntimeException in this order: "[encrypt] Level of an input Plaintext cannot be greater than
@@ -49,7 +49,7 @@ public:
     void encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
     template <EncryptionType E>
     void encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out,
-                 unsigned long level, int rescaleCounter) const;
+                 unsigned long level, int rescale_counter) const;
     template <EncryptionType E>
     void encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out) const;
 
@@ -58,7 +58,7 @@ public:
     ///         "[encode] The message size should be a power of two", then as encoding and encryption do
     template <EncryptionType E>
     void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
-                 CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const;
+                 CiphertextBase<E>& out, unsigned long level, int rescale_counter) const;
     template <EncryptionType E>
     void encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
                  CiphertextBase<E>& out) const;
@@ -68,7 +68,7 @@ public:
     /// @throws RuntimeException as `encrypt` under a secret key does
     CompactCiphertext encryptCompact(const Plaintext& plaintext, const SecretKey& secretKey) const;
     CompactCiphertext encryptCompact(const Message& message, const SecretKey& secretKey, unsigned long level,
-                                     int rescaleCounter) const;
+                                     int rescale_counter) const;
     CompactCiphertext encryptCompact(const Message& message, const SecretKey& secretKey) const;
 
 private:

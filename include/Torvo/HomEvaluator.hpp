@@ -104,12 +104,12 @@ public:
     void multInteger(const Plaintext& in, long n, Plaintext& out) const;
     /// Divides by the top prime: one owed rescale is paid, and the level falls by one.
     /// @throws RuntimeException "[rescale] Rescale Counter of the Plaintext is zero or less"
-    void rescale(Plaintext& inOut) const;
+    void rescale(Plaintext& in_out) const;
     /// Multiplies by the prime of the next level: one rescale more is owed, and the level rises by one.
     /// @throws RuntimeException
     ///   "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum
     ///   level"
-    void inverseRescale(Plaintext& inOut) const;
+    void inverseRescale(Plaintext& in_out) const;
     /// Decodes and encodes again at `targetLevel`.
     /// @throws RuntimeException "[relevel] target_level too big"
     void relevel(const Plaintext& in, unsigned long targetLevel, Plaintext& out) const;
@@ -183,12 +183,12 @@ public:
     /// Divides by the top prime: one owed rescale is paid, and the level falls by one.
     /// @throws RuntimeException "[rescale] Rescale Counter of the Ciphertext is zero or less"
     template <EncryptionType E>
-    void rescale(CiphertextBase<E>& inOut) const;
+    void rescale(CiphertextBase<E>& in_out) const;
     /// Multiplies by the prime of the next level: one rescale more is owed, and the level rises by one.
     /// @throws RuntimeException
     ///   "[inverseRescale] Cannot inverseRescale when the level is greater than or equal to the maximum
     ///   level"
-    void inverseRescale(Ciphertext& inOut) const;
+    void inverseRescale(Ciphertext& in_out) const;
 
     /// Brings a ciphertext to `targetLevel`, at the cost of one multiplication by a constant.
     /// @throws RuntimeException "[level down] target level is greater than level of Ciphertext."

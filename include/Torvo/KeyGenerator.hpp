@@ -38,8 +38,8 @@ public:
     /// @throws RuntimeException in this order: as above; "[KeyGenerator] context does not support sparse
     ///         secret encapsulation"; "[KeyGenerator] parameter of context and context_sparse does not
     ///         match"; for a pack of another ring the text of the form without a second context
-    KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey);
-    KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey,
+    KeyGenerator(const Context& context, const Context& context_sparse, const SecretKey& secretKey);
+    KeyGenerator(const Context& context, const Context& context_sparse, const SecretKey& secretKey,
                  const KeyPack& keyPack);
 
     /// The key for `Encryptor::encrypt` with a pack; replaces the one held.
@@ -60,12 +60,12 @@ public:
     /// held already or the reduced index is 0.
     void genRotKeyIfNotExist(long index) const;
 
-    /// The rotation keys for bootstrapping messages of 2^logSlots slots, unless they are held already.
+    /// The rotation keys for bootstrapping messages of 2^log_slots slots, unless they are held already.
     /// @param compact  false: a key for each index of the plan; true: the few keys that sequential rotations
     ///                 need. Pass the same value to `Bootstrapper` as `sequential_rotations`
     /// @throws RuntimeException "The parameter dose not support bootstrap."; "log_slots should not
     ///         exceed " and log2 of the number of slots
-    void genRotKeysForBootstrap(unsigned long logSlots, bool compact = false) const;
+    void genRotKeysForBootstrap(unsigned long log_slots, bool compact = false) const;
     /// The keys between the secret and a new sparse secret, which is discarded, for bootstrapping with sparse
     /// secret encapsulation; replaces those held.
     /// @throws RuntimeException "Key Generator is not constructed for the parameter supporting sparse secret
@@ -119,7 +119,7 @@ public:
 
 private:
     Context context_;
-    Context contextSparse_;
+    Context context_sparse_;
     KeyPack keyPack_;
     std::shared_ptr<RingKeyGenerator> impl_;
 };

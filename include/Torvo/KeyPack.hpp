@@ -35,8 +35,8 @@ public:
     /// With a second context for sparse secret encapsulation.
     /// @throws RuntimeException "[KeyPack] context does not support sparse secret encapsulation", then
     ///         "[KeyPack] parameter of context and context_sparse does not match"
-    KeyPack(const Context& context, const Context& contextSparse);
-    KeyPack(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
+    KeyPack(const Context& context, const Context& context_sparse);
+    KeyPack(const Context& context, const Context& context_sparse, const std::string& keyDirPath);
 
     /// Read the key from the directory unless it is in memory. A file that is missing or cannot be opened is
     /// not an error; in a pack without a second context the encapsulation key counts as missing. The key in a
@@ -133,7 +133,7 @@ private:
     unsigned long rightIndex(unsigned long index) const;
 
     std::shared_ptr<KeyPackImpl> impl_;
-    unsigned long numSlots_;
+    unsigned long num_slots_;
 };
 
 } // namespace Torvo

@@ -54,12 +54,13 @@ public:
     /// Divides by the top prime and drops it.
     /// @throws RuntimeException "The level of the operand is zero"; "[rescale] Rescale Counter of the
     ///         Ciphertext is zero or less"
-    void rescale(Ciphertext& ct) const;
+    void rescale(Ciphertext& in_out) const;
 
-    /// The same number at a lower level, at that level's scale. If `target` equals the level, `in` is copied.
+    /// The same number at a lower level, at that level's scale. If `targetLevel` equals the level, `in` is
+    /// copied.
     /// @throws RuntimeException "[level down] target level is greater than level of Ciphertext."; "The
     ///         Operand should have rescale counter zero"
-    void levelDown(const Ciphertext& in, unsigned long target, Ciphertext& out) const;
+    void levelDown(const Ciphertext& in, unsigned long targetLevel, Ciphertext& out) const;
     /// The same number one level lower.
     /// @throws RuntimeException "The level of the operand is zero"; "The Operand should have rescale counter
     ///         zero"

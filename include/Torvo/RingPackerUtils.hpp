@@ -18,10 +18,10 @@ TORVO_API unsigned long getNumCiphertextsToModPack(const LWE::Context& from, con
 /// How many plain LWE ciphertexts `RingPacker::unPack` makes: degree(context).
 TORVO_API unsigned long getNumCiphertextsAfterUnPack(const Context& context);
 
-/// The plain LWE secret of the ciphertexts of `RingPacker::unPack`: the coefficients of `secret_key`.
+/// The plain LWE secret of the ciphertexts of `RingPacker::unPack`: the coefficients of `secretKey`.
 /// @throws RuntimeException "Operands have different dimensions." when its degree is not the dimension of
 ///         `lwe_context`
 TORVO_API LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context,
-                                                    const SecretKey& secret_key);
+                                                    const SecretKey& secretKey);
 
 } // namespace Torvo

@@ -12,18 +12,18 @@ namespace Torvo {
 
 namespace {
 
-/// The settings of one preset, see `BootParameter`; `cosineFrequency` is R = 2 K / 2^double_angle_count.
+/// The settings of one preset, see `BootParameter`; `cosine_frequency` is R = 2 K / 2^double_angle_count.
 struct Settings {
-    u64 preRaiseFactor;
-    u64 postRaiseFactor;
-    double rangeBound;
-    Rational cosineFrequency;
-    u64 logCosineBlocks;
-    u64 doubleAngleCount;
-    u64 arcsineDegree;
-    bool separateNormalization;
-    u64 extendedHighShift;
-    u64 extendedLowShift;
+    u64 pre_raise_factor;
+    u64 post_raise_factor;
+    double range_bound;
+    Rational cosine_frequency;
+    u64 log_cosine_blocks;
+    u64 double_angle_count;
+    u64 arcsine_degree;
+    bool separate_normalization;
+    u64 extended_high_shift;
+    u64 extended_low_shift;
 };
 
 constexpr Settings settingsOfFGb{8, 1, 28.0, {7, 1}, 3, 3, 1, false, 20, 2};
@@ -96,16 +96,16 @@ BootParameter::BootParameter(const Context& context) {
     const Parameter& parameter = context->parameter;
     if (!parameter.has_bootstrap) return;
     const Settings& settings = settingsOfPresets.at(parameter.preset);
-    pre_raise_factor = settings.preRaiseFactor;
-    post_raise_factor = settings.postRaiseFactor;
-    range_bound = settings.rangeBound;
-    separate_normalization = settings.separateNormalization;
-    log_cosine_blocks = settings.logCosineBlocks;
-    double_angle_count = settings.doubleAngleCount;
-    arcsine_degree = settings.arcsineDegree;
-    extended_high_shift = settings.extendedHighShift;
-    extended_low_shift = settings.extendedLowShift;
-    cosine_coefficients = getCosineCoeff(settings.cosineFrequency, u64{4} << log_cosine_blocks);
+    pre_raise_factor = settings.pre_raise_factor;
+    post_raise_factor = settings.post_raise_factor;
+    range_bound = settings.range_bound;
+    separate_normalization = settings.separate_normalization;
+    log_cosine_blocks = settings.log_cosine_blocks;
+    double_angle_count = settings.double_angle_count;
+    arcsine_degree = settings.arcsine_degree;
+    extended_high_shift = settings.extended_high_shift;
+    extended_low_shift = settings.extended_low_shift;
+    cosine_coefficients = getCosineCoeff(settings.cosine_frequency, u64{4} << log_cosine_blocks);
     setTransformConstants(*context);
 }
 

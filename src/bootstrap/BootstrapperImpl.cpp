@@ -129,7 +129,7 @@ void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext&
 void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
     utils::throwIfCoeff(in);
     checkExtendedBootstrappable(in);
-    const u64 logSlots = in.getLogSlots();
+    const u64 log_slots = in.getLogSlots();
     // The coarse pass, on a message so small that the sine is almost linear.
     Ciphertext coarse = unsetCiphertext(context_), residual = unsetCiphertext(context_);
     evaluator_->mult(in, std::pow(2.0, -static_cast<double>(parameter_.extended_high_shift)), coarse);
@@ -141,14 +141,14 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, 
     residual.setLogSlots(getLogFullSlots(context_)); // so that nothing is folded
     bootstrapOnce(residual, residual, true,
                   std::pow(2.0, -static_cast<double>(parameter_.extended_low_shift)));
-    residual.setLogSlots(logSlots);
+    residual.setLogSlots(log_slots);
     evaluator_->add(coarse, residual, out);
 }
 
 void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out_real,
                                          Ciphertext& out_imag) const {
     checkExtendedBootstrappable(in);
-    const u64 logSlots = in.getLogSlots();
+    const u64 log_slots = in.getLogSlots();
     const auto high = static_cast<double>(parameter_.extended_high_shift);
     const auto low = static_cast<double>(parameter_.extended_low_shift);
     Ciphertext real = unsetCiphertext(context_), imag = unsetCiphertext(context_),
@@ -167,8 +167,8 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out_r
     evaluator_->multInteger(residual, 1L << parameter_.extended_low_shift, residual);
     residual.setLogSlots(getLogFullSlots(context_));
     bootstrapTwoOutput(residual, out_real, out_imag, std::pow(2.0, -low));
-    out_real.setLogSlots(logSlots);
-    out_imag.setLogSlots(logSlots);
+    out_real.setLogSlots(log_slots);
+    out_imag.setLogSlots(log_slots);
     evaluator_->add(real, out_real, out_real);
     evaluator_->add(imag, out_imag, out_imag);
 }
@@ -212,17 +212,17 @@ void BootstrapperImpl::bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_
 }
 
 Ciphertext BootstrapperImpl::bootstrapExceptRemoveI(const Ciphertext& in) const {
-    const u64 logSlots = in.getLogSlots();
-    loadBootConstants(logSlots, in.getDevice());
+    const u64 log_slots = in.getLogSlots();
+    loadBootConstants(log_slots, in.getDevice());
     Ciphertext t = takeDown(in);
     finish(Step::DownAndSlotToCoeff);
     raiseModulus(t);
     finish(Step::Raise);
-    fold(t, logSlots);
+    fold(t, log_slots);
     finish(Step::Fold);
     evaluator_->multInteger(t, static_cast<long>(parameter_.post_raise_factor), t);
     coeffToSlot(t, t);
-    t.setLogSlots(logSlots);
+    t.setLogSlots(log_slots);
     finish(Step::CoeffToSlot);
     return t;
 }

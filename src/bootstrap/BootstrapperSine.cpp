@@ -191,11 +191,11 @@ Ciphertext lastBlock(const Calculator& calc, const LowPowers& t, const double* c
 } // namespace
 
 void BootstrapperImpl::removeI(const Ciphertext& in, Ciphertext& out, double factor) const {
-    const std::vector<double>& logScale = context_->scale_factors.log_scale;
+    const std::vector<double>& log_scale = context_->scale_factors.log_scale;
     const double q0 = primeZero();
     Ciphertext t = in;
     if (parameter_.separate_normalization) {
-        const double topScale = std::pow(2.0, logScale[context_->parameter.chain_length - 1]);
+        const double topScale = std::pow(2.0, log_scale[context_->parameter.chain_length - 1]);
         const double u =
             topScale / q0 / (2 * parameter_.range_bound * static_cast<double>(parameter_.post_raise_factor));
         evaluator_->multWithoutRescale(t, std::complex<double>(u, 0.0), t);
@@ -203,11 +203,11 @@ void BootstrapperImpl::removeI(const Ciphertext& in, Ciphertext& out, double fac
     }
     // A quarter of a period turns the cosine into the sine.
     evaluator_->sub(t, std::complex<double>(0.25 / parameter_.range_bound, 0.0), t);
-    double e = -logScale[0];
+    double e = -log_scale[0];
     if (context_->parameter.hasLevelsAboveEncryption())
         e = static_cast<double>(
                 context_->scale_factors.level_correction[context_->parameter.encryption_level + 1]) -
-            logScale[0];
+            log_scale[0];
     const double f =
         std::pow(2.0, e) * q0 / static_cast<double>(parameter_.pre_raise_factor) * factor / twoPi;
     cosineApprox(t, out, f);

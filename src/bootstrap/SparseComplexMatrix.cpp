@@ -10,7 +10,7 @@
 namespace Torvo {
 
 SparseComplexMatrix::SparseComplexMatrix(u64 rows, u64 cols, u64 nonzeros_per_row, u64 nonzeros_per_col)
-    : rows_(rows), cols_(cols), nonzerosPerRow_(nonzeros_per_row), nonzerosPerCol_(nonzeros_per_col) {
+    : rows_(rows), cols_(cols), nonzeros_per_row_(nonzeros_per_row), nonzeros_per_col_(nonzeros_per_col) {
     allocateFor(cols, nonzeros_per_col);
 }
 
@@ -22,28 +22,28 @@ void SparseComplexMatrix::allocateFor(u64 cols, u64 nonzeros) {
 }
 
 u64 SparseComplexMatrix::findSlot(u64 row, u64 col) const {
-    u64 slot = col * nonzerosPerCol_;
-    const u64 end = slot + nonzerosPerCol_;
+    u64 slot = col * nonzeros_per_col_;
+    const u64 end = slot + nonzeros_per_col_;
     while (slot != end && rowIndices_[slot] != row && rowIndices_[slot] != freeSlot) ++slot;
     return slot;
 }
 
 std::complex<double> SparseComplexMatrix::coeff(u64 row, u64 col) const {
     const u64 slot = findSlot(row, col);
-    return slot != (col + 1) * nonzerosPerCol_ && rowIndices_[slot] == row ? values_[slot] : 0.0;
+    return slot != (col + 1) * nonzeros_per_col_ && rowIndices_[slot] == row ? values_[slot] : 0.0;
 }
 
 std::complex<double>& SparseComplexMatrix::coeffRef(u64 row, u64 col) {
     const u64 slot = findSlot(row, col);
-    require(slot != (col + 1) * nonzerosPerCol_, message::columnIsFull);
+    require(slot != (col + 1) * nonzeros_per_col_, message::columnIsFull);
     rowIndices_[slot] = row;
     return values_[slot];
 }
 
 SparseComplexMatrix SparseComplexMatrix::operator*(const SparseComplexMatrix& other) const {
     require(cols_ == other.rows_, message::matrixSizesDiffer);
-    SparseComplexMatrix product(rows_, other.cols_, nonzerosPerRow_ * other.nonzerosPerRow_,
-                                nonzerosPerCol_ * other.nonzerosPerCol_);
+    SparseComplexMatrix product(rows_, other.cols_, nonzeros_per_row_ * other.nonzeros_per_row_,
+                                nonzeros_per_col_ * other.nonzeros_per_col_);
     for (auto right = other.begin(); right != other.end(); ++right) {
         if (right.isFree()) continue;
         for (auto left = getColBegin(right.row()); left != getColEnd(right.row()); ++left)
@@ -66,8 +66,8 @@ void SparseComplexMatrix::conjugateTranspose() {
     for (auto it = begin(); it != end(); ++it)
         if (!it.isFree()) elements.push_back({std::conj(it.value()), it.col(), it.row()});
     std::swap(rows_, cols_);
-    std::swap(nonzerosPerRow_, nonzerosPerCol_);
-    allocateFor(cols_, nonzerosPerCol_);
+    std::swap(nonzeros_per_row_, nonzeros_per_col_);
+    allocateFor(cols_, nonzeros_per_col_);
     for (const Element& element : elements) coeffRef(element.row, element.col) = element.value;
 }
 

@@ -18,8 +18,8 @@ public:
 
     u64 getRows() const { return rows_; }
     u64 getCols() const { return cols_; }
-    u64 getNonzerosPerRow() const { return nonzerosPerRow_; }
-    u64 getNonzerosPerCol() const { return nonzerosPerCol_; }
+    u64 getNonzerosPerRow() const { return nonzeros_per_row_; }
+    u64 getNonzerosPerCol() const { return nonzeros_per_col_; }
 
     /// The element, 0 when it is not stored.
     std::complex<double> coeff(u64 row, u64 col) const;
@@ -40,12 +40,12 @@ public:
     /// A position in the storage slots, free ones included.
     class Iterator {
     public:
-        Iterator(u64 position, u64 nonzerosPerCol, const std::complex<double>* values,
+        Iterator(u64 position, u64 nonzeros_per_col, const std::complex<double>* values,
                  const unsigned long* rows)
-            : position_(position), nonzerosPerCol_(nonzerosPerCol), values_(values), rows_(rows) {}
+            : position_(position), nonzeros_per_col_(nonzeros_per_col), values_(values), rows_(rows) {}
 
         u64 row() const { return rows_[position_]; }
-        u64 col() const { return position_ / nonzerosPerCol_; }
+        u64 col() const { return position_ / nonzeros_per_col_; }
         std::complex<double> value() const { return values_[position_]; }
         bool isFree() const { return row() == freeSlot; }
         Iterator& operator++() {
@@ -56,19 +56,19 @@ public:
 
     private:
         u64 position_;
-        u64 nonzerosPerCol_;
+        u64 nonzeros_per_col_;
         const std::complex<double>* values_;
         const unsigned long* rows_;
     };
 
     Iterator begin() const { return at(0); }
     Iterator end() const { return getColEnd(cols_ - 1); }
-    Iterator getColBegin(u64 col) const { return at(col * nonzerosPerCol_); }
-    Iterator getColEnd(u64 col) const { return at((col + 1) * nonzerosPerCol_); }
+    Iterator getColBegin(u64 col) const { return at(col * nonzeros_per_col_); }
+    Iterator getColEnd(u64 col) const { return at((col + 1) * nonzeros_per_col_); }
 
 private:
     Iterator at(u64 position) const {
-        return {position, nonzerosPerCol_, values_.getData(), rowIndices_.getData()};
+        return {position, nonzeros_per_col_, values_.getData(), rowIndices_.getData()};
     }
     /// The slot of column `col` that holds `row`, or else the column's first free one; past its end if the
     /// column is full.
@@ -76,8 +76,8 @@ private:
 
     u64 rows_;
     u64 cols_;
-    u64 nonzerosPerRow_;
-    u64 nonzerosPerCol_;
+    u64 nonzeros_per_row_;
+    u64 nonzeros_per_col_;
     DeviceSpecificArray<std::complex<double>> values_;
     DeviceSpecificArray<unsigned long> rowIndices_;
 };

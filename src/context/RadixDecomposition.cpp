@@ -9,8 +9,8 @@
 
 namespace Torvo {
 
-RadixDecomposition::RadixDecomposition(unsigned long logSlots) {
-    const u64 n = logSlots;
+RadixDecomposition::RadixDecomposition(unsigned long log_slots) {
+    const u64 n = log_slots;
     if (n == 0) return;
     if (n <= 4) {
         numStages = 1;

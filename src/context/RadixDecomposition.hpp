@@ -10,11 +10,11 @@
 
 namespace Torvo {
 
-/// The plan of a DFT of 2^logSlots points as up to three radix stages, each a matrix of few diagonals that is
-/// applied by baby steps and giant steps.
+/// The plan of a DFT of 2^log_slots points as up to three radix stages, each a matrix of few diagonals that
+/// is applied by baby steps and giant steps.
 class RadixDecomposition {
 public:
-    explicit RadixDecomposition(unsigned long logSlots);
+    explicit RadixDecomposition(unsigned long log_slots);
 
     /// 0, step, 2 * step, ..., babySteps[stage] of them.
     std::vector<long> getRotIndicesForBabyStep(u64 stage) const;

@@ -33,14 +33,14 @@ std::vector<double> uniformScales(const std::vector<double>& logs) {
     return scales;
 }
 
-/// For chains with small primes on the user's levels, up to `encryptionLevel`, and large ones above, on the
+/// For chains with small primes on the user's levels, up to `encryption_level`, and large ones above, on the
 /// levels that bootstrapping spends. The prime of a level may differ by a few bits from the intended size of
 /// its part of the chain. That difference d is the (negated) correction of the level, so that all scales of a
-/// part have one size. The step between the parts is at the first level above `encryptionLevel`.
-void setTwoSizeScales(ScaleFactors& factors, const std::vector<double>& logs, u64 encryptionLevel) {
+/// part have one size. The step between the parts is at the first level above `encryption_level`.
+void setTwoSizeScales(ScaleFactors& factors, const std::vector<double>& logs, u64 encryption_level) {
     const auto bits = [&](u64 i) { return static_cast<std::int64_t>(std::round(logs[i])); };
-    const u64 top = logs.size() - 1, firstHigh = encryptionLevel + 1;
-    const std::int64_t high = bits(firstHigh), low = bits(encryptionLevel);
+    const u64 top = logs.size() - 1, firstHigh = encryption_level + 1;
+    const std::int64_t high = bits(firstHigh), low = bits(encryption_level);
     auto& scales = factors.log_scale;
     scales[top] = static_cast<double>(high - bits(0)) + logs[0];
     for (u64 i = top; i > 0; --i) {

@@ -59,13 +59,13 @@ void CiphertextImpl<E>::setRescaleCounter(int r) {
 
 template <EncryptionType E>
 void CiphertextImpl<E>::save(OutputArchive& archive) const {
-    saveHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Ciphertext);
+    saveHashAndTag(archive, ringOf(context).context_hash, ObjectTag::Ciphertext);
     archive(log_slots, rescale_counter.getValue(), encoding_type, polys);
 }
 
 template <EncryptionType E>
 void CiphertextImpl<E>::load(InputArchive& archive) {
-    verifyHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Ciphertext);
+    verifyHashAndTag(archive, ringOf(context).context_hash, ObjectTag::Ciphertext);
     int counter = 0;
     archive(log_slots, counter, encoding_type);
     verify(counter >= 0);

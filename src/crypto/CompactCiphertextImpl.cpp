@@ -44,13 +44,13 @@ Ciphertext CompactCiphertextImpl::expand() const {
 
 void CompactCiphertextImpl::save(OutputArchive& archive) const {
     require(germ.has_value(), message::compactCiphertextEmpty);
-    saveHashAndTag(archive, ringOf(context).contextHash, ObjectTag::CompactCiphertext);
+    saveHashAndTag(archive, ringOf(context).context_hash, ObjectTag::CompactCiphertext);
     archive(log_slots, rescale_counter.getValue(), germ->getWords(), b);
 }
 
 void CompactCiphertextImpl::load(InputArchive& archive) {
     const Ring ring = ringOf(context);
-    verifyHashAndTag(archive, ring.contextHash, ObjectTag::CompactCiphertext);
+    verifyHashAndTag(archive, ring.context_hash, ObjectTag::CompactCiphertext);
     CompactCiphertextImpl loaded(context);
     int counter = 0;
     std::array<u64, 128> words{};

@@ -35,8 +35,9 @@ void requireEncryptionLevel(const Context& context, const Plaintext& plaintext, 
 
 /// What is to be encrypted under a secret key; `numbers` are a message or coefficients.
 template <class Numbers>
-Plaintext encodedForSecretKey(const Context& context, const Numbers& numbers, u64 level, int rescaleCounter) {
-    Encoding encoding(context, numbers, level, rescaleCounter);
+Plaintext encodedForSecretKey(const Context& context, const Numbers& numbers, u64 level,
+                              int rescale_counter) {
+    Encoding encoding(context, numbers, level, rescale_counter);
     requireEncryptionLevel(context, encoding.shape(), message::aboveEncryptionLevelUnderSecretKey);
     return std::move(encoding).take();
 }
@@ -155,9 +156,9 @@ void Encryptor::encrypt(const Plaintext& plaintext, const KeyPack& keyPack, Ciph
 }
 
 void Encryptor::encrypt(const Message& message, const KeyPack& keyPack, Ciphertext& out, unsigned long level,
-                        int rescaleCounter) const {
+                        int rescale_counter) const {
     require(message.getDevice() == loadedKey(keyPack)->getDevice(), message::operandsOnDifferentDevices);
-    Encoding encoding(context_, message, level, rescaleCounter);
+    Encoding encoding(context_, message, level, rescale_counter);
     requireEncryptionLevel(context_, encoding.shape(), message::aboveEncryptionLevelUnderPublicKey);
     encrypt(std::move(encoding).take(), keyPack, out);
 }
@@ -174,8 +175,8 @@ void Encryptor::encrypt(const Plaintext& plaintext, const SecretKeyBase<E>& secr
 
 template <EncryptionType E>
 void Encryptor::encrypt(const Message& message, const SecretKeyBase<E>& secretKey, CiphertextBase<E>& out,
-                        unsigned long level, int rescaleCounter) const {
-    encrypt(encodedForSecretKey(context_, message, level, rescaleCounter), secretKey, out);
+                        unsigned long level, int rescale_counter) const {
+    encrypt(encodedForSecretKey(context_, message, level, rescale_counter), secretKey, out);
 }
 
 template <EncryptionType E>
@@ -186,11 +187,11 @@ void Encryptor::encrypt(const Message& message, const SecretKeyBase<E>& secretKe
 
 template <EncryptionType E>
 void Encryptor::encrypt(const std::vector<double>& coefficients, const SecretKeyBase<E>& secretKey,
-                        CiphertextBase<E>& out, unsigned long level, int rescaleCounter) const {
+                        CiphertextBase<E>& out, unsigned long level, int rescale_counter) const {
     require(coefficients.size() > 1, message::encodeFewerThanTwo);
     require(std::has_single_bit(coefficients.size()), message::encodeSizeNotPowerOfTwo);
-    auto encrypted =
-        encryptUnder(context_, encodedForSecretKey(context_, coefficients, level, rescaleCounter), secretKey);
+    auto encrypted = encryptUnder(
+        context_, encodedForSecretKey(context_, coefficients, level, rescale_counter), secretKey);
     encrypted.setEncodingType(EncodingType::Coefficient);
     for (Polynomial& poly : encrypted.getPolys().getPolys()) context_->primes.backwardNTT(poly, poly);
     out = std::move(encrypted);
@@ -208,8 +209,8 @@ CompactCiphertext Encryptor::encryptCompact(const Plaintext& plaintext, const Se
 }
 
 CompactCiphertext Encryptor::encryptCompact(const Message& message, const SecretKey& secretKey,
-                                            unsigned long level, int rescaleCounter) const {
-    return encryptCompact(encodedForSecretKey(context_, message, level, rescaleCounter), secretKey);
+                                            unsigned long level, int rescale_counter) const {
+    return encryptCompact(encodedForSecretKey(context_, message, level, rescale_counter), secretKey);
 }
 
 CompactCiphertext Encryptor::encryptCompact(const Message& message, const SecretKey& secretKey) const {

@@ -40,7 +40,7 @@ char EvaluationKey::getType() const {
 }
 
 unsigned long EvaluationKey::getRotationIndex() const {
-    return impl_->rotation_index;
+    return impl_->rotationIndex;
 }
 
 unsigned long EvaluationKey::getContextHash() const {

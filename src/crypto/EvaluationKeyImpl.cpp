@@ -27,8 +27,8 @@ EvaluationKeyImpl::EvaluationKeyImpl() {
     bx.set(Device{}, {});
 }
 
-EvaluationKeyImpl::EvaluationKeyImpl(const Context& keyContext, char keyType, u64 rotationIndex)
-    : context(requireContext(keyContext)), type(keyType), rotation_index(rotationIndex),
+EvaluationKeyImpl::EvaluationKeyImpl(const Context& keyContext, char keyType, u64 keyRotationIndex)
+    : context(requireContext(keyContext)), type(keyType), rotationIndex(keyRotationIndex),
       context_hash(keyContext->context_hash) {
     ax.set(Device{}, unsetPolynomials(context));
     bx.set(Device{}, unsetPolynomials(context));
@@ -36,18 +36,18 @@ EvaluationKeyImpl::EvaluationKeyImpl(const Context& keyContext, char keyType, u6
 
 void EvaluationKeyImpl::save(OutputArchive& archive) const {
     saveTag(archive, ObjectTag::EvaluationKey);
-    archive(context_hash, type, rotation_index);
+    archive(context_hash, type, rotationIndex);
     saveKeyPolynomials(archive, ax.at(Device{}), bx.at(Device{}));
 }
 
 void EvaluationKeyImpl::load(InputArchive& archive) {
     verifyTag(archive, ObjectTag::EvaluationKey);
-    archive(context_hash, type, rotation_index);
+    archive(context_hash, type, rotationIndex);
     loadParts(archive);
 }
 
 void EvaluationKeyImpl::loadOwn(InputArchive& archive) {
-    loadOwn(archive, [this](u64 index) { return index == rotation_index; });
+    loadOwn(archive, [this](u64 index) { return index == rotationIndex; });
 }
 
 void EvaluationKeyImpl::loadAnyRotation(InputArchive& archive) {
@@ -62,7 +62,7 @@ void EvaluationKeyImpl::loadOwn(InputArchive& archive, IsTaken&& isTaken) {
     archive(hash, kind, index);
     verify(hash == context->context_hash && kind == type && isTaken(index));
     context_hash = hash;
-    rotation_index = index;
+    rotationIndex = index;
     loadParts(archive);
 }
 

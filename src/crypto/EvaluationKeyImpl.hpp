@@ -31,7 +31,7 @@ public:
 
     Context context;
     char type = 0;
-    u64 rotation_index = 0;
+    u64 rotationIndex = 0;
     MultipleDevice<std::vector<Polynomial>> ax;
     MultipleDevice<std::vector<Polynomial>> bx;
     u64 context_hash = 0;

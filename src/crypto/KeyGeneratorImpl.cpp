@@ -21,10 +21,10 @@ const Context& matching(const Context& context, const std::optional<SecretKey>& 
     return context;
 }
 
-const Context& matching(const Context& context, const Context& contextSparse,
+const Context& matching(const Context& context, const Context& context_sparse,
                         const std::optional<SecretKey>& secretKey) {
     matching(context, secretKey);
-    requireSparsePartner(context, contextSparse, message::keyGeneratorWithoutEncapsulation,
+    requireSparsePartner(context, context_sparse, message::keyGeneratorWithoutEncapsulation,
                          message::keyGeneratorOtherSparseContext);
     return context;
 }
@@ -47,10 +47,11 @@ KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const std::optional<S
     : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, secretKey))), secretKey_(secretKey),
       keyPack_(std::move(keyPack)) {}
 
-KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const Context& contextSparse,
+KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const Context& context_sparse,
                                    const std::optional<SecretKey>& secretKey,
                                    std::shared_ptr<KeyPackImpl> keyPack)
-    : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, contextSparse, secretKey)), contextSparse),
+    : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, context_sparse, secretKey)),
+                           context_sparse),
       secretKey_(secretKey), keyPack_(std::move(keyPack)) {}
 
 const SecretKey& KeyGeneratorImpl::secretKey() const {
@@ -121,10 +122,10 @@ void KeyGeneratorImpl::genRotKeyIfNotExist(long index) const {
     if (left != 0) genRotKeyUnlessLoaded(left);
 }
 
-void KeyGeneratorImpl::genRotKeysForBootstrap(u64 logSlots, bool compact) const {
+void KeyGeneratorImpl::genRotKeysForBootstrap(u64 log_slots, bool compact) const {
     secretKey();
-    context_->checkSlotsForBootstrap(logSlots);
-    for (const long index : context_->getRotIndicesForBootstrap(logSlots, compact))
+    context_->checkSlotsForBootstrap(log_slots);
+    for (const long index : context_->getRotIndicesForBootstrap(log_slots, compact))
         genRotKeyIfNotExist(index);
 }
 
@@ -134,11 +135,11 @@ void KeyGeneratorImpl::genSparseSecretEncapsulationKey() const {
     keyPack_->sparseKey.replace([&] {
         // The dense secret has the same coefficients in both rings. The sparse secret exists only in this
         // call.
-        const SecretKey denseInSparse(contextSparse_, dense.getCoefficients());
-        const SecretKey sparse(contextSparse_);
+        const SecretKey denseInSparse(context_sparse_, dense.getCoefficients());
+        const SecretKey sparse(context_sparse_);
         const SecretKey sparseInMain(context_, sparse.getCoefficients());
-        auto key = unsetEncapsulationKey(context_, contextSparse_);
-        fillSwitchingKey(contextSparse_, *decomposeDataSparse_, *key->getDTSPart(), denseInSparse.getSx(0),
+        auto key = unsetEncapsulationKey(context_, context_sparse_);
+        fillSwitchingKey(context_sparse_, *decomposeDataSparse_, *key->getDTSPart(), denseInSparse.getSx(0),
                          sparse.getSx(0));
         fillSwitchingKey(context_, decomposeData_, *key->getSTDPart(), sparseInMain.getSx(0), dense.getSx(0));
         return std::shared_ptr<SparseSecretEncapsulationKey>(std::move(key));

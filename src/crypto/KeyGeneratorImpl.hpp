@@ -17,7 +17,7 @@ public:
     /// Refuses as the constructors of `KeyGenerator`.
     KeyGeneratorImpl(const Context& context, const std::optional<SecretKey>& secretKey,
                      std::shared_ptr<KeyPackImpl> keyPack);
-    KeyGeneratorImpl(const Context& context, const Context& contextSparse,
+    KeyGeneratorImpl(const Context& context, const Context& context_sparse,
                      const std::optional<SecretKey>& secretKey, std::shared_ptr<KeyPackImpl> keyPack);
 
     void genEncKey() const;
@@ -27,7 +27,7 @@ public:
     void genRightRotKey(u64 index) const;
     void genRotKeyBundle() const;
     void genRotKeyIfNotExist(long index) const;
-    void genRotKeysForBootstrap(u64 logSlots, bool compact) const;
+    void genRotKeysForBootstrap(u64 log_slots, bool compact) const;
     void genSparseSecretEncapsulationKey() const;
     void flushKeyPack(std::shared_ptr<KeyPackImpl> keyPack);
 

@@ -10,9 +10,9 @@ namespace Torvo {
 KeyGeneratorImplBase::KeyGeneratorImplBase(const Context& context)
     : context_(context), decomposeData_(context) {}
 
-KeyGeneratorImplBase::KeyGeneratorImplBase(const Context& context, const Context& contextSparse)
-    : context_(context), decomposeData_(context), contextSparse_(contextSparse),
-      decomposeDataSparse_(std::in_place, contextSparse) {}
+KeyGeneratorImplBase::KeyGeneratorImplBase(const Context& context, const Context& context_sparse)
+    : context_(context), decomposeData_(context), context_sparse_(context_sparse),
+      decomposeDataSparse_(std::in_place, context_sparse) {}
 
 void KeyGeneratorImplBase::genSwitchingKeyAxWithGerm(const Context& context, Polynomial* ax) const {
     for (u64 j = 0; j < context->parameter.gadget_rank; ++j) populateUniformPoly(ax[j], true);
@@ -30,7 +30,7 @@ void KeyGeneratorImplBase::genSwitchingKeyBx(const Context& context, const RNSDe
     const u64* hatQMod = decomposeData.getHatQMod(Device{});
     SecretPolynomial error(context, true, ring.numBase - 1);
     SecretPolynomial gadget(context, true, ring.numBase - 1);
-    for (u64 j = 0; j < ring.gadgetRank; ++j) {
+    for (u64 j = 0; j < ring.gadget_rank; ++j) {
         sampler_.sampleGaussian(error, context);
         context->primes.forwardNTT(error, error);
         SecretPolynomial hidden(context, true, ring.numBase - 1);

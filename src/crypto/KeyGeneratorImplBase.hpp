@@ -16,7 +16,7 @@ namespace Torvo {
 class KeyGeneratorImplBase {
 public:
     explicit KeyGeneratorImplBase(const Context& context);
-    KeyGeneratorImplBase(const Context& context, const Context& contextSparse);
+    KeyGeneratorImplBase(const Context& context, const Context& context_sparse);
 
     /// Fills `gadget_rank` polynomials from fresh germs, which they keep.
     void genSwitchingKeyAxWithGerm(const Context& context, Polynomial* ax) const;
@@ -30,7 +30,7 @@ public:
 protected:
     Context context_;
     RNSDecomposeData decomposeData_;
-    Context contextSparse_;
+    Context context_sparse_;
     std::optional<RNSDecomposeData> decomposeDataSparse_;
     RandomSampler sampler_;
 };

@@ -7,24 +7,25 @@
 namespace Torvo {
 
 KeyPack::KeyPack(const Context& context)
-    : impl_(std::make_shared<KeyPackImpl>(context)), numSlots_(context->parameter.num_slots) {}
+    : impl_(std::make_shared<KeyPackImpl>(context)), num_slots_(context->parameter.num_slots) {}
 
 KeyPack::KeyPack(const Context& context, const std::string& keyDirPath)
-    : impl_(std::make_shared<KeyPackImpl>(context, keyDirPath)), numSlots_(context->parameter.num_slots) {}
+    : impl_(std::make_shared<KeyPackImpl>(context, keyDirPath)), num_slots_(context->parameter.num_slots) {}
 
-KeyPack::KeyPack(const Context& context, const Context& contextSparse)
-    : impl_(std::make_shared<KeyPackImpl>(context, contextSparse)), numSlots_(context->parameter.num_slots) {}
+KeyPack::KeyPack(const Context& context, const Context& context_sparse)
+    : impl_(std::make_shared<KeyPackImpl>(context, context_sparse)),
+      num_slots_(context->parameter.num_slots) {}
 
-KeyPack::KeyPack(const Context& context, const Context& contextSparse, const std::string& keyDirPath)
-    : impl_(std::make_shared<KeyPackImpl>(context, contextSparse, keyDirPath)),
-      numSlots_(context->parameter.num_slots) {}
+KeyPack::KeyPack(const Context& context, const Context& context_sparse, const std::string& keyDirPath)
+    : impl_(std::make_shared<KeyPackImpl>(context, context_sparse, keyDirPath)),
+      num_slots_(context->parameter.num_slots) {}
 
 unsigned long KeyPack::leftIndex(unsigned long index) const {
-    return index & (numSlots_ - 1);
+    return index & (num_slots_ - 1);
 }
 
 unsigned long KeyPack::rightIndex(unsigned long index) const {
-    return leftIndex(numSlots_ - leftIndex(index));
+    return leftIndex(num_slots_ - leftIndex(index));
 }
 
 void KeyPack::loadEncKey() const {

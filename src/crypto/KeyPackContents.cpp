@@ -69,8 +69,8 @@ void KeyPackContents::load(InputArchive& archive) {
         rotKeys.emplace(key->getRotationIndex(), std::move(key));
     }
     sparseKey = loadIfPresent<SparseSecretEncapsulationKey>(archive, [&] {
-        require(contextSparse.has_value(), message::keyPackWithoutEncapsulation);
-        return unsetEncapsulationKey(context, *contextSparse);
+        require(context_sparse.has_value(), message::keyPackWithoutEncapsulation);
+        return unsetEncapsulationKey(context, *context_sparse);
     });
 }
 

@@ -17,10 +17,10 @@ namespace Torvo {
 /// The keys of a pack at one moment, as they are stored together.
 struct KeyPackContents {
     KeyPackContents(const Context& packContext, const std::optional<Context>& packContextSparse)
-        : context(packContext), contextSparse(packContextSparse) {}
+        : context(packContext), context_sparse(packContextSparse) {}
 
     Context context;
-    std::optional<Context> contextSparse;
+    std::optional<Context> context_sparse;
     std::shared_ptr<EncryptionKey> encKey;
     std::shared_ptr<EvaluationKey> multKey;
     std::shared_ptr<EvaluationKey> conjKey;

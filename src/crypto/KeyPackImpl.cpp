@@ -49,10 +49,10 @@ std::shared_ptr<Key> readFrom(std::istream& stream, std::unique_ptr<Key> key) {
 
 } // namespace
 
-void requireSparsePartner(const Context& context, const Context& contextSparse, const char* unsupported,
+void requireSparsePartner(const Context& context, const Context& context_sparse, const char* unsupported,
                           const char* mismatched) {
     require(isSparseSecretEncapsulationSupported(context), unsupported);
-    require(requireContext(contextSparse)->parameter.preset ==
+    require(requireContext(context_sparse)->parameter.preset ==
                 getSparseParameterPresetFor(context->parameter.preset),
             mismatched);
 }
@@ -63,14 +63,14 @@ KeyPackImpl::KeyPackImpl(const Context& context, const std::string& keyDirPath) 
     openKeyDir(keyDirPath);
 }
 
-KeyPackImpl::KeyPackImpl(const Context& context, const Context& contextSparse) : KeyPackImpl(context) {
-    requireSparsePartner(context, contextSparse, message::keyPackWithoutEncapsulation,
+KeyPackImpl::KeyPackImpl(const Context& context, const Context& context_sparse) : KeyPackImpl(context) {
+    requireSparsePartner(context, context_sparse, message::keyPackWithoutEncapsulation,
                          message::keyPackOtherSparseContext);
-    contextSparse_ = contextSparse;
+    context_sparse_ = context_sparse;
 }
 
-KeyPackImpl::KeyPackImpl(const Context& context, const Context& contextSparse, const std::string& keyDirPath)
-    : KeyPackImpl(context, contextSparse) {
+KeyPackImpl::KeyPackImpl(const Context& context, const Context& context_sparse, const std::string& keyDirPath)
+    : KeyPackImpl(context, context_sparse) {
     openKeyDir(keyDirPath);
 }
 
@@ -124,7 +124,7 @@ std::shared_ptr<EvaluationKey> KeyPackImpl::getConjKey() {
 }
 
 std::shared_ptr<SparseSecretEncapsulationKey> KeyPackImpl::getSparseSecretEncapsulationKey() {
-    if (!contextSparse_) return sparseKey.get();
+    if (!context_sparse_) return sparseKey.get();
     return sparseKey.getOrRead(keyFile(sparseKeyName), [&] { return makeEmptySparseKey(); });
 }
 
@@ -167,7 +167,7 @@ void KeyPackImpl::unloadConjKey() {
 void KeyPackImpl::unloadSparseSecretEncapsulationKey() {
     const std::string path = keyFileToUnload(sparseKeyName);
     // One that was generated here would not be read: for that it takes the second context.
-    require(contextSparse_.has_value() || !sparseKey.isFilled(), message::keyPackWithoutEncapsulation);
+    require(context_sparse_.has_value() || !sparseKey.isFilled(), message::keyPackWithoutEncapsulation);
     sparseKey.unload(path);
 }
 
@@ -209,12 +209,12 @@ void KeyPackImpl::maybeLoadRotKey(u64 index, std::istream& stream) {
 }
 
 void KeyPackImpl::maybeLoadSparseSecretEncapsulationKey(std::istream& stream) {
-    require(contextSparse_.has_value(), message::keyPackWithoutEncapsulation);
+    require(context_sparse_.has_value(), message::keyPackWithoutEncapsulation);
     sparseKey.replace([&] { return readFrom(stream, makeEmptySparseKey()); });
 }
 
 std::unique_ptr<SparseSecretEncapsulationKey> KeyPackImpl::makeEmptySparseKey() const {
-    return unsetEncapsulationKey(context_, *contextSparse_);
+    return unsetEncapsulationKey(context_, *context_sparse_);
 }
 
 std::shared_ptr<EvaluationKey> KeyPackImpl::findRotKey(u64 index) const {
@@ -244,7 +244,7 @@ void KeyPackImpl::to(const Device& device) {
 }
 
 KeyPackContents KeyPackImpl::contents() const {
-    KeyPackContents held(context_, contextSparse_);
+    KeyPackContents held(context_, context_sparse_);
     held.encKey = encKey.get();
     held.multKey = multKey.get();
     held.conjKey = conjKey.get();
@@ -271,7 +271,7 @@ void KeyPackImpl::save(std::ostream& stream) const {
 }
 
 void KeyPackImpl::load(std::istream& stream) {
-    KeyPackContents read(context_, contextSparse_);
+    KeyPackContents read(context_, context_sparse_);
     Serialize::load(stream, read);
     encKey.replace([&] { return read.encKey; });
     multKey.replace([&] { return read.multKey; });

@@ -29,8 +29,8 @@ public:
 
     explicit KeyPackImpl(const Context& context);
     KeyPackImpl(const Context& context, const std::string& keyDirPath);
-    KeyPackImpl(const Context& context, const Context& contextSparse);
-    KeyPackImpl(const Context& context, const Context& contextSparse, const std::string& keyDirPath);
+    KeyPackImpl(const Context& context, const Context& context_sparse);
+    KeyPackImpl(const Context& context, const Context& context_sparse, const std::string& keyDirPath);
 
     const Context& getContext() const { return context_; }
 
@@ -114,14 +114,14 @@ private:
     std::unique_ptr<SparseSecretEncapsulationKey> makeEmptySparseKey() const;
 
     Context context_;
-    std::optional<Context> contextSparse_;
+    std::optional<Context> context_sparse_;
     ThreadSafe<RotationKeys> rotKeys_;
     ThreadSafeMap<u64, std::unique_ptr<std::mutex>> rotLoadMutexes_;
     ThreadSafe<std::string> keyDirPath_; ///< empty when none is set
 };
 
 /// The rules for a second context of sparse secret encapsulation; the caller gives the texts of the refusals.
-void requireSparsePartner(const Context& context, const Context& contextSparse, const char* unsupported,
+void requireSparsePartner(const Context& context, const Context& context_sparse, const char* unsupported,
                           const char* mismatched);
 
 } // namespace Torvo

@@ -32,9 +32,9 @@ inline std::unique_ptr<EvaluationKey> unsetKey(const Context& context, KeyKind k
 }
 
 inline std::unique_ptr<SparseSecretEncapsulationKey> unsetEncapsulationKey(const Context& context,
-                                                                           const Context& contextSparse) {
+                                                                           const Context& context_sparse) {
     return std::make_unique<SparseSecretEncapsulationKey>(
-        std::move(*unsetKey(contextSparse, KeyKind::Encapsulation)),
+        std::move(*unsetKey(context_sparse, KeyKind::Encapsulation)),
         std::move(*unsetKey(context, KeyKind::Encapsulation)));
 }
 

@@ -35,13 +35,13 @@ ConstantEnDecoder::ConstantEnDecoder(const Context& context) : context_(context)
 ConstantEnDecoder::ConstantEnDecoder(const LWE::Context& context) : context_(context) {}
 
 LevelledElement ConstantEnDecoder::encodeConst(const double& value, unsigned long level,
-                                               int rescaleCounter) const {
+                                               int rescale_counter) const {
     const auto encode = [&](const auto& context) {
-        const auto owed = static_cast<u64>(rescaleCounter);
+        const auto owed = static_cast<u64>(rescale_counter);
         LevelledElement element = zeroOf(context);
         element.setLevel(level);
         // Before the conversion to an integer, which is not defined for more than it holds.
-        const EncodingBound bound(context->primes, context->scale_factors, level, rescaleCounter);
+        const EncodingBound bound(context->primes, context->scale_factors, level, rescale_counter);
         if (!bound.holds(value)) bound.refuse("number", value);
         encodeRows(context->primes, value, context->scale_factors.log_scale[level - owed], owed, element);
         return element;

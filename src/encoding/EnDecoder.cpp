@@ -65,8 +65,8 @@ Plaintext onHost(Plaintext plaintext) {
     return plaintext;
 }
 
-std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, u64 logSlots) {
-    const u64 count = u64{2} << logSlots;
+std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, u64 log_slots) {
+    const u64 count = u64{2} << log_slots;
     const double factor = std::pow(2.0, -context->scale_factors.log_scale[mx.getLevel()]);
     return mx.getLevel() == 0 ? decodeFromOnePrime(context->primes, mx, count, factor)
                               : decodeFromTwoPrimes(context->primes, mx, count, factor);

@@ -22,33 +22,33 @@ void requireLevel(const Context& context, u64 level) {
     require(level < context->parameter.chain_length, message::encodeLevelTooHigh);
 }
 
-void requireCounter(int rescaleCounter, u64 level) {
-    require(rescaleCounter <= static_cast<int>(level), message::encodeCounterAboveLevel);
+void requireCounter(int rescale_counter, u64 level) {
+    require(rescale_counter <= static_cast<int>(level), message::encodeCounterAboveLevel);
 }
 
-u64 logSlotsOf(const Context& context, const Message& message, u64 level, int rescaleCounter) {
+u64 logSlotsOf(const Context& context, const Message& message, u64 level, int rescale_counter) {
     require(!message.isEmpty(), message::encodeNothing);
     require(std::has_single_bit(message.getSize()), message::encodeSizeNotPowerOfTwo);
     requireLevel(context, level);
     require(message.getLogSlots() < context->parameter.log_degree, message::encodeSizeTooLarge);
-    requireCounter(rescaleCounter, level);
+    requireCounter(rescale_counter, level);
     return message.getLogSlots();
 }
 
 u64 logSlotsOf(const Context& context, const std::vector<double>& coefficients, u64 level,
-               int rescaleCounter) {
+               int rescale_counter) {
     requireLevel(context, level);
     require(coefficients.size() > 1, message::encodeFewerThanTwo);
     require(coefficients.size() <= context->parameter.degree, message::encodeSizeNotPowerOfTwo);
-    requireCounter(rescaleCounter, level);
+    requireCounter(rescale_counter, level);
     return static_cast<u64>(std::bit_width(coefficients.size())) - 2;
 }
 
-Plaintext blankPlaintext(const Context& context, u64 logSlots, const Device& device, u64 level,
-                         int rescaleCounter) {
+Plaintext blankPlaintext(const Context& context, u64 log_slots, const Device& device, u64 level,
+                         int rescale_counter) {
     Plaintext plaintext(context, Polynomial(context, false, true, level)); // kept: no rows to spare
     plaintext.allocate(device);
-    Stamp{logSlots, rescaleCounter}.putOn(plaintext);
+    Stamp{log_slots, rescale_counter}.putOn(plaintext);
     return plaintext;
 }
 
@@ -75,19 +75,19 @@ double firstBeyond(const EncodingBound& bound, std::span<const double> numbers) 
 
 } // namespace
 
-Encoding::Encoding(const Context& context, const Message& message, u64 level, int rescaleCounter)
+Encoding::Encoding(const Context& context, const Message& message, u64 level, int rescale_counter)
     : context_(context),
-      plaintext_(blankPlaintext(context, logSlotsOf(context, message, level, rescaleCounter),
-                                message.getDevice(), level, rescaleCounter)) {
+      plaintext_(blankPlaintext(context, logSlotsOf(context, message, level, rescale_counter),
+                                message.getDevice(), level, rescale_counter)) {
     embed(message);
     multiplyByOwedPrimes(context->primes, plaintext_);
 }
 
 Encoding::Encoding(const Context& context, const std::vector<double>& coefficients, u64 level,
-                   int rescaleCounter)
+                   int rescale_counter)
     : context_(context),
-      plaintext_(blankPlaintext(context, logSlotsOf(context, coefficients, level, rescaleCounter), Device{},
-                                level, rescaleCounter)) {
+      plaintext_(blankPlaintext(context, logSlotsOf(context, coefficients, level, rescale_counter), Device{},
+                                level, rescale_counter)) {
     embed(coefficients);
     multiplyByOwedPrimes(context->primes, plaintext_);
 }

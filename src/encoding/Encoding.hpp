@@ -19,10 +19,10 @@ class Encoding {
 public:
     /// A message by its slots.
     /// @throws RuntimeException of `EnDecoder::encode`, except for numbers out of range
-    Encoding(const Context& context, const Message& message, u64 level, int rescaleCounter);
+    Encoding(const Context& context, const Message& message, u64 level, int rescale_counter);
     /// Real numbers as coefficients.
     /// @throws RuntimeException of `EnDecoder::encodeWithoutNTT`, except for numbers out of range
-    Encoding(const Context& context, const std::vector<double>& coefficients, u64 level, int rescaleCounter);
+    Encoding(const Context& context, const std::vector<double>& coefficients, u64 level, int rescale_counter);
 
     /// Level, counter, slots and device. The coefficients are not valid yet.
     const Plaintext& shape() const { return plaintext_; }

@@ -38,9 +38,9 @@ double limitAt(const PrimeModuli& primes, u64 level) {
 } // namespace
 
 EncodingBound::EncodingBound(const PrimeModuli& primes, const ScaleFactors& scales, u64 level,
-                             int rescaleCounter)
-    : level_(level), rescaleCounter_(rescaleCounter) {
-    const u64 settled = level - static_cast<u64>(rescaleCounter);
+                             int rescale_counter)
+    : level_(level), rescale_counter_(rescale_counter) {
+    const u64 settled = level - static_cast<u64>(rescale_counter);
     scale_ = std::pow(2.0, scales.log_scale[settled]);
     limit_ = limitAt(primes, settled);
 }
@@ -67,7 +67,7 @@ double EncodingBound::largest() const {
 
 void EncodingBound::refuse(const char* what, double value) const {
     throw RuntimeException(
-        message::encodeOutOfRange(what, decimal(value), level_, rescaleCounter_, decimal(largest())));
+        message::encodeOutOfRange(what, decimal(value), level_, rescale_counter_, decimal(largest())));
 }
 
 std::string decimal(double x) {

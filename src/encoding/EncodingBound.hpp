@@ -18,10 +18,10 @@ namespace Torvo {
 /// the true one. So a number passes exactly if its rounded product is below the limit.
 class EncodingBound {
 public:
-    /// `level - rescaleCounter` is a level of the chain.
-    EncodingBound(const PrimeModuli& primes, const ScaleFactors& scales, u64 level, int rescaleCounter);
+    /// `level - rescale_counter` is a level of the chain.
+    EncodingBound(const PrimeModuli& primes, const ScaleFactors& scales, u64 level, int rescale_counter);
 
-    /// 2^log_scale[level - rescaleCounter].
+    /// 2^log_scale[level - rescale_counter].
     double scale() const { return scale_; }
     /// False for NaN, infinities and numbers that are too large.
     bool holds(double x) const { return std::fabs(x) * scale_ < limit_; }
@@ -34,7 +34,7 @@ public:
 
 private:
     u64 level_;
-    int rescaleCounter_;
+    int rescale_counter_;
     double scale_;
     double limit_;
 };

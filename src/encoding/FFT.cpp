@@ -66,7 +66,7 @@ void bitReverseIfPowerOfTwo(Complex* a, u64 n) {
 
 /// The tables of one device, looked up once per transform.
 struct Tables {
-    u64 logDegree;
+    u64 log_degree;
     const u64* rot;
     const Complex* ksi;
 };
@@ -77,7 +77,7 @@ struct Tables {
 template <bool forward, class Butterfly>
 void runStage(Complex* a, u64 n, u64 len, const Tables& tables, Butterfly butterfly) {
     const u64 half = len / 2, quad = 4 * len, mask = quad - 1;
-    const u64 shift = tables.logDegree - static_cast<u64>(std::bit_width(len));
+    const u64 shift = tables.log_degree - static_cast<u64>(std::bit_width(len));
     for (u64 i = 0; i + len <= n; i += len) {
         for (u64 j = 0; j < half; ++j) {
             const u64 power = tables.rot[j] & mask;

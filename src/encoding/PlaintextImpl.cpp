@@ -12,13 +12,13 @@ PlaintextImpl::PlaintextImpl(const Context& ring, Polynomial&& polynomial)
     : context(ring), log_slots(getLogFullSlots(ring)), mx(std::move(polynomial)) {}
 
 void PlaintextImpl::save(OutputArchive& archive) const {
-    saveHashAndTag(archive, ringOf(context).contextHash, ObjectTag::Plaintext);
+    saveHashAndTag(archive, ringOf(context).context_hash, ObjectTag::Plaintext);
     archive(log_slots, rescale_counter.getValue(), mx);
 }
 
 void PlaintextImpl::load(InputArchive& archive) {
     const Ring ring = ringOf(context);
-    verifyHashAndTag(archive, ring.contextHash, ObjectTag::Plaintext);
+    verifyHashAndTag(archive, ring.context_hash, ObjectTag::Plaintext);
     int counter = 0;
     archive(log_slots, counter);
     verify(counter >= 0);

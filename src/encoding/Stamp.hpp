@@ -32,21 +32,21 @@ concept WithEncodingType = requires(const T& t) {
 /// that an object does not have are left out: a plaintext has no encoding type and counts as on slots, plain
 /// LWE has the counter alone.
 struct Stamp {
-    u64 logSlots = 0;
-    int rescaleCounter = 0;
+    u64 log_slots = 0;
+    int rescale_counter = 0;
     EncodingType encoding = EncodingType::Slot;
 
     template <Owing Operand>
     static Stamp of(const Operand& operand) {
         Stamp stamp;
-        if constexpr (Slotted<Operand>) stamp.logSlots = operand.getLogSlots();
-        stamp.rescaleCounter = operand.getRescaleCounter();
+        if constexpr (Slotted<Operand>) stamp.log_slots = operand.getLogSlots();
+        stamp.rescale_counter = operand.getRescaleCounter();
         if constexpr (WithEncodingType<Operand>) stamp.encoding = operand.getEncodingType();
         return stamp;
     }
 
     /// The same with another number of owed rescales.
-    Stamp owing(int rescales) const { return {logSlots, rescales, encoding}; }
+    Stamp owing(int rescales) const { return {log_slots, rescales, encoding}; }
 
     /// All fields that `out` has.
     /// @throws RuntimeException "Rescale counter should be less than or equal to the level"
@@ -59,8 +59,8 @@ struct Stamp {
     /// @throws RuntimeException "Rescale counter should be less than or equal to the level"
     template <Owing Output>
     void putKeepingEncoding(Output& out) const {
-        if constexpr (Slotted<Output>) out.setLogSlots(logSlots);
-        out.setRescaleCounter(rescaleCounter);
+        if constexpr (Slotted<Output>) out.setLogSlots(log_slots);
+        out.setRescaleCounter(rescale_counter);
     }
     /// The encoding type alone.
     template <Owing Output>

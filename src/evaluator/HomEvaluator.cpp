@@ -121,12 +121,12 @@ void HomEvaluator::multInteger(const Plaintext& in, long n, Plaintext& out) cons
     impl_->multInteger(in, n, out);
 }
 
-void HomEvaluator::rescale(Plaintext& inOut) const {
-    impl_->rescale(inOut);
+void HomEvaluator::rescale(Plaintext& in_out) const {
+    impl_->rescale(in_out);
 }
 
-void HomEvaluator::inverseRescale(Plaintext& inOut) const {
-    impl_->inverseRescale(inOut);
+void HomEvaluator::inverseRescale(Plaintext& in_out) const {
+    impl_->inverseRescale(in_out);
 }
 
 void HomEvaluator::relevel(const Plaintext& in, unsigned long targetLevel, Plaintext& out) const {
@@ -231,12 +231,12 @@ void HomEvaluator::multInteger(const CiphertextBase<E>& in, long n, CiphertextBa
 }
 
 template <EncryptionType E>
-void HomEvaluator::rescale(CiphertextBase<E>& inOut) const {
-    impl_->rescale(inOut);
+void HomEvaluator::rescale(CiphertextBase<E>& in_out) const {
+    impl_->rescale(in_out);
 }
 
-void HomEvaluator::inverseRescale(Ciphertext& inOut) const {
-    impl_->inverseRescale(inOut);
+void HomEvaluator::inverseRescale(Ciphertext& in_out) const {
+    impl_->inverseRescale(in_out);
 }
 
 template <EncryptionType E>

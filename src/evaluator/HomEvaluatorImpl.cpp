@@ -29,10 +29,10 @@ HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, KeyPack keyPack)
     keyPack_.loadMultKey();
 }
 
-EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
+EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 level, int rescale_counter,
                                                  const Device& device) const {
     const auto encodePart = [&](double part) {
-        LevelledElement residues = constantEnDecoder_->encodeConst(part, level, rescaleCounter);
+        LevelledElement residues = constantEnDecoder_->encodeConst(part, level, rescale_counter);
         if (residues.getDevice() != device) residues.to(device);
         return residues;
     };
@@ -42,8 +42,8 @@ EncodedConstant HomEvaluatorImpl::encodeConstant(std::complex<double> c, u64 lev
     return encoded;
 }
 
-Encoding HomEvaluatorImpl::reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const {
-    return {context_, enDecoder_->decode(plaintext), level, rescaleCounter};
+Encoding HomEvaluatorImpl::reencode(const Plaintext& plaintext, u64 level, int rescale_counter) const {
+    return {context_, enDecoder_->decode(plaintext), level, rescale_counter};
 }
 
 long HomEvaluatorImpl::galoisElement(u64 index, const Device& device) const {

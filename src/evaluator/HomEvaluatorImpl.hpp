@@ -79,9 +79,9 @@ public:
     template <Owing Operand>
     void multInteger(const Operand& in, long n, Operand& out) const;
     template <Owing Operand>
-    void rescale(Operand& inOut) const;
+    void rescale(Operand& in_out) const;
     template <Owing Operand>
-    void inverseRescale(Operand& inOut) const;
+    void inverseRescale(Operand& in_out) const;
 
     // ---- plaintexts
 
@@ -179,9 +179,9 @@ private:
     void requireOwn(const Operands&... operands) const {
         requireOfRing(context_, operands...);
     }
-    EncodedConstant encodeConstant(std::complex<double> c, u64 level, int rescaleCounter,
+    EncodedConstant encodeConstant(std::complex<double> c, u64 level, int rescale_counter,
                                    const Device& device) const;
-    Encoding reencode(const Plaintext& plaintext, u64 level, int rescaleCounter) const;
+    Encoding reencode(const Plaintext& plaintext, u64 level, int rescale_counter) const;
     long galoisElement(u64 index, const Device& device) const;
 
     // HomEvaluatorPlaintext.cpp

@@ -67,7 +67,7 @@ void HomEvaluatorImpl::add(const Operand& in, std::complex<double> c, Operand& o
     utils::requireCounterWithinLevel(in);
     requireOwn(in);
     const Stamp stamp = Stamp::of(in);
-    const EncodedConstant encoded = encodeConstant(c, in.getLevel(), stamp.rescaleCounter, in.getDevice());
+    const EncodedConstant encoded = encodeConstant(c, in.getLevel(), stamp.rescale_counter, in.getDevice());
     utils::fitLike(in, out);
     utils::copyElements(in, 1, out);
     encoded.apply([&](const auto&... parts) {
@@ -102,10 +102,10 @@ void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double
     utils::requireLevelAboveZero(in);
     requireOwn(in);
     const Stamp stamp = Stamp::of(in);
-    require(static_cast<u64>(stamp.rescaleCounter) < in.getLevel(), message::rescaleCounterAboveLevel);
+    require(static_cast<u64>(stamp.rescale_counter) < in.getLevel(), message::rescaleCounterAboveLevel);
     const EncodedConstant encoded = encodeConstant(c, in.getLevel(), 0, in.getDevice());
     encoded.apply([&](const auto&... parts) { multElements(in, out, parts...); });
-    stamp.owing(stamp.rescaleCounter + 1).putKeepingEncoding(out);
+    stamp.owing(stamp.rescale_counter + 1).putKeepingEncoding(out);
 }
 
 template <Owing Operand>
@@ -146,25 +146,25 @@ void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) cons
 }
 
 template <Owing Operand>
-void HomEvaluatorImpl::rescale(Operand& inOut) const {
-    utils::throwIfCoeff(inOut);
-    utils::requireLevelAboveZero(inOut);
-    const int owed = inOut.getRescaleCounter();
-    require(owed > 0, owesNoRescale(inOut));
-    requireOwn(inOut);
-    for (u64 i = 0; i < utils::numElements(inOut); ++i) context_->primes.rescale(utils::element(inOut, i));
-    inOut.setRescaleCounter(owed - 1);
+void HomEvaluatorImpl::rescale(Operand& in_out) const {
+    utils::throwIfCoeff(in_out);
+    utils::requireLevelAboveZero(in_out);
+    const int owed = in_out.getRescaleCounter();
+    require(owed > 0, owesNoRescale(in_out));
+    requireOwn(in_out);
+    for (u64 i = 0; i < utils::numElements(in_out); ++i) context_->primes.rescale(utils::element(in_out, i));
+    in_out.setRescaleCounter(owed - 1);
 }
 
 template <Owing Operand>
-void HomEvaluatorImpl::inverseRescale(Operand& inOut) const {
-    utils::throwIfCoeff(inOut);
-    require(inOut.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
-    requireOwn(inOut);
-    utils::requireCounterWithinLevel(inOut);
-    for (u64 i = 0; i < utils::numElements(inOut); ++i)
-        context_->primes.inverseRescale(utils::element(inOut, i));
-    inOut.setRescaleCounter(inOut.getRescaleCounter() + 1);
+void HomEvaluatorImpl::inverseRescale(Operand& in_out) const {
+    utils::throwIfCoeff(in_out);
+    require(in_out.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
+    requireOwn(in_out);
+    utils::requireCounterWithinLevel(in_out);
+    for (u64 i = 0; i < utils::numElements(in_out); ++i)
+        context_->primes.inverseRescale(utils::element(in_out, i));
+    in_out.setRescaleCounter(in_out.getRescaleCounter() + 1);
 }
 
 // ---- sums
@@ -388,9 +388,9 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
         out = in;
         return;
     }
-    const auto& [logScale, correction] = context_->scale_factors;
+    const auto& [log_scale, correction] = context_->scale_factors;
     const u64 last = targetLevel + 1;
-    const double exponent = logScale[last] - logScale[level] + static_cast<double>(correction[last]);
+    const double exponent = log_scale[last] - log_scale[level] + static_cast<double>(correction[last]);
     const EncodedConstant factor = encodeConstant(std::pow(2.0, exponent), last, 0, in.getDevice());
     const Stamp stamp = Stamp::of(in);
     // The product has the level of the factor, so the rows that are to go are not even read.

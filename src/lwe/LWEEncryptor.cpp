@@ -17,10 +17,10 @@ namespace Torvo::LWE {
 
 namespace {
 
-Ciphertext stamped(const Context& context, u64 level, int rescaleCounter) {
+Ciphertext stamped(const Context& context, u64 level, int rescale_counter) {
     Ciphertext ciphertext(context);
     ciphertext.setLevel(level);
-    ciphertext.setRescaleCounter(rescaleCounter);
+    ciphertext.setRescaleCounter(rescale_counter);
     return ciphertext;
 }
 

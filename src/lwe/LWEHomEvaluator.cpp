@@ -38,12 +38,12 @@ void HomEvaluator::mult(const Ciphertext& in, double c, Ciphertext& out) const {
     impl_->mult(in, c, out);
 }
 
-void HomEvaluator::rescale(Ciphertext& ct) const {
-    impl_->rescale(ct);
+void HomEvaluator::rescale(Ciphertext& in_out) const {
+    impl_->rescale(in_out);
 }
 
-void HomEvaluator::levelDown(const Ciphertext& in, unsigned long target, Ciphertext& out) const {
-    impl_->levelDown(in, target, out);
+void HomEvaluator::levelDown(const Ciphertext& in, unsigned long targetLevel, Ciphertext& out) const {
+    impl_->levelDown(in, targetLevel, out);
 }
 
 void HomEvaluator::levelDownOne(const Ciphertext& in, Ciphertext& out) const {

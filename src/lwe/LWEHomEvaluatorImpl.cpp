@@ -13,9 +13,9 @@ namespace Torvo::LWE {
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context)
     : context_(requireContext(context)), constantEnDecoder_(context) {}
 
-LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescaleCounter,
+LevelledElement HomEvaluatorImpl::encodeConstant(double c, u64 level, int rescale_counter,
                                                  const Device& device) const {
-    LevelledElement residues = constantEnDecoder_.encodeConst(c, level, rescaleCounter);
+    LevelledElement residues = constantEnDecoder_.encodeConst(c, level, rescale_counter);
     if (residues.getDevice() != device) residues.to(device);
     return residues;
 }
@@ -33,7 +33,7 @@ void HomEvaluatorImpl::add(const Ciphertext& in, double c, Ciphertext& out) cons
     utils::requireCounterWithinLevel(in);
     requireOwn(in);
     const Stamp stamp = Stamp::of(in);
-    const LevelledElement constant = encodeConstant(c, in.getLevel(), stamp.rescaleCounter, in.getDevice());
+    const LevelledElement constant = encodeConstant(c, in.getLevel(), stamp.rescale_counter, in.getDevice());
     shapeOutput(in.getContext(), out);
     if (&in != &out) out.getAx() = in.getAx();
     context_->primes.add(in.getBx(), constant, out.getBx());
@@ -104,10 +104,10 @@ void HomEvaluatorImpl::multInteger(const Ciphertext& in, long n, Ciphertext& out
 
 void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& in, double c, Ciphertext& out) const {
     const Stamp stamp = Stamp::of(in);
-    require(static_cast<u64>(stamp.rescaleCounter) < in.getLevel(), message::rescaleCounterAboveLevel);
+    require(static_cast<u64>(stamp.rescale_counter) < in.getLevel(), message::rescaleCounterAboveLevel);
     requireOwn(in);
     multParts(in, encodeConstant(c, in.getLevel(), 0, in.getDevice()), out);
-    stamp.owing(stamp.rescaleCounter + 1).putOn(out);
+    stamp.owing(stamp.rescale_counter + 1).putOn(out);
 }
 
 void HomEvaluatorImpl::mult(const Ciphertext& in, double c, Ciphertext& out) const {
@@ -118,26 +118,26 @@ void HomEvaluatorImpl::mult(const Ciphertext& in, double c, Ciphertext& out) con
 
 // ---- levels
 
-void HomEvaluatorImpl::rescale(Ciphertext& ct) const {
-    utils::requireLevelAboveZero(ct);
-    const int owed = ct.getRescaleCounter();
+void HomEvaluatorImpl::rescale(Ciphertext& in_out) const {
+    utils::requireLevelAboveZero(in_out);
+    const int owed = in_out.getRescaleCounter();
     require(owed > 0, message::ciphertextOwesNoRescale);
-    requireOwn(ct);
-    context_->primes.rescale(ct.getAx());
-    context_->primes.rescale(ct.getBx());
-    ct.setRescaleCounter(owed - 1);
+    requireOwn(in_out);
+    context_->primes.rescale(in_out.getAx());
+    context_->primes.rescale(in_out.getBx());
+    in_out.setRescaleCounter(owed - 1);
 }
 
-void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 target, Ciphertext& out) const {
+void HomEvaluatorImpl::levelDown(const Ciphertext& in, u64 targetLevel, Ciphertext& out) const {
     const u64 level = in.getLevel();
-    require(target <= level, message::levelDownUpwards);
+    require(targetLevel <= level, message::levelDownUpwards);
     utils::requireNothingOwed(in);
     requireOwn(in);
     out = in;
-    if (target == level) return;
-    const auto& logScale = context_->scale_factors.log_scale;
-    const double exponent = logScale[target + 1] - logScale[level];
-    out.setLevel(target + 1);
+    if (targetLevel == level) return;
+    const auto& log_scale = context_->scale_factors.log_scale;
+    const double exponent = log_scale[targetLevel + 1] - log_scale[level];
+    out.setLevel(targetLevel + 1);
     multWithoutRescale(out, std::pow(2.0, exponent), out);
     rescale(out);
 }

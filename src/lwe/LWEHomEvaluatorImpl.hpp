@@ -23,13 +23,13 @@ public:
     void multInteger(const Ciphertext& in, long n, Ciphertext& out) const;
     void multWithoutRescale(const Ciphertext& in, double c, Ciphertext& out) const;
     void mult(const Ciphertext& in, double c, Ciphertext& out) const;
-    void rescale(Ciphertext& ct) const;
-    void levelDown(const Ciphertext& in, u64 target, Ciphertext& out) const;
+    void rescale(Ciphertext& in_out) const;
+    void levelDown(const Ciphertext& in, u64 targetLevel, Ciphertext& out) const;
     void levelDownOne(const Ciphertext& in, Ciphertext& out) const;
 
 private:
     void requireOwn(const Ciphertext& operand) const { requireOfChain(context_, operand); }
-    LevelledElement encodeConstant(double c, u64 level, int rescaleCounter, const Device& device) const;
+    LevelledElement encodeConstant(double c, u64 level, int rescale_counter, const Device& device) const;
     void multParts(const Ciphertext& in, const LevelledElement& factor, Ciphertext& out) const;
     template <class Sign>
     void combine(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;

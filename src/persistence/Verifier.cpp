@@ -14,15 +14,15 @@ void verifyTag(InputArchive& archive, ObjectTag tag) {
     verify(found == tag);
 }
 
-void saveHashAndTag(OutputArchive& archive, u64 contextHash, ObjectTag tag) {
-    archive(contextHash, tag);
+void saveHashAndTag(OutputArchive& archive, u64 context_hash, ObjectTag tag) {
+    archive(context_hash, tag);
 }
 
-void verifyHashAndTag(InputArchive& archive, u64 contextHash, ObjectTag tag) {
+void verifyHashAndTag(InputArchive& archive, u64 context_hash, ObjectTag tag) {
     u64 foundHash = 0;
     ObjectTag foundTag{};
     archive(foundHash, foundTag);
-    verify(foundHash == contextHash && foundTag == tag);
+    verify(foundHash == context_hash && foundTag == tag);
 }
 
 } // namespace Torvo

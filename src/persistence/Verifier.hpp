@@ -41,8 +41,8 @@ void saveTag(OutputArchive& archive, ObjectTag tag);
 void verifyTag(InputArchive& archive, ObjectTag tag);
 
 /// The head of an object that belongs to a context: u64 context hash, then the tag.
-void saveHashAndTag(OutputArchive& archive, u64 contextHash, ObjectTag tag);
+void saveHashAndTag(OutputArchive& archive, u64 context_hash, ObjectTag tag);
 /// @throws as `verify`, on another hash or tag
-void verifyHashAndTag(InputArchive& archive, u64 contextHash, ObjectTag tag);
+void verifyHashAndTag(InputArchive& archive, u64 context_hash, ObjectTag tag);
 
 } // namespace Torvo

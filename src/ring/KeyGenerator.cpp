@@ -17,13 +17,13 @@ KeyGenerator::KeyGenerator(const Context& context, const SecretKey& secretKey, c
     : context_(context), keyPack_(keyPack),
       impl_(std::make_shared<RingKeyGenerator>(context, secretKey, keyPack_.getImpl())) {}
 
-KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey)
-    : KeyGenerator(context, contextSparse, secretKey, KeyPack(context)) {}
+KeyGenerator::KeyGenerator(const Context& context, const Context& context_sparse, const SecretKey& secretKey)
+    : KeyGenerator(context, context_sparse, secretKey, KeyPack(context)) {}
 
-KeyGenerator::KeyGenerator(const Context& context, const Context& contextSparse, const SecretKey& secretKey,
+KeyGenerator::KeyGenerator(const Context& context, const Context& context_sparse, const SecretKey& secretKey,
                            const KeyPack& keyPack)
-    : context_(context), contextSparse_(contextSparse), keyPack_(keyPack),
-      impl_(std::make_shared<RingKeyGenerator>(context, contextSparse, secretKey, keyPack_.getImpl())) {}
+    : context_(context), context_sparse_(context_sparse), keyPack_(keyPack),
+      impl_(std::make_shared<RingKeyGenerator>(context, context_sparse, secretKey, keyPack_.getImpl())) {}
 
 void KeyGenerator::genEncKey() const {
     impl_->genEncKey();
@@ -53,8 +53,8 @@ void KeyGenerator::genRotKeyIfNotExist(long index) const {
     impl_->genRotKeyIfNotExist(index);
 }
 
-void KeyGenerator::genRotKeysForBootstrap(unsigned long logSlots, bool compact) const {
-    impl_->genRotKeysForBootstrap(logSlots, compact);
+void KeyGenerator::genRotKeysForBootstrap(unsigned long log_slots, bool compact) const {
+    impl_->genRotKeysForBootstrap(log_slots, compact);
 }
 
 void KeyGenerator::genSparseSecretEncapsulationKey() const {

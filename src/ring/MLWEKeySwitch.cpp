@@ -95,20 +95,20 @@ private:
 /// take as much memory as the keys.
 Ciphertext sumOverGroups(const KeySwitcher& switcher, std::span<const Polynomial> components,
                          const ModPackKeyBundle& keys, const Context& small) {
-    const u64 numKeys = keys.getNumKeys(), rank = components.size() / numKeys;
+    const u64 num_keys = keys.getNumKeys(), rank = components.size() / num_keys;
     const Device device = components.front().getDevice();
     std::vector<EvaluationKey*> keyOf;
-    for (u64 k = 0; k < numKeys; ++k) {
+    for (u64 k = 0; k < num_keys; ++k) {
         keyOf.push_back(keys.getModPackKey(k).get());
         keyOf.back()->copyTo(device); // so that only memory is left to fail in the loop
     }
-    const u64 numShares = std::min(numKeys, teamSize());
+    const u64 numShares = std::min(num_keys, teamSize());
     std::vector<GroupSum> shares;
     for (u64 t = 0; t < numShares; ++t)
         shares.emplace_back(small, keys.getContext(), rank, components.front().getLevel(), device);
 
     forEachIndexOrThrow(numShares, [&](u64 t) {
-        for (u64 k = t * numKeys / numShares; k < (t + 1) * numKeys / numShares; ++k)
+        for (u64 k = t * num_keys / numShares; k < (t + 1) * num_keys / numShares; ++k)
             shares[t].add(switcher, components.subspan(k * rank, rank), *keyOf[k]);
         shares[t].finish(switcher);
     });

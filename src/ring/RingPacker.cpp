@@ -123,8 +123,8 @@ void shapePair(const Context& context, Ciphertext& out) {
 }
 
 /// What packed data say of themselves: the coefficients of a whole ring, owing what the operands owed.
-Stamp packedStamp(const Context& ring, int rescaleCounter) {
-    return {getLogFullSlots(ring), rescaleCounter, EncodingType::Coefficient};
+Stamp packedStamp(const Context& ring, int rescale_counter) {
+    return {getLogFullSlots(ring), rescale_counter, EncodingType::Coefficient};
 }
 
 // ---- pieces of the operations

@@ -27,10 +27,10 @@ unsigned long getNumCiphertextsAfterUnPack(const Context& context) {
     return getDegree(context);
 }
 
-LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context, const SecretKey& secret_key) {
-    require(LWE::getDimension(lwe_context) == getDegree(secret_key.getContext()),
+LWE::SecretKey genLWESecretKeyAfterUnPack(const LWE::Context& lwe_context, const SecretKey& secretKey) {
+    require(LWE::getDimension(lwe_context) == getDegree(secretKey.getContext()),
             message::operandsDifferInDimension);
-    return LWE::SecretKey(lwe_context, secret_key.getCoefficients());
+    return LWE::SecretKey(lwe_context, secretKey.getCoefficients());
 }
 
 } // namespace Torvo

@@ -89,8 +89,8 @@ TEST(ContextContent, RingIsWhatLowerLayersSeeOfIt) {
     EXPECT_EQ(ring.rank, 4u);
     EXPECT_EQ(ring.numBase, 4u);
     EXPECT_EQ(ring.numTemp, 1u);
-    EXPECT_EQ(ring.gadgetRank, 4u);
-    EXPECT_EQ(ring.contextHash, context->context_hash);
+    EXPECT_EQ(ring.gadget_rank, 4u);
+    EXPECT_EQ(ring.context_hash, context->context_hash);
     EXPECT_EQ(ring.total(), 5u);
     EXPECT_EQ(ring.groupSize(), 1u);
 }

@@ -102,7 +102,7 @@ inline void expectIsError(const SmallPolynomial& error) {
 inline u64 gadgetResidue(const Context& context, u64 j, u64 row) {
     const auto primes = getPrimeList(context);
     const Ring ring = ringOf(context);
-    const u64 numBase = ring.numBase, size = numBase / ring.gadgetRank;
+    const u64 numBase = ring.numBase, size = numBase / ring.gadget_rank;
     const BigInt P = productOf(slice(primes, numBase, primes.size()));
     const BigInt hatQ =
         productOf(slice(primes, 0, numBase)) / productOf(slice(primes, j * size, (j + 1) * size));
@@ -124,7 +124,7 @@ inline SmallPolynomial errorOfDigit(const Context& context, const Polynomial& bx
 inline void expectSwitches(const Context& context, const Polynomial* bx, const Polynomial* ax,
                            const SmallPolynomial& s, const SmallPolynomial& sFrom) {
     std::set<SmallPolynomial> errors;
-    for (u64 j = 0; j < ringOf(context).gadgetRank; ++j) {
+    for (u64 j = 0; j < ringOf(context).gadget_rank; ++j) {
         const SmallPolynomial error = errorOfDigit(context, bx[j], ax[j], s, sFrom, j, 0);
         expectIsError(error);
         for (u64 row = 1; row < getPrimeList(context).size(); ++row)
@@ -132,7 +132,7 @@ inline void expectSwitches(const Context& context, const Polynomial* bx, const P
                 << "digit " << j << " row " << row;
         errors.insert(error);
     }
-    EXPECT_EQ(errors.size(), ringOf(context).gadgetRank);
+    EXPECT_EQ(errors.size(), ringOf(context).gadget_rank);
 }
 
 inline void expectSwitches(const Context& context, const EvaluationKey& key, const SmallPolynomial& s,

@@ -17,7 +17,7 @@ struct Chain {
     std::span<const Modulus> moduli;
     u64 dimension;
     u64 numPrimes;
-    u64 contextHash; ///< the stamp of the context on saved objects
+    u64 context_hash; ///< the stamp of the context on saved objects
 };
 
 /// As `ringOf`: declared here, defined beside `LWE::ContextContent`, so that no include points upward.

@@ -16,14 +16,14 @@ struct Ring {
     std::span<const Modulus> moduli; ///< by index, as in `total`
     u64 degree;
     u64 rank;
-    u64 numBase;     ///< ciphertext primes; prime i < numBase is the i-th of the chain
-    u64 numTemp;     ///< temporary primes of key switching, at indices numBase to numBase + numTemp - 1
-    u64 gadgetRank;  ///< digits of key switching
-    u64 contextHash; ///< the stamp of the ring on saved objects
+    u64 numBase;      ///< ciphertext primes; prime i < numBase is the i-th of the chain
+    u64 numTemp;      ///< temporary primes of key switching, at indices numBase to numBase + numTemp - 1
+    u64 gadget_rank;  ///< digits of key switching
+    u64 context_hash; ///< the stamp of the ring on saved objects
 
     u64 total() const { return numBase + numTemp; }
     /// Primes per digit.
-    u64 groupSize() const { return (numBase + gadgetRank - 1) / gadgetRank; }
+    u64 groupSize() const { return (numBase + gadget_rank - 1) / gadget_rank; }
     /// Digit g holds the ciphertext primes with indices in [digitBegin(g), digitEnd(g)).
     u64 digitBegin(u64 g) const { return std::min(g * groupSize(), numBase); }
     u64 digitEnd(u64 g) const { return std::min((g + 1) * groupSize(), numBase); }

@@ -25,7 +25,7 @@ class World {
 public:
     explicit World(Context made) : context(std::move(made)), conversion(context), ring(ringOf(context)) {
         primes = getPrimeList(context);
-        groupSize = ring.numBase / ring.gadgetRank;
+        groupSize = ring.numBase / ring.gadget_rank;
         P = productOf(slice(primes, ring.numBase, primes.size()));
     }
 

@@ -27,7 +27,7 @@ BigInt digitModulus(const Context& context, u64 g) {
     const u64 length = getPrimeList(context).size();
     const Ring ring = ringOf(context);
     EXPECT_EQ(ring.numBase + ring.numTemp, length);
-    const u64 size = ring.numBase / ring.gadgetRank;
+    const u64 size = ring.numBase / ring.gadget_rank;
     return productOf(slice(getPrimeList(context), g * size, (g + 1) * size));
 }
 
@@ -66,7 +66,7 @@ TEST(RNSDecomposeData, GadgetElementsAreOneOnTheirDigitAndZeroElsewhere) {
     for (u64 i = 0; i < ring.numBase; ++i) {
         const BigInt product = BigInt(data.getHatQMod(Device{})[i]) * data.getHatQInvMod(Device{})[i];
         EXPECT_EQ(product % primes[i], 1) << "i=" << i;
-        for (u64 g = 0; g < ring.gadgetRank; ++g) {
+        for (u64 g = 0; g < ring.gadget_rank; ++g) {
             const bool isOwn = ring.digitBegin(g) <= i && i < ring.digitEnd(g);
             const BigInt hat = chainModulus(context) / digitModulus(context, g);
             EXPECT_EQ(hat % primes[i] == 0, !isOwn) << "i=" << i << " g=" << g;
