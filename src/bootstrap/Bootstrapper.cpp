@@ -58,7 +58,7 @@ void Bootstrapper::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_compl
 }
 
 std::set<long> getRotIndicesForBootstrap(const Context& context, unsigned long log_slots) {
-    requireContext(context)->checkSlotsForBootstrap(log_slots);
+    requireContext(context)->requireSlotsForBootstrap(log_slots);
     return context->getRotIndicesForBootstrap(log_slots, false);
 }
 

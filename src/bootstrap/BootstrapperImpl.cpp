@@ -80,14 +80,14 @@ u64 BootstrapperImpl::getMinLevelForBootstrap() const {
 
 // ---- guards
 
-void BootstrapperImpl::checkBootstrappable(const Ciphertext& in) const {
+void BootstrapperImpl::requireBootstrappable(const Ciphertext& in) const {
     require(in.getEncodingType() == EncodingType::Coefficient || in.getLevel() >= getMinLevelForBootstrap(),
             message::bootstrapLevelTooLow);
     require(in.getNumPoly() == 2, message::bootstrapSizeNotTwo);
     utils::requireNothingOwed(in);
 }
 
-void BootstrapperImpl::checkExtendedBootstrappable(const Ciphertext& in) const {
+void BootstrapperImpl::requireExtendedBootstrappable(const Ciphertext& in) const {
     require(context_->parameter.has_extended_bootstrap, message::noExtendedBootstrap);
     require(in.getLevel() >= getMinLevelForBootstrap() + 1, message::extendedLevelTooLow);
     require(in.getNumPoly() == 2, message::extendedSizeNotTwo);
@@ -97,25 +97,25 @@ void BootstrapperImpl::checkExtendedBootstrappable(const Ciphertext& in) const {
 // ---- public flows
 
 void BootstrapperImpl::bootstrap(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
-    utils::throwIfCoeff(in);
-    checkBootstrappable(in);
+    utils::requireOnSlots(in);
+    requireBootstrappable(in);
     bootstrapOnce(in, out, is_complex, 1.0);
 }
 
 void BootstrapperImpl::bootstrap(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag) const {
-    utils::throwIfCoeff(in);
-    checkBootstrappable(in);
+    utils::requireOnSlots(in);
+    requireBootstrappable(in);
     bootstrapTwoOutput(in, out_real, out_imag, 1.0);
 }
 
 void BootstrapperImpl::halfBoot(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
     require(in.getEncodingType() == EncodingType::Coefficient, message::notOnCoefficients);
-    checkBootstrappable(in);
+    requireBootstrappable(in);
     bootstrapOnce(in, out, is_complex, 1.0);
 }
 
 void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     const u64 minLevel = getMinLevelForBootstrap();
     if (in.getLevel() < minLevel)
         throw RuntimeException(message::slotToCoeffLevelTooLow + std::to_string(minLevel));
@@ -127,8 +127,8 @@ void BootstrapperImpl::levelDownAndSlotToCoeff(const Ciphertext& in, Ciphertext&
 }
 
 void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, bool is_complex) const {
-    utils::throwIfCoeff(in);
-    checkExtendedBootstrappable(in);
+    utils::requireOnSlots(in);
+    requireExtendedBootstrappable(in);
     const u64 log_slots = in.getLogSlots();
     // The coarse pass, on a message so small that the sine is almost linear.
     Ciphertext coarse = unsetCiphertext(context_), residual = unsetCiphertext(context_);
@@ -147,7 +147,7 @@ void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out, 
 
 void BootstrapperImpl::bootstrapExtended(const Ciphertext& in, Ciphertext& out_real,
                                          Ciphertext& out_imag) const {
-    checkExtendedBootstrappable(in);
+    requireExtendedBootstrappable(in);
     const u64 log_slots = in.getLogSlots();
     const auto high = static_cast<double>(parameter_.extended_high_shift);
     const auto low = static_cast<double>(parameter_.extended_low_shift);

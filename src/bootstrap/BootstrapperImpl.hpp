@@ -61,8 +61,8 @@ public:
 
     // The phases, in the order in which they run. `factor` multiplies the final values.
 
-    void checkBootstrappable(const Ciphertext& in) const;
-    void checkExtendedBootstrappable(const Ciphertext& in) const;
+    void requireBootstrappable(const Ciphertext& in) const;
+    void requireExtendedBootstrappable(const Ciphertext& in) const;
     void bootstrapOnce(const Ciphertext& in, Ciphertext& out, bool is_complex, double factor) const;
     void bootstrapTwoOutput(const Ciphertext& in, Ciphertext& out_real, Ciphertext& out_imag,
                             double factor) const;

@@ -27,7 +27,7 @@ public:
     /// Refuses more slots than the ring has: no bootstrapper and no key could support them.
     /// @throws RuntimeException "The parameter dose not support bootstrap."; "log_slots should not
     ///         exceed " and log2 of the number of slots
-    void checkSlotsForBootstrap(u64 log_slots) const;
+    void requireSlotsForBootstrap(u64 log_slots) const;
     /// The signed rotation indices that bootstrapping at `log_slots` needs, in ascending order; with
     /// `compact` those for sequential rotations. Computed from the plan alone, also for more slots than the
     /// ring has. Both members are defined beside the plan of the stages.

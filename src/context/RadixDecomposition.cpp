@@ -83,7 +83,7 @@ void requireLogSlots(const Parameter& parameter, u64 log_slots) {
     if (log_slots > most) throw RuntimeException(message::logSlotsTooLarge + std::to_string(most));
 }
 
-void ContextContent::checkSlotsForBootstrap(u64 log_slots) const {
+void ContextContent::requireSlotsForBootstrap(u64 log_slots) const {
     require(parameter.has_bootstrap, message::noRotationsForBootstrap);
     requireLogSlots(parameter, log_slots);
 }

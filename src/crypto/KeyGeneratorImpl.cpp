@@ -15,22 +15,22 @@ namespace Torvo {
 namespace {
 
 /// Returns its context after the check, so that the check comes before any table is made.
-const Context& matching(const Context& context, const std::optional<SecretKey>& secretKey) {
+const Context& requireOwnSecret(const Context& context, const std::optional<SecretKey>& secretKey) {
     requireContext(context);
     require(!secretKey || *context == *secretKey->getContext(), message::keyGeneratorOtherContext);
     return context;
 }
 
-const Context& matching(const Context& context, const Context& context_sparse,
-                        const std::optional<SecretKey>& secretKey) {
-    matching(context, secretKey);
+const Context& requireOwnSecret(const Context& context, const Context& context_sparse,
+                                const std::optional<SecretKey>& secretKey) {
+    requireOwnSecret(context, secretKey);
     requireSparsePartner(context, context_sparse, message::keyGeneratorWithoutEncapsulation,
                          message::keyGeneratorOtherSparseContext);
     return context;
 }
 
 /// The last check: readers of the pack assume that all its keys are of its ring.
-const Context& writingInto(const KeyPackImpl& keyPack, const Context& context) {
+const Context& requireOwnPack(const KeyPackImpl& keyPack, const Context& context) {
     requireSameRing(keyPack.getContext(), context, message::keyGeneratorForeignPack);
     return context;
 }
@@ -44,13 +44,13 @@ SecretPolynomial emptySecret(const Context& context) {
 
 KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const std::optional<SecretKey>& secretKey,
                                    std::shared_ptr<KeyPackImpl> keyPack)
-    : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, secretKey))), secretKey_(secretKey),
-      keyPack_(std::move(keyPack)) {}
+    : KeyGeneratorImplBase(requireOwnPack(*keyPack, requireOwnSecret(context, secretKey))),
+      secretKey_(secretKey), keyPack_(std::move(keyPack)) {}
 
 KeyGeneratorImpl::KeyGeneratorImpl(const Context& context, const Context& context_sparse,
                                    const std::optional<SecretKey>& secretKey,
                                    std::shared_ptr<KeyPackImpl> keyPack)
-    : KeyGeneratorImplBase(writingInto(*keyPack, matching(context, context_sparse, secretKey)),
+    : KeyGeneratorImplBase(requireOwnPack(*keyPack, requireOwnSecret(context, context_sparse, secretKey)),
                            context_sparse),
       secretKey_(secretKey), keyPack_(std::move(keyPack)) {}
 
@@ -124,7 +124,7 @@ void KeyGeneratorImpl::genRotKeyIfNotExist(long index) const {
 
 void KeyGeneratorImpl::genRotKeysForBootstrap(u64 log_slots, bool compact) const {
     secretKey();
-    context_->checkSlotsForBootstrap(log_slots);
+    context_->requireSlotsForBootstrap(log_slots);
     for (const long index : context_->getRotIndicesForBootstrap(log_slots, compact))
         genRotKeyIfNotExist(index);
 }

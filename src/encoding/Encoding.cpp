@@ -98,7 +98,7 @@ EncodingBound Encoding::bound() const {
 
 void Encoding::embed(const Message& message) {
     // The transform would miss its tables before the embedding could tell.
-    context_->primes.checkDevice(message.getDevice(), true);
+    context_->primes.requireServed(message.getDevice(), true);
     Message coefficients = message;
     context_->fft.backwardFFT(coefficients);
     const EncodingBound limits = bound();

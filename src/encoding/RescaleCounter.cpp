@@ -5,16 +5,16 @@
 
 namespace Torvo {
 
-void isValidRescaleCounter(int value) {
+void requireValidRescaleCounter(int value) {
     require(value >= 0, message::negativeRescaleCounter);
 }
 
 RescaleCounter::RescaleCounter(int value) : value_(value) {
-    isValidRescaleCounter(value);
+    requireValidRescaleCounter(value);
 }
 
 void RescaleCounter::setValue(int value) {
-    isValidRescaleCounter(value);
+    requireValidRescaleCounter(value);
     value_ = value;
 }
 

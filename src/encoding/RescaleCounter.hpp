@@ -17,6 +17,6 @@ private:
 
 /// Accepts any value of 0 or more.
 /// @throws RuntimeException "Rescale counter should be greater than or equal to zero"
-void isValidRescaleCounter(int value);
+void requireValidRescaleCounter(int value);
 
 } // namespace Torvo

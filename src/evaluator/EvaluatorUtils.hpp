@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/Messages.hpp"
 #include "arithmetic/chain/PrimeModuli.hpp"
 #include "arithmetic/elements/Polynomial.hpp"
 #include "arithmetic/elements/PolynomialVector.hpp"
@@ -31,7 +32,7 @@ bool isOnSlots(const T& operand) {
 }
 
 template <class T>
-void throwIfCoeff(const T& operand) {
+void requireOnSlots(const T& operand) {
     require(isOnSlots(operand), message::notOnSlots);
 }
 
@@ -46,7 +47,7 @@ bool haveSameSlots(const A& a, const B& b) {
 
 /// Requires that two operands match; each rule applies if both have the property.
 template <class A, class B>
-void checkPrecondition(const A& a, const B& b) {
+void requireMatching(const A& a, const B& b) {
     if constexpr (Slotted<A> && Slotted<B>) require(haveSameSlots(a, b), message::differentLogSlots);
     if constexpr (Owing<A> && Owing<B>)
         require(a.getRescaleCounter() == b.getRescaleCounter(), message::differentRescaleCounters);
@@ -58,6 +59,11 @@ void checkPrecondition(const A& a, const B& b) {
 template <class T>
 bool owesNothing(const T& operand) {
     return operand.getRescaleCounter() == 0;
+}
+
+template <class A, class B>
+void requireEqualLevels(const A& a, const B& b) {
+    require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
 }
 
 template <class... T>

@@ -12,7 +12,7 @@ namespace Torvo {
 namespace {
 
 /// Passes the pack on, so that it is checked before any table is made.
-KeyPack ofRing(const Context& context, KeyPack&& keyPack) {
+KeyPack requireOwnPack(const Context& context, KeyPack&& keyPack) {
     requireSameRing(keyPack.getImpl()->getContext(), context, message::evaluatorForeignKeys);
     return std::move(keyPack);
 }
@@ -23,7 +23,7 @@ HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, const std::string& ke
     : HomEvaluatorImpl(context, KeyPack(context, keyDirPath)) {}
 
 HomEvaluatorImpl::HomEvaluatorImpl(const Context& context, KeyPack keyPack)
-    : context_(requireContext(context)), keyPack_(ofRing(context, std::move(keyPack))),
+    : context_(requireContext(context)), keyPack_(requireOwnPack(context, std::move(keyPack))),
       constantEnDecoder_(std::make_shared<ConstantEnDecoder>(context)),
       enDecoder_(std::make_shared<EnDecoder>(context)), keySwitcher_(std::make_shared<KeySwitcher>(context)) {
     keyPack_.loadMultKey();

@@ -114,7 +114,7 @@ public:
 
     /// Sums of ciphertexts whose levels the caller knows to be equal. The elements that the shorter operand
     /// lacks count as zero.
-    /// @throws RuntimeException of `utils::checkPrecondition`; "Operands have different mod-up states."
+    /// @throws RuntimeException of `utils::requireMatching`; "Operands have different mod-up states."
     template <EncryptionType E>
     void addWithoutCheck(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
                          CiphertextBase<E>& out) const;

@@ -39,11 +39,11 @@ void requireSameModUp(const CiphertextBase<E>& ciphertext, const Plaintext& plai
 
 /// What the factors of a product must be, in the order in which it is told.
 template <EncryptionType E>
-void checkFactors(const CiphertextBase<E>& ciphertext, const Plaintext& plaintext) {
-    utils::throwIfCoeff(ciphertext);
-    require(ciphertext.getLevel() == plaintext.getLevel(), message::operandsDifferInLevel);
+void requireFactors(const CiphertextBase<E>& ciphertext, const Plaintext& plaintext) {
+    utils::requireOnSlots(ciphertext);
+    utils::requireEqualLevels(ciphertext, plaintext);
     utils::requireReadyToMultiply(ciphertext, plaintext);
-    utils::checkPrecondition(ciphertext, plaintext);
+    utils::requireMatching(ciphertext, plaintext);
     requireSameModUp(ciphertext, plaintext);
 }
 
@@ -63,7 +63,7 @@ void HomEvaluatorImpl::negate(const Operand& in, Operand& out) const {
 
 template <Owing Operand>
 void HomEvaluatorImpl::add(const Operand& in, std::complex<double> c, Operand& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireCounterWithinLevel(in);
     requireOwn(in);
     const Stamp stamp = Stamp::of(in);
@@ -98,7 +98,7 @@ void HomEvaluatorImpl::multElements(const Operand& in, Operand& out, const Const
 
 template <Owing Operand>
 void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double> c, Operand& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireLevelAboveZero(in);
     requireOwn(in);
     const Stamp stamp = Stamp::of(in);
@@ -110,7 +110,7 @@ void HomEvaluatorImpl::multWithoutRescale(const Operand& in, std::complex<double
 
 template <Owing Operand>
 void HomEvaluatorImpl::multImagUnit(const Operand& in, Operand& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     requireOwn(in);
     const bool modUp = utils::element(in, 0).isModUp();
     LevelledElement zero(0, context_, modUp, in.getLevel()), one(1, context_, modUp, in.getLevel());
@@ -134,7 +134,7 @@ void HomEvaluatorImpl::multUnsigned(const Operand& in, u64 n, Operand& out) cons
 
 template <Owing Operand>
 void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     requireOwn(in);
     if (n == -1) return negate(in, out);
     if (n >= 0) return multUnsigned(in, static_cast<u64>(n), out);
@@ -147,7 +147,7 @@ void HomEvaluatorImpl::multInteger(const Operand& in, long n, Operand& out) cons
 
 template <Owing Operand>
 void HomEvaluatorImpl::rescale(Operand& in_out) const {
-    utils::throwIfCoeff(in_out);
+    utils::requireOnSlots(in_out);
     utils::requireLevelAboveZero(in_out);
     const int owed = in_out.getRescaleCounter();
     require(owed > 0, owesNoRescale(in_out));
@@ -158,7 +158,7 @@ void HomEvaluatorImpl::rescale(Operand& in_out) const {
 
 template <Owing Operand>
 void HomEvaluatorImpl::inverseRescale(Operand& in_out) const {
-    utils::throwIfCoeff(in_out);
+    utils::requireOnSlots(in_out);
     require(in_out.getLevel() + 1 < context_->parameter.chain_length, message::inverseRescaleAtTop);
     requireOwn(in_out);
     utils::requireCounterWithinLevel(in_out);
@@ -192,16 +192,16 @@ void HomEvaluatorImpl::combineEncoded(const CiphertextBase<E>& in, Encoding enco
 template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combine(const CiphertextBase<E>& in, const Message& message,
                                CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
-    utils::checkPrecondition(in, message);
+    utils::requireOnSlots(in);
+    utils::requireMatching(in, message);
     combineEncoded<Sign>(in, Encoding(context_, message, in.getLevel(), in.getRescaleCounter()), out);
 }
 
 template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combine(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
-    utils::checkPrecondition(in, plaintext);
+    utils::requireOnSlots(in);
+    utils::requireMatching(in, plaintext);
     if (plaintext.getLevel() == in.getLevel())
         combineEncoded<Sign>(in, plaintext, out);
     else
@@ -227,7 +227,7 @@ void HomEvaluatorImpl::combine(const CiphertextBase<E>& a, const CiphertextBase<
 template <class Sign, EncryptionType E>
 void HomEvaluatorImpl::combineElements(const CiphertextBase<E>& a, const CiphertextBase<E>& b,
                                        CiphertextBase<E>& out) const {
-    utils::checkPrecondition(a, b);
+    utils::requireMatching(a, b);
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
     // The output may be either operand, so they are asked before it is given another size.
@@ -313,7 +313,7 @@ void HomEvaluatorImpl::multGaussianInteger(const CiphertextBase<E>& in, double r
 template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
                             CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireNothingOwed(in);
     requireOwn(in);
     if (isIntegral(c.real()) && isIntegral(c.imag()))
@@ -327,7 +327,7 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, std::complex<double> c,
 template <EncryptionType E>
 void HomEvaluatorImpl::multWithoutRescale(const CiphertextBase<E>& in, const Plaintext& plaintext,
                                           CiphertextBase<E>& out) const {
-    checkFactors(in, plaintext);
+    requireFactors(in, plaintext);
     requireOwn(in, plaintext);
     const Stamp stamp = Stamp::of(in);
     utils::fitLike(in, out);
@@ -352,14 +352,14 @@ void HomEvaluatorImpl::multEncoded(const CiphertextBase<E>& in, const Plaintext&
 template <EncryptionType E>
 void HomEvaluatorImpl::multEncoded(const CiphertextBase<E>& in, Encoding encoding,
                                    CiphertextBase<E>& out) const {
-    checkFactors(in, encoding.shape());
+    requireFactors(in, encoding.shape());
     multEncoded(in, std::move(encoding).takeInNTTForm(), out);
 }
 
 template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Message& message,
                             CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireReadyToMultiply(in);
     multEncoded(in, Encoding(context_, message, in.getLevel(), 0), out);
 }
@@ -367,7 +367,7 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Message& message,
 template <EncryptionType E>
 void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Plaintext& plaintext,
                             CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireReadyToMultiply(in, plaintext);
     if (plaintext.getLevel() == in.getLevel())
         multEncoded(in, plaintext, out);
@@ -381,7 +381,7 @@ template <EncryptionType E>
 void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, CiphertextBase<E>& out) const {
     const u64 level = in.getLevel();
     require(targetLevel <= level, message::levelDownUpwards);
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireNothingOwed(in);
     requireOwn(in);
     if (targetLevel == level) {
@@ -401,7 +401,7 @@ void HomEvaluatorImpl::levelDown(const CiphertextBase<E>& in, u64 targetLevel, C
 
 template <EncryptionType E>
 void HomEvaluatorImpl::levelDownOne(const CiphertextBase<E>& in, CiphertextBase<E>& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     utils::requireReadyToMultiply(in);
     const Stamp stamp = Stamp::of(in);
     multWithoutRescale(in, std::complex<double>(1.0, 0.0), out);

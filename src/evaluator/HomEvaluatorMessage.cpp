@@ -18,7 +18,7 @@ void forEachSlot(const Message& in, Message& out, Slot slot) {
 
 template <class Slot>
 void forEachSlot(const Message& a, const Message& b, Message& out, Slot slot) {
-    utils::checkPrecondition(a, b);
+    utils::requireMatching(a, b);
     utils::fitOutput(a, out);
     std::transform(a.begin(), a.end(), b.begin(), out.begin(), slot);
 }

@@ -14,15 +14,11 @@ void requireBothOnSlots(const Ciphertext& a, const Ciphertext& b) {
     require(utils::isOnSlots(a) && utils::isOnSlots(b), message::operandsNotOnSlots);
 }
 
-void requireEqualLevels(const Ciphertext& a, const Ciphertext& b) {
-    require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
-}
-
 } // namespace
 
 void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     requireBothOnSlots(a, b);
-    requireEqualLevels(a, b);
+    utils::requireEqualLevels(a, b);
     require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
     require(a.isModUp() == b.isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
@@ -63,10 +59,10 @@ void HomEvaluatorImpl::tensorOfAnyLength(const Ciphertext& a, const Ciphertext& 
 }
 
 void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     const u64 n = in.getNumPoly();
     require(n >= 3, message::nothingToRelinearize);
-    context_->primes.checkDevice(in.getPoly(n - 1).getDevice(), true);
+    context_->primes.requireServed(in.getPoly(n - 1).getDevice(), true);
     const std::shared_ptr<EvaluationKey> key = keyPack_.getMultKey();
     require(key != nullptr, message::noMultiplicationKey);
     require(!in.isModUp(), message::operandsDifferInModUp);
@@ -85,7 +81,7 @@ void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const 
 void HomEvaluatorImpl::multWithoutRescale(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     require(a.getNumPoly() == 2 && b.getNumPoly() == 2, message::sizeAboveTwo);
     requireBothOnSlots(a, b);
-    requireEqualLevels(a, b);
+    utils::requireEqualLevels(a, b);
     utils::requireReadyToMultiply(a, b);
     Ciphertext product = unsetCiphertext(context_, 3);
     tensor(a, b, product);
@@ -118,7 +114,7 @@ void HomEvaluatorImpl::innerProduct(const Plaintext* plainBegin, const Plaintext
     require(count > 0, message::noOperand);
     for (const Ciphertext* ct = cipherBegin; ct != cipherBegin + count; ++ct) {
         require(ct->getNumPoly() == 2, message::sizeNotTwo);
-        utils::throwIfCoeff(*ct);
+        utils::requireOnSlots(*ct);
     }
     const auto plain = [](const Plaintext& p) -> const Polynomial& { return p.getMx(); };
     const auto partB = [](const Ciphertext& ct) -> const Polynomial& { return ct.getPoly(0); };

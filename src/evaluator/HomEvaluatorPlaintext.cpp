@@ -8,14 +8,10 @@ namespace Torvo {
 
 namespace {
 
-void checkEqualLevels(const Plaintext& a, const Plaintext& b) {
-    require(a.getLevel() == b.getLevel(), message::operandsDifferInLevel);
-}
-
 /// What two factors must be, in the order in which it is told.
-void checkFactors(const Plaintext& a, const Plaintext& b) {
+void requireFactors(const Plaintext& a, const Plaintext& b) {
     utils::requireLevelAboveZero(a, b);
-    checkEqualLevels(a, b);
+    utils::requireEqualLevels(a, b);
     utils::requireNothingOwed(a, b);
 }
 
@@ -23,8 +19,8 @@ void checkFactors(const Plaintext& a, const Plaintext& b) {
 
 template <class Sign>
 void HomEvaluatorImpl::combine(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
-    checkEqualLevels(a, b);
-    utils::checkPrecondition(a, b);
+    utils::requireEqualLevels(a, b);
+    utils::requireMatching(a, b);
     require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
     const Stamp stamp = Stamp::of(a);
@@ -48,8 +44,8 @@ void HomEvaluatorImpl::mult(const Plaintext& in, std::complex<double> c, Plainte
 }
 
 void HomEvaluatorImpl::multWithoutRescale(const Plaintext& a, const Plaintext& b, Plaintext& out) const {
-    checkFactors(a, b);
-    utils::checkPrecondition(a, b);
+    requireFactors(a, b);
+    utils::requireMatching(a, b);
     require(a.getMx().isModUp() == b.getMx().isModUp(), message::operandsDifferInModUp);
     requireOwn(a, b);
     const Stamp stamp = Stamp::of(a);

@@ -43,7 +43,7 @@ Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, Eva
 }
 
 void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     requireTwoElements(in);
     requireOwn(in);
     const u64 r = index % context_->parameter.num_slots;
@@ -109,7 +109,7 @@ void HomEvaluatorImpl::killImag(const Ciphertext& in, Ciphertext& out) const {
 
 void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
                                   std::vector<Ciphertext>& outs) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     requireTwoElements(in);
     requireOwn(in);
     if (isElementOf(outs, in)) {
@@ -157,8 +157,8 @@ void HomEvaluatorImpl::rotSum(const std::vector<Ciphertext>& cts, const std::vec
     require(cts.size() == indices.size(), message::sizesOfRotSumDiffer);
     require(!cts.empty(), message::noOperand);
     for (const Ciphertext& ct : cts) {
-        require(ct.getLevel() == cts[0].getLevel(), message::operandsDifferInLevel);
-        utils::checkPrecondition(cts[0], ct);
+        utils::requireEqualLevels(ct, cts[0]);
+        utils::requireMatching(cts[0], ct);
         requireOwn(ct);
     }
     Ciphertext sum = std::ranges::all_of(indices, [](u64 r) { return r == 0; }) ? plainSum(cts)
@@ -209,7 +209,7 @@ void HomEvaluatorImpl::rightRotateReduce(const Ciphertext& in, u64 gap, u64 coun
 
 void HomEvaluatorImpl::rotateReduce(Direction direction, const Ciphertext& in, u64 gap, u64 count,
                                     Ciphertext& out) const {
-    utils::throwIfCoeff(in);
+    utils::requireOnSlots(in);
     requireOwn(in);
     if (count <= 1)
         out = in;

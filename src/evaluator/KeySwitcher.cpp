@@ -19,7 +19,7 @@ namespace Torvo {
 
 namespace {
 
-Device commonDevice(const std::vector<Polynomial>& polys) {
+Device requireCommonDevice(const std::vector<Polynomial>& polys) {
     require(!polys.empty(), message::noOperand);
     const Device& device = polys.front().getDevice();
     require(std::ranges::all_of(polys, [&](const Polynomial& p) { return p.getDevice() == device; }),
@@ -35,7 +35,7 @@ KeySwitcher::KeySwitcher(const Context& context)
 void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const {
     require(isOfRing(context_, poly), message::operandsOfOtherRing);
     // The tables would be missed before a kernel could tell.
-    context_->primes.checkDevice(poly.getDevice(), true);
+    context_->primes.requireServed(poly.getDevice(), true);
     Polynomial scaled(context_, false, poly.isNTT());
     scaled.setLevel(poly.getLevel());
     scaled.allocate(poly.getDevice());
@@ -70,7 +70,7 @@ Ciphertext KeySwitcher::unsetProduct(const Polynomial& digit) const {
 }
 
 Ciphertext KeySwitcher::multEvalKey(const std::vector<Polynomial>& polys, EvaluationKey& key) const {
-    const Device device = commonDevice(polys);
+    const Device device = requireCommonDevice(polys);
     key.copyTo(device);
     requireFit(key, device, polys.size());
     Ciphertext product = unsetProduct(polys.front());
@@ -82,7 +82,7 @@ Ciphertext KeySwitcher::multEvalKey(const std::vector<Polynomial>& polys, Evalua
 Ciphertext KeySwitcher::multEvalKeys(const std::vector<std::vector<Polynomial>>& polys,
                                      const std::vector<EvaluationKey*>& keys) const {
     require(!polys.empty(), message::noOperand);
-    const Device device = commonDevice(polys.front());
+    const Device device = requireCommonDevice(polys.front());
     std::vector<const Polynomial*> digits, ax, bx;
     for (u64 i = 0; i < keys.size(); ++i) {
         keys[i]->copyTo(device);

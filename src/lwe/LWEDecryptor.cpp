@@ -32,7 +32,7 @@ void Decryptor::decrypt(const Ciphertext& in, const SecretKey& key, double& out)
     require(in.getAx().getDimension() == key.getSx().getDimension(), message::decryptOtherDimension);
     utils::requireCounterWithinLevel(in);
     const PrimeModuli& primes = context_->primes;
-    primes.getCommonDeviceAndCheck(in.getAx(), key.getSx(), in.getBx());
+    primes.requireCommonDevice(in.getAx(), key.getSx(), in.getBx());
     requireOfChain(context_, in);
     require(in.getLevel() <= key.getSx().getLevel(), message::operandsDifferInLevel);
     requireSharedPrimes(key.getContext(), context_, in.getLevel(), message::decryptNumberWithForeignSecret);

@@ -38,7 +38,7 @@ void Encryptor::encrypt(double message, const SecretKey& key, Ciphertext& out, u
                         int rescale_counter) const {
     require(level <= getEncryptionLevel(context_), message::encodeLevelTooHigh);
     require(rescale_counter <= static_cast<int>(level), message::encodeCounterAboveLevel);
-    isValidRescaleCounter(rescale_counter);
+    requireValidRescaleCounter(rescale_counter);
     require(key.getSx().getDimension() == getDimension(context_), message::operandsDifferInDimension);
     require(level <= key.getSx().getLevel(), message::operandsDifferInLevel);
     requireSharedPrimes(key.getContext(), context_, level, message::encryptNumberUnderForeignSecret);

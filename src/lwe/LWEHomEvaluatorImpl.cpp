@@ -49,7 +49,7 @@ void HomEvaluatorImpl::sub(const Ciphertext& in, double c, Ciphertext& out) cons
 /// Brings the operand at the higher level down, then combines both.
 template <class Sign>
 void HomEvaluatorImpl::combine(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
-    utils::checkPrecondition(a, b);
+    utils::requireMatching(a, b);
     for (const Ciphertext* operand : {&a, &b}) requireOwn(*operand);
     require(a.getAx().getDimension() == b.getAx().getDimension(), message::operandsDifferInDimension);
     if (a.getLevel() == b.getLevel()) return combineParts<Sign>(a, b, out);

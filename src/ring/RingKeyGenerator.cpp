@@ -50,13 +50,13 @@ void requirePackingRankAndPrimes(const Context& ring, const AnyContext& in, u64 
 
 } // namespace
 
-void checkModPackKeyBundleCondition(const Context& ring, const Context& in, const Context& out) {
+void requireModPackKeyBundleCondition(const Context& ring, const Context& in, const Context& out) {
     requirePackingDimension(ring, out);
     require(isMultiple(out->parameter.degree, in->parameter.degree), message::modPackDegree);
     requirePackingRankAndPrimes(ring, in, in->parameter.rank, in->parameter.encryption_level, out);
 }
 
-void checkModPackKeyBundleCondition(const Context& ring, const LWE::Context& in, const Context& out) {
+void requireModPackKeyBundleCondition(const Context& ring, const LWE::Context& in, const Context& out) {
     requirePackingDimension(ring, out);
     requirePackingRankAndPrimes(ring, in, in->parameter.dimension, in->parameter.numQP, out);
 }
@@ -92,7 +92,7 @@ template <EncryptionType E>
 ModPackKeyBundle RingKeyGenerator::genModPackKeyBundle(const SecretKeyBase<EncryptionType::MLWE>& in_key,
                                                        const SecretKeyBase<E>& out_key) const {
     const Context& in = in_key.getContext();
-    checkModPackKeyBundleCondition(context_, in, out_key.getContext());
+    requireModPackKeyBundleCondition(context_, in, out_key.getContext());
     return packingKeys(in_key.getCoefficients(), in->parameter.rank, in->parameter.degree, out_key);
 }
 
@@ -100,7 +100,7 @@ template <EncryptionType E>
 ModPackKeyBundle RingKeyGenerator::genModPackKeyBundle(const LWE::SecretKey& in_key,
                                                        const SecretKeyBase<E>& out_key) const {
     const LWE::Context& in = in_key.getContext();
-    checkModPackKeyBundleCondition(context_, in, out_key.getContext());
+    requireModPackKeyBundleCondition(context_, in, out_key.getContext());
     return packingKeys(in_key.getCoefficients(), in->parameter.dimension, 1, out_key);
 }
 

@@ -32,7 +32,7 @@ private:
 
 /// The rules for packing from a key of `in` to a key of `out` by keys of `ring`, with the texts of
 /// `KeyGenerator::genModPackKeyBundle`. In plain LWE the dimension is the rank, and the degree is 1.
-void checkModPackKeyBundleCondition(const Context& ring, const Context& in, const Context& out);
-void checkModPackKeyBundleCondition(const Context& ring, const LWE::Context& in, const Context& out);
+void requireModPackKeyBundleCondition(const Context& ring, const Context& in, const Context& out);
+void requireModPackKeyBundleCondition(const Context& ring, const LWE::Context& in, const Context& out);
 
 } // namespace Torvo

@@ -53,15 +53,14 @@ void requireOnCoefficients(const AnyCiphertext& operand) {
 
 template <class AnyCiphertext>
 void requireMatching(const std::vector<const AnyCiphertext*>& operands) {
-    for (const AnyCiphertext* operand : operands) utils::checkPrecondition(*operands.front(), *operand);
+    for (const AnyCiphertext* operand : operands) utils::requireMatching(*operands.front(), *operand);
 }
 
 /// Requires that the scales of all are the same, and defined.
 template <class AnyCiphertext>
 void requireLevels(const std::vector<const AnyCiphertext*>& operands) {
     const AnyCiphertext& first = *operands.front();
-    for (const AnyCiphertext* operand : operands)
-        require(operand->getLevel() == first.getLevel(), message::operandsDifferInLevel);
+    for (const AnyCiphertext* operand : operands) utils::requireEqualLevels(*operand, first);
     utils::requireCounterWithinLevel(first);
 }
 
@@ -195,7 +194,7 @@ void modPackAny(const std::vector<const AnyCiphertext*>& in, const ModPackKeyBun
     const Stamp stamp = packedStamp(out.getContext(), in.front()->getRescaleCounter());
     const std::vector<Polynomial> polys = combined(in, out.getContext());
     for (const Context& ring : {out.getContext(), keys.getContext()})
-        ring->primes.getCommonDeviceAndCheck(polys.front());
+        ring->primes.requireCommonDevice(polys.front());
     for (const AnyCiphertext* operand : in) requirePrimes(*operand, out.getContext(), message::packingInput);
     requireSharedPrimes(keys.getContext(), out.getContext(), level, message::packingKeys);
     mlweKeySwitch(polys, keys, out);
@@ -228,7 +227,7 @@ void RingPacker::compose(const std::vector<const Ciphertext*>& in, const RingSwi
     for (const Context& ring : {context, key.getContext()}) requireFit(ring, degreeOf(out), first.getLevel());
     for (const Ciphertext* operand : in) requireWithinOwnChain(*operand);
     for (const Ciphertext* operand : in) requireOutOfNTT(*operand);
-    key.getContext()->primes.getCommonDeviceAndCheck(first);
+    key.getContext()->primes.requireCommonDevice(first);
     for (const Ciphertext* operand : in) requirePrimes(*operand, context, message::packingInput);
     requireSharedPrimes(key.getContext(), context, first.getLevel(), message::packingKeys);
 
@@ -260,7 +259,7 @@ void RingPacker::decompose(const Ciphertext& in, const RingSwitchKey& key,
     requireWithinOwnChain(in);
     Ciphertext switched(key.getContext(), in);
     requireOutOfNTT(in);
-    key.getContext()->primes.getCommonDeviceAndCheck(in);
+    key.getContext()->primes.requireCommonDevice(in);
     requirePrimes(in, key.getContext(), message::decomposingKey);
     requireSharedPrimes(key.getContext(), context, in.getLevel(), message::packingKeys);
     switchKey(key, switched);
@@ -301,7 +300,7 @@ void RingPacker::unPack(const Ciphertext& in, const std::vector<LWE::Ciphertext*
     const Stamp stamp = Stamp::of(in);
     LevelledVector a(context);
     ringSwitcher.split(in.getPoly(1), a);
-    context->primes.getCommonDeviceAndCheck(a);
+    context->primes.requireCommonDevice(a);
     requirePrimes(in, context, message::packingInput);
     std::vector<LevelledElement*> numbers;
     for (LWE::Ciphertext* part : out) {

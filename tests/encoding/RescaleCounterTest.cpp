@@ -20,14 +20,14 @@ TEST(RescaleCounter, HoldsAnyValueThatIsNotNegative) {
         RescaleCounter counter(5);
         counter.setValue(value);
         EXPECT_EQ(counter.getValue(), value);
-        EXPECT_NO_THROW(isValidRescaleCounter(value));
+        EXPECT_NO_THROW(requireValidRescaleCounter(value));
     }
 }
 
 TEST(RescaleCounter, RefusesNegativeValuesAndKeepsItsOwn) {
     for (const int value : {-1, least}) {
         EXPECT_REFUSED(RescaleCounter{value}, negative);
-        EXPECT_REFUSED(isValidRescaleCounter(value), negative);
+        EXPECT_REFUSED(requireValidRescaleCounter(value), negative);
         RescaleCounter counter(5);
         EXPECT_REFUSED(counter.setValue(value), negative);
         EXPECT_EQ(counter.getValue(), 5);

@@ -316,9 +316,9 @@ TEST(KeyGeneratorRing, PackingKeysFromPlainLWEAreRefusedInOrder) {
     // Contexts whose chains are cut short: the rules look at nothing else.
     const Context whole = smallRingOfSD3(), shortened = smallRingOfSD3();
     shortened->parameter.chain_length = 3;
-    EXPECT_REFUSED(checkModPackKeyBundleCondition(shortened, in.getContext(), shortened), wrongPrimes);
-    EXPECT_REFUSED(checkModPackKeyBundleCondition(whole, in.getContext(), shortened), wrongOutputPrimes);
-    EXPECT_NO_THROW(checkModPackKeyBundleCondition(whole, in.getContext(), whole));
+    EXPECT_REFUSED(requireModPackKeyBundleCondition(shortened, in.getContext(), shortened), wrongPrimes);
+    EXPECT_REFUSED(requireModPackKeyBundleCondition(whole, in.getContext(), shortened), wrongOutputPrimes);
+    EXPECT_NO_THROW(requireModPackKeyBundleCondition(whole, in.getContext(), whole));
 }
 
 TEST(KeyGeneratorRing, TheLargeRingHasRankOne) {
@@ -332,8 +332,8 @@ TEST(KeyGeneratorRing, TheLargeRingHasRankOne) {
 
 TEST(KeyGeneratorRing, TheRulesOfPackingStandUnderTheirName) {
     const Context ring = familyRing(7, 1), in = familyModule(6, 1, 2);
-    EXPECT_NO_THROW(checkModPackKeyBundleCondition(ring, in, in));
-    EXPECT_REFUSED(checkModPackKeyBundleCondition(familyRing(6, 1), in, in), wrongDimension);
+    EXPECT_NO_THROW(requireModPackKeyBundleCondition(ring, in, in));
+    EXPECT_REFUSED(requireModPackKeyBundleCondition(familyRing(6, 1), in, in), wrongDimension);
 }
 
 } // namespace Torvo

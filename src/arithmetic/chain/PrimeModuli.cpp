@@ -108,7 +108,7 @@ void PrimeModuli::toDevice() {
     throwUnsupported("toDevice");
 }
 
-Device PrimeModuli::checkDevice(const Device& device, bool isCommon) const {
+Device PrimeModuli::requireServed(const Device& device, bool isCommon) const {
     require(isCommon, message::operandsOnDifferentDevices);
     require(device == Device{} || devices_.contains(device), message::deviceNotServed);
     return device;

@@ -74,11 +74,11 @@ public:
     ///         the operation with current operands; check the device." unless it is the host or one that the
     ///         context was made for
     template <class First, class... Rest>
-    Device getCommonDeviceAndCheck(const First& first, const Rest&... rest) const {
-        return checkDevice(first.getDevice(), ((rest.getDevice() == first.getDevice()) && ...));
+    Device requireCommonDevice(const First& first, const Rest&... rest) const {
+        return requireServed(first.getDevice(), ((rest.getDevice() == first.getDevice()) && ...));
     }
     /// The same for operands of which the first is on `device`, and all others if `isCommon`.
-    Device checkDevice(const Device& device, bool isCommon) const;
+    Device requireServed(const Device& device, bool isCommon) const;
     /// Whether a polynomial has the degree of this ring and its primes on all live rows; in the mod-up state
     /// it has a row for each of them. False too for a level, set by hand, that the polynomial's own chain
     /// does not reach.

@@ -64,7 +64,7 @@ void PrimeModuli::tensor(const Polynomial& x, const Polynomial& y, const Polynom
 }
 
 bool PrimeModuli::isZero(const Polynomial& p) const {
-    requireBackend(getCommonDeviceAndCheck(p), {"isZeroCUDA", "isZero"});
+    requireBackend(requireCommonDevice(p), {"isZeroCUDA", "isZero"});
     require(isOwn(p), message::operandsOfOtherRing);
     const RowBound bound{p.getLevel(), p.getNumBase(), p.rowEnd()};
     std::atomic<u64> nonZeroRows = 0;
@@ -91,7 +91,7 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
     }
     require(sameLevel, message::operandsDifferInLevel);
     require(sameModUp, message::operandsDifferInModUp);
-    checkDevice(first.getDevice(), sameDevice);
+    requireServed(first.getDevice(), sameDevice);
     require(own, message::operandsOfOtherRing);
     if (overwritten) {
         // The sums are written while operands are still read, so they must not share memory with an operand.

@@ -60,7 +60,7 @@ DeviceSpecificArray<u64> PrimeModuli::computeConstantCoefficients(const Levelled
 
 DeviceSpecificArray<u64> PrimeModuli::computeConstantCoefficients(const LevelledElement& real,
                                                                   const LevelledElement& imag) const {
-    requireBackend(getCommonDeviceAndCheck(real, imag),
+    requireBackend(requireCommonDevice(real, imag),
                    {"computeConstantCoefficients", "computeConstantCoefficients"});
     const u64 rows = std::min(real.getData().size(), imag.getData().size());
     DeviceSpecificArray<u64> pairs(2 * rows);

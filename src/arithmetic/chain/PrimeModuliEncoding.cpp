@@ -71,7 +71,7 @@ void PrimeModuli::coefficientsToPolyVector(const DeviceSpecificArray<int>& ints,
     require(ints.size() == degree_ * polys.getSize(), message::coefficientsMissPolyVector);
     const int* coefficients = ints.getData();
     for (Polynomial& poly : polys.getPolys()) {
-        requireBackend(getCommonDeviceAndCheck(ints, poly),
+        requireBackend(requireCommonDevice(ints, poly),
                        {"coefficientsToPolyVector", "coefficientsToPolyVector"});
         require(isOwn(poly), message::operandsOfOtherRing);
         const RowBound bound{poly.getLevel(), poly.getNumBase(), poly.rowEnd()};
@@ -87,7 +87,7 @@ void PrimeModuli::coefficientsToPolyVector(const DeviceSpecificArray<int>& ints,
 void PrimeModuli::coefficientsToLevelledVector(const DeviceSpecificArray<int>& ints,
                                                LevelledVector& vector) const {
     require(ints.size() == vector.getDimension(), message::coefficientsMissLevelledVector);
-    requireBackend(getCommonDeviceAndCheck(ints, vector),
+    requireBackend(requireCommonDevice(ints, vector),
                    {"coefficientsToLevelledVector", "coefficientsToLevelledVector"});
     require(vector.getLevel() < size(), message::operandsOfOtherRing);
     forEachIndex<Nesting::Default>(vector.getLevel() + 1, [&](u64 i) {

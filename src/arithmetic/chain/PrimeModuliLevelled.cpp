@@ -22,7 +22,7 @@ void requireSameDimension(const LevelledVector& a, const LevelledVector& b) {
 template <class A, class B, class Out>
 void shapeLevelledAt(u64 level, const PrimeModuli& primes, FailureNames names, const A& a, const B& b,
                      Out& out) {
-    const Device device = primes.getCommonDeviceAndCheck(a, b);
+    const Device device = primes.requireCommonDevice(a, b);
     requireSameDimension(a, b);
     require(level < primes.size(), message::operandsOfOtherRing);
     out.setLevel(level);

@@ -49,7 +49,7 @@ void PrimeModuli::normalizeMod(Polynomial& out, const Polynomial& in, u64 row, u
 // and subAndConstMult otherwise.
 void PrimeModuli::rescale(Polynomial& p) const {
     const u64 level = p.getLevel();
-    const Device device = getCommonDeviceAndCheck(p);
+    const Device device = requireCommonDevice(p);
     require(isOwn(p), message::operandsOfOtherRing);
     requireBackend(device, p.isNTT() ? FailureNames{"execinttBatch", "backwardNTT"}
                                      : FailureNames{"normalizeModCUDA", "normalizeMod"});
@@ -77,7 +77,7 @@ void PrimeModuli::inverseRescale(Polynomial& p) const {
 }
 
 void PrimeModuli::rescale(LevelledElement& e) const {
-    requireBackend(getCommonDeviceAndCheck(e), {"rescaleCUDA", "rescale"});
+    requireBackend(requireCommonDevice(e), {"rescaleCUDA", "rescale"});
     const u64 level = e.getLevel();
     require(level < size(), message::operandsOfOtherRing);
     const TopRow top{&e[level], getPrime(level), 1};
@@ -89,7 +89,7 @@ void PrimeModuli::rescale(LevelledElement& e) const {
 }
 
 void PrimeModuli::rescale(LevelledVector& v) const {
-    requireBackend(getCommonDeviceAndCheck(v), {"rescaleCUDA", "rescale"});
+    requireBackend(requireCommonDevice(v), {"rescaleCUDA", "rescale"});
     const u64 level = v.getLevel();
     require(level < size(), message::operandsOfOtherRing);
     const TopRow top{v.getRow(level), getPrime(level), v.getDimension()};

@@ -65,7 +65,7 @@ RowBound shapeResult(const PrimeModuli& primes, FailureNames names, std::initial
     }
     for (const auto& [out, isNTT] : outputs)
         bound.end = std::min(bound.end, out.isModUp() ? out.getNumRows() : bound.level + 1);
-    const Device device = primes.checkDevice(first, isCommon);
+    const Device device = primes.requireServed(first, isCommon);
     for (const Operand& operand : operands)
         require(hasRows(primes, operand, bound), message::operandsOfOtherRing);
     for (const auto& [out, isNTT] : outputs)

@@ -188,10 +188,10 @@ TEST(PrimeModuliDevices, AreCheckedAtUse) {
         Device getDevice() const { return device; }
     };
     const OnDevice host{}, onGPU{gpu}, other{{DeviceType::GPU, 1}};
-    EXPECT_EQ(primes.getCommonDeviceAndCheck(host, host), Device{});
-    EXPECT_EQ(primes.getCommonDeviceAndCheck(onGPU), gpu);
-    EXPECT_REFUSED(primes.getCommonDeviceAndCheck(other, other, onGPU), "Operands are in different devices.");
-    EXPECT_REFUSED(primes.getCommonDeviceAndCheck(other, other),
+    EXPECT_EQ(primes.requireCommonDevice(host, host), Device{});
+    EXPECT_EQ(primes.requireCommonDevice(onGPU), gpu);
+    EXPECT_REFUSED(primes.requireCommonDevice(other, other, onGPU), "Operands are in different devices.");
+    EXPECT_REFUSED(primes.requireCommonDevice(other, other),
                    "The generated context does not support the operation with current operands; check the "
                    "device.");
     EXPECT_THROW_TEXT(primes.getInvPrimeData(gpu), std::out_of_range, "map::at");
