@@ -1,6 +1,6 @@
 #include "arithmetic/chain/PrimeModuli.hpp"
 #include "arithmetic/chain/PrimeModuliShape.hpp"
-#include "arithmetic/kernels/BitReversal.hpp"
+#include "arithmetic/kernels/Automorphism.hpp"
 #include "core/Failure.hpp"
 
 #include <algorithm>
@@ -22,20 +22,6 @@ template <int range>
 void backwardRow(const Modulus& modulus, const u64* in, u64* out, u64 n) {
     if (in != out) std::copy_n(in, n, out);
     modulus.getNTT().computeBackward<range>(out);
-}
-
-/// The automorphism X -> X^k on transformed rows: position j of the image takes the word at position
-/// table[j]. Position j holds the value at psi^(2 rev(j) + 1); there the image of f has the value of f at
-/// psi^((2 rev(j) + 1) k).
-DeviceSpecificArray<int> automorphismTable(u64 degree, long k) {
-    const u64 bits = static_cast<u64>(__builtin_ctzl(degree));
-    const u64 exponent = static_cast<u64>(k);
-    DeviceSpecificArray<int> table(degree);
-    forEachIndex(degree, [&](u64 j) {
-        const u64 image = (2 * reverseBits(j, bits) + 1) * exponent % (2 * degree);
-        table[j] = static_cast<int>(reverseBits(image / 2, bits));
-    });
-    return table;
 }
 
 } // namespace
@@ -98,16 +84,17 @@ template <bool accumulate>
 void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out, Scratch scratch) const {
     const auto bound = shapeResult(*this, {"frobeniusMapInNTTCUDA", "frobeniusMapInNTT"},
                                    {a, accumulate ? out : a}, {{out, true}});
-    const auto table = automorphismTable(degree_, k);
-    // A row is first copied in order to scratch memory, so that the irregular accesses of the table hit only
-    // the cache.
-    ScratchRows held(degree_, scratch), images(accumulate ? degree_ : 0, scratch);
+    const Automorphism automorphism(degree_, k);
+    const bool inPlace = &a == &out;
+    ScratchRows images(accumulate || inPlace ? degree_ : 0, scratch);
     forEachRow(bound.live(), [&](u64 i) {
-        const u64* in = held.hold(a.getRow(i));
         u64* row = out.getRow(i);
-        u64* image = accumulate ? images.mine() : row;
-        for (u64 j = 0; j < degree_; ++j) image[j] = in[table[j]];
-        if constexpr (accumulate) moduli_[i].addVector(row, row, image, degree_);
+        u64* image = accumulate || inPlace ? images.mine() : row;
+        automorphism.apply(a.getRow(i), image);
+        if constexpr (accumulate)
+            moduli_[i].addVector(row, row, image, degree_);
+        else if (inPlace)
+            std::copy_n(image, degree_, row);
     });
 }
 

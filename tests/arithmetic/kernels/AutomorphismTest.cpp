@@ -1,0 +1,40 @@
+#include "arithmetic/kernels/Automorphism.hpp"
+
+#include "arithmetic/kernels/NTT.hpp"
+#include "support/NaiveRing.hpp"
+#include "support/Seeded.hpp"
+
+#include <gtest/gtest.h>
+
+namespace Torvo {
+namespace {
+
+using namespace test;
+
+constexpr u64 degree = 64, prime = 257; // 1 modulo 128
+
+TEST(Automorphism, MovesTheValuesOfAPolynomialToThoseOfItsImage) {
+    Seeded random(11);
+    SCOPED_TRACE(random.describe());
+    const NTT ntt(degree, prime);
+    for (long k = -127; k < 128; k += 2) {
+        const Words f = random.row(degree, prime);
+        Words values = f, image(degree), expected = automorphism(f, k, prime);
+        ntt.computeForward<1>(values.data());
+        ntt.computeForward<1>(expected.data());
+        Automorphism(degree, k).apply(values.data(), image.data());
+        EXPECT_EQ(image, expected) << k;
+    }
+}
+
+TEST(Automorphism, FillsEveryCacheLineFromOne) {
+    Words positions(degree), image(degree);
+    for (u64 i = 0; i < degree; ++i) positions[i] = i;
+    for (long k = -127; k < 128; k += 2) {
+        Automorphism(degree, k).apply(positions.data(), image.data());
+        for (u64 i = 0; i < degree; ++i) EXPECT_EQ(image[i] / 8, image[i / 8 * 8] / 8) << k;
+    }
+}
+
+} // namespace
+} // namespace Torvo
