@@ -124,9 +124,8 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
     const Stamp stamp = Stamp::of(in);
     const PrimeModuli& primes = context_->primes;
     // The automorphism commutes with the decomposition, which so is paid once for all rotations.
-    std::vector<Polynomial> blocks, rotated;
-    keySwitcher_->modUpPQ(in.getPoly(1), blocks);
-    for (const Polynomial& block : blocks) rotated.push_back(block.sameShape());
+    std::vector<Polynomial> digits;
+    keySwitcher_->modUpPQ(in.getPoly(1), digits);
     for (u64 k = 0; k < indices.size(); ++k) {
         if (indices[k] == 0) {
             outs[k] = in;
@@ -134,8 +133,7 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
         }
         const std::shared_ptr<EvaluationKey> key = leftRotationKey(indices[k]);
         const long g = galoisElement(indices[k], in.getDevice());
-        for (u64 j = 0; j < blocks.size(); ++j) primes.frobeniusMapInNTT<false>(blocks[j], g, rotated[j]);
-        keySwitcher_->modDown(keySwitcher_->multEvalKey(rotated, *key), outs[k], true);
+        outs[k] = keySwitcher_->switchMapped(digits, g, *key);
         primes.frobeniusMapInNTT<true>(in.getPoly(0), g, outs[k].getPoly(0));
         stamp.putOn(outs[k]);
     }

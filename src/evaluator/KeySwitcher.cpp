@@ -32,7 +32,7 @@ Device requireCommonDevice(const std::vector<Polynomial>& polys) {
 KeySwitcher::KeySwitcher(const Context& context)
     : context_(context), baseConv_(context), decomposeData_(context) {}
 
-void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const {
+Polynomial KeySwitcher::timesGadgetFactors(const Polynomial& poly) const {
     require(isOfRing(context_, poly), message::operandsOfOtherRing);
     // The tables would be missed before a kernel could tell.
     context_->primes.requireServed(poly.getDevice(), true);
@@ -42,7 +42,11 @@ void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) 
     // The factors are those of the full chain at every level, so that one key serves all levels.
     context_->primes.constMult(poly, decomposeData_.getHatQInvMod(poly.getDevice()), scaled,
                                OutputModulusBoundValidator{0, poly.getLevel() + 1});
-    PolynomialVector blocks = baseConv_.modUp(scaled);
+    return scaled;
+}
+
+void KeySwitcher::modUpPQ(const Polynomial& poly, std::vector<Polynomial>& out) const {
+    PolynomialVector blocks = baseConv_.modUp(timesGadgetFactors(poly));
     out = std::move(blocks.getPolys());
 }
 
@@ -107,10 +111,32 @@ void KeySwitcher::modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) con
     out = baseConv_.modDown(in, isNTT);
 }
 
+KeyRows KeySwitcher::rowsOf(EvaluationKey& key, const Device& device, u64 digits, u64 level) const {
+    key.copyTo(device);
+    requireFit(key, device, digits);
+    const KeyRows rows{key.getAxIter(device), key.getBxIter(device), digits};
+    for (u64 g = 0; g < digits; ++g) {
+        for (const Polynomial* pair : {rows.ax + g, rows.bx + g}) {
+            require(pair->getLevel() >= level, message::operandsDifferInLevel);
+            require(context_->primes.isOwn(*pair), message::operandsOfOtherRing);
+        }
+    }
+    return rows;
+}
+
 Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT) const {
-    std::vector<Polynomial> blocks;
-    modUpPQ(poly, blocks);
-    return baseConv_.modDown(multEvalKey(blocks, key), isNTT);
+    const Polynomial scaled = timesGadgetFactors(poly);
+    const u64 level = poly.getLevel();
+    const u64 digits = level / ringOf(context_).groupSize() + 1;
+    return baseConv_.switchKey(scaled, rowsOf(key, poly.getDevice(), digits, level), isNTT);
+}
+
+Ciphertext KeySwitcher::switchMapped(const std::vector<Polynomial>& digits, long galois,
+                                     EvaluationKey& key) const {
+    const Device device = requireCommonDevice(digits);
+    const Automorphism automorphism(ringOf(context_).degree, galois);
+    const KeyRows rows = rowsOf(key, device, digits.size(), digits.front().getLevel());
+    return baseConv_.switchKey(digits, automorphism, rows, true);
 }
 
 } // namespace Torvo

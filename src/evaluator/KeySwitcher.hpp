@@ -35,14 +35,21 @@ public:
     /// @throws RuntimeException "Operands are not of the ring of the generated context." unless `in` is
     ///         mod-up and of this ring
     void modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) const;
-    /// The three steps in a row: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the
+    /// The three steps in one pass: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the
     /// key switches from.
     Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT = true) const;
+    /// The last two of them in one pass, for the digits of a polynomial under X -> X^galois, from those of the
+    /// polynomial itself: the automorphism commutes with the decomposition.
+    Ciphertext switchMapped(const std::vector<Polynomial>& digits, long galois, EvaluationKey& key) const;
 
 private:
+    /// The factors of the gadget multiplied in, as the digits want it.
+    Polynomial timesGadgetFactors(const Polynomial& poly) const;
     /// The guard before `digits` blocks of `key` are read. It compares the key's polynomials, because a key
     /// need not have a context.
     void requireFit(const EvaluationKey& key, const Device& device, u64 digits) const;
+    /// What is multiplied with as many digits of `level`, after that guard and those of a sum of products.
+    KeyRows rowsOf(EvaluationKey& key, const Device& device, u64 digits, u64 level) const;
     /// A ciphertext with room for the products of such digits.
     Ciphertext unsetProduct(const Polynomial& digit) const;
 

@@ -7,6 +7,8 @@
 #include "support/Scheme.hpp"
 #include "support/Seeded.hpp"
 
+#include <Torvo/KeyGenerator.hpp>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -206,6 +208,20 @@ TEST_F(KeySwitching, TheSumsRefuseNothingAndTwoDevices) {
     EXPECT_REFUSED(switcher.multEvalKey(blocks, key),
                    "The generated context does not support the operation with current operands; check the "
                    "device.");
+}
+
+TEST_F(KeySwitching, AKeyOfALowerLevelIsRefusedByEveryForm) {
+    const KeyGenerator generator(context, scheme.secretKey);
+    generator.genMultKey();
+    const auto key = generator.getKeyPack().getMultKey();
+    key->getBxIter(Device{})[1].setLevel(4);
+    const Polynomial p = uniform(7);
+    const std::vector<Polynomial> blocks = blocksOf(p);
+    const char* const text = "Operands have different levels.";
+    EXPECT_REFUSED(switcher.switchKey(p, *key), text);
+    EXPECT_REFUSED(switcher.switchMapped(blocks, 5, *key), text);
+    EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
+    EXPECT_NO_THROW(switcher.switchKey(uniform(4), *key)); // one digit, and so the first pair alone
 }
 
 TEST_F(KeySwitching, BlocksAreMadeOnlyWhereTheContextHasTables) {

@@ -1,10 +1,13 @@
 #include "arithmetic/conversion/FastBaseConv.hpp"
 
+#include "arithmetic/chain/Backend.hpp"
 #include "arithmetic/elements/Messages.hpp"
 #include "arithmetic/elements/Ring.hpp"
 #include "arithmetic/kernels/PrimeProduct.hpp"
 #include "arithmetic/kernels/RowLoop.hpp"
 #include "core/Failure.hpp"
+
+#include <omp.h>
 
 #include <algorithm>
 #include <array>
@@ -47,47 +50,44 @@ DeviceSpecificArray2D<u64> tableOf(u64 rows, u64 columns, Entry&& entry) {
     return table;
 }
 
-/// The lifted rows of one digit that are summed for another prime: `count` rows from `rows` on, of primes
-/// `first`, `first + 1`, ...; `hats` holds the constant of row r at word r * hatStride.
-struct DigitRows {
-    const u64* rows;
-    u64 count;
-    u64 first;
-    const u64* hats;
-    u64 hatStride;
-};
-
-/// out = sum over r of norm(row r) * hat_r modulo the prime of `target`, where the rows were lifted.
-void convertDigit(const Ring& ring, const DigitRows& digit, const Modulus& target, u64* out) {
-    target.sumCentredProducts(digit.rows, &ring.moduli[digit.first], digit.hats, digit.hatStride, digit.count,
-                              out);
-}
-
-/// Reduces words from range 2 to range 1.
-void foldIntoRangeOne(const Modulus& modulus, u64* row, u64 n) {
-    const u64 p = modulus.getPrime();
-    for (u64 i = 0; i < n; ++i) row[i] = std::min(row[i], row[i] - p); // the difference wraps below p
-}
-
 struct Conversion {
     u64 row;
     u64 digit;
 };
 
 /// The pairs of digit and target row of a mod-up at `level`: neither a digit's own rows nor holes.
-std::vector<Conversion> modUpWork(const Ring& ring, u64 level) {
-    const u64 digits = level / ring.groupSize() + 1;
+std::vector<Conversion> modUpWork(const RowConversion& convert, u64 level) {
+    const Ring& ring = convert.ring();
     std::vector<Conversion> work;
-    work.reserve(digits * ring.total());
-    for (u64 g = 0; g < digits; ++g) {
+    work.reserve(convert.digits(level) * ring.total());
+    for (u64 g = 0; g < convert.digits(level); ++g) {
         for (u64 t = 0; t < ring.total(); ++t) {
-            const bool isOwn = ring.digitBegin(g) <= t && t < ring.digitEnd(g);
             const bool isHole = level < t && t < ring.numBase;
-            if (!isOwn && !isHole) work.push_back({t, g});
+            if (!convert.isOwnRow(g, t) && !isHole) work.push_back({t, g});
         }
     }
     return work;
 }
+
+/// Rows of raised digits that are kept until they are multiplied. Fewer would have the products read and reduced
+/// more often, more would not stay in the cache.
+constexpr u64 digitsAtOnce = 8;
+static_assert(digitsAtOnce <= rows::maxTerms);
+
+/// Spare rows of each thread of the loops to come.
+class ThreadRows {
+public:
+    ThreadRows(u64 rows, u64 length) : length_(length), rows_(rows), words_(rows * length * teamSize()) {}
+    /// Row i of the calling thread.
+    u64* mine(u64 i) {
+        return words_.getData() + (static_cast<u64>(omp_get_thread_num()) * rows_ + i) * length_;
+    }
+
+private:
+    u64 length_;
+    u64 rows_;
+    DeviceSpecificArray<u64> words_;
+};
 
 } // namespace
 
@@ -112,6 +112,9 @@ FastBaseConv::FastBaseConv(const Context& context) : context_(context) {
 
 namespace {
 
+constexpr FailureNames upNames{"modUpGPUImpl", "modUp"};
+constexpr FailureNames downNames{"modDownGPUImpl", "modDown"};
+
 /// A level that the chain does not have would read past the ends of the tables; rows of another ring would be
 /// read past their ends.
 void requireOfChain(const Ring& ring, const Polynomial& polynomial, bool isModUp) {
@@ -124,69 +127,57 @@ void requireOfChain(const Ring& ring, const Polynomial& polynomial, bool isModUp
 
 PolynomialVector FastBaseConv::modUp(const Polynomial& a) const {
     requireOfChain(ringOf(context_), a, false);
-    switch (a.getDevice().type) {
-    case DeviceType::CPU:
-        return modUpCPUImpl(a);
-    case DeviceType::GPU:
-        throwUnsupported("modUpGPUImpl");
-    default:
-        throwUnsupported("modUp");
-    }
+    requireBackend(a.getDevice(), upNames);
+    return modUpCPUImpl(a);
+}
+
+Ciphertext FastBaseConv::switchKey(const Polynomial& a, const KeyRows& key, bool isNTT) const {
+    requireOfChain(ringOf(context_), a, false);
+    requireBackend(a.getDevice(), upNames);
+    return switchKeyCPUImpl(a, key, isNTT);
+}
+
+Ciphertext FastBaseConv::switchKey(const std::vector<Polynomial>& digits, const Automorphism& automorphism,
+                                   const KeyRows& key, bool isNTT) const {
+    const Polynomial& first = digits.front();
+    for (const Polynomial& digit : digits) requireOfChain(ringOf(context_), digit, true);
+    requireBackend(first.getDevice(), downNames);
+    return multiplyAndDivide(rowsOn(first.getDevice()), first.getLevel(), key, isNTT,
+                             [&](u64 g, u64 t, u64* row) {
+                                 automorphism.apply(digits[g].getRow(t), row);
+                                 return row;
+                             });
 }
 
 Ciphertext FastBaseConv::modDown(const Ciphertext& in, bool isNTT) const {
     for (u64 i = 0; i < 2; ++i) requireOfChain(ringOf(context_), in.getPoly(i), true);
-    switch (in.getDevice().type) {
-    case DeviceType::CPU:
-        return modDownCPUImpl(in, isNTT);
-    case DeviceType::GPU:
-        throwUnsupported("modDownGPUImpl");
-    default:
-        throwUnsupported("modDown");
-    }
+    requireBackend(in.getDevice(), downNames);
+    return modDownCPUImpl(in, isNTT);
+}
+
+RowConversion FastBaseConv::rowsOn(const Device& device) const {
+    return {ringOf(context_),
+            {hatInvQ_.at(device), hatQ_.at(device), hatInvP_.at(device), hatP_.at(device), invP_.at(device)}};
 }
 
 /// In the polynomial of a digit, the digit's own rows end as a copy of the input. Until the last step they
-/// hold the digit's scaled coefficients, so no scratch memory is needed.
+/// hold the digit's lifted coefficients, so no scratch memory is needed.
 PolynomialVector FastBaseConv::modUpCPUImpl(const Polynomial& a) const {
-    const Ring ring = ringOf(context_);
+    const RowConversion convert = rowsOn(a.getDevice());
+    const Ring& ring = convert.ring();
     const u64 level = a.getLevel();
-    const u64 groupSize = ring.groupSize();
-    const auto& hatInvQ = hatInvQ_.at(a.getDevice());
-    const auto& hatQ = hatQ_.at(a.getDevice());
 
-    PolynomialVector out(context_, level / groupSize + 1, true, true);
+    PolynomialVector out(context_, convert.digits(level), true, true);
     out.setLevel(level);
     auto& digits = out.getPolys();
-    const auto ownRow = [&](u64 i) { return digits[i / groupSize].getRow(i); };
+    const auto ownRow = [&](u64 i) { return digits[i / ring.groupSize()].getRow(i); };
 
-    forEachIndex(level + 1, [&](u64 i) {
-        const Modulus& modulus = ring.moduli[i];
-        u64* row = ownRow(i);
-        if (groupSize == 1)
-            std::copy_n(a.getRow(i), ring.degree, row);
-        else
-            modulus.constMult<1>(a.getRow(i), hatInvQ[i], row, ring.degree);
-        if (a.isNTT()) modulus.getNTT().computeBackward<1>(row);
-        if (groupSize > 1) modulus.liftCentred(row);
-    });
-
-    const auto work = modUpWork(ring, level);
+    forEachIndex(level + 1, [&](u64 i) { convert.liftDigitRow(i, a.getRow(i), a.isNTT(), ownRow(i)); });
+    const auto work = modUpWork(convert, level);
     forEachIndex(work.size(), [&](u64 w) {
         const auto [t, g] = work[w];
-        const Modulus& target = ring.moduli[t];
-        const u64 first = ring.digitBegin(g);
-        u64* row = digits[g].getRow(t);
-        if (groupSize == 1) {
-            target.normalizeModVector(row, ownRow(first), ring.moduli[first].getPrime(), ring.degree);
-        } else {
-            const u64 last = std::min(ring.digitEnd(g), level + 1);
-            convertDigit(ring, {ownRow(first), last - first, first, hatQ.row(first) + t, hatQ.columns()},
-                         target, row);
-        }
-        target.getNTT().computeForward<1>(row);
+        convert.raiseDigit(g, t, level, ownRow(ring.digitBegin(g)), digits[g].getRow(t));
     });
-
     forEachIndex(level + 1, [&](u64 i) {
         std::copy_n(a.getRow(i), ring.degree, ownRow(i));
         if (!a.isNTT()) ring.moduli[i].getNTT().computeForward<1>(ownRow(i));
@@ -195,57 +186,113 @@ PolynomialVector FastBaseConv::modUpCPUImpl(const Polynomial& a) const {
 }
 
 Ciphertext FastBaseConv::modDownCPUImpl(const Ciphertext& in, bool isNTT) const {
-    const Ring ring = ringOf(context_);
+    const RowConversion convert = rowsOn(in.getDevice());
+    const Ring& ring = convert.ring();
     const u64 live = in.getLevel() + 1;
     const u64 K = ring.numTemp;
     const u64 n = ring.degree;
-    const Device device = in.getDevice();
-    const auto& hatInvP = hatInvP_.at(device);
-    const auto& hatP = hatP_.at(device);
-    const auto& invP = invP_.at(device);
 
-    Ciphertext out(PolynomialVector(context_, 2, false, true));
-    out.setLevel(in.getLevel());
+    Ciphertext out = unsetCiphertextAt(in.getLevel());
     const std::array<const Polynomial*, 2> from{&in.getPoly(0), &in.getPoly(1)};
     const std::array<Polynomial*, 2> to{&out.getPoly(0), &out.getPoly(1)};
     DeviceSpecificArray<u64> temporary(2 * K * n);
     DeviceSpecificArray<u64> base(isNTT ? 0 : 2 * live * n);
 
     forEachIndex(2 * K, [&](u64 i) {
-        const u64 j = i % K;
-        const Modulus& modulus = ring.moduli[ring.numBase + j];
         u64* row = temporary.getData() + i * n;
-        std::copy_n(from[i / K]->getRow(ring.numBase + j), n, row);
-        modulus.getNTT().computeBackward<1>(row);
-        if (K == 1) return;
-        modulus.constMult<1>(row, hatInvP[j], row, n);
-        modulus.liftCentred(row);
+        std::copy_n(from[i / K]->getRow(ring.numBase + i % K), n, row);
+        convert.liftTemporaryRow(i % K, row);
     });
-
     forEachIndex(2 * live, [&](u64 i) {
         const u64 t = i % live;
-        const Modulus& target = ring.moduli[t];
-        const u64* temporaryRows = temporary.getData() + (i / live) * K * n;
-        u64* row = to[i / live]->getRow(t);
-        if (K == 1)
-            target.normalizeModVector(row, temporaryRows, ring.moduli[ring.numBase].getPrime(), n);
-        else
-            convertDigit(ring, {temporaryRows, K, ring.numBase, hatP.row(0) + t, hatP.columns()}, target,
-                         row);
-
         const u64* minuend = from[i / live]->getRow(t);
-        if (isNTT) {
-            target.getNTT().computeForward<1>(row);
-        } else {
-            foldIntoRangeOne(target, row, n);
+        if (!isNTT) {
             u64* coefficients = base.getData() + i * n;
             std::copy_n(minuend, n, coefficients);
-            target.getNTT().computeBackward<1>(coefficients);
+            ring.moduli[t].getNTT().computeBackward<1>(coefficients);
             minuend = coefficients;
         }
-        target.subAndConstMult<1>(minuend, row, invP[t], row, n);
+        convert.divideRow(t, temporary.getData() + (i / live) * K * n, minuend, isNTT,
+                          to[i / live]->getRow(t));
     });
     for (Polynomial* poly : to) poly->setNTT(isNTT);
+    return out;
+}
+
+/// Prime by prime, so that neither a digit nor a product is ever whole in memory: for each prime the digits are
+/// raised and multiplied with the key's rows, a few at a time, and what comes out is divided by P while it is in
+/// cache. The temporary primes come first, because every other row needs them.
+template <class DigitRow>
+Ciphertext FastBaseConv::multiplyAndDivide(const RowConversion& convert, u64 level, const KeyRows& key,
+                                           bool isNTT, DigitRow digitRow) const {
+    const Ring& ring = convert.ring();
+    const u64 K = ring.numTemp;
+    const u64 n = ring.degree;
+    const u64 few = std::min(key.digits, digitsAtOnce);
+    ThreadRows spare(few + 2, n);
+    const auto sumOfPrime = [&](u64 t, u64* out0, u64* out1) {
+        for (u64 g = 0; g < key.digits; g += few) {
+            const auto term = [&](u64 j) {
+                return rows::ProductTerm{digitRow(g + j, t, spare.mine(j)), key.bx[g + j].getRow(t),
+                                         key.ax[g + j].getRow(t)};
+            };
+            ring.moduli[t].sumProducts(std::min(few, key.digits - g), term, out0, out1, g != 0);
+        }
+    };
+
+    // Threads that would wait for the last temporary primes sum for the first ciphertext primes meanwhile.
+    const u64 early = std::min(level + 1, (teamSize() - K % teamSize()) % teamSize());
+    DeviceSpecificArray<u64> sums(2 * (K + early) * n);
+    const auto sum = [&](u64 element, u64 j) { return sums.getData() + (element * (K + early) + j) * n; };
+    forEachIndex(K + early, [&](u64 j) {
+        const bool isTemporary = j < K;
+        sumOfPrime(isTemporary ? ring.numBase + j : j - K, sum(0, j), sum(1, j));
+        for (u64 element = 0; isTemporary && element < 2; ++element)
+            convert.liftTemporaryRow(j, sum(element, j));
+    });
+
+    Ciphertext out = unsetCiphertextAt(level);
+    const std::array<Polynomial*, 2> to{&out.getPoly(0), &out.getPoly(1)};
+    const auto divide = [&](u64 t, u64 element, u64* product) {
+        if (!isNTT) ring.moduli[t].getNTT().computeBackward<1>(product);
+        convert.divideRow(t, sum(element, 0), product, isNTT, to[element]->getRow(t));
+    };
+    const u64 late = level + 1 - early;
+    forEachIndexInTurns(late + 2 * early, [&](u64 w) {
+        if (w >= late) {
+            const u64 element = (w - late) % 2, t = (w - late) / 2;
+            return divide(t, element, sum(element, K + t));
+        }
+        u64* const product[2] = {spare.mine(few), spare.mine(few + 1)};
+        sumOfPrime(early + w, product[0], product[1]);
+        for (u64 element = 0; element < 2; ++element) divide(early + w, element, product[element]);
+    });
+    for (Polynomial* poly : to) poly->setNTT(isNTT);
+    return out;
+}
+
+Ciphertext FastBaseConv::switchKeyCPUImpl(const Polynomial& a, const KeyRows& key, bool isNTT) const {
+    const RowConversion convert = rowsOn(a.getDevice());
+    const Ring& ring = convert.ring();
+    const u64 level = a.getLevel();
+    DeviceSpecificArray<u64> lifted((level + 1) * ring.degree);
+    const auto liftedRow = [&](u64 i) { return lifted.getData() + i * ring.degree; };
+    forEachIndex(level + 1, [&](u64 i) { convert.liftDigitRow(i, a.getRow(i), a.isNTT(), liftedRow(i)); });
+    return multiplyAndDivide(convert, level, key, isNTT, [&](u64 g, u64 t, u64* row) -> const u64* {
+        if (!convert.isOwnRow(g, t)) {
+            convert.raiseDigit(g, t, level, liftedRow(ring.digitBegin(g)), row);
+            return row;
+        }
+        if (a.isNTT()) return a.getRow(t);
+        std::copy_n(a.getRow(t), ring.degree, row);
+        ring.moduli[t].getNTT().computeForward<1>(row);
+        return row;
+    });
+}
+
+Ciphertext FastBaseConv::unsetCiphertextAt(u64 level) const {
+    Ciphertext out(PolynomialVector(context_, 2, false, true));
+    out.setLevel(level);
     return out;
 }
 

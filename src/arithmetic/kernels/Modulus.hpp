@@ -100,14 +100,14 @@ public:
     void sumCentredProducts(const u64* liftedRows, const Modulus* sources, const u64* constants, u64 stride,
                             u64 count, u64* out) const;
     /// out1 = sum of a_j * x_j, out2 = sum of a_j * y_j over j < count, `termAt(j)` giving the three rows.
-    /// The outputs are none of the rows. count > 0.
+    /// The outputs are none of the rows. count > 0. With `accumulate` the sums are added to them.
     template <class TermAt>
-    void sumProducts(u64 count, TermAt termAt, u64* out1, u64* out2) const {
+    void sumProducts(u64 count, TermAt termAt, u64* out1, u64* out2, bool accumulate = false) const {
         std::array<rows::ProductTerm, rows::maxTerms> terms;
         for (u64 begin = 0; begin < count; begin += terms.size()) {
             const u64 few = std::min<u64>(count - begin, terms.size());
             for (u64 j = 0; j < few; ++j) terms[j] = termAt(begin + j);
-            sumFewProducts(terms.data(), few, begin != 0, out1, out2);
+            sumFewProducts(terms.data(), few, accumulate || begin != 0, out1, out2);
         }
     }
 

@@ -33,6 +33,15 @@ void forEachIndex(u64 count, Body&& body) {
     for (u64 i = 0; i < count; ++i) body(i);
 }
 
+/// The same, but the threads take the indices in turns: where work of one kind is followed by another, each gets
+/// as much of both.
+template <class Body>
+void forEachIndexInTurns(u64 count, Body&& body) {
+    const int threads = threadsFor(count);
+#pragma omp parallel for schedule(static, 1) num_threads(threads)
+    for (u64 i = 0; i < count; ++i) body(i);
+}
+
 /// Calls body(begin, end) for ranges that together are the indices below `count`, one range for each thread
 /// of a guarded team. Ranges begin at multiples of eight, so that no two threads share a cache line of words.
 template <class Body>

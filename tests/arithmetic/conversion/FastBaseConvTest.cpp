@@ -2,8 +2,11 @@
 
 #include "arithmetic/chain/PrimeModuli.hpp"
 #include "arithmetic/elements/Ring.hpp"
+#include "context/ContextContent.hpp"
 #include "support/BigIntegers.hpp"
+#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
+#include "support/PinnedWords.hpp"
 #include "support/Seeded.hpp"
 
 #include <gtest/gtest.h>
@@ -333,6 +336,65 @@ TEST(FastBaseConv, WordsDoNotDependOnTheNumberOfThreads) {
     EXPECT_EQ(nested, alone);
 }
 
+/// A key's pairs at `level`, as many as the polynomial has digits.
+struct Pairs {
+    Pairs(const World& world, u64 level, Seeded& random) {
+        for (u64 g = 0; g <= level / world.groupSize; ++g) {
+            ax.push_back(randomPolynomial(world, level, true, true, random));
+            bx.push_back(randomPolynomial(world, level, true, true, random));
+        }
+    }
+    KeyRows rows() const { return {ax.data(), bx.data(), ax.size()}; }
+    std::vector<Polynomial> ax, bx;
+};
+
+/// The same in three steps.
+Ciphertext inThreeSteps(const World& world, const std::vector<Polynomial>& digits, const Pairs& key,
+                        bool isNTT) {
+    Ciphertext product(world.context, true);
+    product.setLevel(digits.front().getLevel());
+    world.context->primes.innerProduct(digits.begin(), digits.end(), key.ax.begin(), key.bx.begin(),
+                                       product.getPoly(1), product.getPoly(0));
+    return world.conversion.modDown(product, isNTT);
+}
+
+TEST(FastBaseConv, OnePassGivesTheWordsOfModUpProductAndModDown) {
+    Seeded random(9);
+    SCOPED_TRACE(random.describe());
+    auto rings = worlds();
+    rings.emplace_back(makeContext(6, 20, 50, 42, 50, 20)); // more digits than are multiplied at a time
+    for (const World& world : rings)
+        for (u64 level = 0; level < world.ring.numBase; ++level)
+            for (const bool isNTT : {true, false})
+                for (const int threads : {1, 3}) {
+                    SCOPED_TRACE(testing::Message() << "level " << level << " on " << threads);
+                    const Team team(threads);
+                    const Polynomial a = randomPolynomial(world, level, false, isNTT, random);
+                    const Pairs key(world, level, random);
+                    const Ciphertext got = world.conversion.switchKey(a, key.rows(), !isNTT);
+                    EXPECT_EQ(got.isNTT(), !isNTT);
+                    EXPECT_TRUE(sameWords(
+                        got, inThreeSteps(world, world.conversion.modUp(a).getPolys(), key, !isNTT)));
+                }
+}
+
+TEST(FastBaseConv, DigitsUnderAnAutomorphismAreThoseOfTheImage) {
+    Seeded random(10);
+    SCOPED_TRACE(random.describe());
+    for (const World& world : worlds())
+        for (const long k : {5L, -1L, 25L}) {
+            const u64 level = world.ring.numBase - 1;
+            const Polynomial a = randomPolynomial(world, level, false, true, random);
+            const Pairs key(world, level, random);
+            const auto digits = world.conversion.modUp(a).getPolys();
+            auto images = digits;
+            for (Polynomial& image : images) world.context->primes.frobeniusMapInNTT<false>(image, k, image);
+            const Automorphism automorphism(world.ring.degree, k);
+            EXPECT_TRUE(sameWords(world.conversion.switchKey(digits, automorphism, key.rows(), true),
+                                  inThreeSteps(world, images, key, true)));
+        }
+}
+
 TEST(FastBaseConv, OtherDevicesAreRefusedInFixedWords) {
     const World world(makeContext(6, 4, 60, 42, 61, 2));
     Polynomial poly(world.context, false, true);
@@ -344,6 +406,8 @@ TEST(FastBaseConv, OtherDevicesAreRefusedInFixedWords) {
     };
     moveTo({DeviceType::GPU, 0});
     EXPECT_REFUSED(world.conversion.modUp(poly),
+                   "Cannot support the function 'modUpGPUImpl' in the current build configuration");
+    EXPECT_REFUSED(world.conversion.switchKey(poly, KeyRows{}, true),
                    "Cannot support the function 'modUpGPUImpl' in the current build configuration");
     EXPECT_REFUSED(world.conversion.modDown(ciphertext, true),
                    "Cannot support the function 'modDownGPUImpl' in the current build configuration");

@@ -41,6 +41,18 @@ TEST_F(RowLoop, GivesTheFirstThreadsOneIndexMore) {
     EXPECT_EQ(threadOfIndex<Nesting::Default>(0), (std::vector<int>{}));
 }
 
+TEST_F(RowLoop, DealsIndicesInTurns) {
+    for (const int team : {1, 3}) {
+        omp_set_num_threads(team);
+        for (const u64 count : {u64{0}, u64{1}, u64{8}}) {
+            std::vector<int> threads(count, -1), expected;
+            forEachIndexInTurns(count, [&](u64 i) { threads[i] = omp_get_thread_num(); });
+            for (u64 i = 0; i < count; ++i) expected.push_back(static_cast<int>(i) % team);
+            EXPECT_EQ(threads, expected);
+        }
+    }
+}
+
 TEST_F(RowLoop, OpensATeamInsideATeamUnlessItIsGuarded) {
     omp_set_max_active_levels(2);
     std::vector<int> guarded, unguarded;
