@@ -7,8 +7,6 @@
 #include "arithmetic/kernels/RowLoop.hpp"
 #include "core/Failure.hpp"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -79,9 +77,7 @@ class ThreadRows {
 public:
     ThreadRows(u64 rows, u64 length) : length_(length), rows_(rows), words_(rows * length * teamSize()) {}
     /// Row i of the calling thread.
-    u64* mine(u64 i) {
-        return words_.getData() + (static_cast<u64>(omp_get_thread_num()) * rows_ + i) * length_;
-    }
+    u64* mine(u64 i) { return words_.getData() + (threadInTeam() * rows_ + i) * length_; }
 
 private:
     u64 length_;

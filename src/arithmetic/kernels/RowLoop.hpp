@@ -17,6 +17,11 @@ inline u64 teamSize() {
     return omp_in_parallel() != 0 ? 1 : static_cast<u64>(omp_get_max_threads());
 }
 
+/// The calling thread's place in its team.
+inline u64 threadInTeam() {
+    return static_cast<u64>(omp_get_thread_num());
+}
+
 /// Number of threads of a loop over `count` indices: one or the default team, never a size between. A team
 /// that shrinks returns its threads to the system, and the next loop would have to create them again.
 inline int threadsFor(u64 count, Nesting nesting = Nesting::Guarded) {
