@@ -21,7 +21,7 @@ namespace Torvo {
 /// Blocks are not wiped: that is the duty of the code that held a secret in one. Thread-safe.
 class BlockCache {
 public:
-    static constexpr std::size_t alignment = 32;
+    static constexpr std::size_t alignment = 64;
     /// The C library itself keeps smaller blocks for reuse.
     static constexpr std::size_t minBlock = std::size_t{256} << 10;
 

@@ -14,7 +14,7 @@
 namespace Torvo {
 
 /// An owned array that knows on which device it lives. Element storage is never initialised; a shrink keeps
-/// the allocation, and later growth up to the capacity reuses it. Host arrays are aligned to 32 bytes.
+/// the allocation, and later growth up to the capacity reuses it. Host arrays are aligned to 64 bytes.
 ///
 /// Invariants: size * sizeof(T) <= capacityInBytes; the resource is the registry's resource of the device.
 /// After a failed `resize`, `to` or copy assignment the array is unchanged. Not synchronised.

@@ -4,7 +4,7 @@
 
 namespace Torvo {
 
-/// Host memory, aligned to the 32 bytes of the vectors of the row kernels. Large blocks come from one
+/// Host memory, aligned to the 64 bytes of the widest vectors of the row kernels. Large blocks come from one
 /// `BlockCache` of the process, which keeps up to 512 MiB of released blocks.
 class HostMemoryResource final : public MemoryResource {
 public:
