@@ -1,7 +1,5 @@
 #include "support/ForcedFeature.hpp"
 
-#include "arithmetic/kernels/Feature.hpp"
-
 #include <atomic>
 
 namespace Torvo {
@@ -10,6 +8,9 @@ namespace {
 
 constexpr u64 notForced = ~u64{0};
 std::atomic<u64> forcedFeature{notForced};
+
+const KernelForm processorForm = detail::readWidestForm();
+std::atomic<KernelForm> widestForm{processorForm};
 
 } // namespace
 
@@ -21,14 +22,23 @@ u64 getCurrentFeature() {
     return forced == notForced ? processor : forced;
 }
 
+KernelForm getWidestForm() {
+    return widestForm.load(std::memory_order_relaxed);
+}
+
 namespace test {
 
 ForcedFeature::ForcedFeature(u64 feature) {
     forcedFeature = feature;
 }
 
+ForcedFeature::ForcedFeature(KernelForm form) : ForcedFeature(form == KernelForm::Scalar ? 0 : featureAVX2) {
+    widestForm = form;
+}
+
 ForcedFeature::~ForcedFeature() {
     forcedFeature = notForced;
+    widestForm = processorForm;
 }
 
 } // namespace test

@@ -56,7 +56,7 @@ void PinnedGroup::expectDigest(const std::string& row, const std::string& digest
 }
 
 void inEveryWay(const std::function<void()>& run) {
-    const auto inOneWay = [&](const char* name, int threads, std::optional<u64> form) {
+    const auto inOneWay = [&](const char* name, int threads, std::optional<KernelForm> form) {
         SCOPED_TRACE(name);
         const Team team(threads);
         std::optional<ForcedFeature> forced;
@@ -65,8 +65,8 @@ void inEveryWay(const std::function<void()>& run) {
     };
     inOneWay("one thread", 1, std::nullopt);
     inOneWay("four threads", 4, std::nullopt);
-    inOneWay("scalar kernels", 1, scalarForm);
-    if (processorHasAVX2()) inOneWay("AVX2 kernels", 1, vectorForm);
+    for (const KernelForm form : everyForm)
+        if (processorRuns(form)) inOneWay(nameOf(form), 1, form);
 }
 
 void fill(Polynomial& poly, Seeded& words) {

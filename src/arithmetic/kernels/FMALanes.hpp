@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/kernels/AVX2Lanes.hpp"
 #include "arithmetic/kernels/FloatModulus.hpp"
 #include "core/Integers.hpp"
 
@@ -25,7 +26,9 @@ namespace {
 /// to an integer.
 struct FMALanes {
     using Reals = __m256d;
+    using WordLanes = AVX2Lanes;
     static constexpr u64 width = 4;
+    static constexpr bool isRoomy = false;
 
     [[gnu::always_inline]] static Reals load(const u64* from) {
         return _mm256_loadu_pd(reinterpret_cast<const double*>(from));
@@ -37,6 +40,7 @@ struct FMALanes {
     [[gnu::always_inline]] static Reals splat(double x) { return _mm256_set1_pd(x); }
     [[gnu::always_inline]] static Reals add(Reals x, Reals y) { return _mm256_add_pd(x, y); }
     [[gnu::always_inline]] static Reals sub(Reals x, Reals y) { return _mm256_sub_pd(x, y); }
+    [[gnu::always_inline]] static Reals mul(Reals x, Reals y) { return _mm256_mul_pd(x, y); }
 
     /// The centred representative of x mod p.
     [[gnu::always_inline]] static Reals reduce(Reals x, FloatModulus modulus) {

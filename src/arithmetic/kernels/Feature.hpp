@@ -10,9 +10,22 @@ u64 getCurrentFeature();
 
 inline constexpr u64 featureAVX2 = 1;
 
-/// Whether a row kernel runs in AVX2 form. No other function decides that.
+/// Whether a row kernel runs on vectors. No other function decides that.
 inline bool runsAVX2() {
     return (getCurrentFeature() & featureAVX2) != 0;
+}
+
+/// The forms of the kernels, in the order of their instructions: each form has those of all before it.
+/// AVX512 stands for F, DQ and VL, IFMA for the multiply-add of 52 bits.
+enum class KernelForm { Scalar, AVX2, FMA, AVX512, IFMA };
+
+/// The last form whose instructions the processor has and the system lets programs use; at least AVX2, which
+/// `getCurrentFeature` decides. Asked of the processor once.
+KernelForm getWidestForm();
+
+/// The form in which a row kernel runs.
+inline KernelForm currentForm() {
+    return runsAVX2() ? getWidestForm() : KernelForm::Scalar;
 }
 
 namespace detail {
@@ -20,8 +33,8 @@ namespace detail {
 /// What `getCurrentFeature` reads.
 u64 readProcessorFeature();
 
-/// Whether the processor has fused multiply-add, for the units compiled for AVX2 and FMA.
-bool processorHasFMA();
+/// What `getWidestForm` answers.
+KernelForm readWidestForm();
 
 } // namespace detail
 

@@ -2,6 +2,8 @@
 
 #include "arithmetic/kernels/Feature.hpp"
 #include "arithmetic/kernels/ModulusAVX2.hpp"
+#include "arithmetic/kernels/ModulusAVX512.hpp"
+#include "arithmetic/kernels/RowKernels.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -43,63 +45,84 @@ u64 Modulus::makeInteger(double value, double logScale) const {
 
 namespace {
 
-/// Runs a kernel over a row of n words: all of them in scalar form, or the first n mod 4 in scalar form and
-/// the rest on vectors. `scalar(count)` works on the first words, `vector(begin, count)` on those from
-/// `begin` on.
-template <class Scalar, class Vector>
-void forRow(u64 n, Scalar scalar, Vector vector) {
-    const u64 head = runsAVX2() ? n % 4 : n;
-    scalar(head);
-    if (head < n) vector(head, n - head);
+constinit const RowKernels scalarKernels = makeRowKernels<ScalarLanes>();
+
+/// Kernels in the form that runs now, for a prime.
+const RowKernels& currentKernels(u64 prime) {
+    switch (currentForm()) {
+    case KernelForm::Scalar:
+        return scalarKernels;
+    case KernelForm::AVX2:
+    case KernelForm::FMA:
+        return AVX2::kernels;
+    case KernelForm::AVX512:
+        return AVX512::kernels;
+    case KernelForm::IFMA:
+        break;
+    }
+    return prime < AVX512::endOfShortPrimes ? AVX512::shortKernelsWithIFMA : AVX512::kernelsWithIFMA;
+}
+
+/// Kernels for whole rows of n words, a multiple of 8.
+const RowKernels& currentKernels(u64 prime, u64 n) {
+    const RowKernels& kernels = currentKernels(prime);
+    return n % (2 * kernels.width) == 0 ? kernels : AVX2::kernels;
+}
+
+/// Runs a kernel over a row of n words, the first few in scalar form where n is no multiple of the width.
+/// `run(kernels, begin, count)` works on `count` words from `begin` on.
+template <class Run>
+void forRow(u64 prime, u64 n, Run run) {
+    const RowKernels& kernels = currentKernels(prime);
+    const u64 head = n % kernels.width;
+    if (head != 0) run(scalarKernels, 0, head);
+    if (head < n) run(kernels, head, n - head);
 }
 
 } // namespace
 
 void Modulus::constAdd(const u64* in, u64 c, u64* out, u64 n) const {
     const u64 r = reduce(c);
-    forRow(
-        n, [&](u64 count) { rows::constAdd<ScalarLanes>(in, r, out, count, p_); },
-        [&](u64 begin, u64 count) { AVX2::constAdd(in + begin, r, out + begin, count, p_); });
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.constAdd(in + i, r, out + i, count, p_);
+    });
 }
 
 void Modulus::addVector(u64* out, const u64* a, const u64* b, u64 n) const {
-    forRow(
-        n, [&](u64 count) { rows::addVector<ScalarLanes>(out, a, b, count, p_); },
-        [&](u64 begin, u64 count) { AVX2::addVector(out + begin, a + begin, b + begin, p_, count); });
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.addVector(out + i, a + i, b + i, count, p_);
+    });
 }
 
 void Modulus::subVector(u64* out, const u64* a, const u64* b, u64 n) const {
-    forRow(
-        n, [&](u64 count) { rows::subVector<ScalarLanes>(out, a, b, count, p_); },
-        [&](u64 begin, u64 count) { AVX2::subVector(out + begin, a + begin, b + begin, p_, count); });
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.subVector(out + i, a + i, b + i, count, p_);
+    });
 }
 
 void Modulus::negateVector(u64* out, const u64* in, u64 n) const {
-    forRow(
-        n, [&](u64 count) { rows::negateVector<ScalarLanes>(out, in, count, p_); },
-        [&](u64 begin, u64 count) { AVX2::negateVector(out + begin, in + begin, p_, count); });
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.negateVector(out + i, in + i, count, p_);
+    });
 }
 
 void Modulus::mulVector(u64* out, const u64* a, const u64* b, u64 n) const {
-    forRow(
-        n, [&](u64 count) { rows::mulVector<ScalarLanes>(out, a, b, count, barrett()); },
-        [&](u64 begin, u64 count) { AVX2::mulVector(out + begin, a + begin, b + begin, p_, count); });
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.mulVector(out + i, a + i, b + i, count, barrett());
+    });
 }
 
 void Modulus::mulVector(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2) const {
-    if (runsAVX2()) return AVX2::mulModInt<false>(out1, out2, a, b1, b2, p_, degree_);
-    rows::mulTwo<false, ScalarLanes>(out1, out2, a, b1, b2, degree_, barrett());
+    currentKernels(p_, degree_).mulTwo[false](out1, out2, a, b1, b2, degree_, barrett());
 }
 
 void Modulus::mulAddVector(u64* acc1, u64* acc2, const u64* a, const u64* b1, const u64* b2) const {
-    if (runsAVX2()) return AVX2::mulModInt<true>(acc1, acc2, a, b1, b2, p_, degree_);
-    rows::mulTwo<true, ScalarLanes>(acc1, acc2, a, b1, b2, degree_, barrett());
+    currentKernels(p_, degree_).mulTwo[true](acc1, acc2, a, b1, b2, degree_, barrett());
 }
 
 void Modulus::tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, const u64* z,
                            const u64* w) const {
-    if (runsAVX2()) return AVX2::tensorVector(out0, out1, out2, x, y, z, w, p_, degree_);
-    rows::tensorVector<ScalarLanes>(out0, out1, out2, x, y, z, w, degree_, barrett());
+    currentKernels(p_, degree_).tensorVector(out0, out1, out2, x, y, z, w, degree_, barrett());
 }
 
 void Modulus::innerProduct(const u64* a, const u64* b, u64* out, u64 n) const {
@@ -132,41 +155,31 @@ void Modulus::conjugateInvert(const u64* in, u64* out, u64 n, u64 k) const {
 
 template <int k>
 void Modulus::constMult(const u64* in, u64 c, u64* out, u64 n) const {
-    const u64 r = reduce(c);
-    forRow(
-        n,
-        [&](u64 count) {
-            rows::constMult<k, ScalarLanes>(in, rows::makeShoupConstant(r, p_), out, count, p_);
-        },
-        [&](u64 begin, u64 count) { AVX2::constMult<k>(in + begin, r, out + begin, count, p_); });
+    const auto constant = rows::makeShoupConstant(reduce(c), p_);
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.constMult[k - 1](in + i, constant, out + i, count, p_);
+    });
 }
 
 template <int k>
 void Modulus::subAndConstMult(const u64* a, const u64* b, u64 c, u64* out, u64 n) const {
-    const u64 r = reduce(c);
-    forRow(
-        n,
-        [&](u64 count) {
-            rows::subAndConstMult<k, ScalarLanes>(a, b, rows::makeShoupConstant(r, p_), out, count, p_);
-        },
-        [&](u64 begin, u64 count) {
-            AVX2::subAndConstMult<k>(a + begin, b + begin, r, out + begin, count, p_);
-        });
+    const auto constant = rows::makeShoupConstant(reduce(c), p_);
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.subAndConstMult[k - 1](a + i, b + i, constant, out + i, count, p_);
+    });
 }
 
 void Modulus::normalizeModVector(u64* out, const u64* in, u64 q, u64 n) const {
-    forRow(
-        n, [&](u64 count) { rows::normalizeVector<ScalarLanes>(out, in, q, count, p_); },
-        [&](u64 begin, u64 count) { AVX2::normalizeModVector(out + begin, in + begin, q, p_, count); });
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.normalizeVector(out + i, in + i, q, count, p_);
+    });
 }
 
 template <bool accumulate>
 void Modulus::normalizeModAndConstMult(const u64* in, u64 c, u64 q, u64* out) const {
-    const u64 r = reduce(c);
-    const u64 delta = p_ - reduce(q);
-    if (runsAVX2()) return AVX2::normalizeModAndConstMult<accumulate>(in, r, q, p_, out, degree_, delta);
-    rows::normalizeAndConstMult<accumulate, ScalarLanes>(in, rows::makeShoupConstant(r, p_), {q >> 1, delta},
-                                                         out, degree_, p_);
+    currentKernels(p_, degree_)
+        .normalizeAndConstMult[accumulate](in, rows::makeShoupConstant(reduce(c), p_),
+                                           {q >> 1, p_ - reduce(q)}, out, degree_, p_);
 }
 
 void Modulus::liftCentred(u64* row) const {
@@ -175,7 +188,7 @@ void Modulus::liftCentred(u64* row) const {
 
 void Modulus::sumCentredProducts(const u64* liftedRows, const Modulus* sources, const u64* constants,
                                  u64 stride, u64 count, u64* out) const {
-    const auto sum = runsAVX2() ? AVX2::sumConstantProducts : rows::sumConstantProducts<ScalarLanes>;
+    const auto sum = currentKernels(p_, degree_).sumConstantProducts;
     u64 lifts = 0, greatest = p_;
     for (u64 r = 0; r < count; ++r) {
         const u64 q = sources[r].getPrime();
@@ -193,8 +206,7 @@ void Modulus::sumCentredProducts(const u64* liftedRows, const Modulus* sources, 
 
 void Modulus::sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
                              u64* out2) const {
-    const auto sum = runsAVX2() ? AVX2::sumProducts : rows::sumProducts<ScalarLanes>;
-    sum(terms, count, accumulate, out1, out2, degree_, wide());
+    currentKernels(p_, degree_).sumProducts(terms, count, accumulate, out1, out2, degree_, wide());
 }
 
 template void Modulus::constMult<1>(const u64*, u64, u64*, u64) const;

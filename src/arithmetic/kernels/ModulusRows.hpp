@@ -245,7 +245,9 @@ inline constexpr u64 maxTerms = 16;
 ///                                 2^64 - 2^33.
 ///
 /// The rest up to 2^64 holds the carries from below and the word that the sum begins with.
-inline constexpr u64 smallFactors = u64{1} << 56, greatFactors = u64{1} << 60;
+///
+/// Lanes that multiply 52 bits have limbs of that size: one for factors below 2^52, else two, called 104 bits.
+inline constexpr u64 smallFactors = u64{1} << 56, greatFactors = u64{1} << 60, wideFactors = u64{1} << 52;
 
 template <int bits>
 [[gnu::always_inline]] constexpr bool carriesAreDue(u64 terms) {
@@ -310,26 +312,34 @@ void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 
     }
 }
 
-/// Chooses the size of the limbs by the factors, which are at most `greatest`.
+/// Calls choose.operator()<bits>() with the size of the limbs for factors that are at most `greatest`.
+template <class L, class Choose>
+[[gnu::always_inline]] inline auto withLimbs(u64 greatest, Choose choose) {
+    if constexpr (L::hasWideLimbs) {
+        if (greatest < wideFactors) return choose.template operator()<52>();
+        return choose.template operator()<104>();
+    } else {
+        if (greatest < smallFactors) return choose.template operator()<28>();
+        if (greatest < greatFactors) return choose.template operator()<30>();
+        return choose.template operator()<31>();
+    }
+}
+
 template <class L>
 void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 greatest, bool accumulate, u64 start,
                          u64* out, u64 n, WideConstant wide) {
-    const auto sum =
-        greatest < smallFactors
-            ? (accumulate ? sumConstantProducts<28, true, L> : sumConstantProducts<28, false, L>)
-        : greatest < greatFactors
-            ? (accumulate ? sumConstantProducts<30, true, L> : sumConstantProducts<30, false, L>)
-            : (accumulate ? sumConstantProducts<31, true, L> : sumConstantProducts<31, false, L>);
+    const auto sum = withLimbs<L>(greatest, [accumulate]<int bits>() {
+        return accumulate ? sumConstantProducts<bits, true, L> : sumConstantProducts<bits, false, L>;
+    });
     sum(terms, count, start, out, n, wide);
 }
 
 template <class L>
 void sumProducts(const ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,
                  WideConstant wide) {
-    const auto sum =
-        wide.p < smallFactors   ? (accumulate ? sumProducts<28, true, L> : sumProducts<28, false, L>)
-        : wide.p < greatFactors ? (accumulate ? sumProducts<30, true, L> : sumProducts<30, false, L>)
-                                : (accumulate ? sumProducts<31, true, L> : sumProducts<31, false, L>);
+    const auto sum = withLimbs<L>(wide.p, [accumulate]<int bits>() {
+        return accumulate ? sumProducts<bits, true, L> : sumProducts<bits, false, L>;
+    });
     sum(terms, count, out1, out2, n, wide);
 }
 

@@ -6,6 +6,7 @@
 #include "arithmetic/kernels/Messages.hpp"
 #include "arithmetic/kernels/Modulus.hpp"
 #include "arithmetic/kernels/NTTAVX2.hpp"
+#include "arithmetic/kernels/NTTAVX512.hpp"
 #include "arithmetic/kernels/ScalarLanes.hpp"
 #include "core/Failure.hpp"
 
@@ -44,6 +45,12 @@ void ScalarForm::forwardTail(u64* a, u64 begin, u64 count, const rows::Transform
 
 void ScalarForm::backwardHead(u64* a, u64 begin, u64 count, const rows::TransformTables& tables) {
     rows::backwardTwoStages<Lanes>(a, 1, rows::groupsWithin(begin, count, 2), tables);
+}
+
+/// The form in which transforms of a degree run.
+KernelForm formFor(u64 degree) {
+    const KernelForm form = currentForm();
+    return degree < AVX512::smallestDegree ? std::min(form, KernelForm::FMA) : form;
 }
 
 /// A primitive 2N-th root of unity: g^((p-1)/2N) for a g whose power g^((p-1)/2) is -1. That holds for every
@@ -145,9 +152,10 @@ NTT::NTT(unsigned long degree, unsigned long prime)
     degreeInverse_ = rows::makeShoupConstant(degreeInverse, prime);
     degreeInverseRoot_ =
         rows::makeShoupConstant(modulus.mult(degreeInverse, inversePowerTable_[degree - 1]), prime);
-    if (!runsAVX2()) return;
+    const KernelForm form = currentForm();
+    if (form == KernelForm::Scalar) return;
     initAVX2Constants();
-    if (detail::processorHasFMA() && prime <= greatestFloatPrime) initFMAConstants();
+    if (form >= KernelForm::FMA && prime <= greatestFloatPrime) initFMAConstants();
 }
 
 void NTT::initAVX2Constants() {
@@ -203,19 +211,27 @@ FMA::TransformTables NTT::backwardFMATables() const {
 
 template <int k>
 void NTT::computeForward(unsigned long* a) const {
-    if (hasAVX2Constants() && runsAVX2()) {
-        if (k == 1 && runsInFloatingPoint()) return FMA::forwardTransform(a, forwardFMATables());
-        return computeForwardAVX256<k>(a);
+    const KernelForm form = hasAVX2Constants() ? formFor(degree_) : KernelForm::Scalar;
+    if (k == 1 && form >= KernelForm::FMA && runsInFloatingPoint()) {
+        const auto transform =
+            form >= KernelForm::AVX512 ? AVX512::forwardFloatTransform : FMA::forwardTransform;
+        return transform(a, forwardFMATables());
     }
+    if (form >= KernelForm::AVX512) return AVX512::forwardTransform<k>(a, forwardTables());
+    if (form >= KernelForm::AVX2) return computeForwardAVX256<k>(a);
     rows::forwardTransform<k, ScalarForm>(a, forwardTables());
 }
 
 template <int k>
 void NTT::computeBackward(unsigned long* a) const {
-    if (hasAVX2Constants() && runsAVX2()) {
-        if (k == 1 && runsInFloatingPoint()) return FMA::backwardTransform(a, backwardFMATables());
-        return computeBackwardAVX256<k>(a);
+    const KernelForm form = hasAVX2Constants() ? formFor(degree_) : KernelForm::Scalar;
+    if (k == 1 && form >= KernelForm::FMA && runsInFloatingPoint()) {
+        const auto transform =
+            form >= KernelForm::AVX512 ? AVX512::backwardFloatTransform : FMA::backwardTransform;
+        return transform(a, backwardFMATables());
     }
+    if (form >= KernelForm::AVX512) return AVX512::backwardTransform<k>(a, backwardTables());
+    if (form >= KernelForm::AVX2) return computeBackwardAVX256<k>(a);
     rows::backwardTransform<k, ScalarForm>(a, backwardTables());
 }
 

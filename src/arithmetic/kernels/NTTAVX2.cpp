@@ -161,7 +161,7 @@ template <class Butterfly>
 
 template <>
 void forwardTransform<1>(u64* a, const TransformTables& tables) {
-    rows::forwardTransform<1, VectorForm<EstimatingLanes>>(a, tables);
+    rows::forwardTransform<1, VectorForm<lanes::Estimating<AVX2Lanes>>>(a, tables);
 }
 
 template <>
@@ -176,7 +176,7 @@ void forwardTransform<4>(u64* a, const TransformTables& tables) {
 
 template <>
 void backwardTransform<1>(u64* a, const TransformTables& tables) {
-    rows::backwardTransform<1, VectorForm<EstimatingLanes>>(a, tables);
+    rows::backwardTransform<1, VectorForm<lanes::Estimating<AVX2Lanes>>>(a, tables);
 }
 
 template <>

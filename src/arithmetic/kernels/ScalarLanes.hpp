@@ -10,6 +10,8 @@ struct ScalarLanes {
     static constexpr u64 width = 1;
     /// Shoup products lie in [0, productRange * p).
     static constexpr u64 productRange = 2;
+    /// Whether sums of products have limbs of 52 bits.
+    static constexpr bool hasWideLimbs = false;
 
     static Words load(const u64* from) { return *from; }
     static void store(u64* to, Words x) { *to = x; }

@@ -1,6 +1,7 @@
 #include "arithmetic/kernels/Feature.hpp"
 
 #include "support/ForcedFeature.hpp"
+#include "support/KernelForm.hpp"
 
 #include <gtest/gtest.h>
 
@@ -27,6 +28,37 @@ TEST(Feature, TheCurrentFeatureIsTheProcessorsUnlessATestForcesIt) {
         EXPECT_EQ(getCurrentFeature(), 0U);
     }
     EXPECT_EQ(getCurrentFeature(), detail::readProcessorFeature());
+}
+
+TEST(Feature, TheWidestFormIsTheOneWhoseInstructionsTheCompilersRuntimeFinds) {
+    const bool fma = __builtin_cpu_supports("fma") != 0;
+    const bool avx512 = fma && __builtin_cpu_supports("avx512f") != 0 &&
+                        __builtin_cpu_supports("avx512dq") != 0 && __builtin_cpu_supports("avx512vl") != 0;
+    const bool ifma = avx512 && __builtin_cpu_supports("avx512ifma") != 0;
+    EXPECT_EQ(detail::readWidestForm(), ifma     ? KernelForm::IFMA
+                                        : avx512 ? KernelForm::AVX512
+                                        : fma    ? KernelForm::FMA
+                                                 : KernelForm::AVX2);
+}
+
+TEST(Feature, WithoutBitZeroTheFormIsScalarWhateverElseThereIs) {
+    {
+        const ForcedFeature none(0);
+        EXPECT_EQ(currentForm(), KernelForm::Scalar);
+    }
+    {
+        const ForcedFeature others(0b1110);
+        EXPECT_EQ(currentForm(), KernelForm::Scalar);
+    }
+    const ForcedFeature alone(0b0001);
+    EXPECT_EQ(currentForm(), detail::readWidestForm());
+}
+
+TEST(Feature, ATestCanForceEachForm) {
+    for (const KernelForm form : everyForm) {
+        const ForcedFeature forced(form);
+        EXPECT_EQ(currentForm(), form);
+    }
 }
 
 TEST(Feature, OnlyBitZeroDecidesForAVX2) {

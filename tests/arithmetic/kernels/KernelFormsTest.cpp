@@ -12,7 +12,8 @@
 
 #include <algorithm>
 
-/// The scalar and the AVX2 form, compared word for word.
+/// The scalar and the vector forms, compared word for word: row kernels by the names of their AVX2 form,
+/// transforms in every form.
 namespace Torvo::test {
 namespace {
 
@@ -21,7 +22,7 @@ constexpr u64 lengths[] = {0, 4, 64, 4096};
 
 class KernelForms : public testing::Test {
 protected:
-    void SetUp() override { SKIP_UNLESS_PROCESSOR_RUNS(vectorForm); }
+    void SetUp() override { SKIP_UNLESS_PROCESSOR_RUNS(KernelForm::AVX2); }
 
     /// n words of range k, a quarter of them at the ends of the ranges.
     std::vector<u64> row(u64 n, u64 p, u64 k = 1) {
@@ -191,19 +192,21 @@ TEST_F(KernelForms, TensorProductsAgree) {
 
 // ---- transforms
 
-/// `transform` in both forms on one row.
+/// `transform` on one row in every form that the processor has.
 template <class Transform>
 void expectSameWords(const std::vector<u64>& row, Transform transform) {
-    auto scalar = row, vector = row;
+    auto scalar = row;
     {
         const ForcedFeature forced(scalarForm);
         transform(scalar.data());
     }
-    {
-        const ForcedFeature forced(vectorForm);
+    for (const KernelForm form : vectorForms) {
+        if (!processorRuns(form)) continue;
+        const ForcedFeature forced(form);
+        auto vector = row;
         transform(vector.data());
+        ASSERT_EQ(vector, scalar) << form;
     }
-    ASSERT_EQ(vector, scalar);
 }
 
 void expectSameTransforms(const NTT& ntt, const std::vector<u64>& rangeFour,
@@ -242,7 +245,7 @@ TEST_F(KernelFormsOnRealPreset, TransformsAgreeAtEveryDegreeOfAPreset) {
 
 TEST_F(KernelForms, RowsAtTheEndsOfTheirRangeTransformToTheSameWords) {
     for (u64 p : primes) {
-        for (u64 n : {64UL, 128UL}) {
+        for (u64 n : {64UL, 128UL, 256UL, 512UL}) {
             if ((p - 1) % (2 * n) != 0) continue;
             const NTT ntt(n, p);
             for (u64 word : {u64{0}, p - 1, p, 2 * p - 1, 2 * p, 4 * p - 1})
@@ -298,7 +301,7 @@ TEST_F(KernelForms, ATransformBuiltWithoutVectorsServesAllTheSame) {
         const ForcedFeature forced(scalarForm);
         ntt.emplace(64, primes[0]);
     }
-    const ForcedFeature forced(vectorForm);
+    const ForcedFeature forced(KernelForm::AVX2);
     const auto in = row(64, primes[0]);
     auto out = in;
     ntt->computeForward<1>(out.data());

@@ -19,18 +19,21 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-/// 257, 65537, and the greatest primes of 28, 36, 51, 53, 60 and 61 bits that are 1 modulo 128.
+/// 257, 65537, the greatest primes of 28, 36, 50, 51, 53, 60 and 61 bits that are 1 modulo 128, and the
+/// smallest one of 51 bits.
 constexpr u64 primes[] = {257,
                           65537,
                           268432897,
                           68719474049,
+                          1125899906840833,
+                          1125899906843009,
                           2251799813684737,
                           9007199254740481,
                           1152921504606844417,
                           2305843009213689601};
 /// Where every shift of the Barrett step is at its end.
 constexpr u64 tinyPrimes[] = {3, 5, 7, 11, 13};
-constexpr u64 lengths[] = {0, 1, 2, 3, 4, 5, 7, 8, 31, 64, 1000};
+constexpr u64 lengths[] = {0, 1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 64, 1000};
 
 // ---- constants and words
 
@@ -180,9 +183,9 @@ TEST(MakeInteger, IsRightForIntegersOfTwoWords) {
     }
 }
 
-// ---- rows, in both forms
+// ---- rows, in every form
 
-class RowKernels : public testing::TestWithParam<u64> {
+class RowKernels : public testing::TestWithParam<KernelForm> {
 protected:
     void SetUp() override {
         SKIP_UNLESS_PROCESSOR_RUNS(GetParam());
@@ -193,7 +196,7 @@ protected:
     Seeded random_{23};
 };
 
-INSTANTIATE_TEST_SUITE_P(EveryForm, RowKernels, testing::Values(scalarForm, vectorForm), formName);
+INSTANTIATE_TEST_SUITE_P(EveryForm, RowKernels, testing::ValuesIn(everyForm), formName);
 
 /// Runs `kernel(modulus, out, a, b, n)` for every prime and length, with `out` apart, equal to a, equal to b
 /// and equal to both, and compares word by word with `expected(a[i], b[i], p)`.

@@ -85,9 +85,9 @@ TEST(NttConstruction, TheSameNumbersGiveTheSameTables) {
                            second.getInversePowerTable().begin(), second.getInversePowerTable().end()));
 }
 
-// ---- transforms, in both forms
+// ---- transforms, in every form
 
-class Ntt : public testing::TestWithParam<u64> {
+class Ntt : public testing::TestWithParam<KernelForm> {
 protected:
     void SetUp() override {
         SKIP_UNLESS_PROCESSOR_RUNS(GetParam());
@@ -98,7 +98,7 @@ protected:
     Seeded random_{31};
 };
 
-INSTANTIATE_TEST_SUITE_P(EveryForm, Ntt, testing::Values(scalarForm, vectorForm), formName);
+INSTANTIATE_TEST_SUITE_P(EveryForm, Ntt, testing::ValuesIn(everyForm), formName);
 
 TEST_P(Ntt, GivesTheValuesAtTheOddPowersInBitReversedOrder) {
     SCOPED_TRACE(random_.describe());
@@ -232,8 +232,7 @@ constexpr u64 greatestInFloat = 2253998836531201, nextAboveFloat = 2253998836940
 
 TEST_P(Ntt, FloatingPointEndsAtItsGreatestPrime) {
     EXPECT_FALSE(NTT(64, nextAboveFloat).runsInFloatingPoint());
-    EXPECT_EQ(NTT(64, greatestInFloat).runsInFloatingPoint(),
-              GetParam() == vectorForm && __builtin_cpu_supports("fma") != 0);
+    EXPECT_EQ(NTT(64, greatestInFloat).runsInFloatingPoint(), GetParam() >= KernelForm::FMA);
 }
 
 TEST_P(Ntt, RowsThatStretchTheBoundsOfFloatingPointTransformExactly) {

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "arithmetic/kernels/AVX512Lanes.hpp"
+#include "arithmetic/kernels/FloatModulus.hpp"
+#include "core/Integers.hpp"
+
+// Only for units compiled for AVX-512 F, DQ and VL; internal linkage as in AVX2Lanes.hpp.
+namespace Torvo {
+
+namespace {
+
+/// FMALanes, eight at a time. A quotient is rounded by a sum with 1.5 * 2^52, in one operation less than
+/// otherwise, wherever it is certain to be below 2^51.
+///
+/// The roomy lanes are for p < 2^50: factors up to 3.99 p then have such quotients. Integers are exact up to
+/// 7.99 p, and a product is within 0.5 + 0.188 |y|.
+template <bool roomy>
+struct FMA512Lanes {
+    using Reals = __m512d;
+    using WordLanes = AVX512Lanes;
+    static constexpr u64 width = 8;
+    static constexpr bool isRoomy = roomy;
+
+    [[gnu::always_inline]] static Reals load(const u64* from) {
+        return _mm512_castsi512_pd(WordLanes::load(from));
+    }
+    [[gnu::always_inline]] static Reals load(const double* from) { return _mm512_loadu_pd(from); }
+    [[gnu::always_inline]] static void store(u64* to, Reals x) {
+        WordLanes::store(to, _mm512_castpd_si512(x));
+    }
+    [[gnu::always_inline]] static Reals splat(double x) { return _mm512_set1_pd(x); }
+    [[gnu::always_inline]] static Reals add(Reals x, Reals y) { return _mm512_add_pd(x, y); }
+    [[gnu::always_inline]] static Reals sub(Reals x, Reals y) { return _mm512_sub_pd(x, y); }
+    [[gnu::always_inline]] static Reals mul(Reals x, Reals y) { return _mm512_mul_pd(x, y); }
+
+    /// The centred representative of x mod p.
+    [[gnu::always_inline]] static Reals reduce(Reals x, FloatModulus modulus) {
+        const Reals quotient = smallQuotient(x, splat(modulus.inverse));
+        return _mm512_fnmadd_pd(quotient, splat(modulus.prime), x);
+    }
+    /// As FMALanes::product.
+    [[gnu::always_inline]] static Reals product(Reals y, Reals w, Reals ratio, FloatModulus modulus) {
+        const Reals high = mul(y, w);
+        const Reals low = _mm512_fmsub_pd(y, w, high);
+        const Reals quotient = roomy ? smallQuotient(y, ratio) : greatQuotient(y, ratio);
+        return add(_mm512_fnmadd_pd(quotient, splat(modulus.prime), high), low);
+    }
+
+    /// Converts words below 2^53 to reals and subtracts `offset`, integers below 2^52.
+    [[gnu::always_inline]] static Reals fromWords(__m512i x, Reals offset) {
+        return sub(_mm512_cvtepi64_pd(x), offset);
+    }
+    /// Converts any residue |x| <= 3.99 p to its word in [0, p).
+    [[gnu::always_inline]] static __m512i toWords(Reals x, FloatModulus modulus) {
+        const __m512i r = _mm512_cvtpd_epi64(reduce(x, modulus));
+        // A negative number is a greater word than its sum with p.
+        return _mm512_min_epu64(r, _mm512_add_epi64(r, _mm512_cvtpd_epi64(splat(modulus.prime))));
+    }
+
+private:
+    static constexpr int nearest = _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC;
+
+    /// x * ratio, rounded to an integer, whatever the rounding mode is; below 2^51.
+    [[gnu::always_inline]] static Reals smallQuotient(Reals x, Reals ratio) {
+        const Reals shift = splat(6755399441055744.0);
+        return sub(_mm512_fmadd_round_pd(x, ratio, shift, nearest), shift);
+    }
+    [[gnu::always_inline]] static Reals greatQuotient(Reals x, Reals ratio) {
+        return _mm512_roundscale_pd(mul(x, ratio), nearest);
+    }
+};
+
+} // namespace
+
+} // namespace Torvo

@@ -1,0 +1,135 @@
+#include "arithmetic/kernels/FMA512Lanes.hpp"
+#include "arithmetic/kernels/FloatRows.hpp"
+#include "arithmetic/kernels/NTTAVX512.hpp"
+#include "arithmetic/kernels/SixStages.hpp"
+#include "arithmetic/kernels/Twice.hpp"
+
+namespace Torvo::AVX512 {
+
+namespace {
+
+using FMA::TransformTables;
+
+/// What the six stages are on reals. Bounds as in FloatRows.hpp.
+template <class L>
+struct FloatSteps {
+    const TransformTables& tables;
+
+    using Twiddle = FMA::Twiddle<L>;
+
+    [[gnu::always_inline]] Twiddle splat(u64 i) const {
+        return FMA::splat<L>(tables.twiddles[i], tables.modulus);
+    }
+    [[gnu::always_inline]] Twiddle fours(u64 i) const {
+        return perLane(twiddlesOfFours(tables.twiddles + i));
+    }
+    [[gnu::always_inline]] Twiddle twos(u64 i) const { return perLane(twiddlesOfTwos(tables.twiddles + i)); }
+    [[gnu::always_inline]] Twiddle ones(u64 i) const {
+        return perLane(twiddlesOfOnesEvenFirst(tables.twiddles + i));
+    }
+    [[gnu::always_inline]] void forward(Words& x, Words& y, const Twiddle& w) const {
+        auto u = toReals(x), v = toReals(y);
+        FMA::forwardButterfly<L>(u, v, w, tables.modulus);
+        x = fromReals(u);
+        y = fromReals(v);
+    }
+    [[gnu::always_inline]] void backward(Words& x, Words& y, const Twiddle& w) const {
+        auto u = toReals(x), v = toReals(y);
+        FMA::backwardButterfly<L>(u, v, w, tables.modulus);
+        x = fromReals(u);
+        y = fromReals(v);
+    }
+    /// First partners are reduced before every second stage, as in FMA::forwardSquareReduced. Roomy lanes
+    /// reduce half of them before the stage of distance 32, which leaves values within 3.73 after three
+    /// stages, and all before that of distance 4, which leaves them within 3.52 after the last.
+    template <int distance>
+    [[gnu::always_inline]] void before(TwoBlocks& s) const {
+        if constexpr (distance == 32) {
+            s.eachBlock([this](TwoBlocks::Block& b, u64) {
+                reduce(b.p0.x);
+                reduce(b.p0.y);
+                if constexpr (!L::isRoomy) reduce(b.p1.x);
+                if constexpr (!L::isRoomy) reduce(b.p1.y);
+            });
+        } else if constexpr (L::isRoomy ? distance == 4 : distance != 4) {
+            s.each([this](Partners& p, u64) { reduce(p.x); });
+        }
+    }
+    /// All values are reduced after every second stage, as in FMA::backwardTwoStages. On roomy lanes products
+    /// of the stage of distance 2 are within 0.98, those of two products within 0.77: both may stay.
+    template <int distance>
+    [[gnu::always_inline]] void after(TwoBlocks& s) const {
+        s.each([this](Partners& p, u64 i) {
+            if (!L::isRoomy || distance != 32 || i % 4 != 3) reduce(p.x);
+            if (!L::isRoomy || (distance != 2 && (distance != 32 || i % 4 != 3))) reduce(p.y);
+        });
+    }
+    [[gnu::always_inline]] static typename L::Reals toReals(Words x) { return _mm512_castsi512_pd(x); }
+    [[gnu::always_inline]] static Words fromReals(typename L::Reals x) { return _mm512_castpd_si512(x); }
+
+private:
+    [[gnu::always_inline]] Twiddle perLane(Words w) const {
+        return FMA::withRatio<L>(toReals(w), tables.modulus);
+    }
+    [[gnu::always_inline]] void reduce(Words& x) const {
+        x = fromReals(L::reduce(toReals(x), tables.modulus));
+    }
+};
+
+template <class L>
+struct FloatForm : FMA::FloatPasses<lanes::TwiceReals<L>> {
+    static constexpr int tailStages = 6;
+
+    template <int range>
+    static void forwardTail(u64* a, u64 begin, u64 count, const TransformTables& tables) {
+        static_assert(range == 1);
+        using Steps = FloatSteps<L>;
+        for (u64 g = begin / 128; g < (begin + count) / 128; ++g) {
+            TwoBlocks s;
+            s.load(a + 128 * g);
+            forwardSixStages(s, Steps{tables}, tables.degree, g);
+            s.each([&](Partners& p, u64) {
+                p.x = L::toWords(Steps::toReals(p.x), tables.modulus);
+                p.y = L::toWords(Steps::toReals(p.y), tables.modulus);
+                p.onesToWords();
+            });
+            s.store(a + 128 * g);
+        }
+    }
+
+    /// From range 2. The lower words of the first stage are read as y - p, so that its sums stay within 1.
+    /// Its differences then reach 2, which their products allow. Sums of sums reach 2, products of
+    /// differences 0.5 + 2.51 e.
+    static void backwardHead(u64* a, u64 begin, u64 count, const TransformTables& tables) {
+        using Steps = FloatSteps<L>;
+        const double prime = tables.modulus.prime;
+        const auto offset = _mm512_setr_pd(0, prime, 0, prime, 0, prime, 0, prime);
+        for (u64 g = begin / 128; g < (begin + count) / 128; ++g) {
+            TwoBlocks s;
+            s.load(a + 128 * g);
+            s.each([&](Partners& pair, u64) {
+                pair.x = Steps::fromReals(FMA::fromRangeTwo<L>(pair.x, tables.p, offset));
+                pair.y = Steps::fromReals(FMA::fromRangeTwo<L>(pair.y, tables.p, offset));
+            });
+            backwardSixStages(s, Steps{tables}, tables.degree, g);
+            s.store(a + 128 * g);
+        }
+    }
+};
+
+using Lanes = FMA512Lanes<false>;
+using RoomyLanes = FMA512Lanes<true>;
+
+} // namespace
+
+void forwardFloatTransform(u64* a, const TransformTables& tables) {
+    if (tables.p < greatestRoomyPrime) return rows::forwardTransform<1, FloatForm<RoomyLanes>>(a, tables);
+    rows::forwardTransform<1, FloatForm<Lanes>>(a, tables);
+}
+
+void backwardFloatTransform(u64* a, const TransformTables& tables) {
+    if (tables.p < greatestRoomyPrime) return rows::backwardTransform<1, FloatForm<RoomyLanes>>(a, tables);
+    rows::backwardTransform<1, FloatForm<Lanes>>(a, tables);
+}
+
+} // namespace Torvo::AVX512
