@@ -1,11 +1,13 @@
-#include "arithmetic/chain/PrimeLists.hpp"
 #include "arithmetic/kernels/Feature.hpp"
 #include "arithmetic/kernels/Modulus.hpp"
+#include "arithmetic/kernels/NumberTheoryUtils.hpp"
+#include "core/DeviceSpecificArray.hpp"
 
 #include "support/ForcedFeature.hpp"
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <functional>
@@ -13,8 +15,8 @@
 #include <string>
 #include <vector>
 
-/// The row kernels and the transforms, in scalar and in AVX2 form, for one prime of 51 and one of 61 bits, on
-/// one core; `time/word` and `time/butterfly` are seconds with their unit prefix. The rows named `copy` give
+/// The row kernels and the transforms in every form that the processor has, for primes of 40, 50, 51 and 61
+/// bits, on one core; `time/word` and `time/butterfly` are seconds with their unit prefix. The rows named `copy` give
 /// the speed of the machine's memory at each length, for comparison with the others.
 namespace Torvo {
 namespace {
@@ -26,24 +28,25 @@ public:
         std::mt19937_64 engine(degree);
         std::uniform_int_distribution<u64> below(0, prime - 1);
         for (auto& row : rows_) {
-            row.resize(degree);
+            row.resize(degree); // aligned, as the rows of a polynomial are
             for (u64& word : row) word = below(engine);
         }
+        tenRows.resize(10 * degree);
         for (u64 r = 0; r < 10; ++r) {
-            tenRows.insert(tenRows.end(), rows_[0].begin(), rows_[0].end());
+            std::copy(rows_[0].begin(), rows_[0].end(), tenRows.getData() + r * degree);
             tenSources.emplace_back(degree, prime, false);
         }
     }
 
-    u64* operator[](int i) { return rows_[static_cast<unsigned>(i)].data(); }
+    u64* operator[](int i) { return rows_[static_cast<unsigned>(i)].getData(); }
     u64 degree() const { return modulus.getDegree(); }
 
     Modulus modulus;
-    std::vector<u64> tenRows;
+    DeviceSpecificArray<u64> tenRows;
     std::vector<Modulus> tenSources;
 
 private:
-    std::vector<u64> rows_[7];
+    DeviceSpecificArray<u64> rows_[7];
 };
 
 using Kernel = std::function<void(Rows&)>;
@@ -83,7 +86,8 @@ const NamedKernel kernels[] = {
      [](Rows& r) { r.modulus.normalizeModAndConstMult<true>(r[1], 12345, neighbour(r), r[0]); }},
     {"convertTenRows",
      [](Rows& r) {
-         r.modulus.sumCentredProducts(r.tenRows.data(), r.tenSources.data(), r.tenRows.data(), 1, 10, r[0]);
+         r.modulus.sumCentredProducts(r.tenRows.getData(), r.tenSources.data(), r.tenRows.getData(), 1, 10,
+                                      r[0]);
      }},
     {"sumThreeProducts",
      [](Rows& r) {
@@ -103,9 +107,9 @@ benchmark::Counter timePer(u64 units) {
             benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert};
 }
 
-void run(benchmark::State& state, const NamedKernel& kernel, u64 feature, u64 prime) {
+void run(benchmark::State& state, const NamedKernel& kernel, KernelForm form, u64 prime) {
+    const test::ForcedFeature forced(form);
     Rows rows(static_cast<u64>(state.range(0)), prime);
-    const test::ForcedFeature forced(feature);
     for ([[maybe_unused]] auto _ : state) {
         kernel.run(rows);
         benchmark::ClobberMemory();
@@ -116,22 +120,30 @@ void run(benchmark::State& state, const NamedKernel& kernel, u64 feature, u64 pr
         state.counters["time/butterfly"] = timePer(n / 2 * static_cast<u64>(std::countr_zero(n)));
 }
 
-void registerForm(const NamedKernel& kernel, const std::string& form, u64 feature) {
-    const auto& chain = getPrimeList(ParameterPreset::FVa); // 61 bits, then 51
-    for (u64 prime : {chain[1], chain[0]}) {
-        const std::string name =
-            std::string(kernel.name) + "/" + form + "/" + std::to_string(std::bit_width(prime)) + "bits";
-        benchmark::RegisterBenchmark(name.c_str(), run, kernel, feature, prime)
+/// The greatest prime of `bits` bits that all degrees below allow.
+u64 greatestPrime(int bits) {
+    return utils::seekPrimes(u64{1} << bits, u64{1} << 18, 1, true).front();
+}
+
+void registerForm(const NamedKernel& kernel, const std::string& name, KernelForm form) {
+    for (int bits : {40, 50, 51, 61}) {
+        const std::string full = std::string(kernel.name) + "/" + name + "/" + std::to_string(bits) + "bits";
+        benchmark::RegisterBenchmark(full.c_str(), run, kernel, form, greatestPrime(bits))
             ->RangeMultiplier(2)
             ->Range(1 << 13, 1 << 17);
     }
 }
 
 void registerAll() {
-    for (const NamedKernel& kernel : kernels) {
-        registerForm(kernel, "scalar", 0);
-        if (runsAVX2()) registerForm(kernel, "AVX2", featureAVX2);
-    }
+    const std::pair<const char*, KernelForm> forms[] = {{"scalar", KernelForm::Scalar},
+                                                        {"AVX2", KernelForm::AVX2},
+                                                        {"FMA", KernelForm::FMA},
+                                                        {"AVX512", KernelForm::AVX512},
+                                                        {"IFMA", KernelForm::IFMA}};
+    const KernelForm widest = currentForm();
+    for (const NamedKernel& kernel : kernels)
+        for (const auto& [name, form] : forms)
+            if (form <= widest) registerForm(kernel, name, form);
 }
 
 } // namespace
