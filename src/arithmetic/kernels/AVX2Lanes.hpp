@@ -19,6 +19,8 @@ struct AVX2Lanes {
     static constexpr u64 productRange = 2;
     /// Whether sums of products have limbs of 52 bits.
     static constexpr bool hasWideLimbs = false;
+    /// Whether there is `modularProduct`: see FloatProducts.
+    static constexpr bool hasModularProduct = false;
 
     [[gnu::always_inline]] static Words load(const u64* from) {
         return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));

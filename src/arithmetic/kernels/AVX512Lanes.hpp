@@ -18,6 +18,8 @@ struct AVX512Lanes {
     static constexpr u64 productRange = 2;
     /// Whether sums of products have limbs of 52 bits.
     static constexpr bool hasWideLimbs = false;
+    /// Whether there is `modularProduct`: see FloatProducts.
+    static constexpr bool hasModularProduct = false;
 
     [[gnu::always_inline]] static Words load(const u64* from) { return _mm512_loadu_si512(from); }
     [[gnu::always_inline]] static void store(u64* to, Words x) { _mm512_storeu_si512(to, x); }

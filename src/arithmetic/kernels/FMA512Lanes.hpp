@@ -9,11 +9,13 @@ namespace Torvo {
 
 namespace {
 
-/// FMALanes, eight at a time. A quotient is rounded by a sum with 1.5 * 2^52, in one operation less than
-/// otherwise, wherever it is certain to be below 2^51.
+/// FMALanes, eight at a time. Where the bounds allow, a quotient is rounded by a sum with a great number, in one
+/// operation less: with 1.5 * 2^52 if it is below 2^51, with 1.5 * 2^53, to an even number, if it is below 2^52.
+/// The sum is fused with the product, so that the quotient of a loose product misses 1 for the rounding and
+/// 2 * 2^-53 * |y| * |w| / p <= 2^-53 * |y| for the two roundings of the ratio.
 ///
-/// The roomy lanes are for p < 2^50: factors up to 3.99 p then have such quotients. Integers are exact up to
-/// 7.99 p, and a product is within 0.5 + 0.188 |y|.
+/// The roomy lanes are for p < 2^50: factors up to 3.99 p have quotients below 2^51. Integers are exact up to
+/// 7.99 p, and every product is within 0.5 + 0.188 |y|.
 template <bool roomy>
 struct FMA512Lanes {
     using Reals = __m512d;
@@ -40,10 +42,11 @@ struct FMA512Lanes {
     }
     /// As FMALanes::product.
     [[gnu::always_inline]] static Reals product(Reals y, Reals w, Reals ratio, FloatModulus modulus) {
-        const Reals high = mul(y, w);
-        const Reals low = _mm512_fmsub_pd(y, w, high);
-        const Reals quotient = roomy ? smallQuotient(y, ratio) : greatQuotient(y, ratio);
-        return add(_mm512_fnmadd_pd(quotient, splat(modulus.prime), high), low);
+        return productLess(roomy ? smallQuotient(y, ratio) : greatQuotient(y, ratio), y, w, modulus);
+    }
+    /// As FMALanes::looseProduct: the quotient is rounded to an even integer.
+    [[gnu::always_inline]] static Reals looseProduct(Reals y, Reals w, Reals ratio, FloatModulus modulus) {
+        return productLess(roomy ? smallQuotient(y, ratio) : evenQuotient(y, ratio), y, w, modulus);
     }
 
     /// Converts words below 2^53 to reals and subtracts `offset`, integers below 2^52.
@@ -60,10 +63,23 @@ struct FMA512Lanes {
 private:
     static constexpr int nearest = _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC;
 
-    /// x * ratio, rounded to an integer, whatever the rounding mode is; below 2^51.
+    /// y * w - quotient * p
+    [[gnu::always_inline]] static Reals productLess(Reals quotient, Reals y, Reals w, FloatModulus modulus) {
+        const Reals high = mul(y, w);
+        const Reals low = _mm512_fmsub_pd(y, w, high);
+        return add(_mm512_fnmadd_pd(quotient, splat(modulus.prime), high), low);
+    }
+    /// x * ratio, rounded to a multiple of the last bit of `shift`, whatever the rounding mode is.
+    [[gnu::always_inline]] static Reals shiftedQuotient(Reals x, Reals ratio, double shift) {
+        return sub(_mm512_fmadd_round_pd(x, ratio, splat(shift), nearest), splat(shift));
+    }
+    /// Below 2^51, to an integer: 1.5 * 2^52.
     [[gnu::always_inline]] static Reals smallQuotient(Reals x, Reals ratio) {
-        const Reals shift = splat(6755399441055744.0);
-        return sub(_mm512_fmadd_round_pd(x, ratio, shift, nearest), shift);
+        return shiftedQuotient(x, ratio, 6755399441055744.0);
+    }
+    /// Below 2^52, to an even integer: 1.5 * 2^53.
+    [[gnu::always_inline]] static Reals evenQuotient(Reals x, Reals ratio) {
+        return shiftedQuotient(x, ratio, 13510798882111488.0);
     }
     [[gnu::always_inline]] static Reals greatQuotient(Reals x, Reals ratio) {
         return _mm512_roundscale_pd(mul(x, ratio), nearest);

@@ -10,7 +10,7 @@
 ///
 /// Bounds limit the magnitude of a real, in multiples of p. Factors of a product may reach 3.99, other reals as
 /// much as integers are exact. A product of |y| <= b is within 0.5 + e b, where e = 0.376, or e = 0.188 for the
-/// roomy lanes, whose primes are half as great: see FMALanes.
+/// roomy lanes, whose primes are half as great; a loose one is within 1 + 0.251 b: see FMALanes.
 namespace Torvo::FMA {
 
 template <class L>
@@ -30,11 +30,14 @@ template <class L>
     return {w, L::mul(w, L::splat(m.inverse))};
 }
 
+enum class Product { Tight, Loose };
+
 /// (x, y) := (x + w*y, x - w*y).
-template <class L>
+template <class L, Product kind = Product::Tight>
 [[gnu::always_inline]] inline void forwardButterfly(typename L::Reals& x, typename L::Reals& y,
                                                     const Twiddle<L>& w, FloatModulus m) {
-    const auto v = L::product(y, w.value, w.ratio, m);
+    const auto v =
+        kind == Product::Loose ? L::looseProduct(y, w.value, w.ratio, m) : L::product(y, w.value, w.ratio, m);
     y = L::sub(x, v);
     x = L::add(x, v);
 }
@@ -45,7 +48,7 @@ template <class L>
                                                      const Twiddle<L>& w, FloatModulus m) {
     const auto d = L::sub(x, y);
     x = L::add(x, y);
-    y = L::product(d, w.value, w.ratio, m);
+    y = L::looseProduct(d, w.value, w.ratio, m);
 }
 
 /// Four vectors: quarters of a group of two stages, or the rows or columns of sixteen words.
@@ -80,19 +83,19 @@ template <class L>
     storeWords<L>(a + 3 * stride, x.v3, m);
 }
 
-/// Two forward stages. If v0 and v1 are within b0, and v2 and v3 within b, the first stage leaves values
-/// within b0 + 0.5 + e b, and the second adds 0.5 and e times that.
-template <class L>
+/// Two forward stages. If v0 and v1 are within b0, and v2 and v3 within b, the first stage leaves values within
+/// b0 more than its products of b, and the second adds products of that.
+template <class L, Product first = Product::Tight>
 [[gnu::always_inline]] inline void forwardSquare(Four<L>& x, const Twiddle<L>& w, const Twiddle<L>& low,
                                                  const Twiddle<L>& high, FloatModulus m) {
-    forwardButterfly<L>(x.v0, x.v2, w, m);
-    forwardButterfly<L>(x.v1, x.v3, w, m);
+    forwardButterfly<L, first>(x.v0, x.v2, w, m);
+    forwardButterfly<L, first>(x.v1, x.v3, w, m);
     forwardButterfly<L>(x.v0, x.v1, low, m);
     forwardButterfly<L>(x.v2, x.v3, high, m);
 }
 
-/// The same with the upper half reduced first. Values stay within 3.9: 0.5 + 0.5 + 1.467 = 2.467, and
-/// 2.467 + 0.5 + 0.928 = 3.895.
+/// The same with the upper half reduced first. Values stay within 3.92: 0.5 + 1 + 0.984 = 2.484, and
+/// 2.484 + 0.5 + 0.934 = 3.918.
 ///
 /// On roomy lanes v0 alone is reduced, because v1 enters the results through products only. Values stay within
 /// 2.72, factors within 2.72 + 0.5 + 0.512 = 3.732: 0.5 + 0.5 + 0.512 + 0.5 + 0.702 = 2.714.
@@ -102,10 +105,11 @@ template <class L>
                                                         FloatModulus m) {
     x.v0 = L::reduce(x.v0, m);
     if constexpr (!L::isRoomy) x.v1 = L::reduce(x.v1, m);
-    forwardSquare<L>(x, w, low, high, m);
+    forwardSquare<L, Product::Loose>(x, w, low, high, m);
 }
 
-/// Two backward stages. From values within 0.51 the sums of sums reach 2.04, all other values less.
+/// Two backward stages. From values within 0.51 the sums of sums reach 2.04, sums of products 2.51, all other
+/// values less.
 template <class L>
 [[gnu::always_inline]] inline void backwardSquare(Four<L>& x, const Twiddle<L>& low, const Twiddle<L>& high,
                                                   const Twiddle<L>& w, FloatModulus m) {
@@ -252,8 +256,8 @@ private:
                                                      const Twiddle<L>& scale, const Twiddle<L>& root,
                                                      FloatModulus m) {
         const auto d = L::sub(x, y);
-        x = L::product(L::add(x, y), scale.value, scale.ratio, m);
-        y = L::product(d, root.value, root.ratio, m);
+        x = L::looseProduct(L::add(x, y), scale.value, scale.ratio, m);
+        y = L::looseProduct(d, root.value, root.ratio, m);
     }
 };
 

@@ -98,27 +98,6 @@ struct IFMALanes::Sum<104> {
     [[gnu::always_inline]] Words lowWord() const { return AVX512Lanes::add(low, shiftLeft<52>(middle)); }
 };
 
-/// Products of words below p < 2^49, for results in range 1: what rows::barrettProduct takes of a lanes type,
-/// on words below 2^52. The quotient, estimated from 52 bits, is still too small by at most one: with 2^k <= p
-/// it misses less than 2^(k-1) / p for the lower bits of the product and p^2 / 2^(k+51) for those of the ratio,
-/// no more than 0.75 together for k <= 48.
-struct ShortProductLanes : AVX512Lanes {
-    [[gnu::always_inline]] static Words mulShifted(Words x, Words y, u64 shift, Words& low) {
-        const Words zero = splat(0);
-        low = addLow52(zero, x, y);
-        const Words high = _mm512_sllv_epi64(addHigh52(zero, x, y), splat(52 - shift));
-        return add(high, _mm512_srlv_epi64(low, splat(shift)));
-    }
-    /// The quotient by a ratio of 64 bits.
-    [[gnu::always_inline]] static Words mulHigh(Words x, Words ratio) {
-        return addHigh52(splat(0), x, shiftRight<12>(ratio));
-    }
-    [[gnu::always_inline]] static Words mulLow(Words x, Words y) { return addLow52(splat(0), x, y); }
-    [[gnu::always_inline]] static Words sub(Words x, Words y) {
-        return bitAnd(AVX512Lanes::sub(x, y), splat(lower52));
-    }
-};
-
 } // namespace
 
 } // namespace Torvo

@@ -1,8 +1,7 @@
 #include "arithmetic/kernels/Modulus.hpp"
 
 #include "arithmetic/kernels/Feature.hpp"
-#include "arithmetic/kernels/ModulusAVX2.hpp"
-#include "arithmetic/kernels/ModulusAVX512.hpp"
+#include "arithmetic/kernels/ModulusVectors.hpp"
 #include "arithmetic/kernels/RowKernels.hpp"
 
 #include <algorithm>
@@ -49,24 +48,27 @@ constinit const RowKernels scalarKernels = makeRowKernels<ScalarLanes>();
 
 /// Kernels in the form that runs now, for a prime.
 const RowKernels& currentKernels(u64 prime) {
+    const bool isFloat = prime <= greatestFloatPrime;
     switch (currentForm()) {
     case KernelForm::Scalar:
         return scalarKernels;
     case KernelForm::AVX2:
-    case KernelForm::FMA:
         return AVX2::kernels;
+    case KernelForm::FMA:
+        return isFloat ? FMA::floatKernels : AVX2::kernels;
     case KernelForm::AVX512:
-        return AVX512::kernels;
+        return isFloat ? AVX512::floatKernels : AVX512::kernels;
     case KernelForm::IFMA:
         break;
     }
-    return prime < AVX512::endOfShortPrimes ? AVX512::shortKernelsWithIFMA : AVX512::kernelsWithIFMA;
+    return isFloat ? IFMA::floatKernels : IFMA::kernels;
 }
 
-/// Kernels for whole rows of n words, a multiple of 8.
+/// Kernels for a whole row of n words.
 const RowKernels& currentKernels(u64 prime, u64 n) {
     const RowKernels& kernels = currentKernels(prime);
-    return n % (2 * kernels.width) == 0 ? kernels : AVX2::kernels;
+    const bool isTooWide = kernels.width > AVX2::kernels.width && n % (2 * kernels.width) != 0;
+    return isTooWide ? AVX2::kernels : kernels;
 }
 
 /// Runs a kernel over a row of n words, the first few in scalar form where n is no multiple of the width.

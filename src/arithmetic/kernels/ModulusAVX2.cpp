@@ -1,4 +1,4 @@
-#include "arithmetic/kernels/ModulusAVX2.hpp"
+#include "arithmetic/kernels/ModulusVectors.hpp"
 
 #include "arithmetic/kernels/AVX2Lanes.hpp"
 

@@ -1,15 +1,13 @@
 #pragma once
 
 #include "arithmetic/kernels/ModulusRows.hpp"
-#include "arithmetic/kernels/RowKernels.hpp"
+#include "arithmetic/kernels/ModulusVectors.hpp"
 #include "core/Integers.hpp"
 
 /// The row kernels of Modulus on vectors of four words, and the same by name, with the constants that they
 /// need derived from p at each call. `n` is a multiple of 4; a constant `c` is already in [0, p). Ranges,
 /// aliasing and the words returned are those of the members of Modulus.
 namespace Torvo::AVX2 {
-
-extern const RowKernels kernels;
 
 inline void constAdd(const u64* in, u64 c, u64* out, u64 n, u64 p) {
     kernels.constAdd(in, c, out, n, p);

@@ -1,9 +1,12 @@
-#include "arithmetic/kernels/ModulusAVX512.hpp"
+#include "arithmetic/kernels/ModulusVectors.hpp"
 
-#include "arithmetic/kernels/AVX512Lanes.hpp"
+#include "arithmetic/kernels/FMA512Lanes.hpp"
+#include "arithmetic/kernels/FloatProducts.hpp"
 
 namespace Torvo::AVX512 {
 
 constinit const RowKernels kernels = makeRowKernels<AVX512Lanes>();
+constinit const RowKernels floatKernels =
+    makeRowKernels<AVX512Lanes, lanes::FloatProducts<FMA512Lanes<false>>>();
 
 } // namespace Torvo::AVX512

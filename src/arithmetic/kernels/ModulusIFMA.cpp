@@ -1,10 +1,13 @@
-#include "arithmetic/kernels/ModulusAVX512.hpp"
+#include "arithmetic/kernels/ModulusVectors.hpp"
 
+#include "arithmetic/kernels/FMA512Lanes.hpp"
+#include "arithmetic/kernels/FloatProducts.hpp"
 #include "arithmetic/kernels/IFMALanes.hpp"
 
-namespace Torvo::AVX512 {
+namespace Torvo::IFMA {
 
-constinit const RowKernels kernelsWithIFMA = makeRowKernels<IFMALanes>();
-constinit const RowKernels shortKernelsWithIFMA = makeRowKernels<IFMALanes, ShortProductLanes>();
+constinit const RowKernels kernels = makeRowKernels<IFMALanes>();
+constinit const RowKernels floatKernels =
+    makeRowKernels<IFMALanes, lanes::FloatProducts<FMA512Lanes<false>>>();
 
-} // namespace Torvo::AVX512
+} // namespace Torvo::IFMA

@@ -2,7 +2,8 @@
 
 #include "core/Integers.hpp"
 
-/// The row kernels of Modulus, each formula once, over a lanes type: ScalarLanes or AVX2Lanes.
+/// The row kernels of Modulus, each formula once, over a lanes type: ScalarLanes, AVX2Lanes, AVX512Lanes or
+/// IFMALanes; products of two rows over FloatProducts too.
 ///
 /// All words are 64 bits, p < 2^61 is odd, rows are in range 1 (words in [0, p)) unless a kernel says
 /// otherwise, n is a multiple of the lane count. Output rows may be input rows: each index is read from all
@@ -70,10 +71,11 @@ template <class L>
 }
 
 /// x * y mod p in [0, p) for x, y < p. The quotient, estimated from the top bits of the product, is too small
-/// by at most one.
+/// by at most one. Lanes may have a product of their own.
 template <class L>
 [[gnu::always_inline]] inline typename L::Words barrettProduct(typename L::Words x, typename L::Words y,
                                                                BarrettConstant c) {
+    if constexpr (L::hasModularProduct) return L::modularProduct(x, y, c.p);
     typename L::Words low;
     const auto top = L::mulShifted(x, y, c.shift, low);
     const auto quotient = L::mulHigh(top, L::splat(c.ratio));

@@ -27,6 +27,7 @@ struct WordSteps {
     [[gnu::always_inline]] Twiddle ones(u64 i) const {
         return {twiddlesOfOnes(tables.powers + i), twiddlesOfOnes(tables.companions + i)};
     }
+    template <int>
     [[gnu::always_inline]] void forward(Words& x, Words& y, const Twiddle& w) const {
         rows::forwardButterfly<Lanes>(x, y, w, tables.p);
     }

@@ -51,9 +51,8 @@ struct FloatForm : FloatPasses<L> {
         }
     }
 
-    /// From range 2. The lower words of the first stage are read as y - p, so that its sums stay within 1.
-    /// Its differences then reach 2, which their products allow. Sums of sums reach 2, products of
-    /// differences 0.5 + 0.376 * 2.51.
+    /// From range 2. The lower words of the first stage are read as y - p, so that its sums stay within 1. Its
+    /// differences then reach 2, their products 1.5, and sums of these 3.
     static void backwardHead(u64* a, u64 begin, u64 count, const Tables& tables) {
         const FloatModulus m = tables.modulus;
         const u64 p = tables.p;

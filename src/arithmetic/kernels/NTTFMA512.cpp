@@ -27,9 +27,11 @@ struct FloatSteps {
     [[gnu::always_inline]] Twiddle ones(u64 i) const {
         return perLane(twiddlesOfOnesEvenFirst(tables.twiddles + i));
     }
+    template <int distance>
     [[gnu::always_inline]] void forward(Words& x, Words& y, const Twiddle& w) const {
+        constexpr bool loose = distance == 32 || distance == 8 || distance == 2;
         auto u = toReals(x), v = toReals(y);
-        FMA::forwardButterfly<L>(u, v, w, tables.modulus);
+        FMA::forwardButterfly<L, loose ? FMA::Product::Loose : FMA::Product::Tight>(u, v, w, tables.modulus);
         x = fromReals(u);
         y = fromReals(v);
     }
@@ -39,9 +41,10 @@ struct FloatSteps {
         x = fromReals(u);
         y = fromReals(v);
     }
-    /// First partners are reduced before every second stage, as in FMA::forwardSquareReduced. Roomy lanes
-    /// reduce half of them before the stage of distance 32, which leaves values within 3.73 after three
-    /// stages, and all before that of distance 4, which leaves them within 3.52 after the last.
+    /// First partners are reduced before every second stage, whose products are loose, as in
+    /// FMA::forwardSquareReduced. Roomy lanes reduce half of them before the stage of distance 32, which leaves
+    /// values within 3.73 after three stages, and all before that of distance 4, which leaves them within 3.52
+    /// after the last.
     template <int distance>
     [[gnu::always_inline]] void before(TwoBlocks& s) const {
         if constexpr (distance == 32) {
@@ -97,9 +100,7 @@ struct FloatForm : FMA::FloatPasses<lanes::TwiceReals<L>> {
         }
     }
 
-    /// From range 2. The lower words of the first stage are read as y - p, so that its sums stay within 1.
-    /// Its differences then reach 2, which their products allow. Sums of sums reach 2, products of
-    /// differences 0.5 + 2.51 e.
+    /// From range 2 as FloatForm of AVX2: sums stay within 1, differences within 2.
     static void backwardHead(u64* a, u64 begin, u64 count, const TransformTables& tables) {
         using Steps = FloatSteps<L>;
         const double prime = tables.modulus.prime;

@@ -12,6 +12,8 @@ struct ScalarLanes {
     static constexpr u64 productRange = 2;
     /// Whether sums of products have limbs of 52 bits.
     static constexpr bool hasWideLimbs = false;
+    /// Whether there is `modularProduct`: see FloatProducts.
+    static constexpr bool hasModularProduct = false;
 
     static Words load(const u64* from) { return *from; }
     static void store(u64* to, Words x) { *to = x; }

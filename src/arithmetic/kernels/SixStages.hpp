@@ -121,29 +121,33 @@ template <class Steps>
     steps.template before<32>(s);
     s.eachBlock([&](TwoBlocks::Block& b, u64 i) {
         const auto w = steps.splat(n / 64 + 2 * g + i);
-        steps.forward(b.p0.x, b.p2.x, w);
-        steps.forward(b.p0.y, b.p2.y, w);
-        steps.forward(b.p1.x, b.p3.x, w);
-        steps.forward(b.p1.y, b.p3.y, w);
+        steps.template forward<32>(b.p0.x, b.p2.x, w);
+        steps.template forward<32>(b.p0.y, b.p2.y, w);
+        steps.template forward<32>(b.p1.x, b.p3.x, w);
+        steps.template forward<32>(b.p1.y, b.p3.y, w);
     });
     s.eachBlock([&](TwoBlocks::Block& b, u64 i) {
         const auto low = steps.splat(n / 32 + 4 * g + 2 * i);
         const auto high = steps.splat(n / 32 + 4 * g + 2 * i + 1);
-        steps.forward(b.p0.x, b.p1.x, low);
-        steps.forward(b.p0.y, b.p1.y, low);
-        steps.forward(b.p2.x, b.p3.x, high);
-        steps.forward(b.p2.y, b.p3.y, high);
+        steps.template forward<16>(b.p0.x, b.p1.x, low);
+        steps.template forward<16>(b.p0.y, b.p1.y, low);
+        steps.template forward<16>(b.p2.x, b.p3.x, high);
+        steps.template forward<16>(b.p2.y, b.p3.y, high);
     });
     steps.template before<8>(s);
-    s.each([&](Partners& p, u64 i) { steps.forward(p.x, p.y, steps.splat(n / 16 + 8 * g + i)); });
+    s.each([&](Partners& p, u64 i) { steps.template forward<8>(p.x, p.y, steps.splat(n / 16 + 8 * g + i)); });
     s.each([](Partners& p, u64) { p.exchangeFours(); });
     steps.template before<4>(s);
-    s.each([&](Partners& p, u64 i) { steps.forward(p.x, p.y, steps.fours(n / 8 + 16 * g + 2 * i)); });
+    s.each([&](Partners& p, u64 i) {
+        steps.template forward<4>(p.x, p.y, steps.fours(n / 8 + 16 * g + 2 * i));
+    });
     s.each([](Partners& p, u64) { p.foursToTwos(); });
     steps.template before<2>(s);
-    s.each([&](Partners& p, u64 i) { steps.forward(p.x, p.y, steps.twos(n / 4 + 32 * g + 4 * i)); });
+    s.each(
+        [&](Partners& p, u64 i) { steps.template forward<2>(p.x, p.y, steps.twos(n / 4 + 32 * g + 4 * i)); });
     s.each([](Partners& p, u64) { p.exchangeOnes(); });
-    s.each([&](Partners& p, u64 i) { steps.forward(p.x, p.y, steps.ones(n / 2 + 64 * g + 8 * i)); });
+    s.each(
+        [&](Partners& p, u64 i) { steps.template forward<1>(p.x, p.y, steps.ones(n / 2 + 64 * g + 8 * i)); });
 }
 
 /// The backward stages, with the butterfly `backward(x, y, w)` and `after<distance>(words)`.

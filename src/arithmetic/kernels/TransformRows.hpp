@@ -5,9 +5,9 @@
 
 #include <bit>
 
-/// The butterflies and stages of NTT, each formula once, over a lanes type: ScalarLanes or AVX2Lanes, or
-/// EstimatingLanes for results in range 1 only. As in ModulusRows.hpp, a lanes type with internal linkage
-/// keeps every instantiation within its unit.
+/// The butterflies and stages of NTT, each formula once, over a lanes type: ScalarLanes, AVX2Lanes or
+/// AVX512Lanes, or lanes::Estimating of these for results in range 1 only. As in ModulusRows.hpp, a lanes type
+/// with internal linkage keeps every instantiation within its unit.
 ///
 /// R is L::productRange, 2 or 4. Forward words lie in [0, 2R p) between stages, backward words in [0, R p); a
 /// comparison by the sign of the difference is right for both, since R p < 2^63.

@@ -76,6 +76,10 @@ struct TwiceReals {
         return {L::product(y.first, w.first, ratio.first, m),
                 L::product(y.second, w.second, ratio.second, m)};
     }
+    [[gnu::always_inline]] static Reals looseProduct(Reals y, Reals w, Reals ratio, FloatModulus m) {
+        return {L::looseProduct(y.first, w.first, ratio.first, m),
+                L::looseProduct(y.second, w.second, ratio.second, m)};
+    }
     [[gnu::always_inline]] static Reals fromWords(typename WordLanes::Words x, Reals offset) {
         return {L::fromWords(x.first, offset.first), L::fromWords(x.second, offset.second)};
     }

@@ -17,7 +17,8 @@
 namespace Torvo::test {
 namespace {
 
-constexpr u64 primes[] = {68719474049, 0x7fffffc900001, 0x1fffffffd80001, 2305843009213689601};
+constexpr u64 primes[] = {68719474049,     1125899904679937, 1125899908022273,
+                          0x7fffffc900001, 0x1fffffffd80001, 2305843009213689601};
 constexpr u64 lengths[] = {0, 4, 64, 4096};
 
 class KernelForms : public testing::Test {

@@ -19,8 +19,8 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 
-/// 257, 65537, the greatest primes of 28, 36, 50, 51, 53, 60 and 61 bits that are 1 modulo 128, and the
-/// smallest one of 51 bits.
+/// 257, 65537, the greatest primes of 28, 36, 50, 51, 53, 60 and 61 bits that are 1 modulo 128, the
+/// smallest one of 51 bits, and those next to the end of floating point.
 constexpr u64 primes[] = {257,
                           65537,
                           268432897,
@@ -28,6 +28,8 @@ constexpr u64 primes[] = {257,
                           1125899906840833,
                           1125899906843009,
                           2251799813684737,
+                          2253998836531201,
+                          2253998836940801,
                           9007199254740481,
                           1152921504606844417,
                           2305843009213689601};

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cfenv>
 #include <ctime>
 #include <optional>
 #include <thread>
@@ -21,7 +22,8 @@ namespace Torvo::test {
 namespace {
 
 constexpr u64 prime36 = 68719474049, prime51 = 2251799813684737, prime61 = 2305843009213689601;
-constexpr u64 primes[] = {257, prime36, prime51, 1152921504606844417, prime61}; // 1 modulo 128
+constexpr u64 primes[] = {257,    prime36, 1125899906840833, prime51, 1152921504606844417,
+                          prime61}; // 1 modulo 128
 
 // ---- construction
 
@@ -229,6 +231,8 @@ TEST_P(Ntt, TakesRangeTwoBackwardAndLeavesTheLazyWordsOfEachRange) {
 
 /// The greatest prime for which the transform runs in floating point, if the processor lets it, and the next.
 constexpr u64 greatestInFloat = 2253998836531201, nextAboveFloat = 2253998836940801; // 1 modulo 2^14
+/// Those next to 2^50, where some forms need fewer reductions.
+constexpr u64 belowTwoTo50 = 1125899904679937, aboveTwoTo50 = 1125899908022273;
 
 TEST_P(Ntt, FloatingPointEndsAtItsGreatestPrime) {
     EXPECT_FALSE(NTT(64, nextAboveFloat).runsInFloatingPoint());
@@ -237,8 +241,8 @@ TEST_P(Ntt, FloatingPointEndsAtItsGreatestPrime) {
 
 TEST_P(Ntt, RowsThatStretchTheBoundsOfFloatingPointTransformExactly) {
     SCOPED_TRACE(random_.describe());
-    for (u64 p : {greatestInFloat, nextAboveFloat, u64{65537}}) {
-        for (u64 n : {64UL, 128UL, 4096UL, 8192UL}) {
+    for (u64 p : {greatestInFloat, nextAboveFloat, belowTwoTo50, aboveTwoTo50, u64{65537}}) {
+        for (u64 n : {64UL, 128UL, 256UL, 512UL, 4096UL, 8192UL}) {
             const NTT ntt(n, p);
             for (u64 word : {p / 2, p / 2 + 1, p - 1, p, 2 * p - 1, 4 * p - 1}) {
                 expectForwardWords<1>(ntt, std::vector<u64>(n, word));
@@ -251,6 +255,25 @@ TEST_P(Ntt, RowsThatStretchTheBoundsOfFloatingPointTransformExactly) {
                 expectBackwardWords<1>(ntt, middles);
                 ntt.computeForward<1>(middles.data()); // so that the way back meets it in coefficients
                 expectBackwardWords<1>(ntt, middles);
+            }
+        }
+    }
+}
+
+TEST_P(Ntt, TheRoundingModeOfTheCallerChangesNoWord) {
+    SCOPED_TRACE(random_.describe());
+    for (u64 p : {greatestInFloat, belowTwoTo50}) {
+        for (u64 n : {64UL, 1024UL}) {
+            const NTT ntt(n, p);
+            for (int mode : {FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO}) {
+                const auto row = random_.row(n, 2 * p);
+                auto forward = row, backward = row;
+                ASSERT_EQ(std::fesetround(mode), 0);
+                ntt.computeForward<1>(forward.data());
+                ntt.computeBackward<1>(backward.data());
+                std::fesetround(FE_TONEAREST);
+                EXPECT_EQ(forward, forwardByRule(ntt.getPowerTable(), row, p, 1)) << p << " " << n;
+                EXPECT_EQ(backward, backwardByRule(ntt.getInversePowerTable(), row, p, 1)) << p << " " << n;
             }
         }
     }

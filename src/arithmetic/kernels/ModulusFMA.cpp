@@ -1,0 +1,10 @@
+#include "arithmetic/kernels/ModulusVectors.hpp"
+
+#include "arithmetic/kernels/FMALanes.hpp"
+#include "arithmetic/kernels/FloatProducts.hpp"
+
+namespace Torvo::FMA {
+
+constinit const RowKernels floatKernels = makeRowKernels<AVX2Lanes, lanes::FloatProducts<FMALanes>>();
+
+} // namespace Torvo::FMA
