@@ -11,24 +11,24 @@ namespace Torvo {
 
 namespace {
 
-/// Residues modulo p <= greatestFloatPrime as doubles that hold integers, positive or negative, four at a
-/// time.
+/// Residues modulo p <= greatestFloatPrime as doubles that hold integers, positive or negative, four at a time.
 ///
-/// The sum of two doubles holds the product of two words exactly, and a fused multiply-add subtracts the
-/// quotient times p from it exactly. So a modular product takes six operations, where words of 64 bits need
-/// about twenty-five. Bounds, in multiples of p; integers are exact up to 2^53 > 3.99 p:
+/// The sum of two doubles holds the product of two words exactly, and a fused multiply-add subtracts the quotient
+/// times p from it exactly. So a modular product takes six operations, where words of 64 bits need about
+/// twenty-five. Bounds, in multiples of p; integers are exact up to 2^53 > 3.99 p:
 ///
-///   reduce:   |x| <= 3.99        gives  |r| <= 0.5 + 2^-48
+///   reduce:   |x| <= 3.99                      gives  |r| <= 0.5 + 2^-48
 ///   product:  |y| <= 3.99, |w| <= 0.5 + 2^-48  gives  |v| <= 0.5 + 0.376 |y|
 ///
-/// Proof of the second: the quotient y * fl(w * fl(1/p)) is rounded three times, each time by at most a
-/// relative 2^-53. Its error is at most 3 * 2^-53 * |y| * |w| / p <= 1.5 * 2^-53 * |y| before it is rounded
-/// to an integer.
+/// Proof of the second: the quotient fl(y * w) * fl(1/p) is rounded three times, each time by at most a relative
+/// 2^-53. Its error is at most 3 * 2^-53 * |y| * |w| / p <= 1.5 * 2^-53 * |y| before it is rounded to an integer.
+/// `spare` bits, 0, 1 or 4, say how much smaller p is: see FloatRows.hpp.
+template <int spare>
 struct FMALanes {
     using Reals = __m256d;
     using WordLanes = AVX2Lanes;
     static constexpr u64 width = 4;
-    static constexpr bool isRoomy = false;
+    static constexpr int spareBits = spare;
 
     [[gnu::always_inline]] static Reals load(const u64* from) {
         return _mm256_loadu_pd(reinterpret_cast<const double*>(from));
@@ -40,24 +40,21 @@ struct FMALanes {
     [[gnu::always_inline]] static Reals splat(double x) { return _mm256_set1_pd(x); }
     [[gnu::always_inline]] static Reals add(Reals x, Reals y) { return _mm256_add_pd(x, y); }
     [[gnu::always_inline]] static Reals sub(Reals x, Reals y) { return _mm256_sub_pd(x, y); }
-    [[gnu::always_inline]] static Reals mul(Reals x, Reals y) { return _mm256_mul_pd(x, y); }
 
     /// The centred representative of x mod p.
     [[gnu::always_inline]] static Reals reduce(Reals x, FloatModulus modulus) {
-        return _mm256_fnmadd_pd(round(_mm256_mul_pd(x, splat(modulus.inverse))), splat(modulus.prime), x);
+        return _mm256_fnmadd_pd(quotient(x, modulus), splat(modulus.prime), x);
     }
-    /// y * w mod p, with `ratio` = w * inverse, rounded. The high part minus the quotient times p is an
-    /// integer below 2^53, so neither the fused operation nor the sum rounds.
-    [[gnu::always_inline]] static Reals product(Reals y, Reals w, Reals ratio, FloatModulus modulus) {
+    /// y * w mod p. The high part minus the quotient times p is an integer below 2^53, so neither the fused
+    /// operation nor the sum rounds.
+    [[gnu::always_inline]] static Reals product(Reals y, Reals w, FloatModulus modulus) {
         const Reals high = _mm256_mul_pd(y, w);
         const Reals low = _mm256_fmsub_pd(y, w, high);
-        const Reals quotient = round(_mm256_mul_pd(y, ratio));
-        return _mm256_add_pd(_mm256_fnmadd_pd(quotient, splat(modulus.prime), high), low);
+        return add(_mm256_fnmadd_pd(quotient(high, modulus), splat(modulus.prime), high), low);
     }
-
     /// The same for a result v that only needs to be within 1 + 0.251 |y|: other lanes have a cheaper one.
-    [[gnu::always_inline]] static Reals looseProduct(Reals y, Reals w, Reals ratio, FloatModulus modulus) {
-        return product(y, w, ratio, modulus);
+    [[gnu::always_inline]] static Reals looseProduct(Reals y, Reals w, FloatModulus modulus) {
+        return product(y, w, modulus);
     }
 
     /// Converts words below 2^52 to reals and subtracts `offset`, integers below 2^52. The double 2^52 + x
@@ -80,8 +77,10 @@ struct FMALanes {
 private:
     static constexpr double twoTo52 = 4503599627370496.0;
 
-    [[gnu::always_inline]] static Reals round(Reals x) {
-        return _mm256_round_pd(x, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    /// x / p, rounded to an integer.
+    [[gnu::always_inline]] static Reals quotient(Reals x, FloatModulus modulus) {
+        return _mm256_round_pd(_mm256_mul_pd(x, splat(modulus.inverse)),
+                               _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
     }
 };
 

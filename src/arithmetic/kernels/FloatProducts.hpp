@@ -17,9 +17,8 @@ struct FloatProducts : F::WordLanes {
     [[gnu::always_inline]] static Words modularProduct(Words x, Words y, u64 p) {
         const auto prime = static_cast<double>(p);
         const FloatModulus m{prime, 1.0 / prime};
-        const auto w = F::fromWords(y, F::splat(0));
-        return F::toWords(F::looseProduct(F::fromWords(x, F::splat(0)), w, F::mul(w, F::splat(m.inverse)), m),
-                          m);
+        const auto zero = F::splat(0);
+        return F::toWords(F::looseProduct(F::fromWords(x, zero), F::fromWords(y, zero), m), m);
     }
 };
 

@@ -8,36 +8,24 @@
 /// The butterflies and passes of the transforms in floating point, each formula once, over a lanes type:
 /// FMALanes or FMA512Lanes. Between the first and the last pass a row holds reals instead of words.
 ///
-/// Bounds limit the magnitude of a real, in multiples of p. Factors of a product may reach 3.99, other reals as
-/// much as integers are exact. A product of |y| <= b is within 0.5 + e b, where e = 0.376, or e = 0.188 for the
-/// roomy lanes, whose primes are half as great; a loose one is within 1 + 0.251 b: see FMALanes.
+/// Bounds limit the magnitude of a real, in multiples of p. A product of |y| <= b is within 0.5 + e b, a loose
+/// one within 1 + e' b, where b must not exceed the limit; other reals may be twice as great:
+///
+///   spare bits   p below       e       e'      limit
+///   0            2^51 + 2^41   0.376   0.251   3.99
+///   1            2^50          0.188           3.99
+///   4            2^47          0.024           31.9
+///
+/// With spare bits loose products are as good as others.
 namespace Torvo::FMA {
-
-template <class L>
-struct Twiddle {
-    typename L::Reals value;
-    typename L::Reals ratio;
-};
-
-template <class L>
-[[gnu::always_inline]] inline Twiddle<L> splat(double w, FloatModulus m) {
-    return {L::splat(w), L::splat(w * m.inverse)};
-}
-
-/// One twiddle per lane.
-template <class L>
-[[gnu::always_inline]] inline Twiddle<L> withRatio(typename L::Reals w, FloatModulus m) {
-    return {w, L::mul(w, L::splat(m.inverse))};
-}
 
 enum class Product { Tight, Loose };
 
 /// (x, y) := (x + w*y, x - w*y).
 template <class L, Product kind = Product::Tight>
 [[gnu::always_inline]] inline void forwardButterfly(typename L::Reals& x, typename L::Reals& y,
-                                                    const Twiddle<L>& w, FloatModulus m) {
-    const auto v =
-        kind == Product::Loose ? L::looseProduct(y, w.value, w.ratio, m) : L::product(y, w.value, w.ratio, m);
+                                                    typename L::Reals w, FloatModulus m) {
+    const auto v = kind == Product::Loose ? L::looseProduct(y, w, m) : L::product(y, w, m);
     y = L::sub(x, v);
     x = L::add(x, v);
 }
@@ -45,10 +33,10 @@ template <class L, Product kind = Product::Tight>
 /// (x, y) := (x + y, w*(x - y)).
 template <class L>
 [[gnu::always_inline]] inline void backwardButterfly(typename L::Reals& x, typename L::Reals& y,
-                                                     const Twiddle<L>& w, FloatModulus m) {
+                                                     typename L::Reals w, FloatModulus m) {
     const auto d = L::sub(x, y);
     x = L::add(x, y);
-    y = L::looseProduct(d, w.value, w.ratio, m);
+    y = L::looseProduct(d, w, m);
 }
 
 /// Four vectors: quarters of a group of two stages, or the rows or columns of sixteen words.
@@ -86,8 +74,8 @@ template <class L>
 /// Two forward stages. If v0 and v1 are within b0, and v2 and v3 within b, the first stage leaves values within
 /// b0 more than its products of b, and the second adds products of that.
 template <class L, Product first = Product::Tight>
-[[gnu::always_inline]] inline void forwardSquare(Four<L>& x, const Twiddle<L>& w, const Twiddle<L>& low,
-                                                 const Twiddle<L>& high, FloatModulus m) {
+[[gnu::always_inline]] inline void forwardSquare(Four<L>& x, typename L::Reals w, typename L::Reals low,
+                                                 typename L::Reals high, FloatModulus m) {
     forwardButterfly<L, first>(x.v0, x.v2, w, m);
     forwardButterfly<L, first>(x.v1, x.v3, w, m);
     forwardButterfly<L>(x.v0, x.v1, low, m);
@@ -97,36 +85,38 @@ template <class L, Product first = Product::Tight>
 /// The same with the upper half reduced first. Values stay within 3.92: 0.5 + 1 + 0.984 = 2.484, and
 /// 2.484 + 0.5 + 0.934 = 3.918.
 ///
-/// On roomy lanes v0 alone is reduced, because v1 enters the results through products only. Values stay within
-/// 2.72, factors within 2.72 + 0.5 + 0.512 = 3.732: 0.5 + 0.5 + 0.512 + 0.5 + 0.702 = 2.714.
+/// With one spare bit v0 alone is reduced, because v1 enters the results through products only. Values stay
+/// within 2.72, factors within 2.72 + 0.5 + 0.512 = 3.732: 0.5 + 0.5 + 0.512 + 0.5 + 0.702 = 2.714. With four
+/// nothing is reduced: a stage adds 0.5 and a fortieth, and 30 stages from 1 leave values within 24.
 template <class L>
-[[gnu::always_inline]] inline void forwardSquareReduced(Four<L>& x, const Twiddle<L>& w,
-                                                        const Twiddle<L>& low, const Twiddle<L>& high,
+[[gnu::always_inline]] inline void forwardSquareReduced(Four<L>& x, typename L::Reals w,
+                                                        typename L::Reals low, typename L::Reals high,
                                                         FloatModulus m) {
-    x.v0 = L::reduce(x.v0, m);
-    if constexpr (!L::isRoomy) x.v1 = L::reduce(x.v1, m);
+    if constexpr (L::spareBits < 4) x.v0 = L::reduce(x.v0, m);
+    if constexpr (L::spareBits < 1) x.v1 = L::reduce(x.v1, m);
     forwardSquare<L, Product::Loose>(x, w, low, high, m);
 }
 
 /// Two backward stages. From values within 0.51 the sums of sums reach 2.04, sums of products 2.51, all other
 /// values less.
 template <class L>
-[[gnu::always_inline]] inline void backwardSquare(Four<L>& x, const Twiddle<L>& low, const Twiddle<L>& high,
-                                                  const Twiddle<L>& w, FloatModulus m) {
+[[gnu::always_inline]] inline void backwardSquare(Four<L>& x, typename L::Reals low, typename L::Reals high,
+                                                  typename L::Reals w, FloatModulus m) {
     backwardButterfly<L>(x.v0, x.v1, low, m);
     backwardButterfly<L>(x.v2, x.v3, high, m);
     backwardButterfly<L>(x.v0, x.v2, w, m);
     backwardButterfly<L>(x.v1, x.v3, w, m);
 }
 
-/// On roomy lanes v3, a product of products, may stay. Values within 0.81 make sums of sums within 3.24, and of
-/// products v3 = 0.5 + 0.188 * 2 (0.5 + 0.188 * 1.62) = 0.803.
+/// Reduces what two backward stages leave. With one spare bit v3, a product of products, may stay: values within
+/// 0.83 make sums of sums within 3.32, and v3 = 0.5 + 0.188 * 2 (0.5 + 0.188 * 1.66) = 0.806. With four only v0
+/// must be reduced: values within 1.11 make sums of products within 2 (0.5 + 0.024 * 2.22) = 1.107.
 template <class L>
-[[gnu::always_inline]] inline void reduceAll(Four<L>& x, FloatModulus m) {
+[[gnu::always_inline]] inline void reduceGreat(Four<L>& x, FloatModulus m) {
     x.v0 = L::reduce(x.v0, m);
-    x.v1 = L::reduce(x.v1, m);
-    x.v2 = L::reduce(x.v2, m);
-    if constexpr (!L::isRoomy) x.v3 = L::reduce(x.v3, m);
+    if constexpr (L::spareBits < 4) x.v1 = L::reduce(x.v1, m);
+    if constexpr (L::spareBits < 4) x.v2 = L::reduce(x.v2, m);
+    if constexpr (L::spareBits < 1) x.v3 = L::reduce(x.v3, m);
 }
 
 /// Words in range 4 as reals in [0, p).
@@ -152,7 +142,7 @@ struct FloatPasses {
     static void forwardEntryStage(u64* a, const Tables& tables) {
         const FloatModulus m = tables.modulus;
         const u64 half = tables.degree / 2;
-        const auto w = splat<L>(tables.twiddles[1], m);
+        const auto w = L::splat(tables.twiddles[1]);
         for (u64 j = 0; j < half; j += L::width) {
             auto x = loadRangeFour<L>(a + j, tables.p);
             auto y = loadRangeFour<L>(a + j + half, tables.p);
@@ -167,9 +157,9 @@ struct FloatPasses {
         const FloatModulus m = tables.modulus;
         const u64 p = tables.p;
         const u64 quarter = tables.degree / 4;
-        const auto w = splat<L>(tables.twiddles[1], m);
-        const auto low = splat<L>(tables.twiddles[2], m);
-        const auto high = splat<L>(tables.twiddles[3], m);
+        const auto w = L::splat(tables.twiddles[1]);
+        const auto low = L::splat(tables.twiddles[2]);
+        const auto high = L::splat(tables.twiddles[3]);
         for (u64 j = 0; j < quarter; j += L::width) {
             Four<L> x{loadRangeFour<L>(a + j, p), loadRangeFour<L>(a + j + quarter, p),
                       loadRangeFour<L>(a + j + 2 * quarter, p), loadRangeFour<L>(a + j + 3 * quarter, p)};
@@ -184,9 +174,9 @@ struct FloatPasses {
         const double* twiddles = tables.twiddles + tables.degree / (2 * t);
         const double* nextTwiddles = tables.twiddles + tables.degree / t;
         for (u64 g = groups.begin; g < groups.end; ++g) {
-            const auto w = splat<L>(twiddles[g], m);
-            const auto low = splat<L>(nextTwiddles[2 * g], m);
-            const auto high = splat<L>(nextTwiddles[2 * g + 1], m);
+            const auto w = L::splat(twiddles[g]);
+            const auto low = L::splat(nextTwiddles[2 * g]);
+            const auto high = L::splat(nextTwiddles[2 * g + 1]);
             u64* begin = a + 2 * t * g;
             for (u64 j = 0; j < quarter; j += L::width) {
                 auto x = load<L>(begin + j, quarter);
@@ -201,14 +191,14 @@ struct FloatPasses {
         const double* twiddles = tables.twiddles + rows::backwardBase(tables.degree, t);
         const double* nextTwiddles = tables.twiddles + rows::backwardBase(tables.degree, 2 * t);
         for (u64 g = groups.begin; g < groups.end; ++g) {
-            const auto low = splat<L>(twiddles[2 * g], m);
-            const auto high = splat<L>(twiddles[2 * g + 1], m);
-            const auto w = splat<L>(nextTwiddles[g], m);
+            const auto low = L::splat(twiddles[2 * g]);
+            const auto high = L::splat(twiddles[2 * g + 1]);
+            const auto w = L::splat(nextTwiddles[g]);
             u64* begin = a + 4 * t * g;
             for (u64 j = 0; j < t; j += L::width) {
                 auto x = load<L>(begin + j, t);
                 backwardSquare<L>(x, low, high, w, m);
-                reduceAll<L>(x, m);
+                reduceGreat<L>(x, m);
                 store<L>(begin + j, t, x);
             }
         }
@@ -219,8 +209,8 @@ struct FloatPasses {
         static_assert(range == 1);
         const FloatModulus m = tables.modulus;
         const u64 half = tables.degree / 2;
-        const auto scale = splat<L>(tables.degreeInverse, m);
-        const auto root = splat<L>(tables.degreeInverseRoot, m);
+        const auto scale = L::splat(tables.degreeInverse);
+        const auto root = L::splat(tables.degreeInverseRoot);
         for (u64 j = 0; j < half; j += L::width) {
             auto x = L::load(a + j);
             auto y = L::load(a + j + half);
@@ -236,10 +226,10 @@ struct FloatPasses {
         const FloatModulus m = tables.modulus;
         const u64 t = tables.degree / 4;
         const double* twiddles = tables.twiddles + rows::backwardBase(tables.degree, t);
-        const auto low = splat<L>(twiddles[0], m);
-        const auto high = splat<L>(twiddles[1], m);
-        const auto scale = splat<L>(tables.degreeInverse, m);
-        const auto root = splat<L>(tables.degreeInverseRoot, m);
+        const auto low = L::splat(twiddles[0]);
+        const auto high = L::splat(twiddles[1]);
+        const auto scale = L::splat(tables.degreeInverse);
+        const auto root = L::splat(tables.degreeInverseRoot);
         for (u64 j = 0; j < t; j += L::width) {
             auto x = load<L>(a + j, t);
             backwardButterfly<L>(x.v0, x.v1, low, m);
@@ -253,11 +243,11 @@ struct FloatPasses {
 private:
     /// (x, y) := (x + y) / N, w*(x - y) / N.
     [[gnu::always_inline]] static void lastButterfly(typename L::Reals& x, typename L::Reals& y,
-                                                     const Twiddle<L>& scale, const Twiddle<L>& root,
+                                                     typename L::Reals scale, typename L::Reals root,
                                                      FloatModulus m) {
         const auto d = L::sub(x, y);
-        x = L::looseProduct(L::add(x, y), scale.value, scale.ratio, m);
-        y = L::looseProduct(d, root.value, root.ratio, m);
+        x = L::looseProduct(L::add(x, y), scale, m);
+        y = L::looseProduct(d, root, m);
     }
 };
 

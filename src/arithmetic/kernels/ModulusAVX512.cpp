@@ -6,7 +6,6 @@
 namespace Torvo::AVX512 {
 
 constinit const RowKernels kernels = makeRowKernels<AVX512Lanes>();
-constinit const RowKernels floatKernels =
-    makeRowKernels<AVX512Lanes, lanes::FloatProducts<FMA512Lanes<false>>>();
+constinit const RowKernels floatKernels = makeRowKernels<AVX512Lanes, lanes::FloatProducts<FMA512Lanes<0>>>();
 
 } // namespace Torvo::AVX512

@@ -5,6 +5,6 @@
 
 namespace Torvo::FMA {
 
-constinit const RowKernels floatKernels = makeRowKernels<AVX2Lanes, lanes::FloatProducts<FMALanes>>();
+constinit const RowKernels floatKernels = makeRowKernels<AVX2Lanes, lanes::FloatProducts<FMALanes<0>>>();
 
 } // namespace Torvo::FMA

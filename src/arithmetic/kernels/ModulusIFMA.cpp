@@ -7,7 +7,6 @@
 namespace Torvo::IFMA {
 
 constinit const RowKernels kernels = makeRowKernels<IFMALanes>();
-constinit const RowKernels floatKernels =
-    makeRowKernels<IFMALanes, lanes::FloatProducts<FMA512Lanes<false>>>();
+constinit const RowKernels floatKernels = makeRowKernels<IFMALanes, lanes::FloatProducts<FMA512Lanes<0>>>();
 
 } // namespace Torvo::IFMA

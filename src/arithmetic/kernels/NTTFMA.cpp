@@ -7,14 +7,10 @@ namespace Torvo::FMA {
 
 namespace {
 
-using L = FMALanes;
-using Reals = L::Reals;
+using Reals = __m256d;
 using rows::backwardBase;
 
-[[gnu::always_inline]] inline Twiddle<L> loadTwiddles(const double* w, FloatModulus m) {
-    return withRatio<L>(L::load(w), m);
-}
-
+template <class L>
 [[gnu::always_inline]] inline void transpose(Four<L>& x) {
     const Reals a = _mm256_unpacklo_pd(x.v0, x.v1);
     const Reals b = _mm256_unpackhi_pd(x.v0, x.v1);
@@ -28,24 +24,24 @@ using rows::backwardBase;
 
 /// Sixteen words form a square: the stages of distance 8 and 4 work on its rows, those of 2 and 1 on its
 /// columns.
-struct FloatForm : FloatPasses<L> {
+template <int spareBits>
+struct FloatForm : FloatPasses<FMALanes<spareBits>> {
+    using L = FMALanes<spareBits>;
     static constexpr int tailStages = 4;
 
     template <int range>
-    static void forwardTail(u64* a, u64 begin, u64 count, const Tables& tables) {
+    static void forwardTail(u64* a, u64 begin, u64 count, const TransformTables& tables) {
         static_assert(range == 1);
         const FloatModulus m = tables.modulus;
         const u64 n = tables.degree;
         const double* twiddles = tables.twiddles;
         for (u64 g = begin / 16; g < (begin + count) / 16; ++g) {
             auto x = load<L>(a + 16 * g, 4);
-            forwardSquareReduced<L>(x, splat<L>(twiddles[n / 16 + g], m),
-                                    splat<L>(twiddles[n / 8 + 2 * g], m),
-                                    splat<L>(twiddles[n / 8 + 2 * g + 1], m), m);
+            forwardSquareReduced<L>(x, L::splat(twiddles[n / 16 + g]), L::splat(twiddles[n / 8 + 2 * g]),
+                                    L::splat(twiddles[n / 8 + 2 * g + 1]), m);
             transpose(x);
-            forwardSquareReduced<L>(x, loadTwiddles(twiddles + n / 4 + 4 * g, m),
-                                    loadTwiddles(twiddles + n / 2 + 8 * g, m),
-                                    loadTwiddles(twiddles + n / 2 + 8 * g + 4, m), m);
+            forwardSquareReduced<L>(x, L::load(twiddles + n / 4 + 4 * g), L::load(twiddles + n / 2 + 8 * g),
+                                    L::load(twiddles + n / 2 + 8 * g + 4), m);
             transpose(x);
             storeWords<L>(a + 16 * g, 4, x, m);
         }
@@ -53,7 +49,7 @@ struct FloatForm : FloatPasses<L> {
 
     /// From range 2. The lower words of the first stage are read as y - p, so that its sums stay within 1. Its
     /// differences then reach 2, their products 1.5, and sums of these 3.
-    static void backwardHead(u64* a, u64 begin, u64 count, const Tables& tables) {
+    static void backwardHead(u64* a, u64 begin, u64 count, const TransformTables& tables) {
         const FloatModulus m = tables.modulus;
         const u64 p = tables.p;
         const Reals offset = _mm256_setr_pd(0, m.prime, 0, m.prime);
@@ -68,13 +64,11 @@ struct FloatForm : FloatPasses<L> {
             };
             Four<L> x{row(0), row(1), row(2), row(3)};
             transpose(x);
-            backwardSquare<L>(x, loadTwiddles(last + 8 * g, m), loadTwiddles(last + 8 * g + 4, m),
-                              loadTwiddles(two + 4 * g, m), m);
-            reduceAll<L>(x, m);
+            backwardSquare<L>(x, L::load(last + 8 * g), L::load(last + 8 * g + 4), L::load(two + 4 * g), m);
+            reduceGreat<L>(x, m);
             transpose(x);
-            backwardSquare<L>(x, splat<L>(four[2 * g], m), splat<L>(four[2 * g + 1], m),
-                              splat<L>(eight[g], m), m);
-            reduceAll<L>(x, m);
+            backwardSquare<L>(x, L::splat(four[2 * g]), L::splat(four[2 * g + 1]), L::splat(eight[g]), m);
+            reduceGreat<L>(x, m);
             store<L>(words, 4, x);
         }
     }
@@ -83,11 +77,13 @@ struct FloatForm : FloatPasses<L> {
 } // namespace
 
 void forwardTransform(u64* a, const TransformTables& tables) {
-    rows::forwardTransform<1, FloatForm>(a, tables);
+    withSpareBits(tables.p,
+                  [&]<int spareBits>() { rows::forwardTransform<1, FloatForm<spareBits>>(a, tables); });
 }
 
 void backwardTransform(u64* a, const TransformTables& tables) {
-    rows::backwardTransform<1, FloatForm>(a, tables);
+    withSpareBits(tables.p,
+                  [&]<int spareBits>() { rows::backwardTransform<1, FloatForm<spareBits>>(a, tables); });
 }
 
 } // namespace Torvo::FMA

@@ -15,17 +15,15 @@ template <class L>
 struct FloatSteps {
     const TransformTables& tables;
 
-    using Twiddle = FMA::Twiddle<L>;
+    using Twiddle = typename L::Reals;
 
-    [[gnu::always_inline]] Twiddle splat(u64 i) const {
-        return FMA::splat<L>(tables.twiddles[i], tables.modulus);
-    }
+    [[gnu::always_inline]] Twiddle splat(u64 i) const { return L::splat(tables.twiddles[i]); }
     [[gnu::always_inline]] Twiddle fours(u64 i) const {
-        return perLane(twiddlesOfFours(tables.twiddles + i));
+        return toReals(twiddlesOfFours(tables.twiddles + i));
     }
-    [[gnu::always_inline]] Twiddle twos(u64 i) const { return perLane(twiddlesOfTwos(tables.twiddles + i)); }
+    [[gnu::always_inline]] Twiddle twos(u64 i) const { return toReals(twiddlesOfTwos(tables.twiddles + i)); }
     [[gnu::always_inline]] Twiddle ones(u64 i) const {
-        return perLane(twiddlesOfOnesEvenFirst(tables.twiddles + i));
+        return toReals(twiddlesOfOnesEvenFirst(tables.twiddles + i));
     }
     template <int distance>
     [[gnu::always_inline]] void forward(Words& x, Words& y, const Twiddle& w) const {
@@ -42,37 +40,43 @@ struct FloatSteps {
         y = fromReals(v);
     }
     /// First partners are reduced before every second stage, whose products are loose, as in
-    /// FMA::forwardSquareReduced. Roomy lanes reduce half of them before the stage of distance 32, which leaves
-    /// values within 3.73 after three stages, and all before that of distance 4, which leaves them within 3.52
-    /// after the last.
+    /// FMA::forwardSquareReduced. With one spare bit half of them are reduced before the stage of distance 32,
+    /// which leaves values within 3.73 after three stages, and all before that of distance 4, which leaves them
+    /// within 3.52 after the last. With four none are.
     template <int distance>
     [[gnu::always_inline]] void before(TwoBlocks& s) const {
-        if constexpr (distance == 32) {
+        if constexpr (L::spareBits < 4 && distance == 32) {
             s.eachBlock([this](TwoBlocks::Block& b, u64) {
                 reduce(b.p0.x);
                 reduce(b.p0.y);
-                if constexpr (!L::isRoomy) reduce(b.p1.x);
-                if constexpr (!L::isRoomy) reduce(b.p1.y);
+                if constexpr (L::spareBits < 1) reduce(b.p1.x);
+                if constexpr (L::spareBits < 1) reduce(b.p1.y);
             });
-        } else if constexpr (L::isRoomy ? distance == 4 : distance != 4) {
+        } else if constexpr (L::spareBits < 1 ? distance != 4 : L::spareBits < 4 && distance == 4) {
             s.each([this](Partners& p, u64) { reduce(p.x); });
         }
     }
-    /// All values are reduced after every second stage, as in FMA::backwardTwoStages. On roomy lanes products
-    /// of the stage of distance 2 are within 0.98, those of two products within 0.77: both may stay.
+    /// All values are reduced after every second stage, as in FMA::backwardTwoStages. With one spare bit the
+    /// products of the stage of distance 2, within 0.88, may stay, and those of two products after the last,
+    /// within 0.77. With four all products may stay after the stages of distance 2 and 8, within 0.56, and after
+    /// the last all but the sums of sums, within 1.08.
     template <int distance>
     [[gnu::always_inline]] void after(TwoBlocks& s) const {
         s.each([this](Partners& p, u64 i) {
-            if (!L::isRoomy || distance != 32 || i % 4 != 3) reduce(p.x);
-            if (!L::isRoomy || (distance != 2 && (distance != 32 || i % 4 != 3))) reduce(p.y);
+            if (isDue<distance>(i % 4, true)) reduce(p.x);
+            if (isDue<distance>(i % 4, false)) reduce(p.y);
         });
     }
     [[gnu::always_inline]] static typename L::Reals toReals(Words x) { return _mm512_castsi512_pd(x); }
     [[gnu::always_inline]] static Words fromReals(typename L::Reals x) { return _mm512_castpd_si512(x); }
 
 private:
-    [[gnu::always_inline]] Twiddle perLane(Words w) const {
-        return FMA::withRatio<L>(toReals(w), tables.modulus);
+    /// Whether the first or the second vector of a pair of its block is reduced.
+    template <int distance>
+    [[gnu::always_inline]] static constexpr bool isDue(u64 pair, bool isFirst) {
+        if (L::spareBits < 1) return true;
+        if (L::spareBits < 4) return distance == 32 ? pair != 3 : distance == 8 || isFirst;
+        return distance == 32 ? pair == 0 : isFirst;
     }
     [[gnu::always_inline]] void reduce(Words& x) const {
         x = fromReals(L::reduce(toReals(x), tables.modulus));
@@ -118,19 +122,18 @@ struct FloatForm : FMA::FloatPasses<lanes::TwiceReals<L>> {
     }
 };
 
-using Lanes = FMA512Lanes<false>;
-using RoomyLanes = FMA512Lanes<true>;
-
 } // namespace
 
 void forwardFloatTransform(u64* a, const TransformTables& tables) {
-    if (tables.p < greatestRoomyPrime) return rows::forwardTransform<1, FloatForm<RoomyLanes>>(a, tables);
-    rows::forwardTransform<1, FloatForm<Lanes>>(a, tables);
+    withSpareBits(tables.p, [&]<int spareBits>() {
+        rows::forwardTransform<1, FloatForm<FMA512Lanes<spareBits>>>(a, tables);
+    });
 }
 
 void backwardFloatTransform(u64* a, const TransformTables& tables) {
-    if (tables.p < greatestRoomyPrime) return rows::backwardTransform<1, FloatForm<RoomyLanes>>(a, tables);
-    rows::backwardTransform<1, FloatForm<Lanes>>(a, tables);
+    withSpareBits(tables.p, [&]<int spareBits>() {
+        rows::backwardTransform<1, FloatForm<FMA512Lanes<spareBits>>>(a, tables);
+    });
 }
 
 } // namespace Torvo::AVX512

@@ -53,7 +53,7 @@ struct TwiceReals {
     };
     using WordLanes = Twice<typename L::WordLanes>;
     static constexpr u64 width = 2 * L::width;
-    static constexpr bool isRoomy = L::isRoomy;
+    static constexpr int spareBits = L::spareBits;
 
     [[gnu::always_inline]] static Reals load(const u64* from) {
         return {L::load(from), L::load(from + L::width)};
@@ -72,13 +72,11 @@ struct TwiceReals {
     [[gnu::always_inline]] static Reals reduce(Reals x, FloatModulus m) {
         return {L::reduce(x.first, m), L::reduce(x.second, m)};
     }
-    [[gnu::always_inline]] static Reals product(Reals y, Reals w, Reals ratio, FloatModulus m) {
-        return {L::product(y.first, w.first, ratio.first, m),
-                L::product(y.second, w.second, ratio.second, m)};
+    [[gnu::always_inline]] static Reals product(Reals y, Reals w, FloatModulus m) {
+        return {L::product(y.first, w.first, m), L::product(y.second, w.second, m)};
     }
-    [[gnu::always_inline]] static Reals looseProduct(Reals y, Reals w, Reals ratio, FloatModulus m) {
-        return {L::looseProduct(y.first, w.first, ratio.first, m),
-                L::looseProduct(y.second, w.second, ratio.second, m)};
+    [[gnu::always_inline]] static Reals looseProduct(Reals y, Reals w, FloatModulus m) {
+        return {L::looseProduct(y.first, w.first, m), L::looseProduct(y.second, w.second, m)};
     }
     [[gnu::always_inline]] static Reals fromWords(typename WordLanes::Words x, Reals offset) {
         return {L::fromWords(x.first, offset.first), L::fromWords(x.second, offset.second)};
