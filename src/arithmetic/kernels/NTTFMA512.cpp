@@ -104,7 +104,8 @@ struct FloatForm : FMA::FloatPasses<lanes::TwiceReals<L>> {
         }
     }
 
-    /// From range 2 as FloatForm of AVX2: sums stay within 1, differences within 2.
+    /// From range 2. The lower words of the first stage are read as y - p, as they are on four lanes: sums stay
+    /// within 1, differences within 2.
     static void backwardHead(u64* a, u64 begin, u64 count, const TransformTables& tables) {
         using Steps = FloatSteps<L>;
         const double prime = tables.modulus.prime;
