@@ -4,6 +4,6 @@
 
 namespace Torvo::AVX2 {
 
-constinit const RowKernels kernels = makeRowKernels<AVX2Lanes>();
+constinit const RowKernels kernels = makeRowKernels<AVX2Lanes, lanes::Estimating<AVX2Lanes>>();
 
 } // namespace Torvo::AVX2

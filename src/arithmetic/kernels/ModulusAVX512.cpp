@@ -5,7 +5,8 @@
 
 namespace Torvo::AVX512 {
 
-constinit const RowKernels kernels = makeRowKernels<AVX512Lanes>();
-constinit const RowKernels floatKernels = makeRowKernels<AVX512Lanes, lanes::FloatProducts<FMA512Lanes<0>>>();
+constinit const RowKernels kernels = makeRowKernels<AVX512Lanes, lanes::Estimating<AVX512Lanes>>();
+constinit const RowKernels floatKernels =
+    makeRowKernels<AVX512Lanes, lanes::Estimating<AVX512Lanes>, lanes::FloatProducts<FMA512Lanes<0>>>();
 
 } // namespace Torvo::AVX512

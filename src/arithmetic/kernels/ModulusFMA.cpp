@@ -5,6 +5,7 @@
 
 namespace Torvo::FMA {
 
-constinit const RowKernels floatKernels = makeRowKernels<AVX2Lanes, lanes::FloatProducts<FMALanes<0>>>();
+constinit const RowKernels floatKernels =
+    makeRowKernels<AVX2Lanes, lanes::Estimating<AVX2Lanes>, lanes::FloatProducts<FMALanes<0>>>();
 
 } // namespace Torvo::FMA

@@ -6,7 +6,8 @@
 
 namespace Torvo::IFMA {
 
-constinit const RowKernels kernels = makeRowKernels<IFMALanes>();
-constinit const RowKernels floatKernels = makeRowKernels<IFMALanes, lanes::FloatProducts<FMA512Lanes<0>>>();
+constinit const RowKernels kernels = makeRowKernels<IFMALanes, lanes::Estimating<IFMALanes>>();
+constinit const RowKernels floatKernels =
+    makeRowKernels<IFMALanes, lanes::Estimating<IFMALanes>, lanes::FloatProducts<FMA512Lanes<0>>>();
 
 } // namespace Torvo::IFMA

@@ -3,7 +3,7 @@
 #include "core/Integers.hpp"
 
 /// The row kernels of Modulus, each formula once, over a lanes type: ScalarLanes, AVX2Lanes, AVX512Lanes or
-/// IFMALanes; products of two rows over FloatProducts too.
+/// IFMALanes; some over lanes::Estimating or lanes::FloatProducts, see RowKernels.hpp.
 ///
 /// All words are 64 bits, p < 2^61 is odd, rows are in range 1 (words in [0, p)) unless a kernel says
 /// otherwise, n is a multiple of the lane count. Output rows may be input rows: each index is read from all
@@ -113,10 +113,11 @@ template <class L>
     return L::subtractIfNotBelow(L::sub(L::add(x, L::splat(p)), y), L::splat(p));
 }
 
-/// Reduces r from [0, 2p) to [0, range * p).
+/// Reduces r from [0, L::productRange * p) to [0, range * p); with 4 only range 1 is supported.
 template <int range, class L>
 [[gnu::always_inline]] inline typename L::Words toRange(typename L::Words r, u64 p) {
-    static_assert(range == 1 || range == 2);
+    static_assert(range == 1 || (range == 2 && L::productRange == 2));
+    if constexpr (L::productRange == 4) r = L::subtractIfNotBelow(r, L::splat(2 * p));
     if constexpr (range == 1) return L::subtractIfNotBelow(r, L::splat(p));
     return r;
 }

@@ -34,8 +34,9 @@ struct RowKernels {
                         u64 n, rows::WideConstant wide);
 };
 
-/// The kernels on lanes L. Products of two rows, which are in range 1, are computed on lanes `Product`.
-template <class L, class Product = L>
+/// The kernels on lanes L. Products by constants are computed on lanes `Constant` where they are reduced to range
+/// 1, those of two rows, which always are, on lanes `Product`.
+template <class L, class Constant = L, class Product = L>
 [[gnu::always_inline]] constexpr RowKernels makeRowKernels() {
     return {.width = L::width,
             .constAdd = rows::constAdd<L>,
@@ -45,8 +46,8 @@ template <class L, class Product = L>
             .mulVector = rows::mulVector<Product>,
             .mulTwo = {rows::mulTwo<false, Product>, rows::mulTwo<true, Product>},
             .tensorVector = rows::tensorVector<Product>,
-            .constMult = {rows::constMult<1, L>, rows::constMult<2, L>},
-            .subAndConstMult = {rows::subAndConstMult<1, L>, rows::subAndConstMult<2, L>},
+            .constMult = {rows::constMult<1, Constant>, rows::constMult<2, L>},
+            .subAndConstMult = {rows::subAndConstMult<1, Constant>, rows::subAndConstMult<2, L>},
             .normalizeVector = rows::normalizeVector<L>,
             .normalizeAndConstMult = {rows::normalizeAndConstMult<false, L>,
                                       rows::normalizeAndConstMult<true, L>},

@@ -77,21 +77,13 @@ template <class L>
     y = shoupProduct<L>(d, w, p);
 }
 
-/// Reduces a word from range R to range `range`; with R = 4 only 1 is supported.
-template <int range, class L>
-[[gnu::always_inline]] inline typename L::Words fromProductRange(typename L::Words x, u64 p) {
-    static_assert(L::productRange == 2 || range == 1);
-    if constexpr (L::productRange == 4) x = L::subtractIfNotBelow(x, L::splat(2 * p));
-    return toRange<range, L>(x, p);
-}
-
 /// Reduces a word of the forward transform from range 2R to range `range`.
 template <int range, class L>
 [[gnu::always_inline]] inline typename L::Words fromForwardRange(typename L::Words x, u64 p) {
     if constexpr (range == 2 * L::productRange) {
         return x;
     } else {
-        return fromProductRange<range, L>(L::subtractIfNotBelow(x, L::splat(L::productRange * p)), p);
+        return toRange<range, L>(L::subtractIfNotBelow(x, L::splat(L::productRange * p)), p);
     }
 }
 
@@ -103,8 +95,8 @@ template <int range, class L>
     const auto rangeR = L::splat(L::productRange * p);
     const auto e = L::subtractIfNotBelow(L::add(x, y), rangeR);
     const auto d = L::sub(L::add(x, rangeR), y);
-    x = fromProductRange<range, L>(shoupProduct<L>(e, tables.degreeInverse, p), p);
-    y = fromProductRange<range, L>(shoupProduct<L>(d, tables.degreeInverseRoot, p), p);
+    x = toRange<range, L>(shoupProduct<L>(e, tables.degreeInverse, p), p);
+    y = toRange<range, L>(shoupProduct<L>(d, tables.degreeInverseRoot, p), p);
 }
 
 /// Index of the first twiddle of the backward stage of distance t.
