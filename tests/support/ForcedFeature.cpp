@@ -22,8 +22,9 @@ u64 getCurrentFeature() {
     return forced == notForced ? processor : forced;
 }
 
-KernelForm getWidestForm() {
-    return widestForm.load(std::memory_order_relaxed);
+KernelForm currentForm() {
+    return (getCurrentFeature() & featureAVX2) != 0 ? widestForm.load(std::memory_order_relaxed)
+                                                    : KernelForm::Scalar;
 }
 
 namespace test {

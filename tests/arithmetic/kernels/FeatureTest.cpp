@@ -61,14 +61,5 @@ TEST(Feature, ATestCanForceEachForm) {
     }
 }
 
-TEST(Feature, OnlyBitZeroDecidesForAVX2) {
-    {
-        const ForcedFeature others(0b1110);
-        EXPECT_FALSE(runsAVX2());
-    }
-    const ForcedFeature alone(0b0001);
-    EXPECT_TRUE(runsAVX2());
-}
-
 } // namespace
 } // namespace Torvo::test
