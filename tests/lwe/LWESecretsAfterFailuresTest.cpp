@@ -8,6 +8,8 @@
 #include <Torvo/LWEDecryptor.hpp>
 #include <Torvo/LWEEncryptor.hpp>
 
+#include <algorithm>
+
 namespace Torvo {
 namespace {
 
@@ -35,7 +37,9 @@ struct Numbers {
                 sum = (sum + static_cast<u128>(a[k]) * s[k]) % p;
             secrets[0][i] = static_cast<u64>(sum);
             secrets[1][i] = static_cast<u64>((sum + ciphertext.getBx()[i]) % p);
-            secrets.push_back({s[8], s[9], s[10], s[11]});
+            // Words 0 and 1 are everywhere: these four begin with a coefficient of -1.
+            const u64* four = std::find(s, s + key.getSx().getDimension() - 4, p - 1);
+            secrets.push_back({four[0], four[1], four[2], four[3]});
         }
         return secrets;
     }
