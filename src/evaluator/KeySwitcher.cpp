@@ -115,12 +115,13 @@ KeyRows KeySwitcher::rowsOf(EvaluationKey& key, const Device& device, u64 digits
     key.copyTo(device);
     requireFit(key, device, digits);
     const KeyRows rows{key.getAxIter(device), key.getBxIter(device), digits};
-    for (u64 g = 0; g < digits; ++g) {
-        for (const Polynomial* pair : {rows.ax + g, rows.bx + g}) {
-            require(pair->getLevel() >= level, message::operandsDifferInLevel);
-            require(context_->primes.isOwn(*pair), message::operandsOfOtherRing);
-        }
-    }
+    const auto everyPair = [&](auto&& holds) {
+        return std::all_of(rows.ax, rows.ax + digits, holds) && std::all_of(rows.bx, rows.bx + digits, holds);
+    };
+    require(everyPair([&](const Polynomial& p) { return p.getLevel() >= level; }),
+            message::operandsDifferInLevel);
+    require(everyPair([&](const Polynomial& p) { return context_->primes.isOwn(p); }),
+            message::operandsOfOtherRing);
     return rows;
 }
 

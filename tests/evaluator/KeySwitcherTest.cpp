@@ -222,6 +222,13 @@ TEST_F(KeySwitching, AKeyOfALowerLevelIsRefusedByEveryForm) {
     EXPECT_REFUSED(switcher.switchMapped(blocks, 5, *key), text);
     EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
     EXPECT_NO_THROW(switcher.switchKey(uniform(4), *key)); // one digit, and so the first pair alone
+
+    key->getAxIter(Device{})[0].setLevel(99); // beyond the chain: levels are compared first, of all pairs
+    EXPECT_REFUSED(switcher.switchKey(p, *key), text);
+    EXPECT_REFUSED(switcher.switchMapped(blocks, 5, *key), text);
+    EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
+    EXPECT_REFUSED(switcher.switchKey(uniform(4), *key),
+                   "Operands are not of the ring of the generated context.");
 }
 
 TEST_F(KeySwitching, BlocksAreMadeOnlyWhereTheContextHasTables) {
