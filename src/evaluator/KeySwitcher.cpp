@@ -128,7 +128,7 @@ KeyRows KeySwitcher::rowsOf(EvaluationKey& key, const Device& device, u64 digits
 Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT) const {
     const Polynomial scaled = timesGadgetFactors(poly);
     const u64 level = poly.getLevel();
-    const u64 digits = level / ringOf(context_).groupSize() + 1;
+    const u64 digits = ringOf(context_).liveDigits(level);
     return baseConv_.switchKey(scaled, rowsOf(key, poly.getDevice(), digits, level), isNTT);
 }
 

@@ -54,14 +54,13 @@ struct Conversion {
 };
 
 /// The pairs of digit and target row of a mod-up at `level`: neither a digit's own rows nor holes.
-std::vector<Conversion> modUpWork(const RowConversion& convert, u64 level) {
-    const Ring& ring = convert.ring();
+std::vector<Conversion> modUpWork(const Ring& ring, u64 level) {
     std::vector<Conversion> work;
-    work.reserve(convert.digits(level) * ring.total());
-    for (u64 g = 0; g < convert.digits(level); ++g) {
+    work.reserve(ring.liveDigits(level) * ring.total());
+    for (u64 g = 0; g < ring.liveDigits(level); ++g) {
         for (u64 t = 0; t < ring.total(); ++t) {
             const bool isHole = level < t && t < ring.numBase;
-            if (!convert.isOwnRow(g, t) && !isHole) work.push_back({t, g});
+            if (!ring.isInDigit(t, g) && !isHole) work.push_back({t, g});
         }
     }
     return work;
@@ -163,13 +162,13 @@ PolynomialVector FastBaseConv::modUpCPUImpl(const Polynomial& a) const {
     const Ring& ring = convert.ring();
     const u64 level = a.getLevel();
 
-    PolynomialVector out(context_, convert.digits(level), true, true);
+    PolynomialVector out(context_, ring.liveDigits(level), true, true);
     out.setLevel(level);
     auto& digits = out.getPolys();
     const auto ownRow = [&](u64 i) { return digits[i / ring.groupSize()].getRow(i); };
 
     forEachIndex(level + 1, [&](u64 i) { convert.liftDigitRow(i, a.getRow(i), a.isNTT(), ownRow(i)); });
-    const auto work = modUpWork(convert, level);
+    const auto work = modUpWork(ring, level);
     forEachIndex(work.size(), [&](u64 w) {
         const auto [t, g] = work[w];
         convert.raiseDigit(g, t, level, ownRow(ring.digitBegin(g)), digits[g].getRow(t));
@@ -275,7 +274,7 @@ Ciphertext FastBaseConv::switchKeyCPUImpl(const Polynomial& a, const KeyRows& ke
     const auto liftedRow = [&](u64 i) { return lifted.getData() + i * ring.degree; };
     forEachIndex(level + 1, [&](u64 i) { convert.liftDigitRow(i, a.getRow(i), a.isNTT(), liftedRow(i)); });
     return multiplyAndDivide(convert, level, key, isNTT, [&](u64 g, u64 t, u64* row) -> const u64* {
-        if (!convert.isOwnRow(g, t)) {
+        if (!ring.isInDigit(t, g)) {
             convert.raiseDigit(g, t, level, liftedRow(ring.digitBegin(g)), row);
             return row;
         }

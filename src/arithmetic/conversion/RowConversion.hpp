@@ -26,8 +26,6 @@ public:
     RowConversion(const Ring& ring, const ConversionTables& tables) : ring_(ring), tables_(tables) {}
 
     const Ring& ring() const { return ring_; }
-    u64 digits(u64 level) const { return level / ring_.groupSize() + 1; }
-    bool isOwnRow(u64 g, u64 t) const { return ring_.digitBegin(g) <= t && t < ring_.digitEnd(g); }
 
     /// Row i < L of a polynomial, in NTT form if `isNTT`, as its digit's conversions need it: lifted. `lifted`
     /// may be `in`.

@@ -27,6 +27,9 @@ struct Ring {
     /// Digit g holds the ciphertext primes with indices in [digitBegin(g), digitEnd(g)).
     u64 digitBegin(u64 g) const { return std::min(g * groupSize(), numBase); }
     u64 digitEnd(u64 g) const { return std::min((g + 1) * groupSize(), numBase); }
+    bool isInDigit(u64 t, u64 g) const { return digitBegin(g) <= t && t < digitEnd(g); }
+    /// Digits that have a live row at `level`.
+    u64 liveDigits(u64 level) const { return level / groupSize() + 1; }
 };
 
 /// Declared here and defined beside `ContextContent`: by this abstract edge the layer sees a context without
