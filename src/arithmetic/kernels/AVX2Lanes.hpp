@@ -17,8 +17,6 @@ struct AVX2Lanes {
     static constexpr u64 width = 4;
     /// Shoup products lie in [0, productRange * p).
     static constexpr u64 productRange = 2;
-    /// Whether sums of products have limbs of 52 bits.
-    static constexpr bool hasWideLimbs = false;
     /// Whether there is `modularProduct`: see FloatProducts.
     static constexpr bool hasModularProduct = false;
 

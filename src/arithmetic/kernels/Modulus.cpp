@@ -191,18 +191,16 @@ void Modulus::liftCentred(u64* row) const {
 void Modulus::sumCentredProducts(const u64* liftedRows, const Modulus* sources, const u64* constants,
                                  u64 stride, u64 count, u64* out) const {
     const auto sum = currentKernels(p_, degree_).sumConstantProducts;
-    u64 lifts = 0, greatest = p_;
-    for (u64 r = 0; r < count; ++r) {
-        const u64 q = sources[r].getPrime();
-        lifts = add(lifts, mult(reduce(q >> 1), constants[r * stride]));
-        greatest = std::max(greatest, q);
-    }
+    u64 lifts = 0;
+    for (u64 r = 0; r < count; ++r)
+        lifts = add(lifts, mult(reduce(sources[r].getPrime() >> 1), constants[r * stride]));
     std::array<rows::ConstantTerm, rows::maxTerms> terms;
     for (u64 begin = 0; begin < count; begin += terms.size()) {
         const u64 few = std::min<u64>(count - begin, terms.size());
         for (u64 j = 0; j < few; ++j)
-            terms[j] = {liftedRows + (begin + j) * degree_, constants[(begin + j) * stride]};
-        sum(terms.data(), few, greatest, begin != 0, negate(lifts), out, degree_, wide());
+            terms[j] = {liftedRows + (begin + j) * degree_, constants[(begin + j) * stride],
+                        sources[begin + j].getPrime()};
+        sum(terms.data(), few, begin != 0, negate(lifts), out, degree_, wide());
     }
 }
 

@@ -2,12 +2,13 @@
 
 #include "arithmetic/kernels/FMA512Lanes.hpp"
 #include "arithmetic/kernels/FloatProducts.hpp"
-#include "arithmetic/kernels/IFMALanes.hpp"
+#include "arithmetic/kernels/IFMASums.hpp"
 
 namespace Torvo::IFMA {
 
-constinit const RowKernels kernels = makeRowKernels<IFMALanes, lanes::Estimating<IFMALanes>>();
-constinit const RowKernels floatKernels =
-    makeRowKernels<IFMALanes, lanes::Estimating<IFMALanes>, lanes::FloatProducts<FMA512Lanes<0>>>();
+constinit const RowKernels kernels =
+    makeRowKernels<AVX512Lanes, lanes::Estimating<AVX512Lanes>, AVX512Lanes, IFMASums>();
+constinit const RowKernels floatKernels = makeRowKernels<AVX512Lanes, lanes::Estimating<AVX512Lanes>,
+                                                         lanes::FloatProducts<FMA512Lanes<0>>, IFMASums>();
 
 } // namespace Torvo::IFMA

@@ -2,8 +2,9 @@
 
 #include "core/Integers.hpp"
 
-/// The row kernels of Modulus, each formula once, over a lanes type: ScalarLanes, AVX2Lanes, AVX512Lanes or
-/// IFMALanes; some over lanes::Estimating or lanes::FloatProducts, see RowKernels.hpp.
+/// The row kernels of Modulus, each formula once, over a lanes type: ScalarLanes, AVX2Lanes or AVX512Lanes; some
+/// over lanes::Estimating or lanes::FloatProducts, see RowKernels.hpp. Sums of products have another formula in
+/// IFMASums.hpp.
 ///
 /// All words are 64 bits, p < 2^61 is odd, rows are in range 1 (words in [0, p)) unless a kernel says
 /// otherwise, n is a multiple of the lane count. Output rows may be input rows: each index is read from all
@@ -50,10 +51,11 @@ struct WideConstant {
     u64 low;
 };
 
-/// A term of a sum of products with constants: row * c, all factors below 2^61.
+/// A term of a sum of products with constants: row * c, c in range 1. The row's words are below `bound` <= 2^61.
 struct ConstantTerm {
     const u64* row;
     u64 c;
+    u64 bound;
 };
 
 /// A term of two sums of products with one common factor: a * x and a * y.
@@ -248,9 +250,7 @@ inline constexpr u64 maxTerms = 16;
 ///                                 2^64 - 2^33.
 ///
 /// The rest up to 2^64 holds the carries from below and the word that the sum begins with.
-///
-/// Lanes that multiply 52 bits have limbs of that size: one for factors below 2^52, else two, called 104 bits.
-inline constexpr u64 smallFactors = u64{1} << 56, greatFactors = u64{1} << 60, wideFactors = u64{1} << 52;
+inline constexpr u64 smallFactors = u64{1} << 56, greatFactors = u64{1} << 60;
 
 template <int bits>
 [[gnu::always_inline]] constexpr bool carriesAreDue(u64 terms) {
@@ -316,22 +316,19 @@ void sumProducts(const ProductTerm* terms, u64 count, u64* out1, u64* out2, u64 
 }
 
 /// Calls choose.operator()<bits>() with the size of the limbs for factors that are at most `greatest`.
-template <class L, class Choose>
+template <class Choose>
 [[gnu::always_inline]] inline auto withLimbs(u64 greatest, Choose choose) {
-    if constexpr (L::hasWideLimbs) {
-        if (greatest < wideFactors) return choose.template operator()<52>();
-        return choose.template operator()<104>();
-    } else {
-        if (greatest < smallFactors) return choose.template operator()<28>();
-        if (greatest < greatFactors) return choose.template operator()<30>();
-        return choose.template operator()<31>();
-    }
+    if (greatest < smallFactors) return choose.template operator()<28>();
+    if (greatest < greatFactors) return choose.template operator()<30>();
+    return choose.template operator()<31>();
 }
 
 template <class L>
-void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 greatest, bool accumulate, u64 start,
-                         u64* out, u64 n, WideConstant wide) {
-    const auto sum = withLimbs<L>(greatest, [accumulate]<int bits>() {
+void sumConstantProducts(const ConstantTerm* terms, u64 count, bool accumulate, u64 start, u64* out, u64 n,
+                         WideConstant wide) {
+    u64 greatest = wide.p;
+    for (u64 r = 0; r < count; ++r) greatest = greatest < terms[r].bound ? terms[r].bound : greatest;
+    const auto sum = withLimbs(greatest, [accumulate]<int bits>() {
         return accumulate ? sumConstantProducts<bits, true, L> : sumConstantProducts<bits, false, L>;
     });
     sum(terms, count, start, out, n, wide);
@@ -340,7 +337,7 @@ void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 greatest, boo
 template <class L>
 void sumProducts(const ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2, u64 n,
                  WideConstant wide) {
-    const auto sum = withLimbs<L>(wide.p, [accumulate]<int bits>() {
+    const auto sum = withLimbs(wide.p, [accumulate]<int bits>() {
         return accumulate ? sumProducts<bits, true, L> : sumProducts<bits, false, L>;
     });
     sum(terms, count, out1, out2, n, wide);

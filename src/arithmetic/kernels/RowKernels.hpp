@@ -28,15 +28,22 @@ struct RowKernels {
     Difference subAndConstMult[2]; // by range - 1
     void (*normalizeVector)(u64* out, const u64* in, u64 q, u64 n, u64 p);
     Centring normalizeAndConstMult[2]; // by `accumulate`
-    void (*sumConstantProducts)(const rows::ConstantTerm* terms, u64 count, u64 greatest, bool accumulate,
-                                u64 start, u64* out, u64 n, rows::WideConstant wide);
+    void (*sumConstantProducts)(const rows::ConstantTerm* terms, u64 count, bool accumulate, u64 start,
+                                u64* out, u64 n, rows::WideConstant wide);
     void (*sumProducts)(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2,
                         u64 n, rows::WideConstant wide);
 };
 
+/// Sums of products on lanes L.
+template <class L>
+struct SumsOn {
+    static constexpr auto constantProducts = rows::sumConstantProducts<L>;
+    static constexpr auto products = rows::sumProducts<L>;
+};
+
 /// The kernels on lanes L. Products by constants are computed on lanes `Constant` where they are reduced to range
-/// 1, those of two rows, which always are, on lanes `Product`.
-template <class L, class Constant = L, class Product = L>
+/// 1, those of two rows, which always are, on lanes `Product`, sums of them by the functions of `Sums`.
+template <class L, class Constant = L, class Product = L, class Sums = SumsOn<L>>
 [[gnu::always_inline]] constexpr RowKernels makeRowKernels() {
     return {.width = L::width,
             .constAdd = rows::constAdd<L>,
@@ -51,8 +58,8 @@ template <class L, class Constant = L, class Product = L>
             .normalizeVector = rows::normalizeVector<L>,
             .normalizeAndConstMult = {rows::normalizeAndConstMult<false, L>,
                                       rows::normalizeAndConstMult<true, L>},
-            .sumConstantProducts = rows::sumConstantProducts<L>,
-            .sumProducts = rows::sumProducts<L>};
+            .sumConstantProducts = Sums::constantProducts,
+            .sumProducts = Sums::products};
 }
 
 } // namespace Torvo

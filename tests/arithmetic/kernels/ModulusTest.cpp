@@ -33,6 +33,10 @@ constexpr u64 primes[] = {257,
                           9007199254740481,
                           1152921504606844417,
                           2305843009213689601};
+/// The last primes below and the first ones above the powers of two at which sums of products take other limbs.
+constexpr u64 primesAtLimbEnds[] = {2251799813685269,    4503599627370449,    4503599627370517,
+                                    72057594037927889,   1152921504606846577, 1152921504606846883,
+                                    1152921504606847009, 2305843009213693951};
 /// Where every shift of the Barrett step is at its end.
 constexpr u64 tinyPrimes[] = {3, 5, 7, 11, 13};
 constexpr u64 lengths[] = {0, 1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 64, 1000};
@@ -532,10 +536,10 @@ TEST_P(RowKernels, LiftCentredPutsResiduesNextToZeroInOrder) {
 }
 
 TEST_P(RowKernels, SumCentredProductsCarriesItsGreatestSums) {
-    // All factors at their greatest, for the greatest primes of each number of limb bits: a lifted word of
+    // All factors at their greatest, for primes at both ends of each number and size of limbs: a lifted word of
     // q - 1 was (q - 1) / 2.
-    const u64 n = 8;
-    for (u64 p : {2305843009213689601UL, 1152921504606846577UL, 72057594037927889UL}) {
+    const u64 n = 16;
+    for (u64 p : primesAtLimbEnds) {
         const Modulus modulus(n, p, false);
         for (u64 count = 1; count <= 33; ++count) {
             std::vector<Modulus> moduli;
@@ -550,7 +554,9 @@ TEST_P(RowKernels, SumCentredProductsCarriesItsGreatestSums) {
 
 TEST_P(RowKernels, SumProductsAddsUpBothSums) {
     SCOPED_TRACE(random_.describe());
-    for (u64 p : primes) {
+    std::vector<u64> moduli(std::begin(primes), std::end(primes));
+    moduli.insert(moduli.end(), std::begin(primesAtLimbEnds), std::end(primesAtLimbEnds));
+    for (u64 p : moduli) {
         const u64 n = 64;
         const Modulus modulus(n, p, false);
         for (u64 count : {1UL, 2UL, 3UL, 4UL, 15UL, 16UL, 17UL, 40UL}) {
