@@ -192,10 +192,10 @@ struct IFMASums {
                                  u64* out, u64 n, rows::WideConstant wide) {
         constexpr u64 oneLimbEnd = u64{1} << 52;
         std::array<rows::ConstantTerm, rows::maxTerms> sorted;
-        const auto end = std::copy_n(terms, count, sorted.begin());
-        const auto twoLimbs = std::partition(
-            sorted.begin(), end, [](const rows::ConstantTerm& term) { return term.bound <= oneLimbEnd; });
-        const auto oneLimb = static_cast<u64>(twoLimbs - sorted.begin());
+        std::copy_n(terms, count, sorted.begin());
+        const auto hasOneLimb = [](const rows::ConstantTerm& term) { return term.bound <= oneLimbEnd; };
+        std::partition(sorted.data(), sorted.data() + count, hasOneLimb);
+        const auto oneLimb = static_cast<u64>(std::count_if(terms, terms + count, hasOneLimb));
         const auto run = [&]<int limbs>() {
             const auto sum =
                 accumulate ? sumConstantProducts52<limbs, true> : sumConstantProducts52<limbs, false>;
