@@ -152,7 +152,9 @@ void HomEvaluatorImpl::rescale(Operand& in_out) const {
     const int owed = in_out.getRescaleCounter();
     require(owed > 0, owesNoRescale(in_out));
     requireOwn(in_out);
-    for (u64 i = 0; i < utils::numElements(in_out); ++i) context_->primes.rescale(utils::element(in_out, i));
+    std::vector<Polynomial*> elements;
+    for (u64 i = 0; i < utils::numElements(in_out); ++i) elements.push_back(&utils::element(in_out, i));
+    context_->primes.rescale(elements);
     in_out.setRescaleCounter(owed - 1);
 }
 

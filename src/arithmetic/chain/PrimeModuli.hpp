@@ -15,6 +15,7 @@
 #include <Torvo/ParameterPreset.hpp>
 
 #include <set>
+#include <span>
 #include <vector>
 
 namespace Torvo {
@@ -166,6 +167,8 @@ public:
 
     /// Divides by the prime of the level, rounding, and drops it; keeps the NTT state.
     void rescale(Polynomial& p) const;
+    /// Each of them; the rows of all are one list of work.
+    void rescale(std::span<Polynomial* const> polys) const;
     /// Multiplies by the prime of the next level, which the chain of `p` must have; the new row is zero.
     void inverseRescale(Polynomial& p) const;
 

@@ -4,6 +4,7 @@
 #include "core/Failure.hpp"
 
 #include <algorithm>
+#include <array>
 
 namespace Torvo {
 
@@ -45,28 +46,41 @@ void PrimeModuli::normalizeMod(Polynomial& out, const Polynomial& in, u64 row, u
     });
 }
 
+void PrimeModuli::rescale(Polynomial& p) const {
+    rescale(std::array{&p});
+}
+
 // Row by row, each while it is in cache: normalizeMod, then forwardNTTWithSubAndConstMult in the NTT domain
 // and subAndConstMult otherwise.
-void PrimeModuli::rescale(Polynomial& p) const {
-    const u64 level = p.getLevel();
-    const Device device = requireCommonDevice(p);
-    require(isOwn(p), message::operandsOfOtherRing);
-    requireBackend(device, p.isNTT() ? FailureNames{"execinttBatch", "backwardNTT"}
-                                     : FailureNames{"normalizeModCUDA", "normalizeMod"});
-    p.setLevel(level - 1); // the top row stays in the capacity
-    const u64* inverses = getInvPrimeData(device).getData() + level * size();
-    const TopRow top{p.getRow(level), getPrime(level), degree_};
-    ScratchRows scratch(degree_);
-    if (p.isNTT()) {
-        moduli_[level].getNTT().computeBackward<1>(p.getRow(level));
-        forEachIndex<Nesting::Default>(level, [&](u64 j) {
-            divideByTop<true>(moduli_[j], p.getRow(j), top, inverses[j], scratch.mine());
-        });
-    } else {
-        forEachIndex<Nesting::Default>(level, [&](u64 j) {
-            divideByTop<false>(moduli_[j], p.getRow(j), top, inverses[j], scratch.mine());
-        });
+void PrimeModuli::rescale(std::span<Polynomial* const> polys) const {
+    struct LowerRow {
+        Polynomial* p;
+        u64 j;
+        u64 inverse; ///< of the top prime
+    };
+    std::vector<LowerRow> lower;
+    for (Polynomial* p : polys) {
+        const Device device = requireCommonDevice(*p);
+        require(isOwn(*p), message::operandsOfOtherRing);
+        requireBackend(device, p->isNTT() ? FailureNames{"execinttBatch", "backwardNTT"}
+                                          : FailureNames{"normalizeModCUDA", "normalizeMod"});
+        const u64* inverses = getInvPrimeData(device).getData() + p->getLevel() * size();
+        for (u64 j = 0; j < p->getLevel(); ++j) lower.push_back({p, j, inverses[j]});
     }
+    for (Polynomial* p : polys) p->setLevel(p->getLevel() - 1); // the top row stays in the capacity
+    forEachIndex<Nesting::Default>(polys.size(), [&](u64 i) {
+        Polynomial& p = *polys[i];
+        const u64 top = p.getLevel() + 1;
+        if (p.isNTT()) moduli_[top].getNTT().computeBackward<1>(p.getRow(top));
+    });
+    ScratchRows scratch(degree_);
+    forEachIndex<Nesting::Default>(lower.size(), [&](u64 w) {
+        const auto& [p, j, inverse] = lower[w];
+        const u64 level = p->getLevel() + 1;
+        const TopRow top{p->getRow(level), getPrime(level), degree_};
+        const auto divide = p->isNTT() ? divideByTop<true> : divideByTop<false>;
+        divide(moduli_[j], p->getRow(j), top, inverse, scratch.mine());
+    });
 }
 
 void PrimeModuli::inverseRescale(Polynomial& p) const {
