@@ -1,10 +1,14 @@
 #include "arithmetic/kernels/Automorphism.hpp"
 
 #include "arithmetic/kernels/NTT.hpp"
+#include "support/ForcedFeature.hpp"
+#include "support/KernelForm.hpp"
 #include "support/NaiveRing.hpp"
 #include "support/Seeded.hpp"
 
 #include <gtest/gtest.h>
+
+#include <optional>
 
 namespace Torvo {
 namespace {
@@ -13,7 +17,20 @@ using namespace test;
 
 constexpr u64 degree = 64, prime = 257; // 1 modulo 128
 
-TEST(Automorphism, MovesTheValuesOfAPolynomialToThoseOfItsImage) {
+class Automorphisms : public testing::TestWithParam<KernelForm> {
+protected:
+    void SetUp() override {
+        SKIP_UNLESS_PROCESSOR_RUNS(GetParam());
+        forced_.emplace(GetParam());
+    }
+
+private:
+    std::optional<ForcedFeature> forced_;
+};
+
+INSTANTIATE_TEST_SUITE_P(EveryForm, Automorphisms, testing::ValuesIn(everyForm), formName);
+
+TEST_P(Automorphisms, MoveTheValuesOfAPolynomialToThoseOfItsImage) {
     Seeded random(11);
     SCOPED_TRACE(random.describe());
     const NTT ntt(degree, prime);
@@ -27,7 +44,7 @@ TEST(Automorphism, MovesTheValuesOfAPolynomialToThoseOfItsImage) {
     }
 }
 
-TEST(Automorphism, FillsEveryCacheLineFromOne) {
+TEST_P(Automorphisms, FillEveryCacheLineFromOne) {
     Words positions(degree), image(degree);
     for (u64 i = 0; i < degree; ++i) positions[i] = i;
     for (long k = -127; k < 128; k += 2) {
