@@ -224,7 +224,6 @@ private:
     std::shared_ptr<EvaluationKey> leftRotationKey(u64 index) const;
     void composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const;
     Ciphertext applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const;
-    Ciphertext mappedTimesKey(const Ciphertext& in, u64 index) const;
     Ciphertext plainSum(const std::vector<Ciphertext>& cts) const;
     Ciphertext switchedSum(const std::vector<Ciphertext>& cts, const std::vector<u64>& indices) const;
     void rotate(Direction direction, const Ciphertext& in, u64 index, Ciphertext& out) const;

@@ -121,32 +121,25 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
     while (outs.size() < indices.size()) outs.push_back(unsetCiphertext(context_));
     outs.erase(outs.begin() + static_cast<std::ptrdiff_t>(indices.size()), outs.end());
 
+    std::vector<std::shared_ptr<EvaluationKey>> keys; // in use until the last rotation
+    std::vector<KeyOfMap> maps;
+    for (const u64 index : indices) {
+        if (index == 0) continue;
+        keys.push_back(leftRotationKey(index));
+        maps.push_back({galoisElement(index, in.getDevice()), keys.back().get()});
+    }
     const Stamp stamp = Stamp::of(in);
-    const PrimeModuli& primes = context_->primes;
-    // The automorphism commutes with the decomposition, which so is paid once for all rotations.
-    std::vector<Polynomial> digits;
-    keySwitcher_->modUpPQ(in.getPoly(1), digits);
-    for (u64 k = 0; k < indices.size(); ++k) {
+    std::vector<Ciphertext> rotated = keySwitcher_->switchMapped(in.getPoly(1), maps);
+    for (u64 k = 0, next = 0; k < indices.size(); ++k) {
         if (indices[k] == 0) {
             outs[k] = in;
             continue;
         }
-        const std::shared_ptr<EvaluationKey> key = leftRotationKey(indices[k]);
-        const long g = galoisElement(indices[k], in.getDevice());
-        outs[k] = keySwitcher_->switchMapped(digits, g, *key);
-        primes.frobeniusMapInNTT<true>(in.getPoly(0), g, outs[k].getPoly(0));
+        outs[k] = std::move(rotated[next]);
+        context_->primes.frobeniusMapInNTT<true>(in.getPoly(0), maps[next].galois, outs[k].getPoly(0));
         stamp.putOn(outs[k]);
+        ++next;
     }
-}
-
-/// What the second element contributes to a rotation, before the division by the temporary primes.
-Ciphertext HomEvaluatorImpl::mappedTimesKey(const Ciphertext& in, u64 index) const {
-    const std::shared_ptr<EvaluationKey> key = leftRotationKey(index);
-    Polynomial mapped(context_, false, true);
-    context_->primes.frobeniusMapInNTT<false>(in.getPoly(1), galoisElement(index, in.getDevice()), mapped);
-    std::vector<Polynomial> blocks;
-    keySwitcher_->modUpPQ(mapped, blocks);
-    return keySwitcher_->multEvalKey(blocks, *key);
 }
 
 void HomEvaluatorImpl::rotSum(const std::vector<Ciphertext>& cts, const std::vector<u64>& indices,
@@ -172,18 +165,20 @@ Ciphertext HomEvaluatorImpl::plainSum(const std::vector<Ciphertext>& cts) const 
 
 Ciphertext HomEvaluatorImpl::switchedSum(const std::vector<Ciphertext>& cts,
                                          const std::vector<u64>& indices) const {
-    std::optional<Ciphertext> accumulator;
+    Ciphertext products = unsetCiphertext(context_);
+    bool isFirst = true;
     for (u64 k = 0; k < cts.size(); ++k) {
         if (indices[k] == 0) continue;
-        Ciphertext term = mappedTimesKey(cts[k], indices[k]);
-        if (accumulator)
-            addWithoutCheck(*accumulator, term, *accumulator);
-        else
-            accumulator = std::move(term);
+        const std::shared_ptr<EvaluationKey> key = leftRotationKey(indices[k]);
+        Polynomial mapped(context_, false, true);
+        context_->primes.frobeniusMapInNTT<false>(cts[k].getPoly(1),
+                                                  galoisElement(indices[k], cts[k].getDevice()), mapped);
+        keySwitcher_->multiplyDigits(mapped, *key, !isFirst, products);
+        isFirst = false;
     }
     // One division by the temporary primes for all of them.
     Ciphertext sum = unsetCiphertext(context_);
-    keySwitcher_->modDown(*accumulator, sum, true);
+    keySwitcher_->modDown(products, sum, true);
     Stamp::of(cts[0]).putOn(sum);
     for (u64 k = 0; k < cts.size(); ++k) {
         if (indices[k] == 0)

@@ -12,12 +12,17 @@
 #include "evaluator/Messages.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
 
 namespace Torvo {
 
 namespace {
+
+/// Rotations that share a decomposition at most. With more, it is made again: what they all keep until the
+/// division would fill as much memory as whole digits.
+constexpr std::size_t keysAtOnce = 8;
 
 Device requireCommonDevice(const std::vector<Polynomial>& polys) {
     require(!polys.empty(), message::noOperand);
@@ -66,10 +71,10 @@ void KeySwitcher::requireFit(const EvaluationKey& key, const Device& device, u64
                   RingShape(context_));
 }
 
-Ciphertext KeySwitcher::unsetProduct(const Polynomial& digit) const {
+Ciphertext KeySwitcher::unsetProduct(const Polynomial& like) const {
     Ciphertext product(PolynomialVector(context_, 2, true, true));
-    product.setLevel(digit.getLevel());
-    if (product.getDevice() != digit.getDevice()) product.allocate(digit.getDevice());
+    product.setLevel(like.getLevel());
+    if (product.getDevice() != like.getDevice()) product.allocate(like.getDevice());
     return product;
 }
 
@@ -111,7 +116,9 @@ void KeySwitcher::modDown(const Ciphertext& in, Ciphertext& out, bool isNTT) con
     out = baseConv_.modDown(in, isNTT);
 }
 
-KeyRows KeySwitcher::rowsOf(EvaluationKey& key, const Device& device, u64 digits, u64 level) const {
+KeyRows KeySwitcher::rowsFor(const Polynomial& poly, EvaluationKey& key) const {
+    const Device& device = poly.getDevice();
+    const u64 level = poly.getLevel(), digits = ringOf(context_).liveDigits(level);
     key.copyTo(device);
     requireFit(key, device, digits);
     const KeyRows rows{key.getAxIter(device), key.getBxIter(device), digits};
@@ -127,17 +134,33 @@ KeyRows KeySwitcher::rowsOf(EvaluationKey& key, const Device& device, u64 digits
 
 Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT) const {
     const Polynomial scaled = timesGadgetFactors(poly);
-    const u64 level = poly.getLevel();
-    const u64 digits = ringOf(context_).liveDigits(level);
-    return baseConv_.switchKey(scaled, rowsOf(key, poly.getDevice(), digits, level), isNTT);
+    const MappedKey rows{nullptr, rowsFor(poly, key)};
+    return std::move(baseConv_.switchKeys(scaled, std::span(&rows, 1), isNTT).front());
 }
 
-Ciphertext KeySwitcher::switchMapped(const std::vector<Polynomial>& digits, long galois,
-                                     EvaluationKey& key) const {
-    const Device device = requireCommonDevice(digits);
-    const Automorphism automorphism(ringOf(context_).degree, galois);
-    const KeyRows rows = rowsOf(key, device, digits.size(), digits.front().getLevel());
-    return baseConv_.switchKey(digits, automorphism, rows, true);
+std::vector<Ciphertext> KeySwitcher::switchMapped(const Polynomial& poly,
+                                                  std::span<const KeyOfMap> keys) const {
+    const Polynomial scaled = timesGadgetFactors(poly);
+    std::vector<Automorphism> maps;
+    std::vector<MappedKey> rows;
+    maps.reserve(keys.size());
+    for (const auto& [galois, key] : keys)
+        rows.push_back({&maps.emplace_back(ringOf(context_).degree, galois), rowsFor(poly, *key)});
+    std::vector<Ciphertext> all;
+    for (std::span<const MappedKey> rest(rows); !rest.empty();) {
+        const u64 few = std::min(rest.size(), keysAtOnce);
+        std::ranges::move(baseConv_.switchKeys(scaled, rest.first(few), true), std::back_inserter(all));
+        rest = rest.subspan(few);
+    }
+    return all;
+}
+
+void KeySwitcher::multiplyDigits(const Polynomial& poly, EvaluationKey& key, bool accumulate,
+                                 Ciphertext& sum) const {
+    const Polynomial scaled = timesGadgetFactors(poly);
+    const KeyRows rows = rowsFor(poly, key);
+    if (!accumulate) sum = unsetProduct(poly);
+    baseConv_.multiplyDigits(scaled, rows, accumulate, sum);
 }
 
 } // namespace Torvo

@@ -8,9 +8,16 @@
 #include <Torvo/Context.hpp>
 #include <Torvo/EvaluationKey.hpp>
 
+#include <span>
 #include <vector>
 
 namespace Torvo {
+
+/// A key for the image of a polynomial under X -> X^galois.
+struct KeyOfMap {
+    long galois;
+    EvaluationKey* key;
+};
 
 /// Turns a product of a polynomial and one secret into a ciphertext under another, by the hybrid gadget
 /// method: `modUpPQ` splits the polynomial into digits and raises each to the full basis, `multEvalKey`
@@ -38,9 +45,12 @@ public:
     /// The three steps in one pass: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the
     /// key switches from.
     Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT = true) const;
-    /// The last two of them in one pass, for the digits of a polynomial under X -> X^galois, from those of the
-    /// polynomial itself: the automorphism commutes with the decomposition.
-    Ciphertext switchMapped(const std::vector<Polynomial>& digits, long galois, EvaluationKey& key) const;
+    /// One such ciphertext in NTT form for each of the rotations, of `poly` under X -> X^galois. The automorphism
+    /// commutes with the decomposition, which so is paid once for all.
+    std::vector<Ciphertext> switchMapped(const Polynomial& poly, std::span<const KeyOfMap> keys) const;
+    /// The first two steps in one pass: what `multEvalKey` returns for the digits of `poly`, which with
+    /// `accumulate` is added to `sum`, a product of that level.
+    void multiplyDigits(const Polynomial& poly, EvaluationKey& key, bool accumulate, Ciphertext& sum) const;
 
 private:
     /// The factors of the gadget multiplied in, as the digits want it.
@@ -48,10 +58,10 @@ private:
     /// The guard before `digits` blocks of `key` are read. It compares the key's polynomials, because a key
     /// need not have a context.
     void requireFit(const EvaluationKey& key, const Device& device, u64 digits) const;
-    /// What is multiplied with as many digits of `level`, after that guard and those of a sum of products.
-    KeyRows rowsOf(EvaluationKey& key, const Device& device, u64 digits, u64 level) const;
-    /// A ciphertext with room for the products of such digits.
-    Ciphertext unsetProduct(const Polynomial& digit) const;
+    /// What is multiplied with the digits of `poly`, after that guard and those of a sum of products.
+    KeyRows rowsFor(const Polynomial& poly, EvaluationKey& key) const;
+    /// A ciphertext with room for products at the level and on the device of `like`.
+    Ciphertext unsetProduct(const Polynomial& like) const;
 
     Context context_;
     FastBaseConv baseConv_;

@@ -217,15 +217,19 @@ TEST_F(KeySwitching, AKeyOfALowerLevelIsRefusedByEveryForm) {
     key->getBxIter(Device{})[1].setLevel(4);
     const Polynomial p = uniform(7);
     const std::vector<Polynomial> blocks = blocksOf(p);
+    const std::vector<KeyOfMap> rotation{{5, key.get()}};
+    Ciphertext sum(context);
     const char* const text = "Operands have different levels.";
     EXPECT_REFUSED(switcher.switchKey(p, *key), text);
-    EXPECT_REFUSED(switcher.switchMapped(blocks, 5, *key), text);
+    EXPECT_REFUSED(switcher.switchMapped(p, rotation), text);
+    EXPECT_REFUSED(switcher.multiplyDigits(p, *key, false, sum), text);
     EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
     EXPECT_NO_THROW(switcher.switchKey(uniform(4), *key)); // one digit, and so the first pair alone
 
     key->getAxIter(Device{})[0].setLevel(99); // beyond the chain: levels are compared first, of all pairs
     EXPECT_REFUSED(switcher.switchKey(p, *key), text);
-    EXPECT_REFUSED(switcher.switchMapped(blocks, 5, *key), text);
+    EXPECT_REFUSED(switcher.switchMapped(p, rotation), text);
+    EXPECT_REFUSED(switcher.multiplyDigits(p, *key, false, sum), text);
     EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
     EXPECT_REFUSED(switcher.switchKey(uniform(4), *key),
                    "Operands are not of the ring of the generated context.");

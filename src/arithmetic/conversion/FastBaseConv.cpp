@@ -1,6 +1,7 @@
 #include "arithmetic/conversion/FastBaseConv.hpp"
 
 #include "arithmetic/chain/Backend.hpp"
+#include "arithmetic/conversion/KeySwitch.hpp"
 #include "arithmetic/elements/Messages.hpp"
 #include "arithmetic/elements/Ring.hpp"
 #include "arithmetic/kernels/PrimeProduct.hpp"
@@ -66,24 +67,6 @@ std::vector<Conversion> modUpWork(const Ring& ring, u64 level) {
     return work;
 }
 
-/// Rows of raised digits that are kept until they are multiplied. Fewer would have the products read and reduced
-/// more often, more would not stay in the cache.
-constexpr u64 digitsAtOnce = 8;
-static_assert(digitsAtOnce <= rows::maxTerms);
-
-/// Spare rows of each thread of the loops to come.
-class ThreadRows {
-public:
-    ThreadRows(u64 rows, u64 length) : length_(length), rows_(rows), words_(rows * length * teamSize()) {}
-    /// Row i of the calling thread.
-    u64* mine(u64 i) { return words_.getData() + (threadInTeam() * rows_ + i) * length_; }
-
-private:
-    u64 length_;
-    u64 rows_;
-    DeviceSpecificArray<u64> words_;
-};
-
 } // namespace
 
 FastBaseConv::FastBaseConv(const Context& context) : context_(context) {
@@ -126,22 +109,19 @@ PolynomialVector FastBaseConv::modUp(const Polynomial& a) const {
     return modUpCPUImpl(a);
 }
 
-Ciphertext FastBaseConv::switchKey(const Polynomial& a, const KeyRows& key, bool isNTT) const {
+std::vector<Ciphertext> FastBaseConv::switchKeys(const Polynomial& a, std::span<const MappedKey> keys,
+                                                 bool isNTT) const {
     requireOfChain(ringOf(context_), a, false);
     requireBackend(a.getDevice(), upNames);
-    return switchKeyCPUImpl(a, key, isNTT);
+    return switchKeysCPUImpl(a, keys, isNTT);
 }
 
-Ciphertext FastBaseConv::switchKey(const std::vector<Polynomial>& digits, const Automorphism& automorphism,
-                                   const KeyRows& key, bool isNTT) const {
-    const Polynomial& first = digits.front();
-    for (const Polynomial& digit : digits) requireOfChain(ringOf(context_), digit, true);
-    requireBackend(first.getDevice(), downNames);
-    return multiplyAndDivide(rowsOn(first.getDevice()), first.getLevel(), key, isNTT,
-                             [&](u64 g, u64 t, u64* row) {
-                                 automorphism.apply(digits[g].getRow(t), row);
-                                 return row;
-                             });
+void FastBaseConv::multiplyDigits(const Polynomial& a, const KeyRows& key, bool accumulate,
+                                  Ciphertext& out) const {
+    requireOfChain(ringOf(context_), a, false);
+    for (u64 i = 0; i < 2; ++i) requireOfChain(ringOf(context_), out.getPoly(i), true);
+    requireBackend(a.getDevice(), upNames);
+    multiplyDigitsCPUImpl(a, key, accumulate, out);
 }
 
 Ciphertext FastBaseConv::modDown(const Ciphertext& in, bool isNTT) const {
@@ -214,74 +194,26 @@ Ciphertext FastBaseConv::modDownCPUImpl(const Ciphertext& in, bool isNTT) const 
     return out;
 }
 
-/// Prime by prime, so that neither a digit nor a product is ever whole in memory: for each prime the digits are
-/// raised and multiplied with the key's rows, a few at a time, and what comes out is divided by P while it is in
-/// cache. The temporary primes come first, because every other row needs them.
-template <class DigitRow>
-Ciphertext FastBaseConv::multiplyAndDivide(const RowConversion& convert, u64 level, const KeyRows& key,
-                                           bool isNTT, DigitRow digitRow) const {
-    const Ring& ring = convert.ring();
-    const u64 K = ring.numTemp;
-    const u64 n = ring.degree;
-    const u64 few = std::min(key.digits, digitsAtOnce);
-    ThreadRows spare(few + 2, n);
-    const auto sumOfPrime = [&](u64 t, u64* out0, u64* out1) {
-        for (u64 g = 0; g < key.digits; g += few) {
-            const auto term = [&](u64 j) {
-                return rows::ProductTerm{digitRow(g + j, t, spare.mine(j)), key.bx[g + j].getRow(t),
-                                         key.ax[g + j].getRow(t)};
-            };
-            ring.moduli[t].sumProducts(std::min(few, key.digits - g), term, out0, out1, g != 0);
-        }
-    };
-
-    // Threads that would wait for the last temporary primes sum for the first ciphertext primes meanwhile.
-    const u64 early = std::min(level + 1, (teamSize() - K % teamSize()) % teamSize());
-    DeviceSpecificArray<u64> sums(2 * (K + early) * n);
-    const auto sum = [&](u64 element, u64 j) { return sums.getData() + (element * (K + early) + j) * n; };
-    forEachIndex(K + early, [&](u64 j) {
-        const bool isTemporary = j < K;
-        sumOfPrime(isTemporary ? ring.numBase + j : j - K, sum(0, j), sum(1, j));
-        for (u64 element = 0; isTemporary && element < 2; ++element)
-            convert.liftTemporaryRow(j, sum(element, j));
-    });
-
-    Ciphertext out = unsetCiphertextAt(level);
-    const std::array<Polynomial*, 2> to{&out.getPoly(0), &out.getPoly(1)};
-    const auto divide = [&](u64 t, u64 element, u64* product) {
-        if (!isNTT) ring.moduli[t].getNTT().computeBackward<1>(product);
-        convert.divideRow(t, sum(element, 0), product, isNTT, to[element]->getRow(t));
-    };
-    const u64 late = level + 1 - early;
-    forEachIndexInTurns(late + 2 * early, [&](u64 w) {
-        if (w >= late) {
-            const u64 element = (w - late) % 2, t = (w - late) / 2;
-            return divide(t, element, sum(element, K + t));
-        }
-        u64* const product[2] = {spare.mine(few), spare.mine(few + 1)};
-        sumOfPrime(early + w, product[0], product[1]);
-        for (u64 element = 0; element < 2; ++element) divide(early + w, element, product[element]);
-    });
-    for (Polynomial* poly : to) poly->setNTT(isNTT);
-    return out;
+std::vector<Ciphertext> FastBaseConv::switchKeysCPUImpl(const Polynomial& a, std::span<const MappedKey> keys,
+                                                        bool isNTT) const {
+    std::vector<Ciphertext> outs;
+    for (u64 k = 0; k < keys.size(); ++k) outs.push_back(unsetCiphertextAt(a.getLevel()));
+    KeySwitch(rowsOn(a.getDevice()), a, keys, isNTT, outs).run();
+    return outs;
 }
 
-Ciphertext FastBaseConv::switchKeyCPUImpl(const Polynomial& a, const KeyRows& key, bool isNTT) const {
+void FastBaseConv::multiplyDigitsCPUImpl(const Polynomial& a, const KeyRows& key, bool accumulate,
+                                         Ciphertext& out) const {
     const RowConversion convert = rowsOn(a.getDevice());
-    const Ring& ring = convert.ring();
-    const u64 level = a.getLevel();
-    DeviceSpecificArray<u64> lifted((level + 1) * ring.degree);
-    const auto liftedRow = [&](u64 i) { return lifted.getData() + i * ring.degree; };
-    forEachIndex(level + 1, [&](u64 i) { convert.liftDigitRow(i, a.getRow(i), a.isNTT(), liftedRow(i)); });
-    return multiplyAndDivide(convert, level, key, isNTT, [&](u64 g, u64 t, u64* row) -> const u64* {
-        if (!ring.isInDigit(t, g)) {
-            convert.raiseDigit(g, t, level, liftedRow(ring.digitBegin(g)), row);
-            return row;
-        }
-        if (a.isNTT()) return a.getRow(t);
-        std::copy_n(a.getRow(t), ring.degree, row);
-        ring.moduli[t].getNTT().computeForward<1>(row);
-        return row;
+    Digits digits(convert, a);
+    ThreadRows spare(digitsAtOnce, convert.ring().degree);
+    const std::array<Polynomial*, 2> to{&out.getPoly(0), &out.getPoly(1)};
+    const u64 live = a.getLevel() + 1;
+    forEachIndex(live + convert.ring().numTemp, [&](u64 i) {
+        const u64 t = i < live ? i : convert.ring().numBase + i - live;
+        sumOfPrime(
+            convert.ring().moduli[t], t, key, accumulate, spare,
+            [&](u64 g, u64* row) { return digits.row(g, t, row); }, to[0]->getRow(t), to[1]->getRow(t));
     });
 }
 

@@ -1,24 +1,18 @@
 #pragma once
 
+#include "arithmetic/conversion/KeyRows.hpp"
 #include "arithmetic/conversion/RowConversion.hpp"
 #include "arithmetic/elements/PolynomialVector.hpp"
-#include "arithmetic/kernels/Automorphism.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "core/MultipleDevice.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Context.hpp>
 
+#include <span>
 #include <vector>
 
 namespace Torvo {
-
-/// The pairs of a switching key that belong to the live digits, all mod-up and in NTT form.
-struct KeyRows {
-    const Polynomial* ax;
-    const Polynomial* bx;
-    u64 digits;
-};
 
 /// Moves polynomials between RNS bases for hybrid key switching. The live primes are split into groups;
 /// `modUp` extends each group's digit to all other primes; after the product with a key, `modDown` divides
@@ -45,25 +39,26 @@ public:
     /// @throws RuntimeException as `modUp`, with 'modDownGPUImpl' and 'modDown'; std::out_of_range "map::at"
     Ciphertext modDown(const Ciphertext& in, bool isNTT) const;
 
-    /// modDown of (sum of d_g * bx_g, sum of d_g * ax_g) over the digits d_g that `modUp` makes of `a`, in one pass.
+    /// modDown of (sum of d_g * bx_g, sum of d_g * ax_g) over the digits d_g that `modUp` makes of `a`, for each
+    /// key, in one pass.
     /// @throws RuntimeException as `modUp`; std::out_of_range "map::at"
-    Ciphertext switchKey(const Polynomial& a, const KeyRows& key, bool isNTT) const;
+    std::vector<Ciphertext> switchKeys(const Polynomial& a, std::span<const MappedKey> keys,
+                                       bool isNTT) const;
 
-    /// The same for the digits that `modUp` made, each under the automorphism.
-    /// @throws RuntimeException "Cannot support the function 'modDownGPUImpl' in the current build configuration"
-    ///         (on a GPU; else 'modDown'); std::out_of_range "map::at"
-    Ciphertext switchKey(const std::vector<Polynomial>& digits, const Automorphism& automorphism,
-                         const KeyRows& key, bool isNTT) const;
+    /// (sum of d_g * bx_g, sum of d_g * ax_g), before the division; `accumulate` adds it to `out`, which has two
+    /// mod-up polynomials at the level of `a`.
+    /// @throws RuntimeException as `modUp`; std::out_of_range "map::at"
+    void multiplyDigits(const Polynomial& a, const KeyRows& key, bool accumulate, Ciphertext& out) const;
 
 private:
     RowConversion rowsOn(const Device& device) const;
     Ciphertext unsetCiphertextAt(u64 level) const;
     PolynomialVector modUpCPUImpl(const Polynomial& a) const;
     Ciphertext modDownCPUImpl(const Ciphertext& in, bool isNTT) const;
-    Ciphertext switchKeyCPUImpl(const Polynomial& a, const KeyRows& key, bool isNTT) const;
-    template <class DigitRow>
-    Ciphertext multiplyAndDivide(const RowConversion& convert, u64 level, const KeyRows& key, bool isNTT,
-                                 DigitRow digitRow) const;
+    std::vector<Ciphertext> switchKeysCPUImpl(const Polynomial& a, std::span<const MappedKey> keys,
+                                              bool isNTT) const;
+    void multiplyDigitsCPUImpl(const Polynomial& a, const KeyRows& key, bool accumulate,
+                               Ciphertext& out) const;
 
     Context context_;
     MultipleDevice<DeviceSpecificArray<u64>> hatInvQ_; ///< i < L: (Q_g / p_i)^-1 mod p_i

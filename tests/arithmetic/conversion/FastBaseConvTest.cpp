@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <list>
 #include <omp.h>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -371,27 +372,68 @@ TEST(FastBaseConv, OnePassGivesTheWordsOfModUpProductAndModDown) {
                     const Team team(threads);
                     const Polynomial a = randomPolynomial(world, level, false, isNTT, random);
                     const Pairs key(world, level, random);
-                    const Ciphertext got = world.conversion.switchKey(a, key.rows(), !isNTT);
+                    const MappedKey keyOfA{nullptr, key.rows()};
+                    const Ciphertext got =
+                        world.conversion.switchKeys(a, std::span(&keyOfA, 1), !isNTT).front();
                     EXPECT_EQ(got.isNTT(), !isNTT);
                     EXPECT_TRUE(sameWords(
                         got, inThreeSteps(world, world.conversion.modUp(a).getPolys(), key, !isNTT)));
                 }
 }
 
-TEST(FastBaseConv, DigitsUnderAnAutomorphismAreThoseOfTheImage) {
+TEST(FastBaseConv, KeysOfManyMapsShareTheDigits) {
     Seeded random(10);
     SCOPED_TRACE(random.describe());
+    auto rings = worlds();
+    rings.emplace_back(makeContext(6, 20, 50, 42, 50, 20)); // more digits than are multiplied at a time
+    for (const World& world : rings)
+        for (const u64 level : {world.ring.numBase - 1, world.ring.numBase / 2})
+            for (const bool isNTT : {true, false})
+                for (const int threads : {1, 3}) {
+                    SCOPED_TRACE(testing::Message() << "level " << level << " on " << threads);
+                    const Team team(threads);
+                    const Polynomial a = randomPolynomial(world, level, false, isNTT, random);
+                    const std::vector<Polynomial> digits = world.conversion.modUp(a).getPolys();
+                    const Automorphism five(world.ring.degree, 5), conjugation(world.ring.degree, -1);
+                    const Pairs first(world, level, random), second(world, level, random),
+                        third(world, level, random);
+                    const std::vector<MappedKey> keys{
+                        {&five, first.rows()}, {nullptr, second.rows()}, {&conjugation, third.rows()}};
+                    const auto got = world.conversion.switchKeys(a, keys, true);
+                    ASSERT_EQ(got.size(), keys.size());
+                    const auto image = [&](long k) {
+                        auto images = digits;
+                        for (Polynomial& p : images) world.context->primes.frobeniusMapInNTT<false>(p, k, p);
+                        return images;
+                    };
+                    EXPECT_TRUE(sameWords(got[0], inThreeSteps(world, image(5), first, true)));
+                    EXPECT_TRUE(sameWords(got[1], inThreeSteps(world, digits, second, true)));
+                    EXPECT_TRUE(sameWords(got[2], inThreeSteps(world, image(-1), third, true)));
+                    const auto alone = world.conversion.switchKeys(a, std::span(keys).first(1), true);
+                    EXPECT_TRUE(sameWords(alone.front(), got[0]));
+                }
+}
+
+TEST(FastBaseConv, ProductsOfDigitsAreAddedUpBeforeTheDivision) {
+    Seeded random(12);
+    SCOPED_TRACE(random.describe());
     for (const World& world : worlds())
-        for (const long k : {5L, -1L, 25L}) {
+        for (const int threads : {1, 3}) {
+            const Team team(threads);
             const u64 level = world.ring.numBase - 1;
             const Polynomial a = randomPolynomial(world, level, false, true, random);
-            const Pairs key(world, level, random);
-            const auto digits = world.conversion.modUp(a).getPolys();
-            auto images = digits;
-            for (Polynomial& image : images) world.context->primes.frobeniusMapInNTT<false>(image, k, image);
-            const Automorphism automorphism(world.ring.degree, k);
-            EXPECT_TRUE(sameWords(world.conversion.switchKey(digits, automorphism, key.rows(), true),
-                                  inThreeSteps(world, images, key, true)));
+            const Polynomial b = randomPolynomial(world, level, false, true, random);
+            const Pairs keyOfA(world, level, random), keyOfB(world, level, random);
+            Ciphertext sum(PolynomialVector(world.context, 2, true, true));
+            world.conversion.multiplyDigits(a, keyOfA.rows(), false, sum); // whatever it held
+            EXPECT_TRUE(sameWords(world.conversion.modDown(sum, true),
+                                  inThreeSteps(world, world.conversion.modUp(a).getPolys(), keyOfA, true)));
+            Ciphertext other(PolynomialVector(world.context, 2, true, true));
+            world.conversion.multiplyDigits(b, keyOfB.rows(), false, other);
+            for (u64 i = 0; i < 2; ++i)
+                world.context->primes.add(other.getPoly(i), sum.getPoly(i), other.getPoly(i));
+            world.conversion.multiplyDigits(b, keyOfB.rows(), true, sum);
+            EXPECT_TRUE(sameWords(sum, other));
         }
 }
 
@@ -407,7 +449,7 @@ TEST(FastBaseConv, OtherDevicesAreRefusedInFixedWords) {
     moveTo({DeviceType::GPU, 0});
     EXPECT_REFUSED(world.conversion.modUp(poly),
                    "Cannot support the function 'modUpGPUImpl' in the current build configuration");
-    EXPECT_REFUSED(world.conversion.switchKey(poly, KeyRows{}, true),
+    EXPECT_REFUSED(world.conversion.switchKeys(poly, {}, true),
                    "Cannot support the function 'modUpGPUImpl' in the current build configuration");
     EXPECT_REFUSED(world.conversion.modDown(ciphertext, true),
                    "Cannot support the function 'modDownGPUImpl' in the current build configuration");

@@ -1,0 +1,95 @@
+#include "arithmetic/conversion/KeySwitch.hpp"
+
+#include "arithmetic/elements/Ring.hpp"
+
+namespace Torvo {
+
+Digits::Digits(const RowConversion& convert, const Polynomial& a)
+    : convert_(convert), a_(a), lifted_((a.getLevel() + 1) * convert.ring().degree) {
+    forEachIndex(a.getLevel() + 1,
+                 [&](u64 i) { convert.liftDigitRow(i, a.getRow(i), a.isNTT(), liftedRow(i)); });
+}
+
+const u64* Digits::row(u64 g, u64 t, u64* spare) {
+    const Ring& ring = convert_.ring();
+    if (isOwnRow(g, t)) return a_.getRow(t);
+    if (ring.isInDigit(t, g)) {
+        std::copy_n(a_.getRow(t), ring.degree, spare);
+        ring.moduli[t].getNTT().computeForward<1>(spare);
+    } else {
+        convert_.raiseDigit(g, t, a_.getLevel(), liftedRow(ring.digitBegin(g)), spare);
+    }
+    return spare;
+}
+
+namespace {
+
+/// Threads that would wait for the last temporary primes sum for the first ciphertext primes meanwhile.
+u64 primesInAdvance(u64 live, u64 temporary) {
+    return std::min(live, (teamSize() - temporary % teamSize()) % teamSize());
+}
+
+} // namespace
+
+KeySwitch::KeySwitch(const RowConversion& convert, const Polynomial& a, std::span<const MappedKey> keys,
+                     bool isNTT, std::vector<Ciphertext>& outs)
+    : convert_(convert), ring_(convert.ring()), keys_(keys), isNTT_(isNTT), outs_(outs),
+      live_(a.getLevel() + 1), temporary_(ring_.numTemp), early_(primesInAdvance(live_, temporary_)),
+      areKept_(keys.size() > 1 || keys.front().automorphism != nullptr), digits_(convert, a),
+      kept_(areKept_ ? keys.front().key.digits : 0, ring_.degree), spare_(digitsAtOnce + 2, ring_.degree),
+      sums_(keys.size() * 2 * (temporary_ + early_) * ring_.degree) {}
+
+void KeySwitch::run() {
+    forEachIndex(temporary_ + early_, [&](u64 j) { sumInAdvance(j); });
+    const u64 late = live_ - early_;
+    forEachIndexInTurns(late + 2 * early_, [&](u64 w) {
+        if (w < late) return sumAndDivide(early_ + w);
+        const u64 element = (w - late) % 2, t = (w - late) / 2;
+        for (u64 k = 0; k < keys_.size(); ++k) divide(k, t, element, sumRow(k, element, temporary_ + t));
+    });
+    for (Ciphertext& out : outs_)
+        for (u64 element = 0; element < 2; ++element) out.getPoly(element).setNTT(isNTT_);
+}
+
+void KeySwitch::keepDigits(u64 t) {
+    if (!areKept_) return;
+    for (u64 g = 0; g < keys_.front().key.digits; ++g) digits_.row(g, t, kept_.mine(g));
+}
+
+void KeySwitch::sumForKey(u64 k, u64 t, u64* out0, u64* out1) {
+    const auto digitRow = [&](u64 g, u64* row) -> const u64* {
+        if (!areKept_) return digits_.row(g, t, row);
+        const u64* whole = digits_.isOwnRow(g, t) ? digits_.row(g, t, row) : kept_.mine(g);
+        if (keys_[k].automorphism == nullptr) return whole;
+        keys_[k].automorphism->apply(whole, row);
+        return row;
+    };
+    sumOfPrime(ring_.moduli[t], t, keys_[k].key, false, spare_, digitRow, out0, out1);
+}
+
+void KeySwitch::sumInAdvance(u64 j) {
+    const bool isTemporary = j < temporary_;
+    const u64 t = isTemporary ? ring_.numBase + j : j - temporary_;
+    keepDigits(t);
+    for (u64 k = 0; k < keys_.size(); ++k) {
+        sumForKey(k, t, sumRow(k, 0, j), sumRow(k, 1, j));
+        if (!isTemporary) continue;
+        for (u64 element = 0; element < 2; ++element) convert_.liftTemporaryRow(j, sumRow(k, element, j));
+    }
+}
+
+void KeySwitch::sumAndDivide(u64 t) {
+    u64* const product[2] = {spare_.mine(digitsAtOnce), spare_.mine(digitsAtOnce + 1)};
+    keepDigits(t);
+    for (u64 k = 0; k < keys_.size(); ++k) {
+        sumForKey(k, t, product[0], product[1]);
+        for (u64 element = 0; element < 2; ++element) divide(k, t, element, product[element]);
+    }
+}
+
+void KeySwitch::divide(u64 k, u64 t, u64 element, u64* product) {
+    if (!isNTT_) ring_.moduli[t].getNTT().computeBackward<1>(product);
+    convert_.divideRow(t, sumRow(k, element, 0), product, isNTT_, outs_[k].getPoly(element).getRow(t));
+}
+
+} // namespace Torvo

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "arithmetic/conversion/KeyRows.hpp"
+#include "arithmetic/conversion/RowConversion.hpp"
+#include "arithmetic/elements/Polynomial.hpp"
+#include "arithmetic/kernels/Modulus.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
+#include "core/DeviceSpecificArray.hpp"
+#include "core/Integers.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+
+#include <algorithm>
+#include <span>
+#include <vector>
+
+namespace Torvo {
+
+/// Rows of raised digits that are kept until they are multiplied. Fewer would have the products read and reduced
+/// more often, more would not stay in the cache.
+inline constexpr u64 digitsAtOnce = 8;
+static_assert(digitsAtOnce <= rows::maxTerms);
+
+/// Spare rows of each thread of the loops to come.
+class ThreadRows {
+public:
+    ThreadRows(u64 rows, u64 length) : length_(length), rows_(rows), words_(rows * length * teamSize()) {}
+    /// Row i of the calling thread.
+    u64* mine(u64 i) { return words_.getData() + (threadInTeam() * rows_ + i) * length_; }
+
+private:
+    u64 length_;
+    u64 rows_;
+    DeviceSpecificArray<u64> words_;
+};
+
+/// The digits of a polynomial, row by row as they are needed.
+class Digits {
+public:
+    Digits(const RowConversion& convert, const Polynomial& a);
+
+    /// Whether digit g modulo prime t is a row of the polynomial itself.
+    bool isOwnRow(u64 g, u64 t) const { return a_.isNTT() && convert_.ring().isInDigit(t, g); }
+    /// Digit g modulo prime t, in NTT form: in `spare`, or the polynomial's own row.
+    const u64* row(u64 g, u64 t, u64* spare);
+
+private:
+    u64* liftedRow(u64 i) { return lifted_.getData() + i * convert_.ring().degree; }
+
+    const RowConversion& convert_;
+    const Polynomial& a_;
+    DeviceSpecificArray<u64> lifted_;
+};
+
+/// The products of digits with a key modulo prime t, a few digits at a time, while they are in cache; with
+/// `accumulate` they are added to `out0` and `out1`. digitRow(g, spare) is digit g, in `spare` or elsewhere.
+template <class DigitRow>
+void sumOfPrime(const Modulus& modulus, u64 t, const KeyRows& key, bool accumulate, ThreadRows& spare,
+                DigitRow digitRow, u64* out0, u64* out1) {
+    for (u64 g = 0; g < key.digits; g += digitsAtOnce) {
+        const auto term = [&](u64 j) {
+            return rows::ProductTerm{digitRow(g + j, spare.mine(j)), key.bx[g + j].getRow(t),
+                                     key.ax[g + j].getRow(t)};
+        };
+        modulus.sumProducts(std::min(digitsAtOnce, key.digits - g), term, out0, out1, accumulate || g != 0);
+    }
+}
+
+/// The key switches of one polynomial, one for each key, in one pass. It goes prime by prime, so that neither a
+/// digit nor a product is ever whole in memory: for each prime the digits are raised and multiplied with the rows
+/// of the keys, and what comes out is divided by P while it is in cache. The temporary primes come first, because
+/// every other row needs them.
+///
+/// With one key the digits are raised a few at a time. With more, or under an automorphism, all of them are kept
+/// until the last key has been multiplied.
+class KeySwitch {
+public:
+    /// The results are written to `outs`, as many as keys, at the level of `a`.
+    KeySwitch(const RowConversion& convert, const Polynomial& a, std::span<const MappedKey> keys, bool isNTT,
+              std::vector<Ciphertext>& outs);
+    void run();
+
+private:
+    /// Raises the digits that are kept, modulo prime t.
+    void keepDigits(u64 t);
+    /// The sums of products with key k modulo prime t.
+    void sumForKey(u64 k, u64 t, u64* out0, u64* out1);
+    /// The j-th sums that are made before the others are divided.
+    void sumInAdvance(u64 j);
+    void sumAndDivide(u64 t);
+    void divide(u64 k, u64 t, u64 element, u64* product);
+    u64* sumRow(u64 k, u64 element, u64 j) {
+        return sums_.getData() + ((2 * k + element) * (temporary_ + early_) + j) * ring_.degree;
+    }
+
+    const RowConversion& convert_;
+    const Ring& ring_;
+    std::span<const MappedKey> keys_;
+    bool isNTT_;
+    std::vector<Ciphertext>& outs_;
+    u64 live_;
+    u64 temporary_;
+    u64 early_; ///< ciphertext primes whose sums are made with those of the temporary primes
+    bool areKept_;
+    Digits digits_;
+    ThreadRows kept_;
+    ThreadRows spare_; ///< `digitsAtOnce` digits and two products
+    DeviceSpecificArray<u64> sums_;
+};
+
+} // namespace Torvo
