@@ -75,6 +75,8 @@ const NamedKernel kernels[] = {
     {"mulVectorTwo", [](Rows& r) { r.modulus.mulVector(r[0], r[1], r[2], r[3], r[4]); }},
     {"mulAddVector", [](Rows& r) { r.modulus.mulAddVector(r[0], r[1], r[2], r[3], r[4]); }},
     {"tensorVector", [](Rows& r) { r.modulus.tensorVector(r[0], r[1], r[2], r[3], r[4], r[5], r[6]); }},
+    {"residueSmall", [](Rows& r) { r.modulus.residueVector(r[1], 0, r[0], r.degree()); }},
+    {"residueGreat", [](Rows& r) { r.modulus.residueVector(r[1], ~u64{0} >> 1, r[0], r.degree()); }},
     {"constMult1", [](Rows& r) { r.modulus.constMult<1>(r[1], 12345, r[0], r.degree()); }},
     {"constMult2", [](Rows& r) { r.modulus.constMult<2>(r[1], 12345, r[0], r.degree()); }},
     {"subAndConstMult1", [](Rows& r) { r.modulus.subAndConstMult<1>(r[1], r[2], 12345, r[0], r.degree()); }},

@@ -79,6 +79,10 @@ struct AVX2Lanes {
     [[gnu::always_inline]] static Words addIfAbove(Words x, Words bound, Words y) {
         return add(x, bitAnd(_mm256_cmpgt_epi64(x, bound), y));
     }
+    /// x + y where the signed word `sign` is negative, else x.
+    [[gnu::always_inline]] static Words addIfNegative(Words x, Words sign, Words y) {
+        return add(x, bitAnd(_mm256_cmpgt_epi64(_mm256_setzero_si256(), sign), y));
+    }
 
 private:
     /// Low halves of xl * yh and xh * yl, as the halves of each lane. One instruction gives both, because

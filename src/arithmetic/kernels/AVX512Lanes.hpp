@@ -71,6 +71,10 @@ struct AVX512Lanes {
     [[gnu::always_inline]] static Words addIfAbove(Words x, Words bound, Words y) {
         return _mm512_mask_add_epi64(x, _mm512_cmpgt_epu64_mask(x, bound), x, y);
     }
+    /// x + y where the signed word `sign` is negative, else x.
+    [[gnu::always_inline]] static Words addIfNegative(Words x, Words sign, Words y) {
+        return _mm512_mask_add_epi64(x, _mm512_movepi64_mask(sign), x, y);
+    }
 };
 
 } // namespace

@@ -114,6 +114,12 @@ void Modulus::mulVector(u64* out, const u64* a, const u64* b, u64 n) const {
     });
 }
 
+void Modulus::residueVector(const u64* in, u64 greatest, u64* out, u64 n) const {
+    forRow(p_, n, [&](const RowKernels& kernels, u64 i, u64 count) {
+        kernels.residueVector[greatest < p_](in + i, out + i, count, barrettHigh_, p_);
+    });
+}
+
 void Modulus::mulVector(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2) const {
     currentKernels(p_, degree_).mulTwo[false](out1, out2, a, b1, b2, degree_, barrett());
 }

@@ -61,6 +61,8 @@ public:
     void subVector(u64* out, const u64* a, const u64* b, u64 n) const;
     void negateVector(u64* out, const u64* in, u64 n) const;
     void mulVector(u64* out, const u64* a, const u64* b, u64 n) const;
+    /// out[i] = residue(x) for the signed word x = in[i], |x| <= greatest < 2^63.
+    void residueVector(const u64* in, u64 greatest, u64* out, u64 n) const;
     /// out1 = a * b1, out2 = a * b2, over `degree` words.
     void mulVector(u64* out1, u64* out2, const u64* a, const u64* b1, const u64* b2) const;
     /// acc1 += a * b1, acc2 += a * b2, over `degree` words.

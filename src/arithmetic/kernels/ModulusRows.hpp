@@ -191,6 +191,22 @@ void tensorVector(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, c
     }
 }
 
+/// out[i] = the residue of the signed word x = in[i]: |x| mod p, and p minus that for x < 0, which is p for a
+/// multiple of p. |x| is below p if `isSmall`, else below 2^63; high = floor(2^64 / p).
+template <bool isSmall, class L>
+void residueVector(const u64* in, u64* out, u64 n, u64 high, u64 p) {
+    for (u64 i = 0; i < n; i += L::width) {
+        const auto x = L::load(in + i);
+        if constexpr (isSmall) {
+            L::store(out + i, L::addIfNegative(x, x, L::splat(p)));
+        } else {
+            const auto magnitude = L::addIfNegative(x, x, L::sub(L::splat(0), L::add(x, x)));
+            const auto r = reduceWord<L>(magnitude, high, p);
+            L::store(out + i, L::addIfNegative(r, x, L::sub(L::splat(p), L::add(r, r))));
+        }
+    }
+}
+
 /// out[i] = in[i] * c for any words in[i]; out in range `range`.
 template <int range, class L>
 void constMult(const u64* in, ShoupConstant c, u64* out, u64 n, u64 p) {

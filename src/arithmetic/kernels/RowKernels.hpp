@@ -24,8 +24,9 @@ struct RowKernels {
     Two mulTwo[2]; // by `accumulate`
     void (*tensorVector)(u64* out0, u64* out1, u64* out2, const u64* x, const u64* y, const u64* z,
                          const u64* w, u64 n, rows::BarrettConstant c);
-    Constant constMult[2];         // by range - 1
-    Difference subAndConstMult[2]; // by range - 1
+    void (*residueVector[2])(const u64* in, u64* out, u64 n, u64 high, u64 p); // by `isSmall`
+    Constant constMult[2];                                                     // by range - 1
+    Difference subAndConstMult[2];                                             // by range - 1
     void (*normalizeVector)(u64* out, const u64* in, u64 q, u64 n, u64 p);
     Centring normalizeAndConstMult[2]; // by `accumulate`
     void (*sumConstantProducts)(const rows::ConstantTerm* terms, u64 count, bool accumulate, u64 start,
@@ -53,6 +54,7 @@ template <class L, class Constant = L, class Product = L, class Sums = SumsOn<L>
             .mulVector = rows::mulVector<Product>,
             .mulTwo = {rows::mulTwo<false, Product>, rows::mulTwo<true, Product>},
             .tensorVector = rows::tensorVector<Product>,
+            .residueVector = {rows::residueVector<false, L>, rows::residueVector<true, L>},
             .constMult = {rows::constMult<1, Constant>, rows::constMult<2, L>},
             .subAndConstMult = {rows::subAndConstMult<1, Constant>, rows::subAndConstMult<2, L>},
             .normalizeVector = rows::normalizeVector<L>,

@@ -49,6 +49,8 @@ struct ScalarLanes {
     static Words subtractIfNotBelow(Words x, Words m) { return x >= m ? x - m : x; }
     /// x + y where x > bound, else x; x, bound < 2^63.
     static Words addIfAbove(Words x, Words bound, Words y) { return x + (x > bound ? y : 0); }
+    /// x + y where the signed word `sign` is negative, else x.
+    static Words addIfNegative(Words x, Words sign, Words y) { return x + (-(sign >> 63) & y); }
 };
 
 } // namespace Torvo

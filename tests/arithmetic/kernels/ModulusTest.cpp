@@ -262,6 +262,34 @@ TEST_P(RowKernels, NegateVectorKeepsZero) {
         [](u64 a, u64, u64 p) { return a == 0 ? 0 : p - a; });
 }
 
+/// The residue of a signed word, from a 128-bit division.
+u64 residueOfSigned(u64 word, u64 p) {
+    const auto x = static_cast<i128>(static_cast<std::int64_t>(word));
+    return x < 0 ? p - static_cast<u64>(-x % static_cast<i128>(p)) : static_cast<u64>(x) % p;
+}
+
+TEST_P(RowKernels, ResidueVectorGivesTheResidueOfSignedWords) {
+    SCOPED_TRACE(random_.describe());
+    for (u64 p : primes) {
+        for (const u64 bound : {u64{1}, p, p + 1, 3 * p + 1, u64{1} << 63}) {
+            for (u64 n : lengths) {
+                auto in = random_.row(n, bound);
+                for (u64 i = 0; i < n; i += 3) in[i] = -in[i];
+                // Where the greatest magnitude reaches the prime, so do its negative and a multiple.
+                if (n > 5 && bound > p) in[2] = in[5] = bound > 2 * p ? -2 * p : -p;
+                std::vector<u64> out(n);
+                auto over = in;
+                const Modulus modulus(n, p, false);
+                modulus.residueVector(in.data(), bound - 1, out.data(), n);
+                modulus.residueVector(over.data(), bound - 1, over.data(), n);
+                EXPECT_EQ(over, out);
+                for (u64 i = 0; i < n; ++i)
+                    ASSERT_EQ(out[i], residueOfSigned(in[i], p)) << "p=" << p << " n=" << n << " i=" << i;
+            }
+        }
+    }
+}
+
 TEST_P(RowKernels, ConstAddTakesAnyWordAsConstant) {
     for (u64 c : {0UL, 1UL, 256UL, 68719474048UL, ~0UL}) {
         expectWordwise(
