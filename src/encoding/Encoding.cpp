@@ -52,16 +52,14 @@ Plaintext blankPlaintext(const Context& context, u64 log_slots, const Device& de
     return plaintext;
 }
 
-void multiplyByOwedPrimes(const PrimeModuli& primes, Plaintext& plaintext) {
+/// By row, the product of the primes that the plaintext owes; nothing if it owes none.
+DeviceSpecificArray<u64> owedPrimes(const PrimeModuli& primes, const Plaintext& plaintext) {
     const auto owed = static_cast<u64>(plaintext.getRescaleCounter());
-    if (owed == 0) return;
     const u64 rows = plaintext.getLevel() + 1;
-    DeviceSpecificArray<u64> constants(rows);
-    for (u64 i = 0; i < rows; ++i)
-        constants[i] = primeProduct(primes.getModuli(), rows - owed, rows, primes[i]);
-    constants.to(plaintext.getDevice());
-    Polynomial& mx = plaintext.getMx();
-    primes.constMult(mx, constants.getData(), mx, OutputModulusBoundValidator(0, rows));
+    DeviceSpecificArray<u64> products(owed == 0 ? 0 : rows);
+    for (u64 i = 0; i < products.size(); ++i)
+        products[i] = primeProduct(primes.getModuli(), rows - owed, rows, primes[i]);
+    return products;
 }
 
 std::span<const double> partsOf(const Message& message) {
@@ -80,7 +78,6 @@ Encoding::Encoding(const Context& context, const Message& message, u64 level, in
       plaintext_(blankPlaintext(context, logSlotsOf(context, message, level, rescale_counter),
                                 message.getDevice(), level, rescale_counter)) {
     embed(message);
-    multiplyByOwedPrimes(context->primes, plaintext_);
 }
 
 Encoding::Encoding(const Context& context, const std::vector<double>& coefficients, u64 level,
@@ -89,7 +86,6 @@ Encoding::Encoding(const Context& context, const std::vector<double>& coefficien
       plaintext_(blankPlaintext(context, logSlotsOf(context, coefficients, level, rescale_counter), Device{},
                                 level, rescale_counter)) {
     embed(coefficients);
-    multiplyByOwedPrimes(context->primes, plaintext_);
 }
 
 EncodingBound Encoding::bound() const {
@@ -102,7 +98,7 @@ void Encoding::embed(const Message& message) {
     Message coefficients = message;
     context_->fft.backwardFFT(coefficients);
     const EncodingBound limits = bound();
-    context_->primes.embeddingToN(coefficients, limits.scale(), plaintext_.getMx());
+    numbers_ = context_->primes.roundToN(coefficients, limits.scale(), plaintext_.getMx());
     if (limits.holdsAll(partsOf(coefficients))) return;
     // Infinities come out of the transform as NaN: what the caller gave tells him more.
     const auto slots = partsOf(message);
@@ -114,20 +110,24 @@ void Encoding::embed(const Message& message) {
 
 void Encoding::embed(const std::vector<double>& coefficients) {
     const EncodingBound limits = bound();
-    context_->primes.embeddingToN(coefficients.data(), coefficients.size(), limits.scale(),
-                                  plaintext_.getMx());
+    numbers_ = context_->primes.roundToN(coefficients.data(), coefficients.size(), limits.scale(),
+                                         plaintext_.getMx());
     if (!limits.holdsAll(coefficients)) outOfRange_ = Number{"number", firstBeyond(limits, coefficients)};
 }
 
-Plaintext Encoding::take() && {
+Plaintext Encoding::take(bool inNTT) && {
     if (outOfRange_) bound().refuse(outOfRange_->what, outOfRange_->value);
+    const PrimeModuli& primes = context_->primes;
+    primes.spreadToN(numbers_, owedPrimes(primes, plaintext_), inNTT, plaintext_.getMx());
     return std::move(plaintext_);
 }
 
+Plaintext Encoding::take() && {
+    return std::move(*this).take(false);
+}
+
 Plaintext Encoding::takeInNTTForm() && {
-    Plaintext plaintext = std::move(*this).take();
-    context_->primes.forwardNTT(plaintext.getMx(), plaintext.getMx());
-    return plaintext;
+    return std::move(*this).take(true);
 }
 
 } // namespace Torvo

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/chain/RoundedNumbers.hpp"
 #include "core/Integers.hpp"
 #include "encoding/EncodingBound.hpp"
 
@@ -43,8 +44,11 @@ private:
     void embed(const Message& message);
     void embed(const std::vector<double>& coefficients);
 
+    Plaintext take(bool inNTT) &&;
+
     Context context_;
     Plaintext plaintext_;
+    RoundedNumbers numbers_;
     std::optional<Number> outOfRange_;
 };
 

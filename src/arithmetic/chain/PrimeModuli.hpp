@@ -1,6 +1,7 @@
 #pragma once
 
 #include "arithmetic/chain/CustomSizes.hpp"
+#include "arithmetic/chain/RoundedNumbers.hpp"
 #include "arithmetic/chain/Validators.hpp"
 #include "arithmetic/elements/LevelledElement.hpp"
 #include "arithmetic/elements/LevelledVector.hpp"
@@ -181,6 +182,13 @@ public:
     void embeddingToN(const double* values, u64 n, double scale, Polynomial& out) const;
     /// The same for a message of n slots: the real parts, then the imaginary parts, as 2n values.
     void embeddingToN(const Message& message, double scale, Polynomial& out) const;
+    /// The two halves of an embedding. The first shapes `out` and refuses as `embeddingToN` does; the second
+    /// takes the same `out`. It multiplies row i by factors[i], unless there are none, and transforms the rows if
+    /// the result is to be in the NTT domain.
+    RoundedNumbers roundToN(const double* values, u64 n, double scale, Polynomial& out) const;
+    RoundedNumbers roundToN(const Message& message, double scale, Polynomial& out) const;
+    void spreadToN(const RoundedNumbers& numbers, const DeviceSpecificArray<u64>& factors, bool inNTT,
+                   Polynomial& out) const;
     /// Converts small signed integers to polynomials in the NTT domain.
     /// @throws RuntimeException "[coefficientsToPolyVector] Input slot size should be equal to the dimension
     ///         of the polynomial vector."

@@ -7,8 +7,10 @@
 #include <Torvo/Message.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
-#include <limits>
+#include <complex>
+#include <cstdlib>
 
 namespace Torvo {
 
@@ -25,26 +27,51 @@ i128 roundToInteger(double value) {
     return shifted > 0.0 ? most : -most - 1;
 }
 
-/// Writes `integers` at stride `degree / n` into every row of `out` up to its level, zeros between them.
-void spread(const PrimeModuli& primes, const std::vector<u64>& rows,
-            const DeviceSpecificArray<i128>& integers, Polynomial& out) {
-    const u64 gap = primes.getDegree() / integers.size();
-    forEachRow(rows, [&](u64 i) {
-        u64* row = out.getRow(i);
-        if (gap > 1) std::fill_n(row, primes.getDegree(), 0);
-        for (u64 j = 0; j < integers.size(); ++j) row[j * gap] = primes[i].residue(integers[j]);
+/// Rounds the n numbers valueAt(0), ..., valueAt(n - 1) to words. Returns a bound on their magnitudes, or a word
+/// above 2^63 if one of them has no signed word.
+template <class ValueAt>
+u64 roundToWords(u64 n, double scale, u64* words, ValueAt&& valueAt) {
+    constexpr u64 tooGreat = u64{1} << 63;
+    std::atomic<u64> magnitudes = 0;
+    forEachShare(n, [&](u64 begin, u64 end) {
+        u64 bits = 0;
+        for (u64 j = begin; j < end; ++j) {
+            const double value = scale * valueAt(j);
+            const double shifted = value + std::copysign(0.5, value);
+            const bool fits = std::fabs(shifted) < 0x1p63;
+            const long integer = fits ? static_cast<long>(shifted) : 0;
+            words[j] = static_cast<u64>(integer);
+            bits |= fits ? static_cast<u64>(std::labs(integer)) : tooGreat;
+        }
+        magnitudes |= bits;
     });
+    return magnitudes;
 }
 
-/// embeddingToN of the n values valueAt(0), ..., valueAt(n - 1), which are on `device`.
+/// roundToN of the n values valueAt(0), ..., valueAt(n - 1), which are on `device`.
 template <class ValueAt>
-void embed(const PrimeModuli& primes, const Device& device, u64 n, double scale, Polynomial& out,
-           ValueAt&& valueAt) {
-    const auto bound = shapeResult(primes, embeddingNames, {Operand(out.getLevel(), device)}, {{out, false}});
+RoundedNumbers roundValues(const PrimeModuli& primes, const Device& device, u64 n, double scale,
+                           Polynomial& out, ValueAt&& valueAt) {
+    shapeResult(primes, embeddingNames, {Operand(out.getLevel(), device)}, {{out, false}});
     require(n != 0 && primes.getDegree() % n == 0, message::embeddingDoesNotDivide);
-    DeviceSpecificArray<i128> integers(n);
-    forEachIndex<Nesting::Default>(n, [&](u64 j) { integers[j] = roundToInteger(scale * valueAt(j)); });
-    spread(primes, bound.live(), integers, out);
+    RoundedNumbers numbers;
+    numbers.words.resize(n);
+    numbers.greatest = roundToWords(n, scale, numbers.words.getData(), valueAt);
+    if (numbers.greatest >> 63 == 0) return numbers;
+    numbers.words.resize(0);
+    numbers.wide.resize(n);
+    forEachIndex(n, [&](u64 j) { numbers.wide[j] = roundToInteger(scale * valueAt(j)); });
+    return numbers;
+}
+
+/// Moves the first n words of a row to stride `gap`, zeros between them.
+void widen(u64* row, u64 n, u64 gap) {
+    if (gap == 1) return;
+    for (u64 j = n; j-- > 0;) { // from the last: no word is overwritten before it has moved
+        const u64 word = row[j];
+        std::fill_n(row + j * gap, gap, 0);
+        row[j * gap] = word;
+    }
 }
 
 /// Converts `n` signed integers to residues.
@@ -54,16 +81,40 @@ void residues(const Modulus& modulus, const int* integers, u64* row, u64 n) {
 
 } // namespace
 
-void PrimeModuli::embeddingToN(const double* values, u64 n, double scale, Polynomial& out) const {
+RoundedNumbers PrimeModuli::roundToN(const double* values, u64 n, double scale, Polynomial& out) const {
     out.setNTT(false);
     require(out.getDevice().type != DeviceType::GPU, message::embeddingNotOnGPU);
-    embed(*this, out.getDevice(), n, scale, out, [&](u64 j) { return values[j]; });
+    return roundValues(*this, out.getDevice(), n, scale, out, [&](u64 j) { return values[j]; });
+}
+
+RoundedNumbers PrimeModuli::roundToN(const Message& message, double scale, Polynomial& out) const {
+    const u64 slots = message.getSize();
+    const std::complex<double>* slot = message.begin();
+    return roundValues(*this, message.getDevice(), 2 * slots, scale, out,
+                       [&](u64 j) { return j < slots ? slot[j].real() : slot[j - slots].imag(); });
+}
+
+void PrimeModuli::spreadToN(const RoundedNumbers& numbers, const DeviceSpecificArray<u64>& factors,
+                            bool inNTT, Polynomial& out) const {
+    const u64 n = numbers.size();
+    forEachIndexInTurns(out.getLevel() + 1, [&](u64 i) {
+        const Modulus& modulus = moduli_[i];
+        u64* row = out.getRow(i);
+        modulus.residueVector(numbers.words.getData(), numbers.greatest, row, numbers.words.size());
+        for (u64 j = 0; j < numbers.wide.size(); ++j) row[j] = modulus.residue(numbers.wide[j]);
+        widen(row, n, degree_ / n);
+        if (factors.size() != 0) modulus.constMult<1>(row, factors[i], row, degree_);
+        if (inNTT) modulus.getNTT().computeForward<1>(row);
+    });
+    out.setNTT(inNTT);
+}
+
+void PrimeModuli::embeddingToN(const double* values, u64 n, double scale, Polynomial& out) const {
+    spreadToN(roundToN(values, n, scale, out), {}, false, out);
 }
 
 void PrimeModuli::embeddingToN(const Message& message, double scale, Polynomial& out) const {
-    const u64 slots = message.getSize();
-    embed(*this, message.getDevice(), 2 * slots, scale, out,
-          [&](u64 j) { return j < slots ? message[j].real() : message[j - slots].imag(); });
+    spreadToN(roundToN(message, scale, out), {}, false, out);
 }
 
 void PrimeModuli::coefficientsToPolyVector(const DeviceSpecificArray<int>& ints,

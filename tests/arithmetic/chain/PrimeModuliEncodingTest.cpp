@@ -81,6 +81,45 @@ TEST_F(Embedding, EqualsTheExactReductionAtEveryStrideAndMagnitude) {
     }
 }
 
+/// Where the numbers stop to be words, and where words reach the primes.
+TEST_F(Embedding, EqualsTheExactReductionOnBothSidesOfAWord) {
+    const std::vector<std::vector<double>> lists{{0x1.fffffffffffffp62, -0x1.fffffffffffffp62},
+                                                 {0x1p63, 1.0},
+                                                 {-0x1p63, 1.0},
+                                                 {0x1p62, -0x1p62},
+                                                 {static_cast<double>(primes.getPrime(1)), -0.3},
+                                                 {0.3, static_cast<double>(primes.getPrime(1) - 1)}};
+    for (const auto& values : lists) {
+        Polynomial out = untouchedPolynomial(context, false, true, 3);
+        primes.embeddingToN(values.data(), values.size(), 1.0, out);
+        expectEmbedded(out, values, 1.0);
+    }
+}
+
+TEST_F(Embedding, InTheNTTDomainIsTheTransformOfTheProductsWithTheFactors) {
+    SCOPED_TRACE(random.describe());
+    for (const u64 n : {u64{1}, u64{8}, ring.degree}) {
+        for (const double scale : {0x1p30, 0x1p90}) {
+            std::vector<double> values;
+            for (u64 j = 0; j < n; ++j) values.push_back(random.real(-100.0, 100.0));
+            Polynomial plain(context, false, false), out = untouchedPolynomial(context, false, false, 3);
+            plain.setLevel(3);
+            DeviceSpecificArray<u64> factors(4);
+            for (u64 i = 0; i < 4; ++i) factors[i] = random.below(primes.getPrime(i));
+            primes.embeddingToN(values.data(), n, scale, plain);
+            const RoundedNumbers numbers = primes.roundToN(values.data(), n, scale, out);
+            primes.spreadToN(numbers, factors, true, out);
+            EXPECT_TRUE(out.isNTT());
+            for (u64 i = 0; i < 4; ++i) {
+                const u64 p = primes.getPrime(i);
+                Words expected = rowOf(plain, i);
+                for (u64& word : expected) word = mulMod(word, factors[i], p);
+                EXPECT_EQ(rowOf(out, i), naiveTransform(ring.degree, p).forward(expected)) << i;
+            }
+        }
+    }
+}
+
 TEST_F(Embedding, GivesTheNearestOf128BitsToWhatTheyCannotHold) {
     const double infinity = std::numeric_limits<double>::infinity();
     const std::vector<double> values{0x1p127, -0x1p127, 0x1p200, -0x1p200, infinity, -infinity, 0x1p126, 1.0};
