@@ -1,6 +1,9 @@
 #include "encoding/FFT.hpp"
 
+#include "arithmetic/kernels/Feature.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "core/Failure.hpp"
+#include "encoding/FFTKernels.hpp"
 
 #include <Torvo/CudaTools.hpp>
 
@@ -64,32 +67,20 @@ void bitReverseIfPowerOfTwo(Complex* a, u64 n) {
     if (n > 1 && std::has_single_bit(n)) bitReverse(a, n);
 }
 
-/// The tables of one device, looked up once per transform.
-struct Tables {
-    u64 log_degree;
-    const u64* rot;
-    const Complex* ksi;
-};
-
-/// One stage over the whole blocks of `len` among the n elements: butterfly(a[j], a[j + len/2], root) for
-/// every j < len/2 of every block, the root being exp(2 pi i * 5^j / (4 len)), or its conjugate when not
-/// `forward`. The table holds it at an index below 2N: 5^j modulo 4 len, times N / (2 len).
-template <bool forward, class Butterfly>
-void runStage(Complex* a, u64 n, u64 len, const Tables& tables, Butterfly butterfly) {
-    const u64 half = len / 2, quad = 4 * len, mask = quad - 1;
-    const u64 shift = tables.log_degree - static_cast<u64>(std::bit_width(len));
-    for (u64 i = 0; i + len <= n; i += len) {
-        for (u64 j = 0; j < half; ++j) {
-            const u64 power = tables.rot[j] & mask;
-            butterfly(a[i + j], a[i + j + half], tables.ksi[(forward ? power : quad - power) << shift]);
-        }
-    }
+/// One stage over the whole blocks of `len` among the n elements: butterfly(a[j], a[j + len/2], root) for every
+/// j < len/2 of every block.
+template <class Butterfly>
+void runStage(Complex* a, u64 n, u64 len, fft::Roots roots, Butterfly butterfly) {
+    const u64 half = len / 2;
+    for (u64 i = 0; i + len <= n; i += len)
+        for (u64 j = 0; j < half; ++j)
+            butterfly(a[i + j], a[i + j + half], Complex(roots.re[half + j], roots.im[half + j]));
 }
 
-void runForward(Complex* a, u64 n, const Tables& tables) {
+void runForward(Complex* a, u64 n, fft::Roots roots) {
     bitReverseIfPowerOfTwo(a, n);
     for (u64 len = 2; len <= n; len *= 2) {
-        runStage<true>(a, n, len, tables, [](Complex& low, Complex& high, const Complex& t) {
+        runStage(a, n, len, roots, [](Complex& low, Complex& high, const Complex& t) {
             const Complex u = low, v = high * t;
             low = u + v;
             high = u - v;
@@ -97,9 +88,9 @@ void runForward(Complex* a, u64 n, const Tables& tables) {
     }
 }
 
-void runBackward(Complex* a, u64 n, const Tables& tables) {
+void runBackward(Complex* a, u64 n, fft::Roots roots) {
     for (u64 len = std::bit_floor(n); len >= 2; len /= 2) {
-        runStage<false>(a, n, len, tables, [](Complex& low, Complex& high, const Complex& t) {
+        runStage(a, n, len, roots, [](Complex& low, Complex& high, const Complex& t) {
             const Complex u = low + high, v = (low - high) * t;
             low = u;
             high = v;
@@ -109,30 +100,158 @@ void runBackward(Complex* a, u64 n, const Tables& tables) {
     for (u64 i = 0; i < n; ++i) a[i] /= static_cast<double>(n);
 }
 
+// An array of complex numbers is one of their parts, by the rules of std::complex.
+
+double* partsOf(Complex* a) {
+    return reinterpret_cast<double*>(a);
+}
+
+/// Whether n numbers are so small that nothing overflows in a transform: a stage makes them greater by a factor
+/// below 4. False for NaN too.
+bool stayFinite(Complex* a, u64 n) {
+    constexpr u64 magnitude = ~u64{0} >> 1;
+    const u64 most = std::bit_cast<u64>(0x1p900);
+    const double* parts = partsOf(a);
+    u64 borrows = 0; // words of doubles are in the order of their magnitudes, infinities and NaN last
+    for (u64 i = 0; i < 2 * n; ++i) borrows |= most - (std::bit_cast<u64>(parts[i]) & magnitude);
+    return borrows <= magnitude;
+}
+
+const fft::Kernels* currentKernels() {
+    switch (currentForm()) {
+    case KernelForm::Scalar:
+        return nullptr;
+    case KernelForm::AVX2:
+    case KernelForm::FMA:
+        return &AVX2::fftKernels;
+    case KernelForm::AVX512:
+    case KernelForm::IFMA:
+        break;
+    }
+    return &AVX512::fftKernels;
+}
+
+/// The kernels that transform these n numbers; null where the scalar form must.
+const fft::Kernels* kernelsFor(Complex* a, u64 n) {
+    return n >= fft::minVectorSlots && std::has_single_bit(n) && stayFinite(a, n) ? currentKernels()
+                                                                                  : nullptr;
+}
+
+/// Room for n numbers between the pieces of a transform.
+class Between {
+public:
+    explicit Between(u64 n) : n_(n), parts_(2 * n) {}
+    fft::Split split() { return {parts_.getData(), parts_.getData() + n_}; }
+
+private:
+    u64 n_;
+    DeviceSpecificArray<double> parts_;
+};
+
+/// The threads of a team need longer to meet than a transform of fewer slots takes.
+constexpr u64 leastForTeam = 4096;
+
+/// Calls body(begin, end) for the shares of a team in `count`, a multiple of eight, for a transform of n slots.
+template <class Body>
+void share(u64 n, u64 count, Body&& body) {
+    if (n < leastForTeam)
+        body(0, count);
+    else
+        forEachShare(count, body);
+}
+
+/// Calls body(k) for the quarters k of n slots.
+template <class Body>
+void forEachQuarter(u64 n, Body&& body) {
+    if (n < leastForTeam)
+        for (u64 k = 0; k < 4; ++k) body(k);
+    else
+        forEachIndex(4, body);
+}
+
+void runForward(Complex* a, u64 n, fft::Roots roots, const fft::Kernels& kernels) {
+    Between between(n);
+    const fft::Split split = between.split();
+    double* slots = partsOf(a);
+    const u64 quarter = n / 4;
+    share(n, n / kernels.width,
+          [&](u64 begin, u64 end) { kernels.forwardColumns(slots, split, n, begin, end, roots); });
+    forEachQuarter(n, [&](u64 k) { kernels.forwardBlock(split + k * quarter, quarter, roots); });
+    share(n, quarter,
+          [&](u64 begin, u64 end) { kernels.forwardQuarters(split, slots, n, begin, end, roots); });
+}
+
+void runBackward(Complex* a, u64 n, fft::Roots roots, const fft::Kernels& kernels) {
+    Between between(n);
+    const fft::Split split = between.split();
+    double* slots = partsOf(a);
+    const u64 quarter = n / 4;
+    share(n, quarter,
+          [&](u64 begin, u64 end) { kernels.backwardQuarters(slots, split, n, begin, end, roots); });
+    forEachQuarter(n, [&](u64 k) { kernels.backwardBlock(split + k * quarter, quarter, roots); });
+    share(n, n / kernels.width,
+          [&](u64 begin, u64 end) { kernels.backwardColumns(split, slots, n, begin, end, roots); });
+}
+
+/// The roots of all stages, in the order of fft::Roots: first those of the forward direction, their real and then
+/// their imaginary parts, then those of the backward direction. The root of butterfly j of a stage over blocks of
+/// `len` is exp(2 pi i * 5^j / (4 len)), or its conjugate backward. `roots` holds it at an index below 2N: 5^j
+/// modulo 4 len, or 4 len minus that, times N / (2 len). What is conjugate is not so in its last bits.
+DeviceSpecificArray<double> makeStageRoots(u64 degree, const DeviceSpecificArray<u64>& powers,
+                                           const DeviceSpecificArray<Complex>& roots) {
+    const u64 count = degree / 2;
+    DeviceSpecificArray<double> parts(4 * count);
+    parts.clear();
+    double* forward = parts.getData();
+    double* backward = forward + 2 * count;
+    for (u64 half = 1; half < count; half *= 2) {
+        const u64 quad = 8 * half, step = degree / (4 * half);
+        for (u64 j = 0; j < half; ++j) {
+            const u64 power = powers[j] & (quad - 1);
+            const Complex t = roots[power * step], inverse = roots[(quad - power) * step];
+            forward[half + j] = t.real();
+            forward[count + half + j] = t.imag();
+            backward[half + j] = inverse.real();
+            backward[count + half + j] = inverse.imag();
+        }
+    }
+    return parts;
+}
+
 } // namespace
 
 FFT::FFT(unsigned long degree, const std::set<Device>& devices) : degree_(degree) {
     rotationGroup_.set(Device{}, makeRotationGroup(degree));
     roots_.set(Device{}, makeRoots(degree));
+    stageRoots_.set(Device{}, makeStageRoots(degree, rotationGroup_.at(Device{}), roots_.at(Device{})));
     if (!CudaTools::isAvailable()) return;
     copyToDevices(rotationGroup_, devices);
     copyToDevices(roots_, devices);
+    copyToDevices(stageRoots_, devices);
 }
 
 void FFT::forwardFFT(Message& message) const {
     requireCpu(message, "forwardFFT");
-    const Device device = message.getDevice();
-    runForward(
-        message.begin(), message.getSize(),
-        {std::bit_width(degree_) - u64{1}, rotationGroup_.at(device).getData(), roots_.at(device).getData()});
+    const double* parts = stageRoots_.at(message.getDevice()).getData();
+    const fft::Roots roots{parts, parts + degree_ / 2};
+    Complex* slots = message.begin();
+    const u64 n = message.getSize();
+    if (const fft::Kernels* kernels = kernelsFor(slots, n))
+        runForward(slots, n, roots, *kernels);
+    else
+        runForward(slots, n, roots);
 }
 
 void FFT::backwardFFT(Message& message) const {
     requireCpu(message, "backwardFFT");
-    const Device device = message.getDevice();
-    runBackward(
-        message.begin(), message.getSize(),
-        {std::bit_width(degree_) - u64{1}, rotationGroup_.at(device).getData(), roots_.at(device).getData()});
+    const double* parts = stageRoots_.at(message.getDevice()).getData() + degree_;
+    const fft::Roots roots{parts, parts + degree_ / 2};
+    Complex* slots = message.begin();
+    const u64 n = message.getSize();
+    if (const fft::Kernels* kernels = kernelsFor(slots, n))
+        runBackward(slots, n, roots, *kernels);
+    else
+        runBackward(slots, n, roots);
 }
 
 } // namespace Torvo

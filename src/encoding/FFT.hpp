@@ -13,13 +13,14 @@ namespace Torvo {
 
 /// The canonical embedding restricted to n slots, n any power of two up to N/2: between n complex
 /// coefficients and the values at n primitive roots, ordered along the powers of 5, so that a rotation of the
-/// slots is the automorphism X -> X^(5^k). Sequential, in double precision. Thread-safe on different
-/// messages.
+/// slots is the automorphism X -> X^(5^k). In double precision, with the same bits in every form of the
+/// kernels and from any team. Thread-safe on different messages.
 class FFT {
 public:
     FFT(unsigned long degree, const std::set<Device>& devices);
 
-    /// Coefficients to slot values, in place; no scaling.
+    /// Coefficients to slot values, in place; no scaling. Both take room for n numbers more.
+    /// @throws std::bad_alloc; the message is unchanged then
     void forwardFFT(Message& message) const;
     /// Slot values to coefficients, in place; divides by n.
     void backwardFFT(Message& message) const;
@@ -37,6 +38,8 @@ private:
     u64 degree_;
     MultipleDevice<DeviceSpecificArray<u64>> rotationGroup_;
     MultipleDevice<DeviceSpecificArray<std::complex<double>>> roots_;
+    MultipleDevice<DeviceSpecificArray<double>>
+        stageRoots_; ///< of both directions, in the order of the stages
 };
 
 } // namespace Torvo

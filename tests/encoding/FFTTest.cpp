@@ -1,9 +1,15 @@
 #include "encoding/FFT.hpp"
 
 #include "support/Expect.hpp"
+#include "support/FailingAllocations.hpp"
+#include "support/ForcedFeature.hpp"
+#include "support/KernelForm.hpp"
 #include "support/Seeded.hpp"
 
+#include <omp.h>
+
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numbers>
 #include <thread>
@@ -266,6 +272,123 @@ TEST(FFT, ADeviceWithoutTablesIsOutOfRange) {
     EXPECT_THROW_TEXT(fft.backwardFFT(message), std::out_of_range, "map::at");
     EXPECT_THROW_TEXT(fft.getGaloisElement(0, gpu), std::out_of_range, "map::at");
     EXPECT_THROW_TEXT(fft.getRoots(otherCpu), std::out_of_range, "map::at");
+}
+
+using Transform = void (FFT::*)(Message&) const;
+constexpr Transform transforms[] = {&FFT::forwardFFT, &FFT::backwardFFT};
+
+Message transformedIn(KernelForm form, const FFT& fft, Transform transform, Message message) {
+    const test::ForcedFeature forced(form);
+    (fft.*transform)(message);
+    return message;
+}
+
+/// NaN and signed zeros too.
+bool haveSameBits(const Message& a, const Message& b) {
+    return a.getSize() == b.getSize() &&
+           std::memcmp(a.begin(), b.begin(), a.getSize() * sizeof(Complex)) == 0;
+}
+
+class FFTForms : public testing::TestWithParam<KernelForm> {
+protected:
+    void SetUp() override { SKIP_UNLESS_PROCESSOR_RUNS(GetParam()); }
+
+    void expectScalarBits(const FFT& fft, const Message& message) const {
+        for (const Transform transform : transforms)
+            EXPECT_TRUE(haveSameBits(transformedIn(GetParam(), fft, transform, message),
+                                     transformedIn(test::scalarForm, fft, transform, message)))
+                << (transform == &FFT::forwardFFT ? "forward " : "backward ") << message.getSize();
+    }
+
+    test::Seeded random_{407};
+};
+
+using FFTFormsRealPreset = FFTForms;
+
+INSTANTIATE_TEST_SUITE_P(EveryVectorForm, FFTForms, testing::ValuesIn(test::vectorForms), test::formName);
+INSTANTIATE_TEST_SUITE_P(EveryVectorForm, FFTFormsRealPreset, testing::ValuesIn(test::vectorForms),
+                         test::formName);
+
+TEST_P(FFTForms, GiveTheBitsOfTheScalarForm) {
+    SCOPED_TRACE(random_.describe());
+    for (const u64 logDegree : {7, 13, 15}) {
+        const FFT fft(u64{1} << logDegree, {});
+        for (u64 logSlots = 0; logSlots < logDegree; ++logSlots)
+            for (const double radius : {1.0, 1e-300, 1e200})
+                expectScalarBits(fft, random_.message(logSlots, radius));
+    }
+}
+
+TEST_P(FFTFormsRealPreset, GiveTheBitsOfTheScalarForm) {
+    SCOPED_TRACE(random_.describe());
+    for (const u64 logDegree : {16, 17}) {
+        const FFT fft(u64{1} << logDegree, {});
+        expectScalarBits(fft, random_.message(logDegree - 1));
+        expectScalarBits(fft, random_.message(logDegree - 2));
+    }
+}
+
+TEST_P(FFTForms, GiveTheBitsOfTheScalarFormForZerosAndTheSmallestNumbers) {
+    const FFT fft(1024, {});
+    const double least = std::numeric_limits<double>::denorm_min();
+    for (const Complex value : {Complex(0.0, 0.0), Complex(-0.0, -0.0), Complex(-0.0, 0.0),
+                                Complex(least, -least), Complex(1e-310, 3.0)}) {
+        Message message(9, value);
+        expectScalarBits(fft, message);
+        message[77] = {-0.0, 1.0};
+        expectScalarBits(fft, message);
+    }
+}
+
+/// What overflows on the way, or is infinite or NaN from the start, wherever it lies.
+TEST_P(FFTForms, GiveTheBitsOfTheScalarFormForWhatIsNotFinite) {
+    SCOPED_TRACE(random_.describe());
+    const FFT fft(1024, {});
+    const double infinity = std::numeric_limits<double>::infinity();
+    for (const double value :
+         {infinity, -infinity, std::nan(""), -std::nan(""), 1.7e308, -1.7e308, 0x1p900, 0x1p901}) {
+        for (const u64 slot : {0, 1, 255, 511}) {
+            Message message = random_.message(9);
+            message[slot].imag(value);
+            expectScalarBits(fft, message);
+            expectScalarBits(fft, Message(9, Complex(value, 1.0)));
+        }
+    }
+}
+
+TEST_P(FFTForms, GiveTheSameBitsFromAnyTeam) {
+    SCOPED_TRACE(random_.describe());
+    const FFT fft(1u << 15, {});
+    const Message message = random_.message(14);
+    const int before = omp_get_max_threads();
+    for (const Transform transform : transforms) {
+        omp_set_num_threads(1);
+        const Message expected = transformedIn(GetParam(), fft, transform, message);
+        for (const int threads : {2, 3, 7}) {
+            omp_set_num_threads(threads);
+            EXPECT_TRUE(haveSameBits(transformedIn(GetParam(), fft, transform, message), expected))
+                << threads;
+        }
+    }
+    omp_set_num_threads(before);
+}
+
+TEST_P(FFTForms, LeaveTheMessageAloneWhereThereIsNoRoom) {
+    SCOPED_TRACE(random_.describe());
+    const FFT fft(1024, {});
+    const test::ForcedFeature forced(GetParam());
+    const Message original = random_.message(9);
+    for (const Transform transform : transforms) {
+        Message message = original;
+        bool hasFailed = false;
+        {
+            const test::FailingAllocation failing(0, test::FailingAllocation::Thread::Calling);
+            EXPECT_THROW((fft.*transform)(message), std::bad_alloc);
+            hasFailed = failing.hasFailed();
+        }
+        EXPECT_TRUE(hasFailed);
+        EXPECT_TRUE(haveSameBits(message, original));
+    }
 }
 
 TEST(FFT, ThreadsTransformDifferentMessagesAtOnce) {
