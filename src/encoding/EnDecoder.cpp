@@ -2,6 +2,7 @@
 
 #include "arithmetic/elements/Messages.hpp"
 #include "arithmetic/elements/Polynomial.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "context/ContextContent.hpp"
 #include "context/SameRing.hpp"
 #include "core/Failure.hpp"
@@ -19,36 +20,37 @@ namespace Torvo {
 
 namespace {
 
-/// Reads the coefficients 0, step, 2 * step, ... of row i of a polynomial in either form.
-class StridedRow {
-public:
-    StridedRow(const PrimeModuli& primes, const Polynomial& mx, u64 i, u64 step)
-        : step_(step), words_(primes.getDegree()) {
-        std::copy_n(mx.getRow(i), primes.getDegree(), words_.getData());
-        if (mx.isNTT()) primes[i].getNTT().computeBackward<1>(words_.getData());
-    }
-    u64 operator[](u64 k) const { return words_[k * step_]; }
-
-private:
-    u64 step_;
-    DeviceSpecificArray<u64> words_;
-};
-
-std::vector<double> decodeFromOnePrime(const PrimeModuli& primes, const Polynomial& mx, u64 count,
-                                       double factor) {
-    const StridedRow row(primes, mx, 0, primes.getDegree() / count);
-    std::vector<double> values(count);
-    for (u64 i = 0; i < count; ++i) values[i] = centred(row[i], primes.getPrime(0)) * factor;
-    return values;
+/// The first `count` rows of a polynomial in either form, on coefficients.
+DeviceSpecificArray<u64> firstRows(const PrimeModuli& primes, const Polynomial& mx, u64 count) {
+    const u64 degree = primes.getDegree();
+    DeviceSpecificArray<u64> rows(count * degree);
+    forEachIndex(count, [&](u64 i) {
+        u64* row = rows.getData() + i * degree;
+        std::copy_n(mx.getRow(i), degree, row);
+        if (mx.isNTT()) primes[i].getNTT().computeBackward<1>(row);
+    });
+    return rows;
 }
 
-std::vector<double> decodeFromTwoPrimes(const PrimeModuli& primes, const Polynomial& mx, u64 count,
-                                        double factor) {
-    const TwoPrimeReader read(primes);
-    const u64 step = primes.getDegree() / count;
-    const StridedRow row0(primes, mx, 0, step), row1(primes, mx, 1, step);
+/// The `count` coefficients of a polynomial at stride degree / count, times `factor`, from its first prime or two.
+std::vector<double> decodeCoefficients(const PrimeModuli& primes, const Polynomial& mx, u64 count,
+                                       double factor) {
+    const u64 degree = primes.getDegree(), step = degree / count;
     std::vector<double> values(count);
-    for (u64 i = 0; i < count; ++i) values[i] = read(row0[i], row1[i]) * factor;
+    const auto fill = [&](auto&& coefficientAt) {
+        forEachShare(count, [&](u64 begin, u64 end) {
+            for (u64 i = begin; i < end; ++i) values[i] = coefficientAt(i * step) * factor;
+        });
+    };
+    if (mx.getLevel() == 0) {
+        const auto row = firstRows(primes, mx, 1);
+        fill([&](u64 k) { return centred(row[k], primes.getPrime(0)); });
+        return values;
+    }
+    const auto rows = firstRows(primes, mx, 2);
+    const u64* row1 = rows.getData() + degree;
+    const TwoPrimeReader read(primes);
+    fill([&](u64 k) { return read(rows[k], row1[k]); });
     return values;
 }
 
@@ -68,8 +70,7 @@ Plaintext onHost(Plaintext plaintext) {
 std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, u64 log_slots) {
     const u64 count = u64{2} << log_slots;
     const double factor = std::pow(2.0, -context->scale_factors.log_scale[mx.getLevel()]);
-    return mx.getLevel() == 0 ? decodeFromOnePrime(context->primes, mx, count, factor)
-                              : decodeFromTwoPrimes(context->primes, mx, count, factor);
+    return decodeCoefficients(context->primes, mx, count, factor);
 }
 
 } // namespace
