@@ -106,6 +106,15 @@ public:
     void sub(const Polynomial& a, const Polynomial& b, Polynomial& out) const;
     void negate(const Polynomial& a, Polynomial& out) const;
     void hadamardMult(const Polynomial& a, const Polynomial& b, Polynomial& out) const;
+    /// out = a * b + c. The product may reveal a key: elsewhere than in `out` it is wiped.
+    template <class Validator>
+    void hadamardMultAdd(const Polynomial& a, const Polynomial& b, const Polynomial& c, Polynomial& out,
+                         Validator validator) const;
+    /// out = forwardNTT(out) - a * b. The product, which may reveal a key, is wiped.
+    void forwardNTTLessProduct(const Polynomial& a, const Polynomial& b, Polynomial& out) const;
+    /// out += a * constants[i] on row i of the validator. The product is wiped too.
+    template <class Validator>
+    void addConstMult(const Polynomial& a, const u64* constants, Polynomial& out, Validator validator) const;
     /// out1 = a * b1, out2 = a * b2; the common factor is the first argument.
     void hadamardMultTwo(const Polynomial& a, const Polynomial& b1, const Polynomial& b2, Polynomial& out1,
                          Polynomial& out2) const;

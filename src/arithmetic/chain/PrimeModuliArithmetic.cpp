@@ -44,6 +44,42 @@ void PrimeModuli::hadamardMult(const Polynomial& a, const Polynomial& b, Polynom
                [&](u64 i) { moduli_[i].mulVector(out.getRow(i), a.getRow(i), b.getRow(i), degree_); });
 }
 
+template <class Validator>
+void PrimeModuli::hadamardMultAdd(const Polynomial& a, const Polynomial& b, const Polynomial& c,
+                                  Polynomial& out, Validator validator) const {
+    const auto bound = shapeResult(*this, {"mulVectorCUDA", "hadamardMult"}, {a, b, c}, {{out, true}});
+    ScratchRows products(&out == &c ? degree_ : 0, Scratch::Wiped);
+    forEachRow(bound.where(validator), [&](u64 i) {
+        u64* product = &out == &c ? products.mine() : out.getRow(i);
+        moduli_[i].mulVector(product, a.getRow(i), b.getRow(i), degree_);
+        moduli_[i].addVector(out.getRow(i), product, c.getRow(i), degree_);
+    });
+}
+
+void PrimeModuli::forwardNTTLessProduct(const Polynomial& a, const Polynomial& b, Polynomial& out) const {
+    const auto bound = shapeResult(*this, {"mulVectorCUDA", "hadamardMult"}, {a, b, out}, {{out, true}});
+    ScratchRows products(degree_, Scratch::Wiped);
+    forEachRow(bound.live(), [&](u64 i) {
+        u64* row = out.getRow(i);
+        moduli_[i].mulVector(products.mine(), a.getRow(i), b.getRow(i), degree_);
+        moduli_[i].getNTT().computeForward<1>(row);
+        moduli_[i].subVector(row, row, products.mine(), degree_);
+    });
+}
+
+template <class Validator>
+void PrimeModuli::addConstMult(const Polynomial& a, const u64* constants, Polynomial& out,
+                               Validator validator) const {
+    const auto bound =
+        shapeResult(*this, {"constMultBatchCUDA", "constMult"}, {a, out}, {{out, out.isNTT()}});
+    ScratchRows products(degree_, Scratch::Wiped);
+    forEachRow(bound.where(validator), [&](u64 i) {
+        u64* row = out.getRow(i);
+        moduli_[i].constMult<1>(a.getRow(i), constants[i], products.mine(), degree_);
+        moduli_[i].addVector(row, row, products.mine(), degree_);
+    });
+}
+
 void PrimeModuli::hadamardMultTwo(const Polynomial& a, const Polynomial& b1, const Polynomial& b2,
                                   Polynomial& out1, Polynomial& out2) const {
     const auto bound =
@@ -112,6 +148,14 @@ void PrimeModuli::innerProduct(const std::vector<ProductPair>& pairs, Polynomial
     });
 }
 
+template void PrimeModuli::addConstMult(const Polynomial&, const u64*, Polynomial&,
+                                        OutputModulusBoundValidator) const;
+template void PrimeModuli::addConstMult(const Polynomial&, const u64*, Polynomial&,
+                                        ModUpOutputModulusBoundEvalValidator) const;
+template void PrimeModuli::hadamardMultAdd(const Polynomial&, const Polynomial&, const Polynomial&,
+                                           Polynomial&, OutputModulusBoundValidator) const;
+template void PrimeModuli::hadamardMultAdd(const Polynomial&, const Polynomial&, const Polynomial&,
+                                           Polynomial&, ModUpOutputModulusBoundEvalValidator) const;
 template void PrimeModuli::add(const Polynomial&, const Polynomial&, Polynomial&, AlwaysValidator) const;
 template void PrimeModuli::add(const Polynomial&, const Polynomial&, Polynomial&,
                                OutputModulusBoundValidator) const;

@@ -166,6 +166,45 @@ const std::vector<Operation>& operations() {
          {alwaysNTT},
          [](const Call& c) { c.primes.hadamardMult(*c.in[0], *c.in[1], *c.out[0]); },
          [](const Row& r, const Rows& in) { return Rows{r.mult(in[0], in[1])}; }},
+        {"HadamardMultAdd",
+         "hadamardMult",
+         3,
+         {alwaysNTT},
+         [](const Call& c) {
+             const u64 level = std::min(c.in[0]->getLevel(), c.in[1]->getLevel());
+             const ModUpOutputModulusBoundEvalValidator live(level, c.in[0]->getNumBase());
+             c.primes.hadamardMultAdd(*c.in[0], *c.in[1], *c.in[2], *c.out[0], live);
+         },
+         [](const Row& r, const Rows& in) { return Rows{r.add(r.mult(in[0], in[1]), in[2])}; }},
+        {"ForwardNTTLessProduct",
+         "hadamardMult",
+         3,
+         {alwaysNTT},
+         [](const Call& c) {
+             if (c.out[0] == c.in[2]) return c.primes.forwardNTTLessProduct(*c.in[0], *c.in[1], *c.out[0]);
+             const Polynomial a = *c.in[0], b = *c.in[1];
+             Polynomial minuend = *c.in[2];
+             minuend.setLevel(std::min(minuend.getLevel(), b.getLevel()));
+             c.primes.constMult(minuend, 1, *c.out[0]);
+             c.primes.forwardNTTLessProduct(a, b, *c.out[0]);
+         },
+         [](const Row& r, const Rows& in) {
+             return Rows{r.sub(r.transform().forward(in[2]), r.mult(in[0], in[1]))};
+         }},
+        {"AddConstMult",
+         "constMult",
+         2,
+         {1},
+         [](const Call& c) {
+             const u64 level = std::min(c.in[0]->getLevel(), c.in[1]->getLevel());
+             const ModUpOutputModulusBoundEvalValidator live(level, c.in[0]->getNumBase());
+             if (c.out[0] == c.in[1])
+                 return c.primes.addConstMult(*c.in[0], constants.data(), *c.out[0], live);
+             const Polynomial a = *c.in[0];
+             *c.out[0] = *c.in[1];
+             c.primes.addConstMult(a, constants.data(), *c.out[0], live);
+         },
+         [](const Row& r, const Rows& in) { return Rows{r.add(in[1], r.mult(in[0], constants[r.i]))}; }},
         {"HadamardMultTwo",
          "hadamardMultTwo",
          3,
