@@ -192,6 +192,45 @@ TEST(Decryptor, ReadsCoefficientsWithoutTheEmbedding) {
         randomCiphertext<EncryptionType::MLWE>(module(), random, 2, getRank(module()) + 1));
 }
 
+/// Whoever decodes a ciphertext that owes no rescale pays for two rows: the others may hold anything.
+template <EncryptionType E>
+void expectDecodedFromTwoRows(const Context& context, const SecretKeyBase<E>& secretKey,
+                              CiphertextBase<E> ciphertext) {
+    ciphertext.setRescaleCounter(0);
+    Message expected, got;
+    Decryptor(context).decrypt(ciphertext, secretKey, expected);
+    expectDecodedPlaintext(context, secretKey, ciphertext);
+    for (Polynomial& poly : ciphertext.getPolys().getPolys())
+        std::fill(poly.getRow(2), poly.getData().end(), 0);
+    Decryptor(context).decrypt(ciphertext, secretKey, got);
+    ASSERT_EQ(got.getSize(), expected.getSize());
+    EXPECT_TRUE(std::equal(got.begin(), got.end(), expected.begin()));
+}
+
+TEST(Decryptor, DecodesFromTwoRowsWhatOwesNoRescale) {
+    Seeded random(68);
+    SCOPED_TRACE(random.describe());
+    for (const bool isModUp : {false, true}) {
+        for (const u64 level : {2, 24})
+            expectDecodedFromTwoRows(fx(), key(),
+                                     randomCiphertext<EncryptionType::RLWE>(fx(), random, level, 3, isModUp));
+        expectDecodedFromTwoRows(
+            module(), moduleKey(),
+            randomCiphertext<EncryptionType::MLWE>(module(), random, 2, getRank(module()) + 1, isModUp));
+    }
+}
+
+TEST(Decryptor, DecodesWhatHasOneRowOrTwo) {
+    Seeded random(69);
+    SCOPED_TRACE(random.describe());
+    for (const u64 level : {0, 1}) {
+        auto ciphertext = randomCiphertext<EncryptionType::RLWE>(fx(), random, level, 2);
+        ciphertext.setRescaleCounter(0);
+        expectDecodedPlaintext(fx(), key(), ciphertext);
+        expectDecodedCoefficients(fx(), key(), ciphertext);
+    }
+}
+
 // ---- what is refused
 
 TEST(Decryptor, RefusesTheOtherEncoding) {
