@@ -136,6 +136,8 @@ const NamedOperation operations[] = {
     {"encryptWithSecretKey", [](Workbench& w) { w.encryptor.encrypt(w.message, w.secretKey, w.out); }},
     {"decrypt", [](Workbench& w) { w.decryptor.decrypt(w.a, w.secretKey, w.decoded); }},
     {"genMultKey", [](Workbench& w) { w.generator.genMultKey(); }},
+    {"genRotKey", [](Workbench& w) { w.generator.genLeftRotKey(8); }},
+    {"genEncKey", [](Workbench& w) { w.generator.genEncKey(); }},
     {"saveCiphertext",
      [](Workbench& w) {
          benchmark::DoNotOptimize(bytesOf([&](std::ostream& stream) { w.a.save(stream); }));

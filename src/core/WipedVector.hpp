@@ -17,6 +17,7 @@ public:
     WipedVector& operator=(const WipedVector&) = delete;
 
     u64 size() const { return values_.size(); }
+    T* data() { return values_.data(); }
     const T* data() const { return values_.data(); }
     T& operator[](u64 i) { return values_[i]; }
     const T& operator[](u64 i) const { return values_[i]; }

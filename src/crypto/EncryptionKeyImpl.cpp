@@ -19,13 +19,11 @@ EncryptionKeyImpl::EncryptionKeyImpl(const Context& keyContext, const SecretKey&
     : EncryptionKeyImpl(keyContext) {
     const u64 level = context->parameter.encryption_level;
     requireSameRows(secretKey.getContext(), context, level, false, message::encryptionKeyOfForeignSecret);
-    SecretPolynomial error(context, false, level), hidden(context, false, level);
+    SecretPolynomial hidden(context, false, level);
     ax.setLevel(level);
     populateUniformPoly(ax, true);
-    RandomSampler().sampleGaussian(error, context);
-    context->primes.forwardNTT(error, error);
-    context->primes.hadamardMult(ax, secretKey.getSx(0), hidden);
-    context->primes.sub(error, hidden, hidden);
+    RandomSampler().sampleGaussian(hidden, context);
+    context->primes.forwardNTTLessProduct(ax, secretKey.getSx(0), hidden);
     bx = hidden.release();
 }
 

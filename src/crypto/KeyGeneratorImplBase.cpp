@@ -26,21 +26,17 @@ void KeyGeneratorImplBase::genSwitchingKeyBx(const Context& context, const RNSDe
                                              const Polynomial& sFrom, const Polynomial& sTo,
                                              const Polynomial* ax, Polynomial* bx) const {
     const Ring ring = ringOf(context);
+    const PrimeModuli& primes = context->primes;
     const u64* pMod = decomposeData.getPMod(Device{});
     const u64* hatQMod = decomposeData.getHatQMod(Device{});
-    SecretPolynomial error(context, true, ring.numBase - 1);
-    SecretPolynomial gadget(context, true, ring.numBase - 1);
+    DeviceSpecificArray<u64> factors(ring.numBase); // P * hatQ of the digit that the prime is in
+    for (u64 i = 0; i < ring.numBase; ++i) factors[i] = primes[i].mult(pMod[i], hatQMod[i]);
     for (u64 j = 0; j < ring.gadget_rank; ++j) {
-        sampler_.sampleGaussian(error, context);
-        context->primes.forwardNTT(error, error);
         SecretPolynomial hidden(context, true, ring.numBase - 1);
-        context->primes.hadamardMult(ax[j], sTo, hidden);
-        context->primes.sub(error, hidden, hidden);
-
-        const OutputModulusBoundValidator block(ring.digitBegin(j), ring.digitEnd(j));
-        context->primes.constMult(sFrom, pMod, gadget, block);
-        context->primes.constMult(gadget, hatQMod, gadget, block);
-        context->primes.add(hidden, gadget, hidden, block);
+        sampler_.sampleGaussian(hidden, context);
+        primes.forwardNTTLessProduct(ax[j], sTo, hidden);
+        const OutputModulusBoundValidator digit(ring.digitBegin(j), ring.digitEnd(j));
+        primes.addConstMult(sFrom, factors.getData(), hidden, digit);
         bx[j] = hidden.release();
     }
 }

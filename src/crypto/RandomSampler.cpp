@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <numbers>
 #include <tuple>
 #include <utility>
@@ -32,10 +33,16 @@ std::pair<long, long> gaussianPair(u64 word, double sigma) {
     return {std::lround(sigma * r * std::cos(theta)), std::lround(sigma * r * std::sin(theta))};
 }
 
+/// The words are drawn on the calling thread; a team shares the computation.
 void fillGaussian(SmallCoefficients& coefficients, double sigma) {
+    utils::WipedVector<u64> words(coefficients.size() / 2);
     auto& generator = threadGenerator();
-    for (u64 i = 0; i < coefficients.size(); i += 2)
-        std::tie(coefficients[i], coefficients[i + 1]) = gaussianPair(generator(), sigma);
+    generator.makeBuffer();
+    generator.getRandomNumbers(words.data(), words.size());
+    forEachShare(words.size(), [&](u64 begin, u64 end) {
+        for (u64 i = begin; i < end; ++i)
+            std::tie(coefficients[2 * i], coefficients[2 * i + 1]) = gaussianPair(words[i], sigma);
+    });
 }
 
 /// One row of uniform residues, from the executing thread's generator.
@@ -73,14 +80,12 @@ void fillZO(SmallCoefficients& coefficients) {
 /// Stores the residues of the same small polynomial in all rows.
 void spread(const SmallCoefficients& coefficients, const PrimeModuli& primes, Polynomial& poly) {
     poly.setNTT(false);
-    forEachIndex(poly.rowEnd(), [&](u64 i) {
-        const u64 prime = primes.getPrime(i);
-        u64* row = poly.getRow(i);
-        for (u64 k = 0; k < coefficients.size(); ++k) {
-            const long e = coefficients[k];
-            row[k] = e < 0 ? prime - static_cast<u64>(-e) : static_cast<u64>(e);
-        }
-    });
+    // Signed and unsigned words may stand for each other in memory.
+    const u64* words = reinterpret_cast<const u64*>(coefficients.data());
+    u64 greatest = 0;
+    for (u64 k = 0; k < coefficients.size(); ++k) greatest |= static_cast<u64>(std::labs(coefficients[k]));
+    forEachIndex(poly.rowEnd(),
+                 [&](u64 i) { primes[i].residueVector(words, greatest, poly.getRow(i), poly.getDegree()); });
 }
 
 } // namespace
