@@ -4,6 +4,8 @@
 #include "arithmetic/kernels/Centred.hpp"
 #include "core/Integers.hpp"
 
+#include <bit>
+
 namespace Torvo {
 
 /// Reads integers from their residues modulo the first two primes of a chain: y = x0 + q0 * t with t = (x1 - x0) / q0
@@ -11,28 +13,33 @@ namespace Torvo {
 class TwoPrimeReader {
 public:
     explicit TwoPrimeReader(const PrimeModuli& primes)
-        : m1_(primes[1]), q0_(primes.getPrime(0)), q1_(primes.getPrime(1)),
-          inverse_(m1_.inverse(m1_.reduce(q0_))) {}
+        : m1_(primes[1]), q0_(primes.getPrime(0)), inverse_(m1_.inverse(m1_.reduce(q0_))),
+          product_(u128{q0_} * primes.getPrime(1)) {}
 
     /// The integer nearest to zero that is x0 modulo prime 0 and x1 modulo prime 1. Its magnitude is rounded once.
     double operator()(u64 x0, u64 x1) const {
         const u64 t = m1_.mult(m1_.sub(x1, m1_.reduce(x0)), inverse_);
-        // Most integers are smaller than q0: theirs is a conversion of one word.
-        if (t == 0) return toDouble(x0);
-        if (t + 1 == q1_ && x0 < q0_) return -toDouble(q0_ - x0);
-        const u128 product = u128{q0_} * q1_;
         u128 y = u128{q0_} * t + x0;
-        if (y >= product) y -= product; // for a word x0 that is not reduced
-        return centred(y, product);
+        if (y >= product_) y -= product_; // for a word x0 that is not reduced
+        return y > product_ >> 1 ? -nearestDouble(product_ - y) : nearestDouble(y);
     }
 
 private:
-    /// A signed conversion is one instruction.
-    static double toDouble(u64 x) { return static_cast<double>(static_cast<long>(x)); }
+    /// The double nearest to x < 2^126, as a conversion by the compiler gives it, which calls a function.
+    static double nearestDouble(u128 x) {
+        if (x >> 63 == 0) return static_cast<double>(static_cast<long>(x));
+        // The leading 63 bits; the last of them says whether anything is below, which decides a tie.
+        const int dropped = std::bit_width(static_cast<u64>(x >> 63));
+        const u128 rest = x & ((u128{1} << dropped) - 1);
+        const u64 leading = static_cast<u64>(x >> dropped) | (rest != 0 ? 1 : 0);
+        return static_cast<double>(static_cast<long>(leading)) *
+               std::bit_cast<double>(static_cast<u64>(1023 + dropped) << 52);
+    }
 
     const Modulus& m1_;
-    u64 q0_, q1_;
+    u64 q0_;
     u64 inverse_; ///< of prime 0, modulo prime 1
+    u128 product_;
 };
 
 } // namespace Torvo

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
 
 namespace Torvo {
 
@@ -32,26 +31,25 @@ DeviceSpecificArray<u64> firstRows(const PrimeModuli& primes, const Polynomial& 
     return rows;
 }
 
-/// The `count` coefficients of a polynomial at stride degree / count, times `factor`, from its first prime or two.
-std::vector<double> decodeCoefficients(const PrimeModuli& primes, const Polynomial& mx, u64 count,
-                                       double factor) {
+/// Calls store(i, c) for i < count, c being coefficient i * degree / count of a polynomial, times `factor`, from its
+/// first prime or two.
+template <class Store>
+void decodeCoefficients(const PrimeModuli& primes, const Polynomial& mx, u64 count, double factor,
+                        Store&& store) {
     const u64 degree = primes.getDegree(), step = degree / count;
-    std::vector<double> values(count);
-    const auto fill = [&](auto&& coefficientAt) {
+    const auto storeAll = [&](auto&& coefficientAt) {
         forEachShare(count, [&](u64 begin, u64 end) {
-            for (u64 i = begin; i < end; ++i) values[i] = coefficientAt(i * step) * factor;
+            for (u64 i = begin; i < end; ++i) store(i, coefficientAt(i * step) * factor);
         });
     };
     if (mx.getLevel() == 0) {
         const auto row = firstRows(primes, mx, 1);
-        fill([&](u64 k) { return centred(row[k], primes.getPrime(0)); });
-        return values;
+        return storeAll([&](u64 k) { return centred(row[k], primes.getPrime(0)); });
     }
     const auto rows = firstRows(primes, mx, 2);
     const u64* row1 = rows.getData() + degree;
     const TwoPrimeReader read(primes);
-    fill([&](u64 k) { return read(rows[k], row1[k]); });
-    return values;
+    storeAll([&](u64 k) { return read(rows[k], row1[k]); });
 }
 
 /// A copy of the plaintext's polynomial, on coefficients, brought down by the rescales it owes.
@@ -67,10 +65,22 @@ Plaintext onHost(Plaintext plaintext) {
     return plaintext;
 }
 
-std::vector<double> decodeSettled(const Context& context, const Polynomial& mx, u64 log_slots) {
-    const u64 count = u64{2} << log_slots;
-    const double factor = std::pow(2.0, -context->scale_factors.log_scale[mx.getLevel()]);
-    return decodeCoefficients(context->primes, mx, count, factor);
+void requireDecodable(const Context& context, const Plaintext& plaintext) {
+    require(plaintext.getLogSlots() < context->parameter.log_degree, message::encodeSizeTooLarge);
+    require(plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()),
+            message::rescaleCounterAboveLevel);
+    require(isOfRing(context, plaintext.getMx()), message::operandsOfOtherRing);
+}
+
+/// The same for the coefficients that a plaintext on the host encodes, two for each slot.
+template <class Store>
+void decodeCoefficients(const Context& context, const Plaintext& plaintext, Store&& store) {
+    const auto decodeSettled = [&](const Polynomial& mx) {
+        const double factor = std::pow(2.0, -context->scale_factors.log_scale[mx.getLevel()]);
+        decodeCoefficients(context->primes, mx, u64{2} << plaintext.getLogSlots(), factor, store);
+    };
+    if (plaintext.getRescaleCounter() == 0) return decodeSettled(plaintext.getMx());
+    decodeSettled(settle(context->primes, plaintext));
 }
 
 } // namespace
@@ -96,26 +106,30 @@ Plaintext EnDecoder::encodeWithoutNTT(const std::vector<double>& coefficients, u
 }
 
 Message EnDecoder::decode(const Plaintext& plaintext) const {
-    const std::vector<double> values = decodeWithoutFFT(plaintext);
-    const u64 slots = values.size() / 2;
+    if (plaintext.getDevice() != Device{}) {
+        Message message = decode(onHost(plaintext));
+        message.to(plaintext.getDevice());
+        return message;
+    }
+    requireDecodable(context_, plaintext);
+    const u64 slots = u64{1} << plaintext.getLogSlots();
     Message message;
     message.impl().resize(slots);
-    std::complex<double>* slot = message.begin();
-    for (u64 i = 0; i < slots; ++i) slot[i] = {values[i], values[i + slots]};
+    // An array of complex numbers is one of their parts, by the rules of std::complex.
+    auto* parts = reinterpret_cast<double*>(message.begin());
+    decodeCoefficients(context_, plaintext, [parts, slots](u64 i, double x) {
+        parts[i < slots ? 2 * i : 2 * (i - slots) + 1] = x;
+    });
     context_->fft.forwardFFT(message);
-    if (plaintext.getDevice() != Device{}) message.to(plaintext.getDevice());
     return message;
 }
 
 std::vector<double> EnDecoder::decodeWithoutFFT(const Plaintext& plaintext) const {
     if (plaintext.getDevice() != Device{}) return decodeWithoutFFT(onHost(plaintext));
-    require(plaintext.getLogSlots() < context_->parameter.log_degree, message::encodeSizeTooLarge);
-    require(plaintext.getRescaleCounter() <= static_cast<int>(plaintext.getLevel()),
-            message::rescaleCounterAboveLevel);
-    require(isOfRing(context_, plaintext.getMx()), message::operandsOfOtherRing);
-    if (plaintext.getRescaleCounter() == 0)
-        return decodeSettled(context_, plaintext.getMx(), plaintext.getLogSlots());
-    return decodeSettled(context_, settle(context_->primes, plaintext), plaintext.getLogSlots());
+    requireDecodable(context_, plaintext);
+    std::vector<double> values(u64{2} << plaintext.getLogSlots());
+    decodeCoefficients(context_, plaintext, [&](u64 i, double x) { values[i] = x; });
+    return values;
 }
 
 } // namespace Torvo

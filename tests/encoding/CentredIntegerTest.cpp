@@ -55,6 +55,22 @@ TEST_F(TwoPrimes, AreReadRightWhereOneFormOfTheSumFollowsAnother) {
         }
 }
 
+/// Numbers of more than 53 bits, halfway between two doubles or one beside that.
+TEST_F(TwoPrimes, AreRoundedToTheNearestDouble) {
+    const int bits = static_cast<int>(msb(product));
+    ASSERT_GT(bits, 90);
+    for (int top = 52; top < bits - 1; ++top)
+        for (const u64 leading : {0x10000000000001u, 0x1fffffffffffffu, 0x15555555555554u}) {
+            const int shift = top - 52;
+            const BigInt x = BigInt(leading) << shift,
+                         half = shift == 0 ? BigInt(0) : BigInt(1) << (shift - 1);
+            for (const BigInt& y : std::vector<BigInt>{x, x + half - 1, x + half, x + half + 1}) {
+                expectRead(y);
+                expectRead(-y);
+            }
+        }
+}
+
 /// The residue of a negative multiple of a prime may be the prime itself.
 TEST_F(TwoPrimes, AreReadRightWhereAResidueIsThePrimeItself) {
     const TwoPrimeReader reader(primes);
