@@ -19,21 +19,31 @@ public:
     /// The integer nearest to zero that is x0 modulo prime 0 and x1 modulo prime 1. Its magnitude is rounded once.
     double operator()(u64 x0, u64 x1) const {
         const u64 t = m1_.mult(m1_.sub(x1, m1_.reduce(x0)), inverse_);
+        // Signs of coefficients are random: none is worth a jump.
+        const bool isBelowZero = (t + 1 == m1_.getPrime()) & (x0 < q0_);
+        if ((t == 0) | isBelowZero) return withSign(isBelowZero, toDouble(isBelowZero ? q0_ - x0 : x0));
         u128 y = u128{q0_} * t + x0;
         if (y >= product_) y -= product_; // for a word x0 that is not reduced
-        return y > product_ >> 1 ? -nearestDouble(product_ - y) : nearestDouble(y);
+        const bool isNegative = y > product_ >> 1;
+        const u128 mask = -u128{isNegative};
+        return withSign(isNegative, nearestDouble((y ^ mask) - mask + (product_ & mask)));
     }
 
 private:
     /// The double nearest to x < 2^126, as a conversion by the compiler gives it, which calls a function.
     static double nearestDouble(u128 x) {
-        if (x >> 63 == 0) return static_cast<double>(static_cast<long>(x));
+        if (x >> 63 == 0) return toDouble(static_cast<u64>(x));
         // The leading 63 bits; the last of them says whether anything is below, which decides a tie.
         const int dropped = std::bit_width(static_cast<u64>(x >> 63));
         const u128 rest = x & ((u128{1} << dropped) - 1);
         const u64 leading = static_cast<u64>(x >> dropped) | (rest != 0 ? 1 : 0);
-        return static_cast<double>(static_cast<long>(leading)) *
-               std::bit_cast<double>(static_cast<u64>(1023 + dropped) << 52);
+        return toDouble(leading) * std::bit_cast<double>(static_cast<u64>(1023 + dropped) << 52);
+    }
+    /// For x < 2^63, whose conversion is one instruction.
+    static double toDouble(u64 x) { return static_cast<double>(static_cast<long>(x)); }
+    /// -x or x, for x >= 0.
+    static double withSign(bool isNegative, double x) {
+        return std::bit_cast<double>(std::bit_cast<u64>(x) | u64{isNegative} << 63);
     }
 
     const Modulus& m1_;
