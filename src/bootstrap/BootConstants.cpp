@@ -1,5 +1,6 @@
 #include "bootstrap/BootConstants.hpp"
 
+#include "arithmetic/chain/PrimeModuliSparse.hpp"
 #include "arithmetic/kernels/ThrowingLoop.hpp"
 #include "bootstrap/BootParameter.hpp"
 #include "context/ContextContent.hpp"
@@ -45,12 +46,26 @@ struct StageDiagonals {
     u64 count = 0;
 };
 
+/// The product of the inverses of the first `count` radix-2 factors of a transform of `points` points.
+SparseComplexMatrix buildInverseBlock(u64 points, u64 count) {
+    std::vector<SparseComplexMatrix> factors = BootConstants::buildFactors(points, count);
+    for (auto& factor : factors) {
+        factor.conjugateTranspose();
+        factor *= 0.5;
+    }
+    SparseComplexMatrix merged = std::move(factors[0]);
+    for (u64 k = 1; k < count; ++k) {
+        const SparseComplexMatrix factor = std::move(factors[k]); // its memory goes with it
+        merged = factor * merged;
+    }
+    return merged;
+}
+
 } // namespace
 
 BootConstants::BootConstants(u64 log_slots, double coeff_to_slot_constant, double slot_to_coeff_constant,
                              const Context& context, std::shared_ptr<EnDecoder> encoder)
-    : log_slots_(log_slots), num_slots_(u64{1} << log_slots), context_(context),
-      encoder_(std::move(encoder)) {
+    : log_slots_(log_slots), context_(context), encoder_(std::move(encoder)) {
     v0_encodings_.set(Device{}, {});
     inv_v0_encodings_.set(Device{}, {});
     generateDFTEncodings(coeff_to_slot_constant, slot_to_coeff_constant);
@@ -82,7 +97,7 @@ void BootConstants::load(const Device& device) {
     inv_v0_encodings_.ensure(device);
 }
 
-void BootConstants::buildPartialMatrix(u64 row, u64 col, u64 size, SparseComplexMatrix& matrix) const {
+void BootConstants::buildPartialMatrix(u64 row, u64 col, u64 size, SparseComplexMatrix& matrix) {
     const u64 half = size / 2;
     for (u64 i = 0, e = 1; i < half; ++i, e = 5 * e % (4 * size)) {
         const double angle = static_cast<double>(e) * twoPi / static_cast<double>(4 * size);
@@ -94,31 +109,50 @@ void BootConstants::buildPartialMatrix(u64 row, u64 col, u64 size, SparseComplex
     }
 }
 
-void BootConstants::buildV0(std::vector<SparseComplexMatrix>& matrices) const {
-    matrices.assign(log_slots_, SparseComplexMatrix(num_slots_, num_slots_, 2, 2));
-    for (u64 s = 0; s < log_slots_; ++s)
-        for (u64 base = 0, size = num_slots_ >> s; base < num_slots_; base += size)
-            buildPartialMatrix(base, base, size, matrices[s]);
+std::vector<SparseComplexMatrix> BootConstants::buildFactors(u64 points, u64 count) {
+    std::vector<SparseComplexMatrix> factors(count, SparseComplexMatrix(points, points, 2, 2));
+    for (u64 s = 0; s < count; ++s)
+        for (u64 base = 0, size = points >> s; base < points; base += size)
+            buildPartialMatrix(base, base, size, factors[s]);
+    return factors;
 }
 
-Message BootConstants::extractDiagonal(const SparseComplexMatrix& matrix, long diag) const {
-    const u64 rows = matrix.getRows(), cols = matrix.getCols();
-    while (diag < 0) diag += static_cast<long>(cols);
+Message BootConstants::extractDiagonal(const SparseComplexMatrix& matrix, long diag, Corner corner) {
+    const auto rows = static_cast<long>(matrix.getRows()), cols = static_cast<long>(matrix.getCols());
+    while (corner == Corner::Wraps && diag < 0) diag += cols;
     Message diagonal;
-    diagonal.impl().resize(rows);
-    for (u64 i = 0; i < rows; ++i) diagonal[i] = matrix.coeff(i, (i + static_cast<u64>(diag)) % cols);
+    diagonal.impl().resize(matrix.getRows());
+    for (long i = 0; i < rows; ++i) {
+        const long col = corner == Corner::Wraps ? (i + diag) % cols : i + diag;
+        const bool isOutside = col < 0 || cols <= col;
+        diagonal[static_cast<u64>(i)] =
+            isOutside ? 0.0 : matrix.coeff(static_cast<u64>(i), static_cast<u64>(col));
+    }
     return diagonal;
 }
 
-std::vector<Plaintext> BootConstants::encodeStage(const SparseComplexMatrix& matrix, u64 stage, double factor,
+/// A message of n slots that has the period P is encoded as its first P slots are: every stage of the embedding
+/// of distance P and more doubles P numbers exactly and makes zeros of the others, and the division by n, a
+/// power of two, is exact too. So the words are the same, and the polynomial is one in X^(N / 2P).
+Plaintext BootConstants::encodePeriodic(const Message& period, u64 level) const {
+    const u64 gap = context_->parameter.degree / (2 * period.getSize());
+    if (gap == 1) return encoder_->encode(period, level, 0);
+    Plaintext plaintext = encoder_->encodeWithoutNTT(period, level, 0);
+    forwardNTTOfSparse(context_->primes, plaintext.getMx(), gap);
+    plaintext.setLogSlots(log_slots_);
+    return plaintext;
+}
+
+std::vector<Plaintext> BootConstants::encodeStage(const SparseComplexMatrix& block, u64 stage, double factor,
                                                   u64 level) const {
     const StageDiagonals diagonals(RadixDecomposition(log_slots_), stage);
+    const Corner corner = stage == 0 ? Corner::Wraps : Corner::Ends;
     std::vector<std::optional<Plaintext>> encoded(diagonals.count);
     forEachIndexOrThrow(encoded.size(), [&](u64 entry) {
         const auto k = static_cast<long>(entry);
-        Message diagonal = extractDiagonal(matrix, diagonals.index(k));
+        Message diagonal = extractDiagonal(block, diagonals.index(k), corner);
         for (auto& slot : diagonal) slot *= factor;
-        encoded[entry] = encoder_->encode(rightRotate(diagonal, diagonals.giantRotation(k)), level, 0);
+        encoded[entry] = encodePeriodic(rightRotate(diagonal, diagonals.giantRotation(k)), level);
     });
     std::vector<Plaintext> plaintexts;
     plaintexts.reserve(encoded.size());
@@ -137,23 +171,14 @@ void BootConstants::generateDFTEncodings(double coeff_to_slot_constant, double s
 
     auto& inverseStages = inv_v0_encodings_.at(Device{});
     auto& forwardStages = v0_encodings_.at(Device{});
-    std::vector<SparseComplexMatrix> factors;
-    buildV0(factors);
-    for (auto& factor : factors) {
-        factor.conjugateTranspose();
-        factor *= 0.5;
-    }
-    for (u64 s = 0, offset = 0; s < plan.numStages; offset += plan.logRadix[s], ++s) {
-        SparseComplexMatrix merged = std::move(factors[offset]);
-        for (u64 k = 1; k < plan.logRadix[s]; ++k) {
-            const SparseComplexMatrix factor = std::move(factors[offset + k]); // its memory goes with it
-            merged = factor * merged;
-        }
-        inverseStages.push_back(encodeStage(merged, s, inverseFactor, top - s));
+    for (u64 s = 0; s < plan.numStages; ++s) {
+        // The matrix of a stage after the first consists of equal blocks on its diagonal: one stands for all.
+        SparseComplexMatrix block = buildInverseBlock(plan.radix[s] * plan.step[s], plan.logRadix[s]);
+        inverseStages.push_back(encodeStage(block, s, inverseFactor, top - s));
         // Each merged factor was multiplied by 0.5. The radix undoes all of them together.
-        merged.conjugateTranspose();
-        merged *= static_cast<double>(plan.radix[s]);
-        forwardStages.push_back(encodeStage(merged, s, forwardFactor, s + 1));
+        block.conjugateTranspose();
+        block *= static_cast<double>(plan.radix[s]);
+        forwardStages.push_back(encodeStage(block, s, forwardFactor, s + 1));
     }
 }
 

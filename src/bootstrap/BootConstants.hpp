@@ -33,23 +33,27 @@ public:
     /// Copies both to `device` unless it has them.
     void load(const Device& device);
 
-    /// The radix-2 factors M[0] ... M[L-1] of the transform from coefficient pairs to slots.
-    void buildV0(std::vector<SparseComplexMatrix>& matrices) const;
-    /// Entry i is element (i, i + diag mod cols).
-    Message extractDiagonal(const SparseComplexMatrix& matrix, long diag) const;
+    /// The first `count` radix-2 factors of the transform from coefficient pairs to slots of `points` points.
+    static std::vector<SparseComplexMatrix> buildFactors(u64 points, u64 count);
+    /// Where a diagonal leaves the matrix it continues at the other side, or is 0, as in a larger matrix with equal
+    /// blocks on its diagonal.
+    enum class Corner { Wraps, Ends };
+    /// Entry i is element (i, i + diag).
+    static Message extractDiagonal(const SparseComplexMatrix& matrix, long diag, Corner corner);
     /// Writes one butterfly block of size `size` at (`row`, `col`).
-    void buildPartialMatrix(u64 row, u64 col, u64 size, SparseComplexMatrix& matrix) const;
+    static void buildPartialMatrix(u64 row, u64 col, u64 size, SparseComplexMatrix& matrix);
 
 private:
     bool isIn_(const Device& device) const;
-    /// The diagonals of a stage, multiplied by `factor`, each rotated back by its giant step and encoded at
-    /// `level`.
-    std::vector<Plaintext> encodeStage(const SparseComplexMatrix& matrix, u64 stage, double factor,
+    /// The plaintext of the message that repeats `period`.
+    Plaintext encodePeriodic(const Message& period, u64 level) const;
+    /// The diagonals of a stage whose matrix repeats `block`, multiplied by `factor`, each rotated back by its giant
+    /// step and encoded at `level`.
+    std::vector<Plaintext> encodeStage(const SparseComplexMatrix& block, u64 stage, double factor,
                                        u64 level) const;
     void generateDFTEncodings(double coeff_to_slot_constant, double slot_to_coeff_constant);
 
     u64 log_slots_;
-    u64 num_slots_;
     Context context_;
     std::shared_ptr<EnDecoder> encoder_;
     MultipleDevice<std::vector<std::vector<Plaintext>>> v0_encodings_;

@@ -221,6 +221,21 @@ TEST(BootConstants, AreEncodedFromTheseMatricesToTheWord) {
     }
 }
 
+// What constants are built by: only one period of a diagonal is embedded.
+TEST(BootConstantsOfRealPreset, RelyOnPeriodicMessagesHavingTheWordsOfTheirPeriods) {
+    const Context context = makeContext(ParameterPreset::FGb);
+    const EnDecoder encoder(context);
+    test::Seeded random(7);
+    for (u64 logPeriod = 0; logPeriod <= 15; ++logPeriod) {
+        const Message period = random.message(logPeriod);
+        Message periodic(15);
+        for (u64 i = 0; i < periodic.getSize(); ++i) periodic[i] = period[i % period.getSize()];
+        EXPECT_TRUE(test::sameWords(encoder.encodeWithoutNTT(periodic, 1, 0).getMx(),
+                                    encoder.encodeWithoutNTT(period, 1, 0).getMx()))
+            << "log2 of the period " << logPeriod << ' ' << random.describe();
+    }
+}
+
 TEST(BootConstants, HoldAPlaintextForEachDiagonalAtTheLevelOfItsUse) {
     for (u64 logSlots = 1; logSlots <= 9; ++logSlots) {
         SCOPED_TRACE(logSlots);
@@ -326,11 +341,9 @@ TEST(BootConstants, AreCopiedOnceForThreadsThatAskAtOnce) {
 }
 
 TEST(BootConstants, BuildFactorsThatAreUnitaryButForATwo) {
-    const u64 logSlots = 4, n = 16;
-    const BootConstants constants = makeConstants(smallContext(logSlots), logSlots);
-    std::vector<SparseComplexMatrix> factors;
-    constants.buildV0(factors);
-    ASSERT_EQ(factors.size(), logSlots);
+    const u64 n = 16;
+    const std::vector<SparseComplexMatrix> factors = BootConstants::buildFactors(n, 4);
+    ASSERT_EQ(factors.size(), 4U);
     for (const auto& factor : factors) {
         SparseComplexMatrix transposed = factor;
         transposed.conjugateTranspose();
@@ -341,10 +354,17 @@ TEST(BootConstants, BuildFactorsThatAreUnitaryButForATwo) {
     }
 }
 
+TEST(BootConstants, BuildLaterFactorsFromBlocksThatAreTheFactorsOfFewerPoints) {
+    const auto factors = BootConstants::buildFactors(16, 4), few = BootConstants::buildFactors(4, 2);
+    for (u64 k = 0; k < 2; ++k)
+        for (u64 i = 0; i < 16; ++i)
+            for (u64 j = 0; j < 16; ++j)
+                EXPECT_EQ(factors[2 + k].coeff(i, j), i / 4 == j / 4 ? few[k].coeff(i % 4, j % 4) : 0.0);
+}
+
 TEST(BootConstants, BuildAButterflyBlockFromPowersOfFive) {
-    const BootConstants constants = makeConstants(smallContext(3), 3);
     SparseComplexMatrix matrix(8, 8, 2, 2);
-    constants.buildPartialMatrix(4, 2, 4, matrix);
+    BootConstants::buildPartialMatrix(4, 2, 4, matrix);
     for (u64 i = 0; i < 2; ++i) {
         const double angle = 2 * std::numbers::pi * (i == 0 ? 1 : 5) / 16;
         EXPECT_EQ(matrix.coeff(4 + i, 2 + i), Complex(1.0));
@@ -355,21 +375,36 @@ TEST(BootConstants, BuildAButterflyBlockFromPowersOfFive) {
     EXPECT_EQ(matrix.coeff(0, 0), Complex(0.0));
 }
 
-TEST(BootConstants, ExtractDiagonalsAroundTheCorner) {
-    const BootConstants constants = makeConstants(smallContext(2), 2);
+/// Element (i, j) is 10 i + j, but for the second diagonal, which is not stored.
+SparseComplexMatrix numberedMatrix() {
     SparseComplexMatrix matrix(4, 4, 4, 4);
     for (u64 i = 0; i < 4; ++i)
         for (u64 j = 0; j < 4; ++j)
             if (j != (i + 2) % 4) matrix.coeffRef(i, j) = static_cast<double>(10 * i + j);
-    const auto diagonal = [&](long diag) {
-        const Message message = constants.extractDiagonal(matrix, diag);
-        return std::vector<Complex>(message.begin(), message.end());
-    };
+    return matrix;
+}
+
+std::vector<Complex> diagonalOf(long diag, BootConstants::Corner corner) {
+    const Message message = BootConstants::extractDiagonal(numberedMatrix(), diag, corner);
+    return {message.begin(), message.end()};
+}
+
+TEST(BootConstants, ExtractDiagonalsAroundTheCorner) {
+    const auto diagonal = [](long diag) { return diagonalOf(diag, BootConstants::Corner::Wraps); };
     EXPECT_EQ(diagonal(0), (std::vector<Complex>{0, 11, 22, 33}));
     EXPECT_EQ(diagonal(1), (std::vector<Complex>{1, 12, 23, 30}));
     EXPECT_EQ(diagonal(-1), (std::vector<Complex>{3, 10, 21, 32}));
     EXPECT_EQ(diagonal(-7), diagonal(1)); // lifted twice
     EXPECT_EQ(diagonal(2), (std::vector<Complex>{0, 0, 0, 0}));
+}
+
+TEST(BootConstants, ExtractDiagonalsOfABlockUpToItsCorner) {
+    const auto diagonal = [](long diag) { return diagonalOf(diag, BootConstants::Corner::Ends); };
+    EXPECT_EQ(diagonal(0), (std::vector<Complex>{0, 11, 22, 33}));
+    EXPECT_EQ(diagonal(1), (std::vector<Complex>{1, 12, 23, 0}));
+    EXPECT_EQ(diagonal(-1), (std::vector<Complex>{0, 10, 21, 32}));
+    EXPECT_EQ(diagonal(4), (std::vector<Complex>{0, 0, 0, 0}));
+    EXPECT_EQ(diagonal(-4), (std::vector<Complex>{0, 0, 0, 0}));
 }
 
 } // namespace
