@@ -39,6 +39,18 @@ std::size_t byteCount(std::size_t size) {
     return size * sizeof(T);
 }
 
+/// Stands for the allocator of one borrowed array, whose release lets the owner go.
+class Borrowed final : public MemoryResource {
+public:
+    explicit Borrowed(std::shared_ptr<const void> owner) : owner_(std::move(owner)) {}
+
+    void* doAllocate(std::size_t, CudaStreamView) override { throw std::bad_alloc(); }
+    void doDeallocate(void*, std::size_t, CudaStreamView) override { delete this; }
+
+private:
+    std::shared_ptr<const void> owner_;
+};
+
 void copyWithoutBackend(const Device& device) {
     const GpuScope scope(device);
     throw RuntimeException(message::copyWithoutBackend);
@@ -56,6 +68,17 @@ DeviceSpecificArray<T>::DeviceSpecificArray(std::size_t size, const Device& devi
     if (bytes != 0) data_ = static_cast<T*>(resource_->doAllocate(bytes, stream));
     capacityInBytes_ = bytes;
     size_ = size;
+}
+
+template <class T>
+DeviceSpecificArray<T> DeviceSpecificArray<T>::borrowed(std::shared_ptr<const void> owner, const T* data,
+                                                        std::size_t size) {
+    DeviceSpecificArray array;
+    if (size == 0) return array;
+    array.resource_ = new Borrowed(std::move(owner));
+    array.data_ = const_cast<T*>(data); // no member writes without a capacity
+    array.size_ = size;
+    return array;
 }
 
 template <class T>
@@ -90,7 +113,7 @@ DeviceSpecificArray<T>& DeviceSpecificArray<T>::operator=(DeviceSpecificArray&& 
 
 template <class T>
 DeviceSpecificArray<T>::~DeviceSpecificArray() {
-    if (capacityInBytes_ != 0) resource_->doDeallocate(data_, capacityInBytes_, stream_);
+    if (data_ != nullptr) resource_->doDeallocate(data_, capacityInBytes_, stream_);
 }
 
 template <class T>
@@ -102,7 +125,7 @@ void DeviceSpecificArray<T>::copyDataFrom(const DeviceSpecificArray& source, Cud
 
 template <class T>
 void DeviceSpecificArray<T>::resize(std::size_t size) {
-    if (capacity() < size) {
+    if (std::max(capacity(), size_) < size) {
         DeviceSpecificArray larger(size, device_, stream_);
         larger.copyDataFrom(*this);
         swap(larger);

@@ -10,13 +10,15 @@
 #include <complex>
 #include <cstddef>
 #include <initializer_list>
+#include <memory>
 
 namespace Torvo {
 
 /// An owned array that knows on which device it lives. Element storage is never initialised; a shrink keeps
 /// the allocation, and later growth up to the capacity reuses it. Host arrays are aligned to 64 bytes.
 ///
-/// Invariants: size * sizeof(T) <= capacityInBytes; the resource is the registry's resource of the device.
+/// Invariants: size * sizeof(T) <= capacityInBytes, and the resource is the registry's resource of the device; or
+/// the elements are borrowed, and the capacity is 0.
 /// After a failed `resize`, `to` or copy assignment the array is unchanged. Not synchronised.
 ///
 /// Instantiated for u64, u64*, double, std::complex<double>, int, bool, u128 and i128.
@@ -30,6 +32,11 @@ public:
     /// On the CPU.
     explicit DeviceSpecificArray(std::size_t size)
         : DeviceSpecificArray(size, Device{}, getDefaultStream()) {}
+
+    /// On the CPU, over memory that `owner` keeps: the array reads it and holds the owner as long. It has no capacity,
+    /// so an assignment and a growing `resize` take memory of the array's own, and a copy is an array like any other.
+    /// Elements of a borrowed array must not be written.
+    static DeviceSpecificArray borrowed(std::shared_ptr<const void> owner, const T* data, std::size_t size);
 
     DeviceSpecificArray(const DeviceSpecificArray& other);
     // An empty array on the CPU asks for no memory, so nothing throws here.

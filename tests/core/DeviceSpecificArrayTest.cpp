@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <new>
 #include <numeric>
 #include <utility>
@@ -286,6 +287,98 @@ TEST(DeviceSpecificArray2D, IsAnArrayWithAShape) {
     const auto copy = table;
     EXPECT_EQ(copy.columns(), 4u);
     EXPECT_EQ(copy.row(1)[0], 4u);
+}
+
+// ---- borrowed memory
+
+/// Words of an owner that tells whether it is still there.
+struct Lender {
+    std::shared_ptr<const std::vector<u64>> words =
+        std::make_shared<const std::vector<u64>>(std::vector<u64>{100, 101, 102, 103});
+
+    Array lend() const { return Array::borrowed(words, words->data(), words->size()); }
+    long borrowers() const { return words.use_count() - 1; }
+};
+
+TEST(BorrowedArray, ReadsTheWordsWhereTheyLie) {
+    const Lender lender;
+    const Array array = lender.lend();
+    EXPECT_EQ(array.getData(), lender.words->data());
+    EXPECT_EQ(array.size(), 4u);
+    EXPECT_EQ(array.sizeInBytes(), 32u);
+    EXPECT_EQ(array.capacity(), 0u);
+    EXPECT_EQ(array.getDevice(), cpu);
+    EXPECT_EQ(wordsOf(array), *lender.words);
+}
+
+TEST(BorrowedArray, KeepsTheOwnerUntilTheLastOneGoes) {
+    const Lender lender;
+    {
+        const Array first = lender.lend();
+        Array second = lender.lend();
+        EXPECT_EQ(lender.borrowers(), 2);
+        const Array moved = std::move(second);
+        EXPECT_EQ(lender.borrowers(), 2);
+        EXPECT_EQ(moved.getData(), lender.words->data());
+    }
+    EXPECT_EQ(lender.borrowers(), 0);
+}
+
+TEST(BorrowedArray, OfNothingKeepsNobody) {
+    const Lender lender;
+    const Array array = Array::borrowed(lender.words, lender.words->data(), 0);
+    EXPECT_EQ(array.size(), 0u);
+    EXPECT_EQ(lender.borrowers(), 0);
+}
+
+TEST(BorrowedArray, IsCopiedToAnArrayLikeAnyOther) {
+    const Lender lender;
+    const Array array = lender.lend();
+    Array copy = array;
+    EXPECT_EQ(copy.capacity(), 4u);
+    copy[0] = 7;
+    EXPECT_EQ(array[0], 100u);
+    EXPECT_EQ(lender.borrowers(), 1);
+}
+
+// The lent words are constants: to write to them would be seen, or end the process.
+TEST(BorrowedArray, IsAssignedToInMemoryOfItsOwn) {
+    const Lender lender;
+    for (const std::size_t size : {std::size_t{1}, std::size_t{4}, std::size_t{9}}) {
+        Array array = lender.lend();
+        array = counting(size);
+        EXPECT_EQ(wordsOf(array), wordsOf(counting(size)));
+        const Array other = counting(size);
+        Array again = lender.lend();
+        again = other;
+        EXPECT_EQ(wordsOf(again), wordsOf(other));
+        EXPECT_NE(again.getData(), lender.words->data());
+    }
+    EXPECT_EQ(lender.borrowers(), 0);
+    EXPECT_EQ(wordsOf(lender.lend()), (std::vector<u64>{100, 101, 102, 103}));
+}
+
+TEST(BorrowedArray, GrowsInMemoryOfItsOwnAndShrinksWhereItIs) {
+    const Lender lender;
+    Array array = lender.lend();
+    array.resize(4);
+    EXPECT_EQ(array.getData(), lender.words->data());
+    array.resize(2);
+    EXPECT_EQ(array.getData(), lender.words->data());
+    EXPECT_EQ(wordsOf(array), (std::vector<u64>{100, 101}));
+    array.resize(3);
+    EXPECT_NE(array.getData(), lender.words->data());
+    EXPECT_EQ(array[1], 101u);
+    EXPECT_EQ(lender.borrowers(), 0);
+}
+
+TEST(BorrowedArray, MovesToAnotherDeviceAsACopy) {
+    const Lender lender;
+    Array array = lender.lend();
+    array.to(otherCpu);
+    EXPECT_NE(array.getData(), lender.words->data());
+    EXPECT_EQ(wordsOf(array), *lender.words);
+    EXPECT_EQ(lender.borrowers(), 0);
 }
 
 } // namespace
