@@ -2,8 +2,8 @@
 
 #include "core/Integers.hpp"
 #include "persistence/Limits.hpp"
+#include "persistence/RegularFile.hpp"
 #include "persistence/Verifier.hpp"
-#include "ring/RegularFile.hpp"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 
 namespace Torvo {
 
-/// A regular file, opened without waiting, of which single pieces are read.
+/// A regular file, opened without waiting, of which single pieces are read or mapped.
 class RegularFile {
 public:
     enum class State { Open, NotThere, NotRegular };
@@ -21,6 +21,8 @@ public:
     State state() const { return state_; }
     /// Why it is not there, as the system numbers it.
     int error() const { return error_; }
+    /// Of the open file; it is closed with this object.
+    int descriptor() const { return descriptor_; }
     /// Bytes when it was opened.
     u64 size() const { return size_; }
     /// Whether `byteCount` bytes at `offset` are now in `out`.

@@ -1,4 +1,4 @@
-#include "ring/RegularFile.hpp"
+#include "persistence/RegularFile.hpp"
 
 #include <cerrno>
 #include <fcntl.h>

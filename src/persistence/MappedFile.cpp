@@ -1,0 +1,42 @@
+#include "persistence/MappedFile.hpp"
+
+#include "persistence/Messages.hpp"
+#include "persistence/RegularFile.hpp"
+
+#include <Torvo/RuntimeException.hpp>
+
+#include <cerrno>
+#include <sys/mman.h>
+#include <system_error>
+
+namespace Torvo {
+
+namespace {
+
+[[noreturn]] void refuse(const char* what, const std::string& path, const std::string& reason) {
+    throw RuntimeException(what + path + ": " + reason);
+}
+
+std::string reasonOf(int error) {
+    return std::generic_category().message(error);
+}
+
+} // namespace
+
+MappedFile::MappedFile(const std::string& path) {
+    const RegularFile file(path);
+    using State = RegularFile::State;
+    if (file.state() == State::NotThere) refuse(message::cannotOpenFile, path, reasonOf(file.error()));
+    if (file.state() == State::NotRegular) refuse(message::cannotMapFile, path, message::notMappable);
+    size_ = file.size();
+    if (size_ == 0) return; // the system maps no empty file
+    void* memory = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, file.descriptor(), 0);
+    if (memory == MAP_FAILED) refuse(message::cannotMapFile, path, reasonOf(errno));
+    data_ = static_cast<char*>(memory);
+}
+
+MappedFile::~MappedFile() {
+    if (data_ != nullptr) ::munmap(data_, size_);
+}
+
+} // namespace Torvo
