@@ -7,8 +7,10 @@
 #include <Torvo/HomEvaluator.hpp>
 
 #include <concepts>
+#include <iosfwd>
 #include <memory>
 #include <set>
+#include <string>
 
 namespace Torvo {
 
@@ -27,8 +29,11 @@ class BootstrapperImpl;
 /// object remains usable, and an input that is not also an output is unchanged; outputs may have been
 /// written.
 ///
-/// A shared handle. Const members may run at once on different outputs; `makeBootConstants` must not run
-/// beside any other call on the same object.
+/// A shared handle. Const members may run at once on different outputs; `makeBootConstants`, `mapBootConstants` and
+/// `readBootConstants` must not run beside any other call on the same object.
+///
+/// Constants that were saved once need not be built again: make the object for `log_slots` 0, which builds nothing,
+/// and map them.
 ///
 /// The steps, in the order in which they run: down to level 3, slots to coefficients (three levels), modulus
 /// raise, coefficients to slots (three levels), sine.
@@ -62,6 +67,40 @@ public:
     /// Builds the constants for `log_slots` unless they have been built.
     /// @throws RuntimeException "log_slots should not exceed " and log2 of the number of slots
     void makeBootConstants(unsigned long log_slots);
+    /// Saves the constants for `log_slots`, which are the same for all keys: 2.1 GiB on `FGb` for full slots. They
+    /// are no secret. A file is replaced as a whole, so processes that have mapped the old one keep it.
+    /// @throws RuntimeException "A message of one slot needs no constants. Give log_slots from 1 on.";
+    ///         "Bootstrapping constants for log slots ", log_slots, " do not exist."; as `Plaintext::save`
+    void saveBootConstants(unsigned long log_slots, const std::string& path) const;
+    void saveBootConstants(unsigned long log_slots, std::ostream& stream) const;
+    /// Takes the constants for `log_slots` from a file, where they stay: pages are read from it when they are used,
+    /// and processes that map one file share their memory. The words are those that `makeBootConstants` builds. They
+    /// take the place of constants that exist; a refused call leaves those.
+    ///
+    /// **The file must not be changed or shortened while any copy of this object lives**: the system ends a process
+    /// that reads beyond the end of a mapped file. To remove it, or to replace it as a save does, is harmless.
+    /// @param check  whether the rows are compared with their digest, for which they all are read. Without it damage
+    ///               of the rows is not noticed and gives wrong results; the head and the length of the file are
+    ///               always checked
+    /// @throws RuntimeException in this order: "log_slots should not exceed " and log2 of the number of slots; "A
+    ///         message of one slot needs no constants. Give log_slots from 1 on."; "Cannot open file ", the path, ": "
+    ///         and the reason that the system gives; "Cannot map file ", the path, ": " and that reason, or "it is no
+    ///         regular file; give the path of a file that was saved"; "Cannot take bootstrapping constants from ", the
+    ///         path, ": " and one of "it holds none; give what saveBootConstants wrote", "its head is damaged; save
+    ///         them again", "they are of another ring; make the bootstrapper with the context that they were saved
+    ///         with", "they are for log slots ", a number, ", not ", `log_slots`, "; give theirs or save others",
+    ///         "they were made with other parameters of bootstrapping, or where numbers round otherwise; save them
+    ///         again", "it holds ", a number, " bytes, not ", a number, "; save them again" (first if it is shorter
+    ///         than a head), "the constants in it are damaged; save them again"
+    void mapBootConstants(unsigned long log_slots, const std::string& path, bool check = true);
+    /// The same, but the constants are copied to memory of this object's own, and the file may be a pipe. A file must
+    /// hold nothing else; in a stream more may follow.
+    /// @throws RuntimeException as `mapBootConstants`, but for a file that cannot be opened "Cannot open file " and the
+    ///         path, and for one that is too long "The file is longer than what is to be loaded: " and so on. A file
+    ///         that ends early fails as other objects do
+    void readBootConstants(unsigned long log_slots, const std::string& path, bool check = true);
+    /// @throws RuntimeException also "The stream has no buffer. Give one that is connected to a file or to memory."
+    void readBootConstants(unsigned long log_slots, std::istream& stream, bool check = true);
     /// Copies the constants to `device` unless that has been done.
     /// @throws RuntimeException "Bootstrapping constants for log slots ", log_slots, " do not exist."
     void loadBootConstants(unsigned long log_slots, const Device& device) const;

@@ -27,12 +27,10 @@ struct StageDiagonals {
         const auto radix = static_cast<long>(plan.radix[stage]);
         if (stage == 0) {
             first = plan.giantSteps[0] == 1 ? 0 : -(radix / 2);
-            count = plan.radix[0];
         } else {
-            // Both halves: diagonals -radix + 1 to radix - 1. The list begins with the second position.
+            // The list begins with the second position.
             first = -radix;
             skipped = 1;
-            count = 2 * plan.radix[stage] - 1;
         }
     }
 
@@ -43,8 +41,12 @@ struct StageDiagonals {
 
     long step, baby;
     long first = 0, skipped = 0;
-    u64 count = 0;
 };
+
+/// A stage after the first has diagonals on both sides: -radix + 1 to radix - 1.
+u64 diagonalCount(const RadixDecomposition& plan, u64 stage) {
+    return stage == 0 ? plan.radix[0] : 2 * plan.radix[stage] - 1;
+}
 
 /// The product of the inverses of the first `count` radix-2 factors of a transform of `points` points.
 SparseComplexMatrix buildInverseBlock(u64 points, u64 count) {
@@ -63,12 +65,40 @@ SparseComplexMatrix buildInverseBlock(u64 points, u64 count) {
 
 } // namespace
 
+BootShapes::BootShapes(u64 log_slots, u64 chain_length) {
+    const RadixDecomposition plan(log_slots);
+    for (u64 s = 0; s < plan.numStages; ++s) {
+        slotToCoeff.push_back({diagonalCount(plan, s), s + 1});
+        coeffToSlot.push_back({diagonalCount(plan, s), chain_length - 1 - s});
+    }
+}
+
+u64 BootShapes::plaintextCount() const {
+    u64 count = 0;
+    for (const auto* transform : {&slotToCoeff, &coeffToSlot})
+        for (const BootStageShape& stage : *transform) count += stage.count;
+    return count;
+}
+
+u64 BootShapes::rowCount() const {
+    u64 count = 0;
+    for (const auto* transform : {&slotToCoeff, &coeffToSlot})
+        for (const BootStageShape& stage : *transform) count += stage.count * (stage.level + 1);
+    return count;
+}
+
 BootConstants::BootConstants(u64 log_slots, double coeff_to_slot_constant, double slot_to_coeff_constant,
                              const Context& context, std::shared_ptr<EnDecoder> encoder)
-    : log_slots_(log_slots), context_(context), encoder_(std::move(encoder)) {
+    : recipe_{context, log_slots, coeff_to_slot_constant, slot_to_coeff_constant},
+      encoder_(std::move(encoder)) {
     v0_encodings_.set(Device{}, {});
     inv_v0_encodings_.set(Device{}, {});
-    generateDFTEncodings(coeff_to_slot_constant, slot_to_coeff_constant);
+    generateDFTEncodings();
+}
+
+BootConstants::BootConstants(const BootRecipe& recipe, BootStages&& stages) : recipe_(recipe) {
+    v0_encodings_.set(Device{}, std::move(stages.slotToCoeff));
+    inv_v0_encodings_.set(Device{}, std::move(stages.coeffToSlot));
 }
 
 bool BootConstants::isIn(const Device& device) const {
@@ -135,19 +165,21 @@ Message BootConstants::extractDiagonal(const SparseComplexMatrix& matrix, long d
 /// of distance P and more doubles P numbers exactly and makes zeros of the others, and the division by n, a
 /// power of two, is exact too. So the words are the same, and the polynomial is one in X^(N / 2P).
 Plaintext BootConstants::encodePeriodic(const Message& period, u64 level) const {
-    const u64 gap = context_->parameter.degree / (2 * period.getSize());
+    const Context& context = recipe_.context;
+    const u64 gap = context->parameter.degree / (2 * period.getSize());
     if (gap == 1) return encoder_->encode(period, level, 0);
     Plaintext plaintext = encoder_->encodeWithoutNTT(period, level, 0);
-    forwardNTTOfSparse(context_->primes, plaintext.getMx(), gap);
-    plaintext.setLogSlots(log_slots_);
+    forwardNTTOfSparse(context->primes, plaintext.getMx(), gap);
+    plaintext.setLogSlots(recipe_.log_slots);
     return plaintext;
 }
 
 std::vector<Plaintext> BootConstants::encodeStage(const SparseComplexMatrix& block, u64 stage, double factor,
                                                   u64 level) const {
-    const StageDiagonals diagonals(RadixDecomposition(log_slots_), stage);
+    const RadixDecomposition plan(recipe_.log_slots);
+    const StageDiagonals diagonals(plan, stage);
     const Corner corner = stage == 0 ? Corner::Wraps : Corner::Ends;
-    std::vector<std::optional<Plaintext>> encoded(diagonals.count);
+    std::vector<std::optional<Plaintext>> encoded(diagonalCount(plan, stage));
     forEachIndexOrThrow(encoded.size(), [&](u64 entry) {
         const auto k = static_cast<long>(entry);
         Message diagonal = extractDiagonal(block, diagonals.index(k), corner);
@@ -160,25 +192,27 @@ std::vector<Plaintext> BootConstants::encodeStage(const SparseComplexMatrix& blo
     return plaintexts;
 }
 
-void BootConstants::generateDFTEncodings(double coeff_to_slot_constant, double slot_to_coeff_constant) {
-    const RadixDecomposition plan(log_slots_);
-    const u64 top = context_->parameter.chain_length - 1;
+void BootConstants::generateDFTEncodings() {
+    const Parameter& parameter = recipe_.context->parameter;
+    const RadixDecomposition plan(recipe_.log_slots);
+    const BootShapes shapes(recipe_.log_slots, parameter.chain_length);
     // The fold of a sparse message multiplies it by a power of two, which the constants divide out again.
-    const auto foldedSlots = static_cast<double>(context_->parameter.num_slots >> log_slots_);
+    const auto foldedSlots = static_cast<double>(parameter.num_slots >> recipe_.log_slots);
     const double inverseFactor =
-        equalShare(coeff_to_slot_constant / foldedSlots, BootParameter::coeff_to_slot_depth);
-    const double forwardFactor = equalShare(slot_to_coeff_constant, BootParameter::slot_to_coeff_depth);
+        equalShare(recipe_.coeff_to_slot_constant / foldedSlots, BootParameter::coeff_to_slot_depth);
+    const double forwardFactor =
+        equalShare(recipe_.slot_to_coeff_constant, BootParameter::slot_to_coeff_depth);
 
     auto& inverseStages = inv_v0_encodings_.at(Device{});
     auto& forwardStages = v0_encodings_.at(Device{});
     for (u64 s = 0; s < plan.numStages; ++s) {
         // The matrix of a stage after the first consists of equal blocks on its diagonal: one stands for all.
         SparseComplexMatrix block = buildInverseBlock(plan.radix[s] * plan.step[s], plan.logRadix[s]);
-        inverseStages.push_back(encodeStage(block, s, inverseFactor, top - s));
+        inverseStages.push_back(encodeStage(block, s, inverseFactor, shapes.coeffToSlot[s].level));
         // Each merged factor was multiplied by 0.5. The radix undoes all of them together.
         block.conjugateTranspose();
         block *= static_cast<double>(plan.radix[s]);
-        forwardStages.push_back(encodeStage(block, s, forwardFactor, s + 1));
+        forwardStages.push_back(encodeStage(block, s, forwardFactor, shapes.slotToCoeff[s].level));
     }
 }
 

@@ -16,6 +16,35 @@
 
 namespace Torvo {
 
+/// What constants are made from.
+struct BootRecipe {
+    Context context;
+    u64 log_slots;
+    double coeff_to_slot_constant, slot_to_coeff_constant;
+};
+
+/// The plaintexts of one stage: one for each diagonal, all at one level.
+struct BootStageShape {
+    u64 count;
+    u64 level;
+};
+
+/// The stages of both transforms, from slot to coefficient first; each transform's in the order of its list.
+struct BootShapes {
+    BootShapes(u64 log_slots, u64 chain_length);
+
+    u64 plaintextCount() const;
+    /// Of all plaintexts together.
+    u64 rowCount() const;
+
+    std::vector<BootStageShape> slotToCoeff, coeffToSlot;
+};
+
+/// The plaintexts of the two transforms, stage by stage.
+struct BootStages {
+    std::vector<std::vector<Plaintext>> slotToCoeff, coeffToSlot;
+};
+
 /// The two linear transforms of bootstrapping for one `log_slots`. Each is factored into at most three
 /// stages, and each stage is split into diagonals. Each diagonal is scaled, rotated back by its giant step
 /// and encoded at the level of its use. Many threads may read.
@@ -23,7 +52,10 @@ class BootConstants {
 public:
     BootConstants(u64 log_slots, double coeff_to_slot_constant, double slot_to_coeff_constant,
                   const Context& context, std::shared_ptr<EnDecoder> encoder);
+    /// Those that a file holds. `stages` were made from `recipe`.
+    BootConstants(const BootRecipe& recipe, BootStages&& stages);
 
+    const BootRecipe& getRecipe() const { return recipe_; }
     bool isIn(const Device& device) const;
     /// The slot-to-coefficient stages on `device`.
     /// @throws std::out_of_range "map::at"
@@ -51,11 +83,10 @@ private:
     /// step and encoded at `level`.
     std::vector<Plaintext> encodeStage(const SparseComplexMatrix& block, u64 stage, double factor,
                                        u64 level) const;
-    void generateDFTEncodings(double coeff_to_slot_constant, double slot_to_coeff_constant);
+    void generateDFTEncodings();
 
-    u64 log_slots_;
-    Context context_;
-    std::shared_ptr<EnDecoder> encoder_;
+    BootRecipe recipe_;
+    std::shared_ptr<EnDecoder> encoder_; ///< null where nothing was encoded
     MultipleDevice<std::vector<std::vector<Plaintext>>> v0_encodings_;
     MultipleDevice<std::vector<std::vector<Plaintext>>> inv_v0_encodings_;
     mutable std::mutex mutex_;

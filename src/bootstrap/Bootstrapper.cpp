@@ -25,6 +25,26 @@ void Bootstrapper::loadBootConstants(unsigned long log_slots, const Device& devi
     impl_->loadBootConstants(log_slots, device);
 }
 
+void Bootstrapper::saveBootConstants(unsigned long log_slots, const std::string& path) const {
+    impl_->saveBootConstants(log_slots, path);
+}
+
+void Bootstrapper::saveBootConstants(unsigned long log_slots, std::ostream& stream) const {
+    impl_->saveBootConstants(log_slots, stream);
+}
+
+void Bootstrapper::mapBootConstants(unsigned long log_slots, const std::string& path, bool check) {
+    impl_->mapBootConstants(log_slots, path, check);
+}
+
+void Bootstrapper::readBootConstants(unsigned long log_slots, const std::string& path, bool check) {
+    impl_->readBootConstants(log_slots, path, check);
+}
+
+void Bootstrapper::readBootConstants(unsigned long log_slots, std::istream& stream, bool check) {
+    impl_->readBootConstants(log_slots, stream, check);
+}
+
 unsigned long Bootstrapper::getLevelAfterFullSlotBootstrap() const {
     return impl_->getLevelAfterFullSlotBootstrap();
 }

@@ -1,5 +1,6 @@
 #include "bootstrap/BootstrapperImpl.hpp"
 
+#include "bootstrap/BootConstantsFile.hpp"
 #include "bootstrap/Messages.hpp"
 #include "core/Failure.hpp"
 #include "crypto/KeyPackImpl.hpp"
@@ -60,11 +61,47 @@ void BootstrapperImpl::makeBootConstants(u64 log_slots) {
 
 void BootstrapperImpl::loadBootConstants(u64 log_slots, const Device& device) const {
     if (log_slots == 0) return;
-    if (!isBootstrapReady(log_slots))
-        throw RuntimeException("Bootstrapping constants for log slots " + std::to_string(log_slots) +
-                               " do not exist.");
-    boot_constants_.at(log_slots)->load(device);
+    requireBootConstants(log_slots).load(device);
 }
+
+BootConstants& BootstrapperImpl::requireBootConstants(u64 log_slots) const {
+    if (!isBootstrapReady(log_slots))
+        throw RuntimeException(message::constantsForSlots + std::to_string(log_slots) +
+                               message::constantsMissing);
+    return *boot_constants_.at(log_slots);
+}
+
+BootRecipe BootstrapperImpl::recipeFor(u64 log_slots) const {
+    requireLogSlots(context_->parameter, log_slots);
+    require(log_slots != 0, message::noConstantsForOneSlot);
+    return {context_, log_slots, parameter_.coeff_to_slot_constant, parameter_.slot_to_coeff_constant};
+}
+
+void BootstrapperImpl::setBootConstants(const BootRecipe& recipe, BootStages&& stages) {
+    boot_constants_[recipe.log_slots] = std::make_unique<BootConstants>(recipe, std::move(stages));
+}
+
+template <class Target>
+void BootstrapperImpl::saveBootConstants(u64 log_slots, Target& target) const {
+    require(log_slots != 0, message::noConstantsForOneSlot);
+    BootConstantsFile::save(requireBootConstants(log_slots), target);
+}
+
+void BootstrapperImpl::mapBootConstants(u64 log_slots, const std::string& path, bool check) {
+    const BootRecipe recipe = recipeFor(log_slots);
+    setBootConstants(recipe, BootConstantsFile(recipe).map(path, check));
+}
+
+template <class Source>
+void BootstrapperImpl::readBootConstants(u64 log_slots, Source& source, bool check) {
+    const BootRecipe recipe = recipeFor(log_slots);
+    setBootConstants(recipe, BootConstantsFile(recipe).read(source, check));
+}
+
+template void BootstrapperImpl::saveBootConstants(u64, const std::string&) const;
+template void BootstrapperImpl::saveBootConstants(u64, std::ostream&) const;
+template void BootstrapperImpl::readBootConstants(u64, const std::string&, bool);
+template void BootstrapperImpl::readBootConstants(u64, std::istream&, bool);
 
 u64 BootstrapperImpl::getLevelAfterFullSlotBootstrap() const {
     // The top level is the chain length minus 1. The cosine spends three levels and one for each doubling of

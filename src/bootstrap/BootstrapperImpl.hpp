@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -49,6 +50,13 @@ public:
     bool isBootstrapReady(u64 log_slots) const;
     void makeBootConstants(u64 log_slots);
     void loadBootConstants(u64 log_slots, const Device& device) const;
+    /// `Target` is a path or a stream.
+    template <class Target>
+    void saveBootConstants(u64 log_slots, Target& target) const;
+    void mapBootConstants(u64 log_slots, const std::string& path, bool check);
+    /// `Source` is a path or a stream.
+    template <class Source>
+    void readBootConstants(u64 log_slots, Source& source, bool check);
     u64 getLevelAfterFullSlotBootstrap() const;
     u64 getMinLevelForBootstrap() const;
 
@@ -97,6 +105,10 @@ private:
         if (stepObserver_) stepObserver_(step);
     }
     const BootConstants& constants(u64 log_slots) const;
+    BootConstants& requireBootConstants(u64 log_slots) const;
+    /// Of constants that a file may hold.
+    BootRecipe recipeFor(u64 log_slots) const;
+    void setBootConstants(const BootRecipe& recipe, BootStages&& stages);
     double primeZero() const { return static_cast<double>(context_->primes.getPrime(0)); }
 
     // One stage of a linear transform, by baby steps and giant steps.

@@ -21,6 +21,31 @@ inline constexpr const char* extendedLevelTooLow = "[bootstrap extended] Level o
 inline constexpr const char* extendedSizeNotTwo = "[bootstrap extended] Size should be 2";
 inline constexpr const char* slotToCoeffLevelTooLow = "[slotToCoeff] Level of ciphertext should be >= ";
 
+/// Around log slots.
+inline constexpr const char* constantsForSlots = "Bootstrapping constants for log slots ";
+inline constexpr const char* constantsMissing = " do not exist.";
+inline constexpr const char* noConstantsForOneSlot =
+    "A message of one slot needs no constants. Give log_slots from 1 on.";
+/// Followed by the path or the next, ": " and one of those below.
+inline constexpr const char* cannotTakeConstants = "Cannot take bootstrapping constants from ";
+inline constexpr const char* aStream = "the stream";
+inline constexpr const char* noConstants = "it holds none; give what saveBootConstants wrote";
+inline constexpr const char* damagedHead = "its head is damaged; save them again";
+inline constexpr const char* constantsOfOtherRing =
+    "they are of another ring; make the bootstrapper with the context that they were saved with";
+/// Followed by log slots, the next, log slots and the one after it.
+inline constexpr const char* constantsOfOtherSlots = "they are for log slots ";
+inline constexpr const char* notTheseSlots = ", not ";
+inline constexpr const char* giveTheirs = "; give theirs or save others";
+inline constexpr const char* constantsOfOtherParameters =
+    "they were made with other parameters of bootstrapping, or where numbers round otherwise; save them "
+    "again";
+/// Followed by bytes, the next, bytes and the one after it.
+inline constexpr const char* constantsHold = "it holds ";
+inline constexpr const char* bytesNot = " bytes, not ";
+inline constexpr const char* saveThemAgain = "; save them again";
+inline constexpr const char* damagedConstants = "the constants in it are damaged; save them again";
+
 inline constexpr const char* columnIsFull = "[SparseComplexMatrix] Inserting non-zero value over the given "
                                             "number of non-zero elements in a single column";
 inline constexpr const char* matrixSizesDiffer = "[SparseComplexMatrix] the size of matrix does not match";

@@ -20,6 +20,7 @@ enum class ObjectTag : std::uint32_t {
     Ciphertext = 3,
     Plaintext = 4,
     CompactCiphertext = 5,
+    BootConstants = 6,
 };
 #pragma GCC diagnostic pop
 

@@ -1,5 +1,6 @@
 #include <Torvo/Inspect.hpp>
 
+#include "bootstrap/BootConstantsFile.hpp"
 #include "context/ContextRecipe.hpp"
 #include "context/LWEParameter.hpp"
 #include "context/Parameter.hpp"
@@ -298,6 +299,25 @@ FileContent keyPack(FileWalk& walk) {
     return keys.found();
 }
 
+// ---- constants
+
+FileContent bootConstants(FileWalk& walk) {
+    FileContent found{.kind = Kind::BootConstants, .contextHash = walk.number<u64>()};
+    walk.tag(ObjectTag::BootConstants);
+    found.logSlots = walk.number<u64>([](u64 slots) { return slots > 0; });
+    found.degree = walk.number<u64>([&](u64 n) {
+        return std::has_single_bit(n) && n <= limit::degree &&
+               *found.logSlots < static_cast<u64>(std::bit_width(n)) - 1;
+    });
+    const u64 chain_length = walk.number<u64>([](u64 primes) { return 3 < primes && primes <= limit::rows; });
+    const u64 rest =
+        BootConstantsFile::byteCount(*found.logSlots, *found.degree, chain_length) - walk.position();
+    walk.requireRest(rest);
+    walk.skip(rest, 1);
+    found.count = BootShapes(*found.logSlots, chain_length).plaintextCount();
+    return found;
+}
+
 struct Layout {
     ObjectKind kind;
     const char* name;
@@ -322,6 +342,7 @@ constexpr Layout layouts[] = {
     {Kind::LWEContext, "plain LWE context", plainContext},
     {Kind::LWECiphertext, "plain LWE ciphertext", plainCiphertext},
     {Kind::LWESecretKey, "plain LWE secret key", plainSecretKey},
+    {Kind::BootConstants, "bootstrapping constants", bootConstants},
 };
 
 /// The kinds that the file is whole as; `furthest` tells where the others end.

@@ -132,6 +132,12 @@ public:
             .save(path("compact_ciphertext.bin"));
     }
 
+    /// For two slots. They are no secret and no keys are needed.
+    void writeBootConstants() const {
+        const Context toy = makeContext(ParameterPreset::FX);
+        Bootstrapper(HomEvaluator(toy, KeyPack(toy)), 1).saveBootConstants(1, path("boot_constants.bin"));
+    }
+
 private:
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
@@ -181,4 +187,5 @@ int main(int argc, char** argv) {
     archives.writePackingKeys();
     archives.writePlainLWE();
     archives.writeCompactCiphertext();
+    archives.writeBootConstants();
 }

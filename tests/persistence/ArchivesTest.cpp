@@ -309,6 +309,18 @@ TEST(Archives, ThePackingKeysSwitchFromGroupsOfComponents) {
     }
 }
 
+TEST(Archives, BootstrappingConstantsAreThoseThatAreBuilt) {
+    const Context context = makeContext(ParameterPreset::FX);
+    const HomEvaluator evaluator(context, KeyPack(context));
+    const auto savedFrom = [](const Bootstrapper& bootstrapper) {
+        return bytesOf([&](std::ostream& stream) { bootstrapper.saveBootConstants(1, stream); });
+    };
+    Bootstrapper mapped(evaluator, 0);
+    mapped.mapBootConstants(1, pathOf("boot_constants.bin"));
+    EXPECT_EQ(savedFrom(mapped), archived("boot_constants.bin"));
+    EXPECT_EQ(savedFrom(Bootstrapper(evaluator, 1)), archived("boot_constants.bin"));
+}
+
 TEST(Archives, ContextsOfPlainLWEHaveThePrimesTheyHad) {
     const auto expectContext = [](const std::string& name, u64 dimension, const std::vector<u64>& primes) {
         const TemporaryDirectory directory;

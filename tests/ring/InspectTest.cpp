@@ -104,6 +104,7 @@ const std::map<std::string, Kinds> kindsOfArchives{
     {"ring_switch_key.bin", {Kind::EvaluationKey, Kind::RingSwitchKey}},
     {"packing_keys.bin", {Kind::ModPackKeyBundle}},
     {"key_pack.bin", {Kind::KeyPack}},
+    {"boot_constants.bin", {Kind::BootConstants}},
     {"ring.context", {Kind::Context}},
     {"partner.context", {Kind::Context}},
     {"narrow.context", {Kind::Context}},
@@ -212,6 +213,38 @@ TEST_F(Inspect, TellsTheNumbersOfKeys) {
     EXPECT_EQ(only(inspect(archivesPath + "lwe_secret_key.bin")).degree, 16u);
 }
 
+TEST_F(Inspect, TellsTheNumbersOfBootstrappingConstants) {
+    const FileContent constants = only(inspect(archivesPath + "boot_constants.bin"));
+    EXPECT_EQ(constants.contextHash, makeContext(ParameterPreset::FX)->context_hash);
+    EXPECT_EQ(constants.logSlots, 1u);
+    EXPECT_EQ(constants.degree, 64u);
+    EXPECT_EQ(constants.count, 4u) << "two diagonals in each direction";
+    EXPECT_FALSE(constants.level.has_value());
+}
+
+TEST_F(Inspect, ToldNumbersThatNoBootstrappingConstantsHave) {
+    const std::string file = contentOf(archivesPath + "boot_constants.bin");
+    const auto refusalWith = [&](std::size_t offset, u64 value) {
+        std::string damaged = file;
+        FileMap::write(damaged, offset, 8, value);
+        return refusalOf(damaged);
+    };
+    const auto impossible = [&](u64 offset) {
+        return whole("bootstrapping constants it fails at byte " + std::to_string(offset) +
+                     ": this number cannot be");
+    };
+    for (const u64 slots : {u64{0}, u64{64}, ~u64{0}})
+        EXPECT_EQ(refusalWith(13, slots), impossible(slots == 0 ? 13 : 21)) << slots;
+    for (const u64 degree : {u64{0}, u64{2}, u64{63}, u64{1} << 21})
+        EXPECT_EQ(refusalWith(21, degree), impossible(21)) << degree;
+    for (const u64 primes : {u64{3}, u64{101}, ~u64{0}}) EXPECT_EQ(refusalWith(29, primes), impossible(29));
+    const std::string otherLength =
+        whole("bootstrapping constants it fails at byte 37: such a file has another length");
+    EXPECT_EQ(refusalWith(13, 2), otherLength);
+    EXPECT_EQ(refusalWith(29, 24), otherLength);
+    EXPECT_EQ(refusalOf(file + "x"), otherLength);
+}
+
 TEST_F(Inspect, TellsTheNumbersOfContexts) {
     const FileContent ring = only(inspect(archivesPath + "ring.context"));
     EXPECT_EQ(ring.degree, 64u);
@@ -250,6 +283,7 @@ TEST_F(Inspect, HasAWordForEachKind) {
     EXPECT_EQ(toString(Kind::Context), "context");
     EXPECT_EQ(toString(Kind::SparseSecretEncapsulationKey), "sparse secret encapsulation key");
     EXPECT_EQ(toString(Kind::LWESecretKey), "plain LWE secret key");
+    EXPECT_EQ(toString(Kind::BootConstants), "bootstrapping constants");
     EXPECT_REFUSED(toString(static_cast<Kind>(99)), "No such kind of object: 99");
 }
 

@@ -75,6 +75,7 @@ const std::vector<FileKind>& fileKinds() {
          {"ring.context", "partner.context", "narrow.context", "wide.context", "module.context"},
          none},
         {"lwe_context", uses::plainContext, {"lwe.context", "lwe_preset.context"}, none},
+        {"boot_constants", uses::bootConstants, {"boot_constants.bin"}, none},
         {"generator_state", uses::generatorState, {}, uses::madeGeneratorStates},
     };
     return kinds;

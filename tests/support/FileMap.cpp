@@ -31,6 +31,7 @@ FileMap::Layout FileMap::layoutOf(const std::string& kind) {
         {"lwe_secret_key", &FileMap::plainSecretKeyFile},
         {"context", &FileMap::contextFile},
         {"lwe_context", &FileMap::plainContextFile},
+        {"boot_constants", &FileMap::bootConstantsFile},
         {"generator_state", &FileMap::generatorFile},
     };
     const auto found = layouts.find(kind);
@@ -218,6 +219,13 @@ void FileMap::contextFile() {
 void FileMap::plainContextFile() {
     number(4);
     for (int i = 0; i < 4; ++i) number(8);
+}
+
+/// Behind the numbers of the head everything is a digest, zero, or compared with a digest.
+void FileMap::bootConstantsFile() {
+    identities({8, 4});
+    for (int i = 0; i < 3; ++i) number(8);
+    skip(file_.size() - at_);
 }
 
 void FileMap::generatorFile() {

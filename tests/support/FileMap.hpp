@@ -75,6 +75,7 @@ private:
     void plainCiphertextFile();
     void contextFile();
     void plainContextFile();
+    void bootConstantsFile();
     void generatorFile();
 
     const std::string& file_;

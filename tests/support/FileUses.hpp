@@ -34,6 +34,7 @@ void plainCiphertext(const std::string& file);
 void plainSecretKey(const std::string& file);
 void context(const std::string& file);
 void plainContext(const std::string& file);
+void bootConstants(const std::string& file);
 void generatorState(const std::string& file);
 
 /// Keys of a ring of degree 64, where those kept belong to one of degree 4096.
