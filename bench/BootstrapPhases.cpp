@@ -1,15 +1,17 @@
 // Measures what bootstrapping costs, phase by phase: seconds, and memory.
 //
-//     BootstrapPhases [--batched] [--real] [--log-slots L] [--threads N,...] [--runs R] preset ...
+//     BootstrapPhases [--batched] [--real] [--log-slots L] [--threads N,...] [--runs R] [--constants FILE]
+//                     preset ...
 //     BootstrapPhases --sizes
 //
-// The first form measures: for each number of threads it makes new keys, bootstraps R times phase by phase
-// and R times as a whole, and takes medians. Beside the seconds on the clock it prints the processor time of
+// The first form measures: for each number of threads it makes new keys, builds the constants R times, bootstraps R
+// times phase by phase and R times as a whole, and takes medians. Beside the seconds on the clock it prints the processor time of
 // the calling thread, which does its share of every loop: a machine that runs nothing else would take about
 // that time. `resident` is the memory that the process holds after a step and `peak` the maximum within the
 // step (of the last number of threads, from /proc/self/status, Linux). Without --batched rotations are
-// sequential; without --log-slots all slots are used. The second form computes, for full slots, the sizes of
-// rotation keys and constants.
+// sequential; without --log-slots all slots are used. With --constants the constants are also saved to FILE and
+// taken back in every way, and the bootstraps use those that are mapped. The second form computes, for full slots,
+// the sizes of rotation keys and constants.
 
 #include "BootstrapMessages.hpp"
 #include "bootstrap/BootstrapperImpl.hpp"
@@ -45,6 +47,7 @@ struct Options {
     long logSlots = -1;
     int runs = 1;
     std::vector<int> threads{1, 2};
+    std::string constantsFile;
     std::vector<std::string> presets;
 };
 
@@ -70,6 +73,8 @@ Options parse(int argc, char** argv) {
             options.logSlots = std::stol(argv[++i]);
         else if (argument == "--runs" && hasValue)
             options.runs = std::stoi(argv[++i]);
+        else if (argument == "--constants" && hasValue)
+            options.constantsFile = argv[++i];
         else if (argument == "--threads" && hasValue)
             options.threads = parseList(argv[++i]);
         else
@@ -271,9 +276,23 @@ private:
         steps_.time("keys: " + std::to_string(rotationKeys(c, logSlots_, compact)) + " rotations",
                     [&] { generator.genRotKeysForBootstrap(logSlots_, compact); });
         const HomEvaluator evaluator(c, pack);
-        steps_.time("`Bootstrapper`", [&] {
-            bootstrapper_ = std::make_unique<BootstrapperImpl>(evaluator, sparse_, logSlots_, compact);
-        });
+        for (int i = 0; i < options_.runs; ++i) {
+            bootstrapper_.reset();
+            steps_.time("`Bootstrapper`", [&] {
+                bootstrapper_ = std::make_unique<BootstrapperImpl>(evaluator, sparse_, logSlots_, compact);
+            });
+        }
+        if (!options_.constantsFile.empty()) takeConstants(options_.constantsFile);
+    }
+
+    void takeConstants(const std::string& file) {
+        for (int i = 0; i < options_.runs; ++i) {
+            steps_.time("constants: save", [&] { bootstrapper_->saveBootConstants(logSlots_, file); });
+            steps_.time("constants: read", [&] { bootstrapper_->readBootConstants(logSlots_, file, true); });
+            for (const bool check : {false, true})
+                steps_.time(check ? "constants: map" : "constants: map, unchecked",
+                            [&] { bootstrapper_->mapBootConstants(logSlots_, file, check); });
+        }
     }
 
     ParameterPreset preset_;
