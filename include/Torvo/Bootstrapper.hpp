@@ -68,7 +68,8 @@ public:
     /// @throws RuntimeException "log_slots should not exceed " and log2 of the number of slots
     void makeBootConstants(unsigned long log_slots);
     /// Saves the constants for `log_slots`, which are the same for all keys: 2.1 GiB on `FGb` for full slots. They
-    /// are no secret. A file is replaced as a whole, so processes that have mapped the old one keep it.
+    /// are no secret. A file is replaced as a whole, so processes that have mapped the old one keep it; one that these
+    /// constants are mapped from stays as it is.
     /// @throws RuntimeException "A message of one slot needs no constants. Give log_slots from 1 on.";
     ///         "Bootstrapping constants for log slots ", log_slots, " do not exist."; as `Plaintext::save`
     void saveBootConstants(unsigned long log_slots, const std::string& path) const;

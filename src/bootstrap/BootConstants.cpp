@@ -96,7 +96,8 @@ BootConstants::BootConstants(u64 log_slots, double coeff_to_slot_constant, doubl
     generateDFTEncodings();
 }
 
-BootConstants::BootConstants(const BootRecipe& recipe, BootStages&& stages) : recipe_(recipe) {
+BootConstants::BootConstants(const BootRecipe& recipe, BootStages&& stages)
+    : recipe_(recipe), file_(std::move(stages.file)) {
     v0_encodings_.set(Device{}, std::move(stages.slotToCoeff));
     inv_v0_encodings_.set(Device{}, std::move(stages.coeffToSlot));
 }

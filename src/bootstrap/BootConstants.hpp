@@ -3,6 +3,7 @@
 #include "bootstrap/SparseComplexMatrix.hpp"
 #include "core/Integers.hpp"
 #include "core/MultipleDevice.hpp"
+#include "persistence/MappedFile.hpp"
 
 #include <Torvo/Context.hpp>
 #include <Torvo/Device.hpp>
@@ -43,6 +44,7 @@ struct BootShapes {
 /// The plaintexts of the two transforms, stage by stage.
 struct BootStages {
     std::vector<std::vector<Plaintext>> slotToCoeff, coeffToSlot;
+    std::shared_ptr<const MappedFile> file{}; ///< where their rows lie, unless in memory
 };
 
 /// The two linear transforms of bootstrapping for one `log_slots`. Each is factored into at most three
@@ -56,6 +58,8 @@ public:
     BootConstants(const BootRecipe& recipe, BootStages&& stages);
 
     const BootRecipe& getRecipe() const { return recipe_; }
+    /// The file that the constants on the CPU lie in; null if they lie in memory.
+    const MappedFile* getFile() const { return file_.get(); }
     bool isIn(const Device& device) const;
     /// The slot-to-coefficient stages on `device`.
     /// @throws std::out_of_range "map::at"
@@ -86,6 +90,7 @@ private:
     void generateDFTEncodings();
 
     BootRecipe recipe_;
+    std::shared_ptr<const MappedFile> file_;
     std::shared_ptr<EnDecoder> encoder_; ///< null where nothing was encoded
     MultipleDevice<std::vector<std::vector<Plaintext>>> v0_encodings_;
     MultipleDevice<std::vector<std::vector<Plaintext>>> inv_v0_encodings_;

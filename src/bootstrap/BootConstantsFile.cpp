@@ -169,15 +169,21 @@ void requireContents(const Head& head, const BootStages& stages, const std::stri
         refuse(source, message::damagedConstants);
 }
 
-struct Saved {
-    const Head head;
-    const std::vector<Rows> plaintexts;
+class Saved {
+public:
+    explicit Saved(const BootConstants& constants)
+        : plaintexts_(rowsOf(constants.getV0(Device{}), constants.getInvV0(Device{}))),
+          head_(Head::of(constants.getRecipe(), digestOf(plaintexts_))) {}
 
     void save(OutputArchive& archive) const {
-        head.save(archive);
-        for (const Rows& rows : plaintexts)
+        head_.save(archive);
+        for (const Rows& rows : plaintexts_)
             archive.saveBinary<sizeof(u64)>(rows.data(), static_cast<std::streamsize>(rows.size_bytes()));
     }
+
+private:
+    std::vector<Rows> plaintexts_;
+    Head head_;
 };
 
 struct Loaded {
@@ -204,14 +210,15 @@ u64 BootConstantsFile::byteCount(u64 log_slots, u64 degree, u64 chain_length) {
     return headBytes + BootShapes(log_slots, chain_length).rowCount() * degree * sizeof(u64);
 }
 
-template <class Target>
-void BootConstantsFile::save(const BootConstants& constants, Target& target) {
-    const std::vector<Rows> plaintexts = rowsOf(constants.getV0(Device{}), constants.getInvV0(Device{}));
-    Serialize::save(target, Saved{Head::of(constants.getRecipe(), digestOf(plaintexts)), plaintexts});
+// To write over a file that is in use would take it away from its readers, this one first.
+void BootConstantsFile::save(const BootConstants& constants, const std::string& path) {
+    if (constants.getFile() != nullptr && constants.getFile()->isAt(path)) return;
+    Serialize::save(path, Saved(constants));
 }
 
-template void BootConstantsFile::save(const BootConstants&, const std::string&);
-template void BootConstantsFile::save(const BootConstants&, std::ostream&);
+void BootConstantsFile::save(const BootConstants& constants, std::ostream& stream) {
+    Serialize::save(stream, Saved(constants));
+}
 
 BootStages BootConstantsFile::map(const std::string& path, bool check) const {
     const Parameter& parameter = recipe_.context->parameter;
@@ -229,6 +236,7 @@ BootStages BootConstantsFile::map(const std::string& path, bool check) const {
         at += words * sizeof(u64);
     });
     if (check) requireContents(head, stages, path);
+    stages.file = file;
     return stages;
 }
 

@@ -24,9 +24,9 @@ public:
     /// The length of the file of constants for `log_slots`, of a ring of this degree and chain.
     static u64 byteCount(u64 log_slots, u64 degree, u64 chain_length);
     /// As all objects are saved: to a stream or, replacing the file as a whole, to a path. `constants` were made from
-    /// the recipe.
-    template <class Target>
-    static void save(const BootConstants& constants, Target& target);
+    /// the recipe. A file that they are mapped from holds them: it stays as it is.
+    static void save(const BootConstants& constants, const std::string& path);
+    static void save(const BootConstants& constants, std::ostream& stream);
 
     /// Constants whose rows lie in the file.
     /// @throws RuntimeException of `MappedFile`; "Cannot take bootstrapping constants from " and so on

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace Torvo {
@@ -28,6 +29,10 @@ MappedFile::MappedFile(const std::string& path) {
     using State = RegularFile::State;
     if (file.state() == State::NotThere) refuse(message::cannotOpenFile, path, reasonOf(file.error()));
     if (file.state() == State::NotRegular) refuse(message::cannotMapFile, path, message::notMappable);
+    struct stat status {};
+    if (::fstat(file.descriptor(), &status) != 0) refuse(message::cannotMapFile, path, reasonOf(errno));
+    fileSystem_ = status.st_dev;
+    number_ = status.st_ino;
     size_ = file.size();
     if (size_ == 0) return; // the system maps no empty file
     void* memory = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, file.descriptor(), 0);
@@ -37,6 +42,11 @@ MappedFile::MappedFile(const std::string& path) {
 
 MappedFile::~MappedFile() {
     if (data_ != nullptr) ::munmap(data_, size_);
+}
+
+bool MappedFile::isAt(const std::string& path) const {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && status.st_dev == fileSystem_ && status.st_ino == number_;
 }
 
 } // namespace Torvo

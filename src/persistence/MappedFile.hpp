@@ -24,10 +24,13 @@ public:
     const char* data() const { return data_; }
     /// Bytes when it was mapped.
     u64 size() const { return size_; }
+    /// Whether `path` leads to this file.
+    bool isAt(const std::string& path) const;
 
 private:
     char* data_ = nullptr;
     u64 size_ = 0;
+    u64 fileSystem_ = 0, number_ = 0; ///< by which the system knows the file
 };
 
 } // namespace Torvo

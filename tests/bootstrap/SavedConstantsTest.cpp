@@ -160,6 +160,21 @@ TEST_F(SavedConstants, AreSharedByBootstrappersThatComeAndGo) {
     EXPECT_TRUE(test::sameWords(bootstrapped(copy, in), expected));
 }
 
+// A save in place would cut off the file that it reads.
+TEST_F(SavedConstants, LeaveTheFileThatTheyAreMappedFrom) {
+    const Bootstrapper bootstrapper = mapped();
+    const std::string bytes = saved(bootstrapper), link = directory.path() + "/link";
+    const auto written = fs::last_write_time(path);
+    fs::create_symlink(path, link);
+    bootstrapper.saveBootConstants(logSlots, path);
+    bootstrapper.saveBootConstants(logSlots, link);
+    EXPECT_EQ(fs::last_write_time(path), written);
+    EXPECT_EQ(saved(bootstrapper), bytes);
+    fs::remove(path);
+    bootstrapper.saveBootConstants(logSlots, path);
+    EXPECT_EQ(saved(mapped()), bytes) << "and save to a new one of its name";
+}
+
 TEST_F(SavedConstants, AreMappedThroughALink) {
     const std::string link = directory.path() + "/link";
     fs::create_symlink(path, link);

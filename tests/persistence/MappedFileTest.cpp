@@ -64,6 +64,19 @@ TEST_F(MappedFiles, StayWhenTheirNamesGoOrNameOthers) {
     EXPECT_EQ(contentOf(second), "second");
 }
 
+TEST_F(MappedFiles, KnowThePathsThatLeadToThem) {
+    const std::string link = directory.path() + "/link", other = directory.path() + "/other";
+    const MappedFile file(write("bytes"));
+    fs::create_symlink(path, link);
+    EXPECT_TRUE(file.isAt(path));
+    EXPECT_TRUE(file.isAt(link));
+    EXPECT_FALSE(file.isAt(other));
+    std::ofstream(other) << "bytes";
+    EXPECT_FALSE(file.isAt(other));
+    fs::rename(other, path);
+    EXPECT_FALSE(file.isAt(path));
+}
+
 TEST_F(MappedFiles, AreRefusedWithTheReasonOfTheSystem) {
     EXPECT_REFUSED(MappedFile{path}, "Cannot open file " + path + ": No such file or directory");
     EXPECT_REFUSED(MappedFile{""}, "Cannot open file : No such file or directory");
