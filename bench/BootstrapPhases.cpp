@@ -1,13 +1,13 @@
 // Measures what bootstrapping costs, phase by phase: seconds, and memory.
 //
-//     BootstrapPhases [--batched] [--real] [--log-slots L] [--threads N,...] [--runs R] [--constants FILE]
-//                     preset ...
+//     BootstrapPhases [--batched] [--real] [--log-slots L] [--threads N,...] [--runs R]
+//                     [--constants FILE] preset ...
 //     BootstrapPhases --sizes
 //
-// The first form measures: for each number of threads it makes new keys, builds the constants R times, bootstraps R
-// times phase by phase and R times as a whole, and takes medians. Beside the seconds on the clock it prints the processor time of
-// the calling thread, which does its share of every loop: a machine that runs nothing else would take about
-// that time. `resident` is the memory that the process holds after a step and `peak` the maximum within the
+// The first form measures: for each number of threads it makes new keys, builds the constants R times,
+// bootstraps R times phase by phase and R times as a whole, and takes medians. Beside the seconds on the clock
+// it prints the processor time of the calling thread, which does its share of every loop: a machine that runs
+// nothing else would take about that time. `resident` is the memory that the process holds after a step and `peak` the maximum within the
 // step (of the last number of threads, from /proc/self/status, Linux). Without --batched rotations are
 // sequential; without --log-slots all slots are used. With --constants the constants are also saved to FILE and
 // taken back in every way, and the bootstraps use those that are mapped. The second form computes, for full slots,
@@ -248,11 +248,15 @@ public:
             bootstrapper_->bootstrap(in, out, !options_.isReal);
         }
         bootstrapper_->setStepObserver({});
-        for (int i = 0; i < options_.runs; ++i)
-            steps_.time("whole bootstrap", [&] { bootstrapper_->bootstrap(in, out, !options_.isReal); });
+        repeat("whole bootstrap", [&] { bootstrapper_->bootstrap(in, out, !options_.isReal); });
     }
 
 private:
+    template <class Work>
+    void repeat(const std::string& name, Work&& work) {
+        for (int i = 0; i < options_.runs; ++i) steps_.time(name, work);
+    }
+
     void prepare() {
         steps_.time("context", [&] {
             context_ = makeContext(preset_);
@@ -276,23 +280,18 @@ private:
         steps_.time("keys: " + std::to_string(rotationKeys(c, logSlots_, compact)) + " rotations",
                     [&] { generator.genRotKeysForBootstrap(logSlots_, compact); });
         const HomEvaluator evaluator(c, pack);
-        for (int i = 0; i < options_.runs; ++i) {
+        repeat("`Bootstrapper`", [&] {
             bootstrapper_.reset();
-            steps_.time("`Bootstrapper`", [&] {
-                bootstrapper_ = std::make_unique<BootstrapperImpl>(evaluator, sparse_, logSlots_, compact);
-            });
-        }
+            bootstrapper_ = std::make_unique<BootstrapperImpl>(evaluator, sparse_, logSlots_, compact);
+        });
         if (!options_.constantsFile.empty()) takeConstants(options_.constantsFile);
     }
 
     void takeConstants(const std::string& file) {
-        for (int i = 0; i < options_.runs; ++i) {
-            steps_.time("constants: save", [&] { bootstrapper_->saveBootConstants(logSlots_, file); });
-            steps_.time("constants: read", [&] { bootstrapper_->readBootConstants(logSlots_, file, true); });
-            for (const bool check : {false, true})
-                steps_.time(check ? "constants: map" : "constants: map, unchecked",
-                            [&] { bootstrapper_->mapBootConstants(logSlots_, file, check); });
-        }
+        repeat("constants: save", [&] { bootstrapper_->saveBootConstants(logSlots_, file); });
+        repeat("constants: read", [&] { bootstrapper_->readBootConstants(logSlots_, file, true); });
+        repeat("constants: map, unchecked", [&] { bootstrapper_->mapBootConstants(logSlots_, file, false); });
+        repeat("constants: map", [&] { bootstrapper_->mapBootConstants(logSlots_, file, true); });
     }
 
     ParameterPreset preset_;
