@@ -62,9 +62,9 @@ public:
     Bootstrapper(const HomEvaluator& eval, const Context& context_sparse, unsigned long log_slots,
                  bool sequential_rotations = false);
 
-    /// Whether the constants for `log_slots` have been built; a message of one slot needs none.
+    /// Whether the constants for `log_slots` exist; a message of one slot needs none.
     bool isBootstrapReady(unsigned long log_slots) const;
-    /// Builds the constants for `log_slots` unless they have been built.
+    /// Builds the constants for `log_slots` unless they exist.
     /// @throws RuntimeException "log_slots should not exceed " and log2 of the number of slots
     void makeBootConstants(unsigned long log_slots);
     /// Saves the constants for `log_slots`, which are the same for all keys: 2.1 GiB on `FGb` for full slots. They

@@ -1,11 +1,11 @@
 #include "bootstrap/BootConstantsFile.hpp"
 
-#include "core/Blake3.hpp"
 #include "persistence/SavedFile.hpp"
 #include "support/BootScheme.hpp"
 #include "support/Bytes.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
+#include "support/SealedHead.hpp"
 #include "support/TemporaryDirectory.hpp"
 
 #include <cereal/details/helpers.hpp>
@@ -26,6 +26,8 @@
 namespace Torvo {
 namespace {
 
+using test::blake3;
+using test::resealed;
 using Stages = std::vector<std::vector<Plaintext>>;
 
 constexpr u64 headBytes = BootConstantsFile::headBytes;
@@ -65,24 +67,13 @@ void expectSame(const BootConstants& expected, const BootStages& found) {
     expectSame(expected.getInvV0(Device{}), found.coeffToSlot);
 }
 
-std::string digestOf(const std::string& bytes) {
-    std::string digest(32, '\0');
-    utils::doBLAKE3Hash(digest.data(), digest.size(), bytes.data(), bytes.size());
-    return digest;
-}
-
-/// With the digest that belongs to its head.
-std::string resealed(std::string file) {
-    return file.replace(headBytes - 32, 32, digestOf(file.substr(0, headBytes - 32)));
-}
-
 std::string wordsOf(const Stages& stages, std::string& digests) {
     std::string all;
     for (const auto& stage : stages)
         for (const Plaintext& plaintext : stage) {
             test::Bytes words;
             for (const u64 word : plaintext.getMx().getData()) words.u64s({word});
-            digests += digestOf(words.str());
+            digests += blake3(words.str());
             all += words.str();
         }
     return all;
@@ -129,8 +120,8 @@ TEST_F(BootConstantsFiles, HaveAHeadAndThenTheRowsOfAllPlaintexts) {
     for (u64 level = 0; level < 4; ++level) numbers.f64(ring()->scale_factors.log_scale[level]);
     test::Bytes head = test::Bytes::frame();
     head.u64s({ring()->context_hash}).u32(6).u64s({3, 64, 4});
-    head.raw(digestOf(numbers.str())).raw(digestOf(digests)).raw(std::string(59, '\0'));
-    EXPECT_EQ(sound.substr(0, headBytes), head.str() + digestOf(head.str()));
+    head.raw(blake3(numbers.str())).raw(blake3(digests)).raw(std::string(59, '\0'));
+    EXPECT_EQ(sound.substr(0, headBytes), head.str() + blake3(head.str()));
     EXPECT_TRUE(sound.substr(headBytes) == words);
     EXPECT_EQ(sound.size(), BootConstantsFile::byteCount(3, 64, 4));
 }
