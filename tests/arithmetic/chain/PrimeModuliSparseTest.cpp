@@ -40,6 +40,19 @@ TEST(PrimeModuliSparseRealPreset, MakesTheWordsOfTheFullOneForEveryGap) {
     expectTheWordsOfTheFullTransform(makeContext(ParameterPreset::FGb), 2, 2, 6);
 }
 
+// A negative multiple of a prime is embedded as the prime itself.
+TEST(PrimeModuliSparse, MakesZerosOfZerosInEitherForm) {
+    const Context context = makeContext(6, 4, 58, 45, 61, 2);
+    for (u64 gap = 1; gap < 64; gap *= 2) {
+        Polynomial zero(context, false, false, 3);
+        zero.clear();
+        for (u64 i = 0; i <= 3; ++i)
+            for (u64 k = 0; k < 64; k += gap) zero.getRow(i)[k] = k / gap % 3 == 0 ? zero.getPrimes()[i] : 0;
+        forwardNTTOfSparse(context->primes, zero, gap);
+        EXPECT_TRUE(context->primes.isZero(zero)) << gap;
+    }
+}
+
 TEST(PrimeModuliSparse, RefusesAPolynomialOfOtherPrimes) {
     Polynomial foreign(ringOfOtherPrimes(), false, false, 1);
     foreign.clear();
