@@ -198,7 +198,9 @@ std::vector<Ciphertext> FastBaseConv::switchKeysCPUImpl(const Polynomial& a, std
                                                         bool isNTT) const {
     std::vector<Ciphertext> outs;
     for (u64 k = 0; k < keys.size(); ++k) outs.push_back(unsetCiphertextAt(a.getLevel()));
-    KeySwitch(rowsOn(a.getDevice()), a, keys, isNTT, outs).run();
+    std::vector<KeySwitch::Out> elements;
+    for (Ciphertext& out : outs) elements.push_back({&out.getPoly(0), &out.getPoly(1)});
+    KeySwitch(rowsOn(a.getDevice()), a, keys, isNTT, elements).run();
     return outs;
 }
 

@@ -32,7 +32,7 @@ u64 primesInAdvance(u64 live, u64 temporary) {
 } // namespace
 
 KeySwitch::KeySwitch(const RowConversion& convert, const Polynomial& a, std::span<const MappedKey> keys,
-                     bool isNTT, std::vector<Ciphertext>& outs)
+                     bool isNTT, std::span<const Out> outs)
     : convert_(convert), ring_(convert.ring()), keys_(keys), isNTT_(isNTT), outs_(outs),
       live_(a.getLevel() + 1), temporary_(ring_.numTemp), early_(primesInAdvance(live_, temporary_)),
       areKept_(keys.size() > 1 || keys.front().automorphism != nullptr), digits_(convert, a),
@@ -47,8 +47,8 @@ void KeySwitch::run() {
         const u64 element = (w - late) % 2, t = (w - late) / 2;
         for (u64 k = 0; k < keys_.size(); ++k) divide(k, t, element, sumRow(k, element, temporary_ + t));
     });
-    for (Ciphertext& out : outs_)
-        for (u64 element = 0; element < 2; ++element) out.getPoly(element).setNTT(isNTT_);
+    for (const Out& out : outs_)
+        for (Polynomial* element : out) element->setNTT(isNTT_);
 }
 
 void KeySwitch::keepDigits(u64 t) {
@@ -89,7 +89,7 @@ void KeySwitch::sumAndDivide(u64 t) {
 
 void KeySwitch::divide(u64 k, u64 t, u64 element, u64* product) {
     if (!isNTT_) ring_.moduli[t].getNTT().computeBackward<1>(product);
-    convert_.divideRow(t, sumRow(k, element, 0), product, isNTT_, outs_[k].getPoly(element).getRow(t));
+    convert_.divideRow(t, sumRow(k, element, 0), product, isNTT_, outs_[k][element]->getRow(t));
 }
 
 } // namespace Torvo

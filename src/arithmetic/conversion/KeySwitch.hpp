@@ -8,11 +8,9 @@
 #include "core/DeviceSpecificArray.hpp"
 #include "core/Integers.hpp"
 
-#include <Torvo/Ciphertext.hpp>
-
 #include <algorithm>
+#include <array>
 #include <span>
-#include <vector>
 
 namespace Torvo {
 
@@ -75,9 +73,12 @@ void sumOfPrime(const Modulus& modulus, u64 t, const KeyRows& key, bool accumula
 /// until the last key has been multiplied.
 class KeySwitch {
 public:
-    /// The results are written to `outs`, as many as keys, at the level of `a`.
+    /// The two elements of a result.
+    using Out = std::array<Polynomial*, 2>;
+
+    /// The results are written to `outs`, as many as keys, at the level of `a`. Operands are not copied.
     KeySwitch(const RowConversion& convert, const Polynomial& a, std::span<const MappedKey> keys, bool isNTT,
-              std::vector<Ciphertext>& outs);
+              std::span<const Out> outs);
     void run();
 
 private:
@@ -97,7 +98,7 @@ private:
     const Ring& ring_;
     std::span<const MappedKey> keys_;
     bool isNTT_;
-    std::vector<Ciphertext>& outs_;
+    std::span<const Out> outs_;
     u64 live_;
     u64 temporary_;
     u64 early_; ///< ciphertext primes whose sums are made with those of the temporary primes

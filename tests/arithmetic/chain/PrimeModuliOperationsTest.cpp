@@ -185,7 +185,10 @@ const std::vector<Operation>& operations() {
              const Polynomial a = *c.in[0], b = *c.in[1];
              Polynomial minuend = *c.in[2];
              minuend.setLevel(std::min(minuend.getLevel(), b.getLevel()));
-             c.primes.constMult(minuend, 1, *c.out[0]);
+             if (minuend.getDevice() == Device{})
+                 c.primes.constMult(minuend, 1, *c.out[0]);
+             else
+                 *c.out[0] = minuend;
              c.primes.forwardNTTLessProduct(a, b, *c.out[0]);
          },
          [](const Row& r, const Rows& in) {
