@@ -68,13 +68,14 @@ void HomEvaluatorImpl::relinearize(const Ciphertext& in, Ciphertext& out) const 
     require(!in.isModUp(), message::operandsDifferInModUp);
     requireOwn(in);
     // in[n-1] * s^(n-1) = (in[n-1] * s^2) * s^(n-3): one key serves all powers.
-    const Ciphertext switched = keySwitcher_->switchKey(in.getPoly(n - 1), *key);
+    Ciphertext switched =
+        keySwitcher_->switchAndAdd(in.getPoly(n - 1), *key, in.getPoly(n - 3), in.getPoly(n - 2));
     const Stamp stamp = Stamp::of(in);
     utils::fitElements(context_, n - 1, false, out);
     for (u64 i = 0; i + 3 < n; ++i)
         if (&in != &out) out.getPoly(i) = in.getPoly(i);
-    context_->primes.add(in.getPoly(n - 3), switched.getPoly(0), out.getPoly(n - 3));
-    context_->primes.add(in.getPoly(n - 2), switched.getPoly(1), out.getPoly(n - 2));
+    out.getPoly(n - 3) = std::move(switched.getPoly(0));
+    out.getPoly(n - 2) = std::move(switched.getPoly(1));
     stamp.putOn(out);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <functional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -34,10 +35,8 @@ std::shared_ptr<EvaluationKey> HomEvaluatorImpl::leftRotationKey(u64 index) cons
 /// The ciphertext under X -> X^g, switched back to the secret it came from by `key`. It is on slots, as every
 /// new ciphertext, whatever `in` says of itself.
 Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const {
-    Polynomial mapped(context_, false, true);
-    context_->primes.frobeniusMapInNTT<false>(in.getPoly(1), g, mapped);
-    Ciphertext switched = keySwitcher_->switchKey(mapped, key);
-    context_->primes.frobeniusMapInNTT<true>(in.getPoly(0), g, switched.getPoly(0));
+    const KeyOfMap keyOfMap{g, &key};
+    Ciphertext switched = std::move(keySwitcher_->rotate(in, std::span(&keyOfMap, 1)).front());
     Stamp::of(in).putKeepingEncoding(switched);
     return switched;
 }
@@ -129,16 +128,14 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& 
         maps.push_back({galoisElement(index, in.getDevice()), keys.back().get()});
     }
     const Stamp stamp = Stamp::of(in);
-    std::vector<Ciphertext> rotated = keySwitcher_->switchMapped(in.getPoly(1), maps);
+    std::vector<Ciphertext> rotated = keySwitcher_->rotate(in, maps);
     for (u64 k = 0, next = 0; k < indices.size(); ++k) {
         if (indices[k] == 0) {
             outs[k] = in;
             continue;
         }
-        outs[k] = std::move(rotated[next]);
-        context_->primes.frobeniusMapInNTT<true>(in.getPoly(0), maps[next].galois, outs[k].getPoly(0));
+        outs[k] = std::move(rotated[next++]);
         stamp.putOn(outs[k]);
-        ++next;
     }
 }
 

@@ -138,14 +138,30 @@ Ciphertext KeySwitcher::switchKey(const Polynomial& poly, EvaluationKey& key, bo
     return std::move(baseConv_.switchKeys(scaled, std::span(&rows, 1), isNTT).front());
 }
 
-std::vector<Ciphertext> KeySwitcher::switchMapped(const Polynomial& poly,
-                                                  std::span<const KeyOfMap> keys) const {
+Ciphertext KeySwitcher::switchAndAdd(const Polynomial& poly, EvaluationKey& key, const Polynomial& first,
+                                     const Polynomial& second) const {
+    for (const Polynomial* addend : {&first, &second}) requireAddend(poly, *addend);
     const Polynomial scaled = timesGadgetFactors(poly);
+    const MappedKey rows{nullptr, rowsFor(poly, key), {{&first, &second}}};
+    return std::move(baseConv_.switchKeys(scaled, std::span(&rows, 1), true).front());
+}
+
+std::vector<Ciphertext> KeySwitcher::rotate(const Ciphertext& in, std::span<const KeyOfMap> keys) const {
+    const Polynomial &a = in.getPoly(1), &b = in.getPoly(0);
+    requireAddend(a, b);
+    if (keys.empty()) return {};
+    // With one key it is cheaper to map the polynomial than its digits.
+    const bool isAlone = keys.size() == 1;
+    Polynomial image(context_, false, true);
+    if (isAlone) context_->primes.frobeniusMapInNTT<false>(a, keys.front().galois, image);
+    const Polynomial scaled = timesGadgetFactors(isAlone ? image : a);
     std::vector<Automorphism> maps;
     std::vector<MappedKey> rows;
     maps.reserve(keys.size());
-    for (const auto& [galois, key] : keys)
-        rows.push_back({&maps.emplace_back(ringOf(context_).degree, galois), rowsFor(poly, *key)});
+    for (const auto& [galois, key] : keys) {
+        const Automorphism* map = &maps.emplace_back(ringOf(context_).degree, galois);
+        rows.push_back({isAlone ? nullptr : map, rowsFor(a, *key), {{&b, nullptr}, map}});
+    }
     std::vector<Ciphertext> all;
     for (std::span<const MappedKey> rest(rows); !rest.empty();) {
         const u64 few = std::min(rest.size(), keysAtOnce);
@@ -153,6 +169,12 @@ std::vector<Ciphertext> KeySwitcher::switchMapped(const Polynomial& poly,
         rest = rest.subspan(few);
     }
     return all;
+}
+
+void KeySwitcher::requireAddend(const Polynomial& poly, const Polynomial& addend) const {
+    require(isOfRing(context_, addend) && addend.getLevel() == poly.getLevel() && addend.isNTT() &&
+                addend.getDevice() == poly.getDevice(),
+            message::operandsOfOtherRing);
 }
 
 void KeySwitcher::multiplyDigits(const Polynomial& poly, EvaluationKey& key, bool accumulate,

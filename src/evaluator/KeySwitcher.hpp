@@ -13,7 +13,7 @@
 
 namespace Torvo {
 
-/// A key for the image of a polynomial under X -> X^galois.
+/// A key for the image of a ciphertext under X -> X^galois.
 struct KeyOfMap {
     long galois;
     EvaluationKey* key;
@@ -45,9 +45,13 @@ public:
     /// The three steps in one pass: a ciphertext, in NTT form if `isNTT`, of `poly` times the secret that the
     /// key switches from.
     Ciphertext switchKey(const Polynomial& poly, EvaluationKey& key, bool isNTT = true) const;
-    /// One such ciphertext in NTT form for each of the rotations, of `poly` under X -> X^galois. The automorphism
-    /// commutes with the decomposition, which so is paid once for all.
-    std::vector<Ciphertext> switchMapped(const Polynomial& poly, std::span<const KeyOfMap> keys) const;
+    /// The same in NTT form, with two polynomials at the level of `poly`, in NTT form too, added to its elements.
+    /// @throws RuntimeException "Operands are not of the ring of the generated context." for other addends
+    Ciphertext switchAndAdd(const Polynomial& poly, EvaluationKey& key, const Polynomial& first,
+                            const Polynomial& second) const;
+    /// For each key the ciphertext `in`, of two elements in NTT form, under X -> X^galois, switched back to the
+    /// secret that it is under. The automorphism commutes with the decomposition, which so is paid once for all.
+    std::vector<Ciphertext> rotate(const Ciphertext& in, std::span<const KeyOfMap> keys) const;
     /// The first two steps in one pass: what `multEvalKey` returns for the digits of `poly`, which with
     /// `accumulate` is added to `sum`, a product of that level.
     void multiplyDigits(const Polynomial& poly, EvaluationKey& key, bool accumulate, Ciphertext& sum) const;
@@ -60,6 +64,8 @@ private:
     void requireFit(const EvaluationKey& key, const Device& device, u64 digits) const;
     /// What is multiplied with the digits of `poly`, after that guard and those of a sum of products.
     KeyRows rowsFor(const Polynomial& poly, EvaluationKey& key) const;
+    /// The guard before a polynomial is added to what `poly` is switched to.
+    void requireAddend(const Polynomial& poly, const Polynomial& addend) const;
     /// A ciphertext with room for products at the level and on the device of `like`.
     Ciphertext unsetProduct(const Polynomial& like) const;
 

@@ -218,21 +218,35 @@ TEST_F(KeySwitching, AKeyOfALowerLevelIsRefusedByEveryForm) {
     const Polynomial p = uniform(7);
     const std::vector<Polynomial> blocks = blocksOf(p);
     const std::vector<KeyOfMap> rotation{{5, key.get()}};
-    Ciphertext sum(context);
+    Ciphertext sum(context), pair(context);
+    pair.getPoly(0) = pair.getPoly(1) = p;
     const char* const text = "Operands have different levels.";
     EXPECT_REFUSED(switcher.switchKey(p, *key), text);
-    EXPECT_REFUSED(switcher.switchMapped(p, rotation), text);
+    EXPECT_REFUSED(switcher.rotate(pair, rotation), text);
     EXPECT_REFUSED(switcher.multiplyDigits(p, *key, false, sum), text);
     EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
     EXPECT_NO_THROW(switcher.switchKey(uniform(4), *key)); // one digit, and so the first pair alone
 
     key->getAxIter(Device{})[0].setLevel(99); // beyond the chain: levels are compared first, of all pairs
     EXPECT_REFUSED(switcher.switchKey(p, *key), text);
-    EXPECT_REFUSED(switcher.switchMapped(p, rotation), text);
+    EXPECT_REFUSED(switcher.rotate(pair, rotation), text);
     EXPECT_REFUSED(switcher.multiplyDigits(p, *key, false, sum), text);
     EXPECT_REFUSED(switcher.multEvalKey(blocks, *key), text);
     EXPECT_REFUSED(switcher.switchKey(uniform(4), *key),
                    "Operands are not of the ring of the generated context.");
+}
+
+TEST_F(KeySwitching, OtherAddendsThanThoseOfThePolynomialsLevelAndFormAreRefused) {
+    EvaluationKey& key = *scheme.keys.getMultKey();
+    const Polynomial p = uniform(6), lower = uniform(5);
+    Polynomial onCoefficients = p;
+    primes.backwardNTT(onCoefficients, onCoefficients);
+    const char* const text = "Operands are not of the ring of the generated context.";
+    EXPECT_NO_THROW(switcher.switchAndAdd(p, key, p, p));
+    EXPECT_REFUSED(switcher.switchAndAdd(p, key, lower, p), text);
+    EXPECT_REFUSED(switcher.switchAndAdd(p, key, p, onCoefficients), text);
+    EXPECT_REFUSED(
+        switcher.switchAndAdd(p, key, p, Polynomial(makeContext(6, 4, 60, 42, 61, 2), false, true)), text);
 }
 
 TEST_F(KeySwitching, BlocksAreMadeOnlyWhereTheContextHasTables) {

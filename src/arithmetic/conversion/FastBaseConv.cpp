@@ -197,9 +197,13 @@ Ciphertext FastBaseConv::modDownCPUImpl(const Ciphertext& in, bool isNTT) const 
 std::vector<Ciphertext> FastBaseConv::switchKeysCPUImpl(const Polynomial& a, std::span<const MappedKey> keys,
                                                         bool isNTT) const {
     std::vector<Ciphertext> outs;
-    for (u64 k = 0; k < keys.size(); ++k) outs.push_back(unsetCiphertextAt(a.getLevel()));
     std::vector<KeySwitch::Out> elements;
-    for (Ciphertext& out : outs) elements.push_back({&out.getPoly(0), &out.getPoly(1)});
+    outs.reserve(keys.size()); // elements point into them
+    elements.reserve(keys.size());
+    for (u64 k = 0; k < keys.size(); ++k) {
+        Ciphertext& out = outs.emplace_back(unsetCiphertextAt(a.getLevel()));
+        elements.push_back({&out.getPoly(0), &out.getPoly(1)});
+    }
     KeySwitch(rowsOn(a.getDevice()), a, keys, isNTT, elements).run();
     return outs;
 }

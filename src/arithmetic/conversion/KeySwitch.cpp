@@ -88,8 +88,21 @@ void KeySwitch::sumAndDivide(u64 t) {
 }
 
 void KeySwitch::divide(u64 k, u64 t, u64 element, u64* product) {
+    u64* row = outs_[k][element]->getRow(t);
     if (!isNTT_) ring_.moduli[t].getNTT().computeBackward<1>(product);
-    convert_.divideRow(t, sumRow(k, element, 0), product, isNTT_, outs_[k][element]->getRow(t));
+    convert_.divideRow(t, sumRow(k, element, 0), product, isNTT_, row);
+    addTo(row, keys_[k].addends, element, t);
+}
+
+void KeySwitch::addTo(u64* row, const Addends& addends, u64 element, u64 t) {
+    if (addends.elements[element] == nullptr) return;
+    const u64* addend = addends.elements[element]->getRow(t);
+    if (addends.automorphism != nullptr) {
+        u64* image = spare_.mine(0); // no digit is there any more
+        addends.automorphism->apply(addend, image);
+        addend = image;
+    }
+    ring_.moduli[t].addVector(row, row, addend, ring_.degree);
 }
 
 } // namespace Torvo

@@ -90,6 +90,7 @@ private:
     void sumInAdvance(u64 j);
     void sumAndDivide(u64 t);
     void divide(u64 k, u64 t, u64 element, u64* product);
+    void addTo(u64* row, const Addends& addends, u64 element, u64 t);
     u64* sumRow(u64 k, u64 element, u64 j) {
         return sums_.getData() + ((2 * k + element) * (temporary_ + early_) + j) * ring_.degree;
     }

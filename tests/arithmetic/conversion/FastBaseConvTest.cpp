@@ -397,8 +397,10 @@ TEST(FastBaseConv, KeysOfManyMapsShareTheDigits) {
                     const Automorphism five(world.ring.degree, 5), conjugation(world.ring.degree, -1);
                     const Pairs first(world, level, random), second(world, level, random),
                         third(world, level, random);
-                    const std::vector<MappedKey> keys{
-                        {&five, first.rows()}, {nullptr, second.rows()}, {&conjugation, third.rows()}};
+                    const Polynomial b = randomPolynomial(world, level, false, true, random);
+                    const std::vector<MappedKey> keys{{&five, first.rows(), {{&b, nullptr}, &five}},
+                                                      {nullptr, second.rows(), {{&b, &b}, nullptr}},
+                                                      {&conjugation, third.rows()}};
                     const auto got = world.conversion.switchKeys(a, keys, true);
                     ASSERT_EQ(got.size(), keys.size());
                     const auto image = [&](long k) {
@@ -406,8 +408,13 @@ TEST(FastBaseConv, KeysOfManyMapsShareTheDigits) {
                         for (Polynomial& p : images) world.context->primes.frobeniusMapInNTT<false>(p, k, p);
                         return images;
                     };
-                    EXPECT_TRUE(sameWords(got[0], inThreeSteps(world, image(5), first, true)));
-                    EXPECT_TRUE(sameWords(got[1], inThreeSteps(world, digits, second, true)));
+                    const PrimeModuli& primes = world.context->primes;
+                    Ciphertext expected = inThreeSteps(world, image(5), first, true);
+                    primes.frobeniusMapInNTT<true>(b, 5, expected.getPoly(0));
+                    EXPECT_TRUE(sameWords(got[0], expected));
+                    expected = inThreeSteps(world, digits, second, true);
+                    for (u64 i = 0; i < 2; ++i) primes.add(expected.getPoly(i), b, expected.getPoly(i));
+                    EXPECT_TRUE(sameWords(got[1], expected));
                     EXPECT_TRUE(sameWords(got[2], inThreeSteps(world, image(-1), third, true)));
                     const auto alone = world.conversion.switchKeys(a, std::span(keys).first(1), true);
                     EXPECT_TRUE(sameWords(alone.front(), got[0]));
