@@ -4,6 +4,7 @@
 #include "support/FailingAllocations.hpp"
 #include "support/ForcedFeature.hpp"
 #include "support/KernelForm.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/Seeded.hpp"
 
 #include <omp.h>
@@ -374,6 +375,7 @@ TEST_P(FFTForms, GiveTheSameBitsFromAnyTeam) {
 }
 
 TEST_P(FFTForms, LeaveTheMessageAloneWhereThereIsNoRoom) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SCOPED_TRACE(random_.describe());
     const FFT fft(1024, {});
     const test::ForcedFeature forced(GetParam());
