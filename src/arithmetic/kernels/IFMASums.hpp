@@ -12,8 +12,10 @@ namespace Torvo {
 
 namespace {
 
+/// Words below have one limb.
+inline constexpr u64 oneLimbEnd = u64{1} << 52;
 /// The lower 52 bits of a word, all that the factors of these instructions are.
-inline constexpr u64 lower52 = (u64{1} << 52) - 1;
+inline constexpr u64 lower52 = oneLimbEnd - 1;
 
 /// sum + the lower or the upper 52 bits of the product of the lower 52 bits of x and y.
 [[gnu::always_inline]] inline __m512i addLow52(__m512i sum, __m512i x, __m512i y) {
@@ -190,27 +192,31 @@ void sumProducts52(const rows::ProductTerm* terms, u64 count, u64* out1, u64* ou
 struct IFMASums {
     static void constantProducts(const rows::ConstantTerm* terms, u64 count, bool accumulate, u64 start,
                                  u64* out, u64 n, rows::WideConstant wide) {
-        constexpr u64 oneLimbEnd = u64{1} << 52;
         std::array<rows::ConstantTerm, rows::maxTerms> sorted;
         std::copy_n(terms, count, sorted.begin());
         const auto hasOneLimb = [](const rows::ConstantTerm& term) { return term.bound <= oneLimbEnd; };
         std::partition(sorted.data(), sorted.data() + count, hasOneLimb);
         const auto oneLimb = static_cast<u64>(std::count_if(terms, terms + count, hasOneLimb));
-        const auto run = [&]<int limbs>() {
+        withLimbs(wide.p, [&]<int limbs>() {
             const auto sum =
                 accumulate ? sumConstantProducts52<limbs, true> : sumConstantProducts52<limbs, false>;
             sum(sorted.data(), oneLimb, count, start, out, n, ShiftedModulus<limbs>(wide.p));
-        };
-        wide.p < oneLimbEnd ? run.template operator()<1>() : run.template operator()<2>();
+        });
     }
 
     static void products(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2,
                          u64 n, rows::WideConstant wide) {
-        const auto run = [&]<int limbs>() {
+        withLimbs(wide.p, [&]<int limbs>() {
             const auto sum = accumulate ? sumProducts52<limbs, true> : sumProducts52<limbs, false>;
             sum(terms, count, out1, out2, n, ShiftedModulus<limbs>(wide.p));
-        };
-        wide.p < u64{1} << 52 ? run.template operator()<1>() : run.template operator()<2>();
+        });
+    }
+
+private:
+    /// Calls run.operator()<limbs>() with the limbs that p needs.
+    template <class Run>
+    static void withLimbs(u64 p, Run run) {
+        p < oneLimbEnd ? run.template operator()<1>() : run.template operator()<2>();
     }
 };
 
