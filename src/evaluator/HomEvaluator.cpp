@@ -278,6 +278,16 @@ void HomEvaluator::rightRotate(const Ciphertext& in, unsigned long index, Cipher
     impl_->rightRotate(in, withinSlots(in, index), out);
 }
 
+void HomEvaluator::leftRotate(const Ciphertext& in, const std::vector<unsigned long>& indices,
+                              std::vector<Ciphertext>& outs) const {
+    impl_->rotate(HomEvaluatorImpl::Direction::Left, in, indices, outs);
+}
+
+void HomEvaluator::rightRotate(const Ciphertext& in, const std::vector<unsigned long>& indices,
+                               std::vector<Ciphertext>& outs) const {
+    impl_->rotate(HomEvaluatorImpl::Direction::Right, in, indices, outs);
+}
+
 void HomEvaluator::conjugate(const Ciphertext& in, Ciphertext& out) const {
     impl_->conjugate(in, out);
 }

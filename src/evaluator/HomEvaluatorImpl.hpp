@@ -154,6 +154,8 @@ public:
 
     // ---- ciphertexts, rotations
 
+    enum class Direction { Left, Right };
+
     void leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const;
     void rightRotate(const Ciphertext& in, u64 index, Ciphertext& out) const;
     /// `outs[k]` is `in` rotated to the left by `indices[k]`, with the same words as single rotations and one
@@ -162,6 +164,9 @@ public:
     ///         index
     void leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
                     std::vector<Ciphertext>& outs) const;
+    /// As that, in either direction and with indices modulo the slots in use; all missing keys are named.
+    void rotate(Direction direction, const Ciphertext& in, const std::vector<u64>& indices,
+                std::vector<Ciphertext>& outs) const;
     void conjugate(const Ciphertext& in, Ciphertext& out) const;
     void killImag(const Ciphertext& in, Ciphertext& out) const;
     void leftRotateReduce(const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const;
@@ -172,8 +177,6 @@ public:
     void getRotIdxDecomposition(const u64& index, std::vector<u64>& out, u64& count) const;
 
 private:
-    enum class Direction { Left, Right };
-
     // HomEvaluatorImpl.cpp
     template <class... Operands>
     void requireOwn(const Operands&... operands) const {
@@ -222,6 +225,9 @@ private:
 
     // HomEvaluatorRotation.cpp
     std::shared_ptr<EvaluationKey> leftRotationKey(u64 index) const;
+    void requireRotatable(const Ciphertext& in) const;
+    /// Names every index, but 0, that has no key.
+    void requireLeftRotationKeys(const std::vector<u64>& indices) const;
     void composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const;
     Ciphertext applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const;
     Ciphertext plainSum(const std::vector<Ciphertext>& cts) const;

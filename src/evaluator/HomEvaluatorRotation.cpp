@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <functional>
+#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -41,10 +42,14 @@ Ciphertext HomEvaluatorImpl::applyAutomorphism(const Ciphertext& in, long g, Eva
     return switched;
 }
 
-void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
+void HomEvaluatorImpl::requireRotatable(const Ciphertext& in) const {
     utils::requireOnSlots(in);
     requireTwoElements(in);
     requireOwn(in);
+}
+
+void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
+    requireRotatable(in);
     const u64 r = index % context_->parameter.num_slots;
     if (r == 0) {
         out = in;
@@ -106,11 +111,39 @@ void HomEvaluatorImpl::killImag(const Ciphertext& in, Ciphertext& out) const {
 
 // ---- many rotations
 
+void HomEvaluatorImpl::requireLeftRotationKeys(const std::vector<u64>& indices) const {
+    std::set<u64> missing;
+    for (const u64 index : indices)
+        if (index != 0 && keyPack_.getLeftRotKey(index) == nullptr) missing.insert(index);
+    if (missing.empty()) return;
+    if (missing.size() == 1)
+        throw RuntimeException(message::noLeftRotationKey + std::to_string(*missing.begin()));
+    std::string text = message::noLeftRotationKeys;
+    for (const char* separator = ""; const u64 index : missing) {
+        text += separator + std::to_string(index);
+        separator = ", ";
+    }
+    throw RuntimeException(text);
+}
+
+void HomEvaluatorImpl::rotate(Direction direction, const Ciphertext& in, const std::vector<u64>& indices,
+                              std::vector<Ciphertext>& outs) const {
+    requireRotatable(in);
+    const u64 turn = in.getNumberOfSlots();
+    std::vector<u64> toTheLeft;
+    toTheLeft.reserve(indices.size());
+    for (const u64 index : indices) {
+        const u64 r = index % turn;
+        // To the right by r is to the left by what is missing to a turn of the ring, of all its slots.
+        toTheLeft.push_back(direction == Direction::Left || r == 0 ? r : context_->parameter.num_slots - r);
+    }
+    requireLeftRotationKeys(toTheLeft);
+    leftRotate(in, toTheLeft, outs);
+}
+
 void HomEvaluatorImpl::leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
                                   std::vector<Ciphertext>& outs) const {
-    utils::requireOnSlots(in);
-    requireTwoElements(in);
-    requireOwn(in);
+    requireRotatable(in);
     if (isElementOf(outs, in)) {
         // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): `outs` changes its size below
         const Ciphertext copy = in;

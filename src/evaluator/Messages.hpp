@@ -56,6 +56,7 @@ inline constexpr const char* noMultiplicationKey = "Failed to load the multiplic
 inline constexpr const char* noConjugationKey = "Failed to load the conjugation key";
 /// The index follows, in decimal.
 inline constexpr const char* noLeftRotationKey = "Failed to load the left rotation key for index ";
+inline constexpr const char* noLeftRotationKeys = "Failed to load the left rotation keys for indices ";
 inline constexpr const char* noKeyToComposeFrom = "[Load Rotation Key] no left rotation key for index ";
 
 } // namespace Torvo::message

@@ -295,6 +295,36 @@ TEST_F(HomEvaluatorRotation, ManyRotationsRefuseInOrderAndNeedEveryKey) {
     EXPECT_REFUSED(impl.leftRotate(x, {slots}, outs), noKey(slots));
 }
 
+TEST_F(HomEvaluatorRotation, ManyRotationsTakeIndicesModuloTheSlotsInBothDirections) {
+    const std::vector<u64> indices{1, slots + 4, 2 * slots, 16};
+    std::vector<Ciphertext> toTheLeft, toTheRight = usedOutputs(scheme.context);
+    bundled().leftRotate(x, indices, toTheLeft);
+    const std::vector<u64> complements{slots - 1, 2 * slots - 4, 0, slots - 16};
+    bundled().rightRotate(x, complements, toTheRight);
+    ASSERT_EQ(toTheLeft.size(), indices.size());
+    ASSERT_EQ(toTheRight.size(), indices.size());
+    for (u64 k = 0; k < indices.size(); ++k) {
+        Ciphertext single(scheme.context);
+        bundled().leftRotate(x, indices[k], single);
+        EXPECT_TRUE(sameWords(toTheLeft[k], single)) << indices[k];
+        EXPECT_TRUE(sameWords(toTheRight[k], single)) << complements[k];
+    }
+    bundled().leftRotate(x, {}, toTheLeft);
+    EXPECT_TRUE(toTheLeft.empty());
+}
+
+TEST_F(HomEvaluatorRotation, ManyRotationsNameEveryMissingKeyAndWriteNothing) {
+    const HomEvaluator evaluator(scheme.context, packWith({2, 4}));
+    std::vector<Ciphertext> outs{x};
+    EXPECT_REFUSED(evaluator.leftRotate(x, {7, 2, 0, 3, 7}, outs),
+                   "Failed to load the left rotation keys for indices 3, 7");
+    EXPECT_REFUSED(evaluator.leftRotate(x, {4, 3}, outs), noKey(3));
+    EXPECT_REFUSED(evaluator.rightRotate(x, {1, slots - 2}, outs), noKey(slots - 1));
+    EXPECT_REFUSED(evaluator.leftRotate(shaped(3, EncodingType::Slot), {3, 5}, outs), sizeNotTwo);
+    ASSERT_EQ(outs.size(), 1);
+    EXPECT_TRUE(sameWords(outs[0], x));
+}
+
 TEST_F(HomEvaluatorRotation, SumsOfRotationsDivideOnce) {
     std::vector<Ciphertext> cts;
     Message expected(scheme.logFullSlots(), Complex(0.0));
