@@ -152,6 +152,17 @@ public:
     void innerProduct(const Plaintext* plainBegin, const Plaintext* plainEnd, const Ciphertext* cipherBegin,
                       Ciphertext& out) const;
 
+    // ---- ciphertexts at a lower level than their own
+    // The rows above `level` are passed over. What is left has the scale of the operand's own level, which the
+    // caller has to account for.
+
+    /// `in` at `level` times `c`, owing one rescale.
+    void multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level, Ciphertext& out) const;
+    /// The same with a number of its own for each slot.
+    void multAtLevel(const Ciphertext& in, const Message& factors, u64 level, Ciphertext& out) const;
+    /// The raw product of two ciphertexts of two elements at the lower of their levels, owing one rescale.
+    void tensorAtLowerLevel(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
+
     // ---- ciphertexts, rotations
 
     enum class Direction { Left, Right };

@@ -377,6 +377,34 @@ void HomEvaluatorImpl::mult(const CiphertextBase<E>& in, const Plaintext& plaint
         multEncoded(in, reencode(plaintext, in.getLevel(), 0), out);
 }
 
+// ---- products at a lower level
+
+void HomEvaluatorImpl::multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level,
+                                   Ciphertext& out) const {
+    utils::requireOnSlots(in);
+    utils::requireReadyToMultiply(in);
+    requireOwn(in);
+    const EncodedConstant encoded = encodeConstant(c, level, 0, in.getDevice());
+    const Stamp stamp = Stamp::of(in).owing(1);
+    encoded.apply([&](const auto&... parts) { multElements(in, out, parts...); });
+    stamp.putOn(out);
+}
+
+void HomEvaluatorImpl::multAtLevel(const Ciphertext& in, const Message& factors, u64 level,
+                                   Ciphertext& out) const {
+    utils::requireOnSlots(in);
+    utils::requireReadyToMultiply(in);
+    utils::requireMatching(in, factors);
+    requireOwn(in);
+    const Plaintext encoded = Encoding(context_, factors, level, 0).takeInNTTForm();
+    const Stamp stamp = Stamp::of(in).owing(1);
+    utils::fitLike(in, out);
+    const PrimeModuli& primes = context_->primes;
+    for (u64 i = 0; i < in.getNumPoly(); ++i)
+        primes.hadamardMult(in.getPoly(i), encoded.getMx(), out.getPoly(i));
+    stamp.putOn(out);
+}
+
 // ---- levels
 
 template <EncryptionType E>

@@ -36,6 +36,19 @@ void HomEvaluatorImpl::tensor(const Ciphertext& a, const Ciphertext& b, Cipherte
     stamp.putOn(out);
 }
 
+void HomEvaluatorImpl::tensorAtLowerLevel(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    require(a.getNumPoly() == 2 && b.getNumPoly() == 2, message::sizeAboveTwo);
+    requireBothOnSlots(a, b);
+    utils::requireReadyToMultiply(a, b);
+    require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
+    requireOwn(a, b);
+    const Stamp stamp = Stamp::of(a).owing(1);
+    utils::fitElements(context_, 3, false, out);
+    context_->primes.tensor(a.getPoly(1), a.getPoly(0), b.getPoly(1), b.getPoly(0), out.getPoly(1),
+                            out.getPoly(0), out.getPoly(2));
+    stamp.putOn(out);
+}
+
 /// out[k] = sum of a[i] * b[j] over i + j = k.
 void HomEvaluatorImpl::tensorOfAnyLength(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     const PrimeModuli& primes = context_->primes;

@@ -1,0 +1,123 @@
+#include "functions/CipherOperations.hpp"
+
+#include "context/ContextContent.hpp"
+#include "crypto/OutputShape.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/Messages.hpp"
+
+#include <cmath>
+
+namespace Torvo {
+
+double scaleRatioOf(const Context& context, u64 from, u64 to) {
+    const std::vector<double>& logScale = context->scale_factors.log_scale;
+    return std::exp2(logScale[from] - logScale[to]);
+}
+
+double rescaleGainOf(const Context& context, u64 level) {
+    const std::vector<double>& logScale = context->scale_factors.log_scale;
+    const double logPrime = std::log2(static_cast<double>(context->primes.getPrime(level)));
+    return std::exp2(std::round(2 * logScale[level] - logPrime - logScale[level - 1]));
+}
+
+Ciphertext CipherOperations::unset() const {
+    return unsetCiphertext(evaluator_->getContext());
+}
+
+double CipherOperations::scaleRatio(u64 from, u64 to) const {
+    return scaleRatioOf(evaluator_->getContext(), from, to);
+}
+
+double CipherOperations::rescaleGain(u64 level) const {
+    return rescaleGainOf(evaluator_->getContext(), level);
+}
+
+// ---- guards
+
+void CipherOperations::requireOperand(const Ciphertext& x) const {
+    utils::requireOnSlots(x);
+    require(x.getNumPoly() == 2, message::sizeNotTwo);
+    utils::requireNothingOwed(x);
+    requireOfRing(evaluator_->getContext(), x);
+}
+
+void CipherOperations::prepare(const std::string& what, u64 levels, double /*bound*/,
+                               std::vector<Ciphertext*> values) const {
+    for (const Ciphertext* value : values)
+        if (value->getLevel() < levels)
+            throw RuntimeException(message::tooFewLevels(what, levels, value->getLevel()));
+}
+
+// ---- sums
+
+void CipherOperations::add(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    evaluator_->add(a, b, out);
+}
+
+void CipherOperations::sub(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    evaluator_->sub(a, b, out);
+}
+
+void CipherOperations::add(const Ciphertext& in, std::complex<double> c, Ciphertext& out) const {
+    evaluator_->add(in, c, out);
+}
+
+void CipherOperations::addSlots(const Ciphertext& in, const Message& numbers, Ciphertext& out) const {
+    evaluator_->add(in, numbers, out);
+}
+
+void CipherOperations::negate(const Ciphertext& in, Ciphertext& out) const {
+    evaluator_->negate(in, out);
+}
+
+// ---- products
+
+void CipherOperations::multInteger(const Ciphertext& in, long n, Ciphertext& out) const {
+    evaluator_->multInteger(in, n, out);
+}
+
+void CipherOperations::multImagUnit(const Ciphertext& in, Ciphertext& out) const {
+    evaluator_->multImagUnit(in, out);
+}
+
+void CipherOperations::multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level, Ciphertext& out) const {
+    evaluator_->multAtLevel(in, c, level, out);
+}
+
+void CipherOperations::multSlotsAtLevel(const Ciphertext& in, const Message& factors, u64 level, Ciphertext& out) const {
+    evaluator_->multAtLevel(in, factors, level, out);
+}
+
+void CipherOperations::tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
+    evaluator_->tensorAtLowerLevel(a, b, out);
+}
+
+void CipherOperations::relinearize(Ciphertext& in_out) const {
+    if (in_out.getNumPoly() > 2) evaluator_->relinearize(in_out, in_out);
+}
+
+void CipherOperations::rescale(Ciphertext& in_out) const {
+    evaluator_->rescale(in_out);
+}
+
+void CipherOperations::levelDown(const Ciphertext& in, u64 level, Ciphertext& out) const {
+    evaluator_->levelDown(in, level, out);
+}
+
+// ---- rotations
+
+void CipherOperations::leftRotate(const Ciphertext& in, u64 index, Ciphertext& out) const {
+    evaluator_->leftRotate(in, index % in.getNumberOfSlots(), out);
+}
+
+void CipherOperations::leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
+                                  std::vector<Ciphertext>& outs) const {
+    evaluator_->rotate(HomEvaluatorImpl::Direction::Left, in, indices, outs);
+}
+
+void CipherOperations::conjugate(const Ciphertext& in, Ciphertext& out) const {
+    evaluator_->conjugate(in, out);
+}
+
+} // namespace Torvo

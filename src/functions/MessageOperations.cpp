@@ -1,0 +1,69 @@
+#include "functions/MessageOperations.hpp"
+
+#include "core/Failure.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/Messages.hpp"
+
+namespace Torvo {
+
+void MessageOperations::requireOperand(const Message& x) const {
+    require(!x.isEmpty(), message::emptyMessage);
+}
+
+void MessageOperations::add(const Message& a, const Message& b, Message& out) const {
+    evaluator_->add(a, b, out);
+}
+
+void MessageOperations::sub(const Message& a, const Message& b, Message& out) const {
+    evaluator_->sub(a, b, out);
+}
+
+void MessageOperations::add(const Message& in, std::complex<double> c, Message& out) const {
+    evaluator_->add(in, c, out);
+}
+
+void MessageOperations::addSlots(const Message& in, const Message& numbers, Message& out) const {
+    evaluator_->add(in, numbers, out);
+}
+
+void MessageOperations::negate(const Message& in, Message& out) const {
+    evaluator_->negate(in, out);
+}
+
+void MessageOperations::multInteger(const Message& in, long n, Message& out) const {
+    evaluator_->mult(in, std::complex<double>(static_cast<double>(n), 0), out);
+}
+
+void MessageOperations::multImagUnit(const Message& in, Message& out) const {
+    evaluator_->multImagUnit(in, out);
+}
+
+void MessageOperations::multAtLevel(const Message& in, std::complex<double> c, u64 /*level*/, Message& out) const {
+    evaluator_->mult(in, c, out);
+}
+
+void MessageOperations::multSlotsAtLevel(const Message& in, const Message& factors, u64 /*level*/,
+                                         Message& out) const {
+    evaluator_->mult(in, factors, out);
+}
+
+void MessageOperations::tensor(const Message& a, const Message& b, Message& out) const {
+    evaluator_->mult(a, b, out);
+}
+
+void MessageOperations::leftRotate(const Message& in, u64 index, Message& out) const {
+    evaluator_->leftRotate(in, index, out);
+}
+
+void MessageOperations::leftRotate(const Message& in, const std::vector<u64>& indices,
+                                   std::vector<Message>& outs) const {
+    std::vector<Message> rotated(indices.size());
+    for (u64 k = 0; k < indices.size(); ++k) evaluator_->leftRotate(in, indices[k], rotated[k]);
+    outs = std::move(rotated);
+}
+
+void MessageOperations::conjugate(const Message& in, Message& out) const {
+    evaluator_->conjugate(in, out);
+}
+
+} // namespace Torvo

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "functions/Operations.hpp"
+
+#include <Torvo/HomEvaluator.hpp>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Torvo {
+
+/// In the clear, in double precision: the operations of a function in the order in which they run on ciphertexts.
+/// Messages have no levels, so these never run out.
+class MessageOperations : public Operations<Message> {
+public:
+    explicit MessageOperations(const HomEvaluator& evaluator) : evaluator_(evaluator.getImpl()) {}
+
+    Message unset() const override { return Message(); }
+    u64 level(const Message&) const override { return anyLevel; }
+    u64 logSlots(const Message& x) const override { return x.getLogSlots(); }
+    double scaleRatio(u64, u64) const override { return 1; }
+    double rescaleGain(u64) const override { return 1; }
+
+    void requireOperand(const Message& x) const override;
+    void prepare(const std::string&, u64, double, std::vector<Message*>) const override {}
+
+    void add(const Message& a, const Message& b, Message& out) const override;
+    void sub(const Message& a, const Message& b, Message& out) const override;
+    void add(const Message& in, std::complex<double> c, Message& out) const override;
+    void addSlots(const Message& in, const Message& numbers, Message& out) const override;
+    void negate(const Message& in, Message& out) const override;
+
+    void multInteger(const Message& in, long n, Message& out) const override;
+    void multImagUnit(const Message& in, Message& out) const override;
+    void multAtLevel(const Message& in, std::complex<double> c, u64 level, Message& out) const override;
+    void multSlotsAtLevel(const Message& in, const Message& factors, u64 level, Message& out) const override;
+    void tensor(const Message& a, const Message& b, Message& out) const override;
+    void relinearize(Message&) const override {}
+    void rescale(Message&) const override {}
+    void levelDown(const Message& in, u64, Message& out) const override { out = in; }
+
+    void leftRotate(const Message& in, u64 index, Message& out) const override;
+    void leftRotate(const Message& in, const std::vector<u64>& indices, std::vector<Message>& outs) const override;
+    void conjugate(const Message& in, Message& out) const override;
+
+private:
+    /// More than any function spends.
+    static constexpr u64 anyLevel = u64{1} << 20;
+
+    std::shared_ptr<HomEvaluatorImpl> evaluator_;
+};
+
+} // namespace Torvo

@@ -1,0 +1,116 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Message.hpp>
+
+#include <algorithm>
+#include <complex>
+#include <string>
+#include <vector>
+
+namespace Torvo {
+
+/// The operations that functions are made of, on one kind of value: ciphertexts, messages in the clear, or what a
+/// plan keeps of a ciphertext. A function is written once, for any of them.
+///
+/// An output may be an operand. Products owe one rescale. Operands at a lower level than their own have the scale of
+/// their own level, which whoever writes a function has to account for: `scaleRatio`.
+template <class Value>
+class Operations {
+public:
+    Operations() = default;
+    Operations(const Operations&) = delete;
+    Operations& operator=(const Operations&) = delete;
+    virtual ~Operations() = default;
+
+    // ---- what a value is
+
+    /// A value to write into.
+    virtual Value unset() const = 0;
+    virtual u64 level(const Value& x) const = 0;
+    virtual u64 logSlots(const Value& x) const = 0;
+    /// The factor by which data of the scale of level `from` is too large for one who takes it for data of level `to`.
+    virtual double scaleRatio(u64 from, u64 to) const = 0;
+    /// The factor by which a product that owes one rescale at `level` grows in it: a power of two, 1 at the levels of
+    /// fresh ciphertexts and below.
+    virtual double rescaleGain(u64 level) const = 0;
+
+    // ---- guards
+
+    /// Refuses what a product would refuse of an operand.
+    virtual void requireOperand(const Value& x) const = 0;
+    /// Makes sure that `levels` can be spent on each of `values`, whose slots have real and imaginary parts of at most
+    /// `bound`. `what` says whose levels these are.
+    /// @throws RuntimeException what, " needs ", levels, ...
+    virtual void prepare(const std::string& what, u64 levels, double bound, std::vector<Value*> values) const = 0;
+
+    // ---- sums
+
+    virtual void add(const Value& a, const Value& b, Value& out) const = 0;
+    virtual void sub(const Value& a, const Value& b, Value& out) const = 0;
+    virtual void add(const Value& in, std::complex<double> c, Value& out) const = 0;
+    /// Adds a number of its own to each slot.
+    virtual void addSlots(const Value& in, const Message& numbers, Value& out) const = 0;
+    virtual void negate(const Value& in, Value& out) const = 0;
+
+    // ---- products
+
+    virtual void multInteger(const Value& in, long n, Value& out) const = 0;
+    virtual void multImagUnit(const Value& in, Value& out) const = 0;
+    /// `in` at `level` times a number; owing one rescale.
+    virtual void multAtLevel(const Value& in, std::complex<double> c, u64 level, Value& out) const = 0;
+    /// The same with a number of its own for each slot.
+    virtual void multSlotsAtLevel(const Value& in, const Message& factors, u64 level, Value& out) const = 0;
+    /// The raw product at the lower of two levels, owing one rescale.
+    virtual void tensor(const Value& a, const Value& b, Value& out) const = 0;
+    /// Leaves a value of two elements as it is.
+    virtual void relinearize(Value& in_out) const = 0;
+    virtual void rescale(Value& in_out) const = 0;
+    /// At `level`, with the scale of that level.
+    virtual void levelDown(const Value& in, u64 level, Value& out) const = 0;
+
+    // ---- rotations
+
+    virtual void leftRotate(const Value& in, u64 index, Value& out) const = 0;
+    virtual void leftRotate(const Value& in, const std::vector<u64>& indices, std::vector<Value>& outs) const = 0;
+    virtual void conjugate(const Value& in, Value& out) const = 0;
+
+    // ---- what follows from these
+
+    /// The product of two numbers, one level below the lower of theirs.
+    void mult(const Value& a, const Value& b, Value& out) const;
+    void mult(const Value& in, std::complex<double> c, Value& out) const;
+    void multSlots(const Value& in, const Message& factors, Value& out) const;
+};
+
+template <class Value>
+void Operations<Value>::mult(const Value& a, const Value& b, Value& out) const {
+    const u64 lower = std::min(level(a), level(b));
+    const Value* first = &a;
+    const Value* second = &b;
+    Value lowered = unset();
+    if (level(a) != level(b)) {
+        const Value*& higher = level(a) > lower ? first : second;
+        levelDown(*higher, lower, lowered);
+        higher = &lowered;
+    }
+    tensor(*first, *second, out);
+    relinearize(out);
+    rescale(out);
+}
+
+template <class Value>
+void Operations<Value>::mult(const Value& in, std::complex<double> c, Value& out) const {
+    multAtLevel(in, c, level(in), out);
+    rescale(out);
+}
+
+template <class Value>
+void Operations<Value>::multSlots(const Value& in, const Message& factors, Value& out) const {
+    multSlotsAtLevel(in, factors, level(in), out);
+    rescale(out);
+}
+
+} // namespace Torvo
