@@ -1,7 +1,10 @@
 #include "bootstrap/BootParameter.hpp"
 
 #include "arithmetic/chain/PrimeModuli.hpp"
+#include "bootstrap/Messages.hpp"
 #include "context/ContextContent.hpp"
+
+#include <Torvo/RuntimeException.hpp>
 
 #include <cmath>
 #include <map>
@@ -81,6 +84,19 @@ const std::map<std::tuple<Rational, u64>, std::vector<double>> COEFF_LIST{
 };
 // clang-format on
 
+u64 levelsOfArcsine(u64 degree) {
+    switch (degree) {
+    case 1:
+        return 0;
+    case 3:
+        return 2;
+    case 7:
+        return 3;
+    default:
+        throw RuntimeException(message::arcsineDegreeNotSupported);
+    }
+}
+
 } // namespace
 
 std::vector<double> getCosineCoeff(Rational r, u64 degree) {
@@ -124,6 +140,13 @@ void BootParameter::setTransformConstants(const ContextContent& context) {
     slot_to_coeff_constant = correction(1, slot_to_coeff_depth);
     coeff_to_slot_constant = correction(top + 1 - coeff_to_slot_depth, top);
     if (!separate_normalization) coeff_to_slot_constant = (ratio * coeff_to_slot_constant) / divisor;
+}
+
+u64 BootParameter::levelAfter(const Context& context) const {
+    // The top level is the chain length minus 1. The cosine spends three levels and one for each doubling of its
+    // blocks.
+    return context->parameter.chain_length - 1 - coeff_to_slot_depth - 3 - log_cosine_blocks - double_angle_count -
+           (separate_normalization ? 1 : 0) - levelsOfArcsine(arcsine_degree);
 }
 
 } // namespace Torvo

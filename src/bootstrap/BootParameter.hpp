@@ -13,6 +13,9 @@ struct BootParameter {
     /// Empty for a preset without bootstrapping.
     explicit BootParameter(const Context& context);
 
+    /// The level of a bootstrapped ciphertext.
+    u64 levelAfter(const Context& context) const;
+
     u64 pre_raise_factor = 0;                ///< integer gain before the modulus raise
     u64 post_raise_factor = 0;               ///< integer gain after it
     std::vector<double> cosine_coefficients; ///< block coefficients of the cosine polynomial

@@ -15,23 +15,6 @@
 
 namespace Torvo {
 
-namespace {
-
-u64 levelsOfArcsine(u64 degree) {
-    switch (degree) {
-    case 1:
-        return 0;
-    case 3:
-        return 2;
-    case 7:
-        return 3;
-    default:
-        throw RuntimeException(message::arcsineDegreeNotSupported);
-    }
-}
-
-} // namespace
-
 BootstrapperImpl::BootstrapperImpl(const HomEvaluator& eval, std::optional<Context> context_sparse,
                                    u64 log_slots, bool sequential_rotations)
     : context_(eval.getContext()), evaluator_(eval.getImpl()), parameter_(context_),
@@ -104,11 +87,7 @@ template void BootstrapperImpl::readBootConstants(u64, const std::string&, bool)
 template void BootstrapperImpl::readBootConstants(u64, std::istream&, bool);
 
 u64 BootstrapperImpl::getLevelAfterFullSlotBootstrap() const {
-    // The top level is the chain length minus 1. The cosine spends three levels and one for each doubling of
-    // its blocks.
-    return context_->parameter.chain_length - 1 - BootParameter::coeff_to_slot_depth - 3 -
-           parameter_.log_cosine_blocks - parameter_.double_angle_count -
-           (parameter_.separate_normalization ? 1 : 0) - levelsOfArcsine(parameter_.arcsine_degree);
+    return parameter_.levelAfter(context_);
 }
 
 u64 BootstrapperImpl::getMinLevelForBootstrap() const {

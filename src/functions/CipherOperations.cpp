@@ -4,6 +4,7 @@
 #include "crypto/OutputShape.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/BootstrapWhereNeeded.hpp"
 #include "functions/Messages.hpp"
 
 #include <cmath>
@@ -42,11 +43,28 @@ void CipherOperations::requireOperand(const Ciphertext& x) const {
     requireOfRing(evaluator_->getContext(), x);
 }
 
-void CipherOperations::prepare(const std::string& what, u64 levels, double /*bound*/,
+void CipherOperations::prepare(const std::string& what, u64 levels, Range /*range*/,
                                std::vector<Ciphertext*> values) const {
     for (const Ciphertext* value : values)
         if (value->getLevel() < levels)
             throw RuntimeException(message::tooFewLevels(what, levels, value->getLevel()));
+}
+
+void BootstrappingOperations::prepare(const std::string& what, u64 levels, Range range,
+                                      std::vector<Ciphertext*> values) const {
+    const Bootstrapper& bootstrapper = bootstrapping_.getBootstrapper();
+    const bool isExtended = bootstrapping_.getPrecision() == BootstrappingEvaluator::Precision::Extended;
+    const BootstrapLevels limits{bootstrapper.getMinLevelForBootstrap() + (isExtended ? 1 : 0),
+                                 bootstrapper.getLevelAfterFullSlotBootstrap()};
+    bootstrapWhereNeeded<Ciphertext>(
+        *this, limits, what, levels, range, values,
+        [&](Ciphertext& x) {
+            isExtended ? bootstrapper.bootstrapExtended(x, x, !range.isReal) : bootstrapper.bootstrap(x, x, !range.isReal);
+        },
+        [&](const Ciphertext& pair, Ciphertext& real, Ciphertext& imaginary) {
+            isExtended ? bootstrapper.bootstrapExtended(pair, real, imaginary)
+                       : bootstrapper.bootstrap(pair, real, imaginary);
+        });
 }
 
 // ---- sums

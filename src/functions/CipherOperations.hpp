@@ -2,6 +2,7 @@
 
 #include "functions/Operations.hpp"
 
+#include <Torvo/BootstrappingEvaluator.hpp>
 #include <Torvo/HomEvaluator.hpp>
 
 #include <memory>
@@ -22,7 +23,7 @@ public:
     double rescaleGain(u64 level) const override;
 
     void requireOperand(const Ciphertext& x) const override;
-    void prepare(const std::string& what, u64 levels, double bound, std::vector<Ciphertext*> values) const override;
+    void prepare(const std::string& what, u64 levels, Range range, std::vector<Ciphertext*> values) const override;
 
     void add(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const override;
     void sub(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const override;
@@ -49,6 +50,18 @@ protected:
 
 private:
     std::shared_ptr<HomEvaluatorImpl> evaluator_;
+};
+
+/// The same on ciphertexts that are bootstrapped where their levels would run out.
+class BootstrappingOperations : public CipherOperations {
+public:
+    explicit BootstrappingOperations(const BootstrappingEvaluator& evaluator)
+        : CipherOperations(evaluator.getEvaluator()), bootstrapping_(evaluator) {}
+
+    void prepare(const std::string& what, u64 levels, Range range, std::vector<Ciphertext*> values) const override;
+
+private:
+    BootstrappingEvaluator bootstrapping_;
 };
 
 /// What a rescale from `level` makes larger than the scales say, as `Operations::rescaleGain`.

@@ -23,7 +23,7 @@ public:
     double rescaleGain(u64) const override { return 1; }
 
     void requireOperand(const Message& x) const override;
-    void prepare(const std::string&, u64, double, std::vector<Message*>) const override {}
+    void prepare(const std::string&, u64, Range, std::vector<Message*>) const override {}
 
     void add(const Message& a, const Message& b, Message& out) const override;
     void sub(const Message& a, const Message& b, Message& out) const override;

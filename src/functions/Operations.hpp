@@ -12,6 +12,12 @@
 
 namespace Torvo {
 
+/// What is known of the numbers in the slots of a ciphertext, without which it cannot be bootstrapped.
+struct Range {
+    double bound = 1;    ///< of real and imaginary part
+    bool isReal = false; ///< whether imaginary parts are but errors
+};
+
 /// The operations that functions are made of, on one kind of value: ciphertexts, messages in the clear, or what a
 /// plan keeps of a ciphertext. A function is written once, for any of them.
 ///
@@ -41,10 +47,10 @@ public:
 
     /// Refuses what a product would refuse of an operand.
     virtual void requireOperand(const Value& x) const = 0;
-    /// Makes sure that `levels` can be spent on each of `values`, whose slots have real and imaginary parts of at most
-    /// `bound`. `what` says whose levels these are.
-    /// @throws RuntimeException what, " needs ", levels, ...
-    virtual void prepare(const std::string& what, u64 levels, double bound, std::vector<Value*> values) const = 0;
+    /// Makes sure that `levels` can be spent on each of `values`, which owe no rescale. `what` says whose levels these
+    /// are.
+    /// @throws RuntimeException what, " needs ", `levels`, " levels, but ..."
+    virtual void prepare(const std::string& what, u64 levels, Range range, std::vector<Value*> values) const = 0;
 
     // ---- sums
 

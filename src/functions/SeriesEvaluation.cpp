@@ -2,6 +2,7 @@
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Message.hpp>
+#include <Torvo/Plan.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -198,5 +199,6 @@ std::vector<Value> SeriesEvaluation<Value>::evaluate(const Value& x) {
 
 template class SeriesEvaluation<Ciphertext>;
 template class SeriesEvaluation<Message>;
+template class SeriesEvaluation<PlannedCiphertext>;
 
 } // namespace Torvo

@@ -1,5 +1,6 @@
 #include "functions/CipherOperations.hpp"
 #include "functions/MessageOperations.hpp"
+#include "functions/PlanOperations.hpp"
 #include "functions/SeriesEvaluation.hpp"
 
 #include "support/Expect.hpp"
@@ -8,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <complex>
@@ -58,30 +60,117 @@ protected:
     Seeded random{20261122};
 };
 
-TEST_F(SeriesEvaluationTest, EveryDegreeSpendsTheLeastLevelsThatItCan) {
+TEST_F(SeriesEvaluationTest, MessagesGoThroughTheSameRecurrences) {
     SCOPED_TRACE(random.describe());
-    const Message x = points(-1, 1);
-    const u64 level = scheme.encryptionLevel();
-    const Ciphertext encrypted = scheme.encrypt(x, level);
-    double worst = 0;
-    for (u64 degree = 1; degree <= 255; ++degree) {
+    const MessageOperations inTheClear(scheme.evaluator);
+    const Message x = points(-3, 1);
+    for (const u64 degree : {0, 1, 2, 3, 8, 63, 255}) {
+        SCOPED_TRACE(degree);
         const std::vector<Complex> c = coefficients(random, degree);
         const SeriesTerms terms(SeriesBasis::Chebyshev, uniform(c));
-        SeriesEvaluation<Ciphertext> evaluation(operations, {&terms, 1}, {});
-        const u64 levels = std::bit_width(degree);
-        EXPECT_EQ(evaluation.levels(), levels);
-        const Ciphertext got = evaluation.evaluate(encrypted).front();
-        ASSERT_EQ(got.getLevel(), level - levels);
-        EXPECT_EQ(got.getRescaleCounter(), 0);
-        const Message decrypted = scheme.decrypt(got);
-        double error = 0;
-        for (u64 i = 0; i < x.getSize(); ++i)
-            error = std::max(error, std::abs(decrypted[i] - Complex(chebyshevSum(c, x[i].real()))));
-        worst = std::max(worst, error);
-        if (std::has_single_bit(degree)) std::printf("%lu: %.2f\n", degree, std::log2(error));
+        SeriesEvaluation<Message> evaluation(inTheClear, {&terms, 1}, {-1, 2});
+        const Message got = evaluation.evaluate(x).front();
+        for (u64 i = 0; i < x.getSize(); ++i) {
+            const LongComplex expected = chebyshevSum(c, std::clamp<long double>((x[i].real() + 1) / 2, -1, 1));
+            EXPECT_LT(std::abs(LongComplex(got[i]) - expected), 1e-12L) << i;
+        }
     }
-    std::printf("worst %.2f\n", std::log2(worst));
 }
+
+/// The deviations of the slots' errors that a plan predicts, from several draws of the errors.
+class PredictedErrors {
+public:
+    explicit PredictedErrors(u64 slots) : squares_(slots) {}
+
+    void take(const PlannedCiphertext& drawn) {
+        for (u64 i = 0; i < squares_.size(); ++i)
+            squares_[i] += std::norm(drawn.getNoisyMessage()[i] - drawn.getMessage()[i]);
+        ++draws_;
+    }
+    double of(u64 slot) const { return std::sqrt(squares_[slot] / draws_); }
+
+private:
+    std::vector<double> squares_;
+    double draws_ = 0;
+};
+
+/// Every error within 8 deviations, and their root mean square in units of the deviations within 1.5 bits of 1.
+void expectPredicted(const Message& got, const std::vector<LongComplex>& expected, const PredictedErrors& predicted) {
+    double sum = 0;
+    for (u64 i = 0; i < got.getSize(); ++i) {
+        const double error = static_cast<double>(std::abs(LongComplex(got[i]) - expected[i])) / predicted.of(i);
+        EXPECT_LT(error, 8) << "slot " << i;
+        sum += error * error;
+    }
+    EXPECT_LT(std::abs(std::log2(sum / static_cast<double>(got.getSize())) / 2), 1.5);
+}
+
+struct Interval {
+    double lower, upper;
+    u64 step; ///< of the degrees to try
+};
+
+class SeriesOnIntervals : public SeriesEvaluationTest, public testing::WithParamInterface<Interval> {
+protected:
+    /// The levels that a degree spends if it needs none to map the interval.
+    static u64 leastLevels(u64 degree) { return static_cast<u64>(std::bit_width(degree)); }
+
+    /// Evaluates one random series of each degree and holds its errors to the predicted ones.
+    template <class ExpectLevels>
+    void evaluateAllDegrees(ExpectLevels expectLevels) {
+        SCOPED_TRACE(random.describe());
+        const auto [lower, upper, step] = GetParam();
+        const IntervalMap map{(lower + upper) / 2, (upper - lower) / 2};
+        const u64 level = scheme.encryptionLevel();
+        const Message x = points(lower, upper);
+        const Ciphertext encrypted = scheme.encrypt(x, level);
+        const Plan plan(scheme.context);
+        const PlanOperations planned(plan);
+        for (u64 degree = 1; degree <= 255; degree += step) {
+            SCOPED_TRACE(degree);
+            const std::vector<Complex> c = coefficients(random, degree);
+            const SeriesTerms terms(SeriesBasis::Chebyshev, uniform(c));
+            std::vector<LongComplex> expected;
+            for (const Complex& slot : x)
+                expected.push_back(chebyshevSum(c, std::clamp<long double>((slot.real() - map.middle) / map.half, -1, 1)));
+            SeriesEvaluation<Ciphertext> evaluation(operations, {&terms, 1}, map);
+            expectLevels(degree, evaluation.levels());
+            const Ciphertext got = evaluation.evaluate(encrypted).front();
+            ASSERT_EQ(got.getLevel(), level - evaluation.levels());
+            EXPECT_EQ(got.getRescaleCounter(), 0);
+
+            PredictedErrors predicted(x.getSize());
+            for (int draw = 0; draw < 16; ++draw) {
+                SeriesEvaluation<PlannedCiphertext> dryRun(planned, {&terms, 1}, map);
+                const PlannedCiphertext drawn = dryRun.evaluate(plan.encrypt(x, level)).front();
+                EXPECT_EQ(drawn.getLevel(), got.getLevel());
+                predicted.take(drawn);
+            }
+            expectPredicted(scheme.decrypt(got), expected, predicted);
+        }
+    }
+};
+
+class SeriesOnShortIntervals : public SeriesOnIntervals {};
+class SeriesOnLongIntervals : public SeriesOnIntervals {};
+
+TEST_P(SeriesOnShortIntervals, EveryDegreeSpendsTheLeastLevelsAndErrsAsPredicted) {
+    evaluateAllDegrees([](u64 degree, u64 levels) { EXPECT_EQ(levels, leastLevels(degree)); });
+}
+// 2 / (b - a) is an integer for the first three, and none for the others.
+INSTANTIATE_TEST_SUITE_P(UpToFourWide, SeriesOnShortIntervals,
+                         testing::Values(Interval{-1, 1, 1}, Interval{0.25, 0.75, 31}, Interval{3, 5, 31},
+                                         Interval{0.5, 3.7, 1}, Interval{-2, 2, 31}));
+
+TEST_P(SeriesOnLongIntervals, SomeDegreesSpendOneLevelMoreAndAllErrAsPredicted) {
+    evaluateAllDegrees([](u64 degree, u64 levels) {
+        EXPECT_LE(levels, leastLevels(degree) + 1);
+        if (degree <= 4) {
+            EXPECT_EQ(levels, leastLevels(degree));
+        }
+    });
+}
+INSTANTIATE_TEST_SUITE_P(MoreThanFourWide, SeriesOnLongIntervals, testing::Values(Interval{-2.5, 2.5, 31}, Interval{-4, 5, 1}));
 
 } // namespace
 } // namespace Torvo

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+#include <Torvo/Context.hpp>
+
+namespace Torvo {
+
+/// E|error|^2 of a slot after a bootstrap, from the mean of -log2|error| that `ParameterPreset` gives for each preset;
+/// 0 for presets without bootstrapping.
+double bootstrapVariance(const Context& context, bool isComplex, bool isExtended);
+
+} // namespace Torvo

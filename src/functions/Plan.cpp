@@ -1,0 +1,142 @@
+#include "bootstrap/Messages.hpp"
+#include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
+#include "core/RequireContext.hpp"
+#include "crypto/Messages.hpp"
+#include "encoding/Encoding.hpp"
+#include "functions/PlanImpl.hpp"
+#include "functions/PlannedCiphertextImpl.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Torvo {
+
+// ---- planned ciphertexts
+
+PlannedCiphertext::PlannedCiphertext() : impl_(new PlannedCiphertextImpl) {}
+PlannedCiphertext::PlannedCiphertext(PlannedCiphertextImpl&& impl)
+    : impl_(new PlannedCiphertextImpl(std::move(impl))) {}
+PlannedCiphertext::PlannedCiphertext(const PlannedCiphertext& other) = default;
+PlannedCiphertext::PlannedCiphertext(PlannedCiphertext&& other) noexcept = default;
+PlannedCiphertext& PlannedCiphertext::operator=(const PlannedCiphertext& other) = default;
+PlannedCiphertext& PlannedCiphertext::operator=(PlannedCiphertext&& other) noexcept = default;
+PlannedCiphertext::~PlannedCiphertext() = default;
+
+unsigned long PlannedCiphertext::getLevel() const {
+    return impl_->level;
+}
+unsigned long PlannedCiphertext::getLogSlots() const {
+    return impl_->exact.getLogSlots();
+}
+int PlannedCiphertext::getRescaleCounter() const {
+    return impl_->rescaleCounter;
+}
+const Message& PlannedCiphertext::getMessage() const {
+    return impl_->exact;
+}
+const Message& PlannedCiphertext::getNoisyMessage() const {
+    return impl_->noisy;
+}
+
+double PlannedCiphertext::getError() const {
+    double sum = 0;
+    for (u64 i = 0; i < impl_->exact.getSize(); ++i) sum += std::norm(impl_->noisy[i] - impl_->exact[i]);
+    return std::sqrt(sum / static_cast<double>(std::max<u64>(impl_->exact.getSize(), 1)));
+}
+
+double PlannedCiphertext::getLargestError() const {
+    double largest = 0;
+    for (u64 i = 0; i < impl_->exact.getSize(); ++i)
+        largest = std::max(largest, std::abs(impl_->noisy[i] - impl_->exact[i]));
+    return largest;
+}
+
+// ---- plans
+
+Plan::Plan(const Context& context) : impl_(std::make_shared<PlanImpl>(context, std::nullopt)) {}
+
+Plan::Plan(const Context& context, BootstrappingEvaluator::Precision precision)
+    : impl_(std::make_shared<PlanImpl>(context, precision)) {}
+
+PlannedCiphertext Plan::encrypt(const Message& message) const {
+    return encrypt(message, getEncryptionLevel(impl_->getContext()));
+}
+
+PlannedCiphertext Plan::encrypt(const Message& message, unsigned long level) const {
+    const Context& context = impl_->getContext();
+    require(level <= context->parameter.encryption_level, message::aboveEncryptionLevelUnderPublicKey);
+    const Encoding refusesWhatCannotBeEncoded(context, message, level, 0);
+    PlannedCiphertextImpl planned{level, 0, 2, message, message};
+    impl_->disturb(planned.noisy, impl_->noise().encryption(level, message.getSize()));
+    return PlannedCiphertext(std::move(planned));
+}
+
+const Context& Plan::getContext() const {
+    return impl_->getContext();
+}
+PlanReport Plan::getReport() const {
+    return impl_->getReport();
+}
+void Plan::reset() {
+    impl_->reset();
+}
+
+// ---- what a plan counts
+
+PlanImpl::PlanImpl(const Context& context, std::optional<BootstrappingEvaluator::Precision> precision)
+    : context_(context), noise_(requireContext(context)), precision_(precision) {
+    if (precision) require(context->parameter.has_bootstrap, message::noBootstrap);
+    if (precision == BootstrappingEvaluator::Precision::Extended)
+        require(context->parameter.has_extended_bootstrap, message::noExtendedBootstrap);
+    reset();
+}
+
+void PlanImpl::count(Step step, u64 level) {
+    ++counts_[{step, level}];
+}
+
+void PlanImpl::reach(u64 level) {
+    lowestLevel_ = std::min(lowestLevel_, level);
+}
+
+void PlanImpl::countRotation(u64 index, u64 level) {
+    count(Step::Rotate, level);
+    leftRotations_.insert(index);
+}
+
+u64 PlanImpl::total(Step step) const {
+    u64 sum = 0;
+    for (const auto& [key, times] : counts_)
+        if (key.first == step) sum += times;
+    return sum;
+}
+
+PlanReport PlanImpl::getReport() const {
+    PlanReport report;
+    report.tensors = total(Step::Tensor);
+    report.relinearizations = total(Step::Relinearize);
+    report.rotations = total(Step::Rotate);
+    report.conjugations = total(Step::Conjugate);
+    report.plaintextProducts = total(Step::PlaintextProduct);
+    report.constantProducts = total(Step::ConstantProduct);
+    report.rescales = total(Step::Rescale);
+    report.bootstraps = total(Step::Bootstrap);
+    report.lowestLevel = lowestLevel_;
+    report.leftRotations = leftRotations_;
+    return report;
+}
+
+void PlanImpl::reset() {
+    counts_.clear();
+    leftRotations_.clear();
+    lowestLevel_ = context_->parameter.chain_length - 1;
+    engine_.seed(1);
+}
+
+void PlanImpl::disturb(Message& message, double variance) {
+    std::normal_distribution<double> part(0, std::sqrt(variance / 2));
+    for (std::complex<double>& slot : message) slot += std::complex<double>(part(engine_), part(engine_));
+}
+
+} // namespace Torvo
