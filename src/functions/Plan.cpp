@@ -66,7 +66,7 @@ PlannedCiphertext Plan::encrypt(const Message& message) const {
 PlannedCiphertext Plan::encrypt(const Message& message, unsigned long level) const {
     const Context& context = impl_->getContext();
     require(level <= context->parameter.encryption_level, message::aboveEncryptionLevelUnderPublicKey);
-    const Encoding refusesWhatCannotBeEncoded(context, message, level, 0);
+    impl_->requireEncodable(message, level);
     PlannedCiphertextImpl planned{level, 0, 2, message, message};
     impl_->disturb(planned.noisy, impl_->noise().encryption(level, message.getSize()));
     return PlannedCiphertext(std::move(planned));
@@ -90,6 +90,10 @@ PlanImpl::PlanImpl(const Context& context, std::optional<BootstrappingEvaluator:
     if (precision == BootstrappingEvaluator::Precision::Extended)
         require(context->parameter.has_extended_bootstrap, message::noExtendedBootstrap);
     reset();
+}
+
+void PlanImpl::requireEncodable(const Message& message, u64 level) const {
+    static_cast<void>(Encoding(context_, message, level, 0).takeInNTTForm());
 }
 
 void PlanImpl::count(Step step, u64 level) {

@@ -25,6 +25,9 @@ public:
     const NoiseRules& noise() const { return noise_; }
     const std::optional<BootstrappingEvaluator::Precision>& precision() const { return precision_; }
 
+    /// Refuses what an encoding refuses.
+    void requireEncodable(const Message& message, u64 level) const;
+
     void count(Step step, u64 level);
     void countRotation(u64 index, u64 level);
     /// Says that a ciphertext came to `level`.

@@ -3,7 +3,6 @@
 #include "bootstrap/BootParameter.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
-#include "encoding/Encoding.hpp"
 #include "encoding/Messages.hpp"
 #include "evaluator/Messages.hpp"
 #include "functions/BootstrapPrecision.hpp"
@@ -171,7 +170,7 @@ void PlanOperations::multSlotsAtLevel(const PlannedCiphertext& in, const Message
     require(in.getLevel() > 0 && level > 0, message::levelZero);
     require(in.getRescaleCounter() == 0, message::operandOwesRescale);
     require(in.getLogSlots() == factors.getLogSlots(), message::differentLogSlots);
-    const Encoding refusesWhatCannotBeEncoded(plan_->getContext(), factors, level, 0);
+    plan_->requireEncodable(factors, level);
     plan_->count(Step::PlaintextProduct, level);
     const double ratio = scaleRatio(in.getLevel(), level);
     Message rounded = factors;
