@@ -21,11 +21,13 @@ namespace detail {
 template <class Value>
 using OperationsOn = std::shared_ptr<const Operations<Value>>;
 
-TORVO_API OperationsOn<Ciphertext> operationsOf(std::type_identity<Ciphertext> on, const HomEvaluator& evaluator);
+TORVO_API OperationsOn<Ciphertext> operationsOf(std::type_identity<Ciphertext> on,
+                                                const HomEvaluator& evaluator);
 TORVO_API OperationsOn<Message> operationsOf(std::type_identity<Message> on, const HomEvaluator& evaluator);
 TORVO_API OperationsOn<Ciphertext> operationsOf(std::type_identity<Ciphertext> on,
                                                 const BootstrappingEvaluator& evaluator);
-TORVO_API OperationsOn<PlannedCiphertext> operationsOf(std::type_identity<PlannedCiphertext> on, const Plan& plan);
+TORVO_API OperationsOn<PlannedCiphertext> operationsOf(std::type_identity<PlannedCiphertext> on,
+                                                       const Plan& plan);
 
 template <class Source, class Value>
 concept ComputesOn = requires(const Source& source) {

@@ -51,9 +51,9 @@ private:
 
 /// What the functions of a plan would do.
 struct PlanReport {
-    unsigned long tensors = 0;           ///< products of two ciphertexts
+    unsigned long tensors = 0; ///< products of two ciphertexts
     unsigned long relinearizations = 0;
-    unsigned long rotations = 0;         ///< key switches of rotations
+    unsigned long rotations = 0; ///< key switches of rotations
     unsigned long conjugations = 0;
     unsigned long plaintextProducts = 0; ///< with a number for each slot
     unsigned long constantProducts = 0;  ///< with one number

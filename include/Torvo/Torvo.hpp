@@ -3,6 +3,7 @@
 /// Everything that an application needs to compute. <Torvo/GlobalConfiguration.hpp>, which brings a JSON
 /// library with it, is for those who include it.
 #include <Torvo/Bootstrapper.hpp>
+#include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/CompactCiphertext.hpp>
 #include <Torvo/Context.hpp>

@@ -145,8 +145,8 @@ void BootParameter::setTransformConstants(const ContextContent& context) {
 u64 BootParameter::levelAfter(const Context& context) const {
     // The top level is the chain length minus 1. The cosine spends three levels and one for each doubling of its
     // blocks.
-    return context->parameter.chain_length - 1 - coeff_to_slot_depth - 3 - log_cosine_blocks - double_angle_count -
-           (separate_normalization ? 1 : 0) - levelsOfArcsine(arcsine_degree);
+    return context->parameter.chain_length - 1 - coeff_to_slot_depth - 3 - log_cosine_blocks -
+           double_angle_count - (separate_normalization ? 1 : 0) - levelsOfArcsine(arcsine_degree);
 }
 
 } // namespace Torvo

@@ -23,7 +23,8 @@ struct BootstrapLevels {
 template <class Value>
 void divideAndLower(const Operations<Value>& operations, u64 least, long divisor, Value& x) {
     if (divisor == 1) return;
-    const double factor = operations.rescaleGain(least + 1) * operations.scaleRatio(operations.level(x), least + 1);
+    const double factor =
+        operations.rescaleGain(least + 1) * operations.scaleRatio(operations.level(x), least + 1);
     operations.multAtLevel(x, 1 / (factor * static_cast<double>(divisor)), least + 1, x);
     operations.rescale(x);
 }
@@ -32,9 +33,10 @@ void divideAndLower(const Operations<Value>& operations, u64 least, long divisor
 /// Two of real numbers are bootstrapped as one of complex ones. bootstrapOne(x) works in place,
 /// bootstrapPair(x, real, imaginary) takes the parts apart.
 template <class Value, class BootstrapOne, class BootstrapPair>
-void bootstrapWhereNeeded(const Operations<Value>& operations, const BootstrapLevels& limits, const std::string& what,
-                          u64 levels, const Range& range, const std::vector<Value*>& values,
-                          BootstrapOne bootstrapOne, BootstrapPair bootstrapPair) {
+void bootstrapWhereNeeded(const Operations<Value>& operations, const BootstrapLevels& limits,
+                          const std::string& what, u64 levels, const Range& range,
+                          const std::vector<Value*>& values, BootstrapOne bootstrapOne,
+                          BootstrapPair bootstrapPair) {
     const long divisor = std::max(1L, std::lround(std::ceil(range.bound)));
     // One level more, where the numbers have to be divided before a bootstrap takes them.
     const u64 reserve = limits.least + (divisor > 1 ? 1 : 0);
@@ -42,8 +44,8 @@ void bootstrapWhereNeeded(const Operations<Value>& operations, const BootstrapLe
     for (Value* value : values) {
         if (operations.level(*value) >= levels + reserve) continue;
         if (limits.after < levels + reserve)
-            throw RuntimeException(
-                message::tooFewLevelsAfterBootstrap(what, levels, limits.after - std::min(reserve, limits.after)));
+            throw RuntimeException(message::tooFewLevelsAfterBootstrap(
+                what, levels, limits.after - std::min(reserve, limits.after)));
         if (operations.level(*value) < reserve)
             throw RuntimeException(message::tooLowToBootstrap(what, reserve, operations.level(*value)));
         if (std::ranges::find(exhausted, value) == exhausted.end()) exhausted.push_back(value);

@@ -59,7 +59,8 @@ void BootstrappingOperations::prepare(const std::string& what, u64 levels, Range
     bootstrapWhereNeeded<Ciphertext>(
         *this, limits, what, levels, range, values,
         [&](Ciphertext& x) {
-            isExtended ? bootstrapper.bootstrapExtended(x, x, !range.isReal) : bootstrapper.bootstrap(x, x, !range.isReal);
+            isExtended ? bootstrapper.bootstrapExtended(x, x, !range.isReal)
+                       : bootstrapper.bootstrap(x, x, !range.isReal);
         },
         [&](const Ciphertext& pair, Ciphertext& real, Ciphertext& imaginary) {
             isExtended ? bootstrapper.bootstrapExtended(pair, real, imaginary)
@@ -99,11 +100,13 @@ void CipherOperations::multImagUnit(const Ciphertext& in, Ciphertext& out) const
     evaluator_->multImagUnit(in, out);
 }
 
-void CipherOperations::multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level, Ciphertext& out) const {
+void CipherOperations::multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level,
+                                   Ciphertext& out) const {
     evaluator_->multAtLevel(in, c, level, out);
 }
 
-void CipherOperations::multSlotsAtLevel(const Ciphertext& in, const Message& factors, u64 level, Ciphertext& out) const {
+void CipherOperations::multSlotsAtLevel(const Ciphertext& in, const Message& factors, u64 level,
+                                        Ciphertext& out) const {
     evaluator_->multAtLevel(in, factors, level, out);
 }
 

@@ -23,7 +23,8 @@ public:
     double rescaleGain(u64 level) const override;
 
     void requireOperand(const Ciphertext& x) const override;
-    void prepare(const std::string& what, u64 levels, Range range, std::vector<Ciphertext*> values) const override;
+    void prepare(const std::string& what, u64 levels, Range range,
+                 std::vector<Ciphertext*> values) const override;
 
     void add(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const override;
     void sub(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const override;
@@ -34,7 +35,8 @@ public:
     void multInteger(const Ciphertext& in, long n, Ciphertext& out) const override;
     void multImagUnit(const Ciphertext& in, Ciphertext& out) const override;
     void multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level, Ciphertext& out) const override;
-    void multSlotsAtLevel(const Ciphertext& in, const Message& factors, u64 level, Ciphertext& out) const override;
+    void multSlotsAtLevel(const Ciphertext& in, const Message& factors, u64 level,
+                          Ciphertext& out) const override;
     void tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const override;
     void relinearize(Ciphertext& in_out) const override;
     void rescale(Ciphertext& in_out) const override;
@@ -58,7 +60,8 @@ public:
     explicit BootstrappingOperations(const BootstrappingEvaluator& evaluator)
         : CipherOperations(evaluator.getEvaluator()), bootstrapping_(evaluator) {}
 
-    void prepare(const std::string& what, u64 levels, Range range, std::vector<Ciphertext*> values) const override;
+    void prepare(const std::string& what, u64 levels, Range range,
+                 std::vector<Ciphertext*> values) const override;
 
 private:
     BootstrappingEvaluator bootstrapping_;

@@ -8,8 +8,8 @@
 
 namespace Torvo {
 
-BootstrappingEvaluator::BootstrappingEvaluator(const HomEvaluator& evaluator, const Bootstrapper& bootstrapper,
-                                               Precision precision)
+BootstrappingEvaluator::BootstrappingEvaluator(const HomEvaluator& evaluator,
+                                               const Bootstrapper& bootstrapper, Precision precision)
     : evaluator_(evaluator), bootstrapper_(bootstrapper), precision_(precision) {
     if (precision == Precision::Extended)
         require(isExtendedBootstrapSupported(evaluator.getContext()), message::noExtendedBootstrap);
@@ -25,7 +25,8 @@ OperationsOn<Message> operationsOf(std::type_identity<Message> /*on*/, const Hom
     return std::make_shared<MessageOperations>(evaluator);
 }
 
-OperationsOn<Ciphertext> operationsOf(std::type_identity<Ciphertext> /*on*/, const BootstrappingEvaluator& evaluator) {
+OperationsOn<Ciphertext> operationsOf(std::type_identity<Ciphertext> /*on*/,
+                                      const BootstrappingEvaluator& evaluator) {
     return std::make_shared<BootstrappingOperations>(evaluator);
 }
 

@@ -38,7 +38,8 @@ void MessageOperations::multImagUnit(const Message& in, Message& out) const {
     evaluator_->multImagUnit(in, out);
 }
 
-void MessageOperations::multAtLevel(const Message& in, std::complex<double> c, u64 /*level*/, Message& out) const {
+void MessageOperations::multAtLevel(const Message& in, std::complex<double> c, u64 /*level*/,
+                                    Message& out) const {
     evaluator_->mult(in, c, out);
 }
 

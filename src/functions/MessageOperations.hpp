@@ -41,7 +41,8 @@ public:
     void levelDown(const Message& in, u64, Message& out) const override { out = in; }
 
     void leftRotate(const Message& in, u64 index, Message& out) const override;
-    void leftRotate(const Message& in, const std::vector<u64>& indices, std::vector<Message>& outs) const override;
+    void leftRotate(const Message& in, const std::vector<u64>& indices,
+                    std::vector<Message>& outs) const override;
     void conjugate(const Message& in, Message& out) const override;
 
 private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/Integers.hpp"
+
 #include <string>
 
 /// The texts of the exceptions of this layer, each once.
@@ -8,18 +10,71 @@ namespace Torvo::message {
 inline constexpr const char* emptyMessage = "The message has no slots. Give one with at least one slot.";
 
 inline std::string tooFewLevels(const std::string& what, unsigned long needed, unsigned long there) {
-    return what + " needs " + std::to_string(needed) + " levels, but the ciphertext has " + std::to_string(there) +
+    return what + " needs " + std::to_string(needed) + " levels, but the ciphertext has " +
+           std::to_string(there) +
            ". Bootstrap it first, or give a BootstrappingEvaluator in place of the evaluator.";
 }
 
-
-inline std::string tooFewLevelsAfterBootstrap(const std::string& what, unsigned long needed, unsigned long there) {
+inline std::string tooFewLevelsAfterBootstrap(const std::string& what, unsigned long needed,
+                                              unsigned long there) {
     return what + " needs " + std::to_string(needed) + " levels at once, but a bootstrap leaves " +
            std::to_string(there) + " to spend. Take a parameter with more levels.";
 }
 inline std::string tooLowToBootstrap(const std::string& what, unsigned long needed, unsigned long there) {
     return what + " has to bootstrap first, which needs a ciphertext at level " + std::to_string(needed) +
-           " or above, but this one is at level " + std::to_string(there) + ". Stop using its levels earlier.";
+           " or above, but this one is at level " + std::to_string(there) +
+           ". Stop using its levels earlier.";
+}
+
+inline constexpr const char* noFunctionGiven =
+    "[ChebyshevSeries] No function is given; give one that can be called";
+
+/// In the texts below numbers come in decimal.
+inline std::string seriesOfCount(u64 count) {
+    return "[ChebyshevSeries] The number of coefficients is " + std::to_string(count) +
+           "; give 1 to 1024 of them, that of T_0 first";
+}
+
+inline std::string seriesCoefficient(u64 k, const std::string& value) {
+    return "[ChebyshevSeries] The coefficient of T_" + std::to_string(k) + " is " + value +
+           "; give finite numbers";
+}
+
+inline std::string seriesInterval(const std::string& lower, const std::string& upper, const char* allowed) {
+    return "[ChebyshevSeries] The interval is from " + lower + " to " + upper + allowed;
+}
+inline constexpr const char* boundsInOrder =
+    "; give the lower bound first, and both of magnitude 2^1000 at most";
+inline constexpr const char* boundsOfSymmetry = "; give a lower bound of 0 or more for an even or odd series";
+
+inline std::string seriesDegree(u64 degree) {
+    return "[ChebyshevSeries] The degree is " + std::to_string(degree) + "; give 1023 at most";
+}
+
+inline std::string functionNotFinite(const std::string& value, const std::string& x) {
+    return "[ChebyshevSeries] The function is " + value + " at " + x +
+           "; give an interval on which it is finite";
+}
+
+inline std::string errorWanted(const std::string& error, const std::string& allowed) {
+    return "[ChebyshevSeries] The error wanted is " + error + allowed;
+}
+inline constexpr const char* errorNotPositive = "; give a positive one";
+inline std::string errorNotReached(const std::string& best) {
+    return ", and degrees up to 1023 come down to " + best +
+           " only; allow a larger error, or give a shorter interval or a smoother function";
+}
+
+inline std::string exchangeDiverges(u64 degree, int steps, const std::string& error,
+                                    const std::string& possible) {
+    return "[ChebyshevSeries] The exchange algorithm does not converge for degree " + std::to_string(degree) +
+           ": after " + std::to_string(steps) + " steps the largest error is " + error + " where " +
+           possible + " should be possible; give a smoother function or a lower degree, or interpolate";
+}
+
+inline std::string monomialTooLarge(u64 exponent) {
+    return "[ChebyshevSeries] The coefficient of x^" + std::to_string(exponent) +
+           " is larger than any double; evaluate the series as it is";
 }
 
 } // namespace Torvo::message

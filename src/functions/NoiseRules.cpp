@@ -21,7 +21,8 @@ NoiseRules::NoiseRules(const Context& context)
       weight_(static_cast<double>(context->parameter.hamming_weight)) {}
 
 double NoiseRules::ofSlot(double variance, u64 level, u64 slots) const {
-    return 2 * static_cast<double>(slots) * variance * std::exp2(-2 * context_->scale_factors.log_scale[level]);
+    return 2 * static_cast<double>(slots) * variance *
+           std::exp2(-2 * context_->scale_factors.log_scale[level]);
 }
 
 double NoiseRules::encoding(u64 level, u64 slots) const {
@@ -46,7 +47,8 @@ double NoiseRules::keySwitch(u64 level, u64 slots) const {
     double variance = temporary / 12 + temporary * weight_ / 12;
     for (u64 first = 0; first <= level; first += alpha) {
         double logRatio = 0; // of the product of a whole digit to that of the temporary primes
-        for (u64 i = 0; i < alpha; ++i) logRatio += logPrime(first + i) - logPrime(parameter.chain_length + i);
+        for (u64 i = 0; i < alpha; ++i)
+            logRatio += logPrime(first + i) - logPrime(parameter.chain_length + i);
         const auto live = static_cast<double>(std::min(alpha, level + 1 - first));
         variance += degree_ * errorVariance(parameter.gaussian_stddev) * live * std::exp2(2 * logRatio) / 12;
     }

@@ -50,7 +50,8 @@ public:
     /// Makes sure that `levels` can be spent on each of `values`, which owe no rescale. `what` says whose levels these
     /// are.
     /// @throws RuntimeException what, " needs ", `levels`, " levels, but ..."
-    virtual void prepare(const std::string& what, u64 levels, Range range, std::vector<Value*> values) const = 0;
+    virtual void prepare(const std::string& what, u64 levels, Range range,
+                         std::vector<Value*> values) const = 0;
 
     // ---- sums
 
@@ -80,7 +81,8 @@ public:
     // ---- rotations
 
     virtual void leftRotate(const Value& in, u64 index, Value& out) const = 0;
-    virtual void leftRotate(const Value& in, const std::vector<u64>& indices, std::vector<Value>& outs) const = 0;
+    virtual void leftRotate(const Value& in, const std::vector<u64>& indices,
+                            std::vector<Value>& outs) const = 0;
     virtual void conjugate(const Value& in, Value& out) const = 0;
 
     // ---- what follows from these

@@ -17,7 +17,17 @@ namespace Torvo {
 class PlanImpl {
 public:
     /// What takes time on ciphertexts; counted by level.
-    enum class Step { Tensor, Relinearize, Rotate, Conjugate, PlaintextProduct, ConstantProduct, Rescale, Add, Bootstrap };
+    enum class Step {
+        Tensor,
+        Relinearize,
+        Rotate,
+        Conjugate,
+        PlaintextProduct,
+        ConstantProduct,
+        Rescale,
+        Add,
+        Bootstrap
+    };
 
     PlanImpl(const Context& context, std::optional<BootstrappingEvaluator::Precision> precision);
 

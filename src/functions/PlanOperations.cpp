@@ -41,7 +41,8 @@ double PlanOperations::rescaleGain(u64 level) const {
 }
 
 std::complex<double> PlanOperations::cut(std::complex<double> c, u64 level, int owed) const {
-    const double scale = std::exp2(plan_->getContext()->scale_factors.log_scale[level - static_cast<u64>(owed)]);
+    const double scale =
+        std::exp2(plan_->getContext()->scale_factors.log_scale[level - static_cast<u64>(owed)]);
     return {std::trunc(c.real() * scale) / scale, std::trunc(c.imag() * scale) / scale};
 }
 
@@ -76,7 +77,8 @@ void PlanOperations::prepare(const std::string& what, u64 levels, Range range,
     const BootstrapLevels limits{BootParameter::slot_to_coeff_depth + (isExtended ? 1 : 0),
                                  BootParameter(plan_->getContext()).levelAfter(plan_->getContext())};
     bootstrapWhereNeeded<PlannedCiphertext>(
-        *this, limits, what, levels, range, values, [&](PlannedCiphertext& x) { bootstrap(x, !range.isReal); },
+        *this, limits, what, levels, range, values,
+        [&](PlannedCiphertext& x) { bootstrap(x, !range.isReal); },
         [&](const PlannedCiphertext& pair, PlannedCiphertext& real, PlannedCiphertext& imaginary) {
             PlannedCiphertext both = pair;
             bootstrap(both, true);
@@ -111,11 +113,13 @@ void PlanOperations::combine(const PlannedCiphertext& a, const PlannedCiphertext
     out = std::move(first);
 }
 
-void PlanOperations::add(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out) const {
+void PlanOperations::add(const PlannedCiphertext& a, const PlannedCiphertext& b,
+                         PlannedCiphertext& out) const {
     combine(a, b, out, std::plus<>());
 }
 
-void PlanOperations::sub(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out) const {
+void PlanOperations::sub(const PlannedCiphertext& a, const PlannedCiphertext& b,
+                         PlannedCiphertext& out) const {
     combine(a, b, out, std::minus<>());
 }
 
@@ -126,7 +130,8 @@ void PlanOperations::add(const PlannedCiphertext& in, std::complex<double> c, Pl
     for (std::complex<double>& slot : out.impl().noisy) slot += rounded;
 }
 
-void PlanOperations::addSlots(const PlannedCiphertext& in, const Message& numbers, PlannedCiphertext& out) const {
+void PlanOperations::addSlots(const PlannedCiphertext& in, const Message& numbers,
+                              PlannedCiphertext& out) const {
     require(in.getLogSlots() == numbers.getLogSlots(), message::differentLogSlots);
     out = in;
     changeBoth(out, [&](Message& message) {
@@ -184,7 +189,8 @@ void PlanOperations::multSlotsAtLevel(const PlannedCiphertext& in, const Message
     }
 }
 
-void PlanOperations::tensor(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out) const {
+void PlanOperations::tensor(const PlannedCiphertext& a, const PlannedCiphertext& b,
+                            PlannedCiphertext& out) const {
     require(a.impl().numElements == 2 && b.impl().numElements == 2, message::sizeAboveTwo);
     require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
     require(a.getRescaleCounter() == 0 && b.getRescaleCounter() == 0, message::operandsOweRescale);

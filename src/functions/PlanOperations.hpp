@@ -38,7 +38,8 @@ public:
                      PlannedCiphertext& out) const override;
     void multSlotsAtLevel(const PlannedCiphertext& in, const Message& factors, u64 level,
                           PlannedCiphertext& out) const override;
-    void tensor(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out) const override;
+    void tensor(const PlannedCiphertext& a, const PlannedCiphertext& b,
+                PlannedCiphertext& out) const override;
     void relinearize(PlannedCiphertext& in_out) const override;
     void rescale(PlannedCiphertext& in_out) const override;
     void levelDown(const PlannedCiphertext& in, u64 level, PlannedCiphertext& out) const override;
@@ -56,7 +57,8 @@ private:
     /// What a key switch adds to a value that owes `owed` rescales.
     void disturbByKeySwitch(PlannedCiphertext& x) const;
     template <class Sign>
-    void combine(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out, Sign sign) const;
+    void combine(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out,
+                 Sign sign) const;
     void bootstrap(PlannedCiphertext& x, bool isComplex) const;
 
     std::shared_ptr<PlanImpl> plan_;

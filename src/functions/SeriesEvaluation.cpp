@@ -18,14 +18,15 @@ u64 distance(u64 a, u64 b) {
 } // namespace
 
 template <class Value>
-SeriesEvaluation<Value>::SeriesEvaluation(const Operations<Value>& operations, std::span<const SeriesTerms> series,
-                                          const IntervalMap& interval)
+SeriesEvaluation<Value>::SeriesEvaluation(const Operations<Value>& operations,
+                                          std::span<const SeriesTerms> series, const IntervalMap& interval)
     : operations_(operations), series_(series.begin(), series.end()), interval_(interval) {
     const auto allLack = [this](u64 parity) {
         return std::ranges::all_of(series_, [&](const SeriesTerms& terms) { return terms.lacks(parity); });
     };
     std::vector<u64> degrees;
-    isInSquares_ = allLack(1) && !std::ranges::all_of(series_, [](const auto& terms) { return terms.degree() == 0; });
+    isInSquares_ =
+        allLack(1) && !std::ranges::all_of(series_, [](const auto& terms) { return terms.degree() == 0; });
     for (SeriesTerms& terms : series_) {
         if (isInSquares_) terms = terms.inSquares();
         if (terms.degree() > 0) degrees.push_back(terms.degree());
@@ -193,7 +194,8 @@ std::vector<Value> SeriesEvaluation<Value>::evaluate(const Value& x) {
     }
     std::vector<Value> results;
     for (const SeriesTerms& terms : series_)
-        results.push_back(terms.degree() == 0 ? number(x, terms[0]) : part(terms, seriesDepth(terms.degree()), 1));
+        results.push_back(terms.degree() == 0 ? number(x, terms[0])
+                                              : part(terms, seriesDepth(terms.degree()), 1));
     return results;
 }
 

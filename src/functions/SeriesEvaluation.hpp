@@ -75,7 +75,7 @@ private:
     std::vector<SeriesTerms> series_;
     IntervalMap interval_;
     std::optional<SeriesSplit> split_; ///< none where all polynomials are numbers
-    bool isInSquares_ = false;         ///< even polynomials are those of half the degree in the power of index 2
+    bool isInSquares_ = false; ///< even polynomials are those of half the degree in the power of index 2
     bool isMappedByLevel_ = false;
     u64 depth_ = 0;
     std::map<u64, Power> powers_;

@@ -31,7 +31,8 @@ SeriesSplit::SeriesSplit(const std::vector<u64>& degrees, Terms terms)
       parts_((largest_ + 1) * (seriesDepth(largest_) + 1)) {
     const u64 step = terms == Terms::Odd ? 2 : 1;
     // Beyond this many, a further power costs more than it saves.
-    const u64 most = std::min(largest_, static_cast<u64>(std::sqrt(static_cast<double>(2 * largest_ * degrees.size()))) + 3);
+    const u64 most = std::min(
+        largest_, static_cast<u64>(std::sqrt(static_cast<double>(2 * largest_ * degrees.size()))) + 3);
     u64 best = std::numeric_limits<u64>::max(), bestSmall = 1, bestLarge = 1;
     for (u64 small = 1; small <= most; small += step) {
         for (u64 large = std::bit_floor(small); large <= largest_; large *= 2) {
@@ -51,9 +52,7 @@ void SeriesSplit::makePowers(u64 small, u64 large) {
     powers_.clear();
     indices_.clear();
     std::ranges::fill(parts_, Part{});
-    const auto make = [this](u64 index, u64 first) {
-        powers_.push_back({index, first, index - first});
-    };
+    const auto make = [this](u64 index, u64 first) { powers_.push_back({index, first, index - first}); };
     for (u64 index = 2; index <= small; ++index)
         if (terms_ == Terms::All || index % 2 == 1 || std::has_single_bit(index))
             make(index, std::has_single_bit(index) ? index / 2 : std::bit_floor(index));

@@ -21,6 +21,7 @@ enum class ObjectTag : std::uint32_t {
     Plaintext = 4,
     CompactCiphertext = 5,
     BootConstants = 6,
+    ChebyshevSeries = 7,
 };
 #pragma GCC diagnostic pop
 

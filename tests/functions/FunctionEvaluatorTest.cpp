@@ -35,7 +35,8 @@ const Bootstrapper& bootstrapper() {
 
 const Operations<Ciphertext>& bootstrapping(BootstrappingEvaluator::Precision precision = {}) {
     using Precision = BootstrappingEvaluator::Precision;
-    static const FunctionEvaluator<Ciphertext> standard(BootstrappingEvaluator(toy().evaluator, bootstrapper())),
+    static const FunctionEvaluator<Ciphertext> standard(
+        BootstrappingEvaluator(toy().evaluator, bootstrapper())),
         extended(BootstrappingEvaluator(toy().evaluator, bootstrapper(), Precision::Extended));
     return (precision == Precision::Standard ? standard : extended).operations();
 }
@@ -51,9 +52,10 @@ TEST(FunctionEvaluatorTest, AnEvaluatorAloneSaysHowManyLevelsAreMissing) {
     Ciphertext x = toy().encrypt(Message(5, 0.5), 4);
     const Ciphertext before = x;
     evaluator.operations().prepare("sort", 4, {}, {&x});
-    EXPECT_REFUSED(evaluator.operations().prepare("sort", 5, {}, {&x}),
-                   "sort needs 5 levels, but the ciphertext has 4. Bootstrap it first, or give a BootstrappingEvaluator "
-                   "in place of the evaluator.");
+    EXPECT_REFUSED(
+        evaluator.operations().prepare("sort", 5, {}, {&x}),
+        "sort needs 5 levels, but the ciphertext has 4. Bootstrap it first, or give a BootstrappingEvaluator "
+        "in place of the evaluator.");
     EXPECT_TRUE(sameWords(x, before));
 }
 
@@ -66,7 +68,8 @@ TEST(FunctionEvaluatorTest, LevelsAreBootstrappedAsLateAsPossibleFromEveryLevel)
         for (u64 level = reserve; level <= after; ++level) {
             const Message message = random.message(5, bound);
             for (const u64 levels : {u64{1}, u64{4}, after - reserve}) {
-                SCOPED_TRACE(testing::Message() << levels << " levels from level " << level << ", bound " << bound);
+                SCOPED_TRACE(testing::Message()
+                             << levels << " levels from level " << level << ", bound " << bound);
                 Ciphertext x = toy().encrypt(message, level);
                 const Ciphertext before = x;
                 bootstrapping().prepare("f", levels, {bound, false}, {&x});
@@ -75,7 +78,8 @@ TEST(FunctionEvaluatorTest, LevelsAreBootstrappedAsLateAsPossibleFromEveryLevel)
                     continue;
                 }
                 EXPECT_EQ(x.getLevel(), after);
-                EXPECT_LT(maxError(toy().decrypt(x), message), static_cast<double>(divisor) * boot().complexBound());
+                EXPECT_LT(maxError(toy().decrypt(x), message),
+                          static_cast<double>(divisor) * boot().complexBound());
             }
         }
     }
@@ -121,26 +125,31 @@ TEST(FunctionEvaluatorTest, WhatCannotBeBootstrappedIsRefusedAndUnchanged) {
     const Message message(5, 0.5);
     Ciphertext good = toy().encrypt(message, 3), low = toy().encrypt(message, 2);
     const Ciphertext before = good;
-    EXPECT_REFUSED(bootstrapping().prepare("sort", 4, {}, {&good, &low}),
-                   "sort has to bootstrap first, which needs a ciphertext at level 3 or above, but this one is at level "
-                   "2. Stop using its levels earlier.");
-    EXPECT_REFUSED(bootstrapping().prepare("sort", 4, {1.5, false}, {&good}),
-                   "sort has to bootstrap first, which needs a ciphertext at level 4 or above, but this one is at level "
-                   "3. Stop using its levels earlier.");
-    EXPECT_REFUSED(bootstrapping().prepare("sort", 10, {}, {&good}),
-                   "sort needs 10 levels at once, but a bootstrap leaves 9 to spend. Take a parameter with more "
-                   "levels.");
-    EXPECT_REFUSED(bootstrapping(BootstrappingEvaluator::Precision::Extended).prepare("sort", 4, {}, {&good}),
-                   "sort has to bootstrap first, which needs a ciphertext at level 4 or above, but this one is at level "
-                   "3. Stop using its levels earlier.");
+    EXPECT_REFUSED(
+        bootstrapping().prepare("sort", 4, {}, {&good, &low}),
+        "sort has to bootstrap first, which needs a ciphertext at level 3 or above, but this one is at level "
+        "2. Stop using its levels earlier.");
+    EXPECT_REFUSED(
+        bootstrapping().prepare("sort", 4, {1.5, false}, {&good}),
+        "sort has to bootstrap first, which needs a ciphertext at level 4 or above, but this one is at level "
+        "3. Stop using its levels earlier.");
+    EXPECT_REFUSED(
+        bootstrapping().prepare("sort", 10, {}, {&good}),
+        "sort needs 10 levels at once, but a bootstrap leaves 9 to spend. Take a parameter with more "
+        "levels.");
+    EXPECT_REFUSED(
+        bootstrapping(BootstrappingEvaluator::Precision::Extended).prepare("sort", 4, {}, {&good}),
+        "sort has to bootstrap first, which needs a ciphertext at level 4 or above, but this one is at level "
+        "3. Stop using its levels earlier.");
     EXPECT_TRUE(sameWords(good, before));
 
     const Plan plan(toy().context, BootstrappingEvaluator::Precision::Standard);
     const FunctionEvaluator<PlannedCiphertext> planned = plan;
     PlannedCiphertext p = plan.encrypt(message, 2);
-    EXPECT_REFUSED(planned.operations().prepare("sort", 4, {}, {&p}),
-                   "sort has to bootstrap first, which needs a ciphertext at level 3 or above, but this one is at level "
-                   "2. Stop using its levels earlier.");
+    EXPECT_REFUSED(
+        planned.operations().prepare("sort", 4, {}, {&p}),
+        "sort has to bootstrap first, which needs a ciphertext at level 3 or above, but this one is at level "
+        "2. Stop using its levels earlier.");
 }
 
 TEST(FunctionEvaluatorTest, TheExtendedFormIsUsedWhereItIsAskedFor) {
@@ -176,8 +185,9 @@ TEST(PlanTest, RefusesWhatAnEncryptionRefuses) {
     EXPECT_REFUSED(plan.encrypt(Message(5, 1.0), toy().encryptionLevel() + 1),
                    "[encrypt] Level of an input Plaintext cannot be greater than encryption level.");
     EXPECT_REFUSED(Plan(nullptr), "The context is null. Make one with makeContext.");
-    EXPECT_REFUSED(Plan(test::Scheme::of(ParameterPreset::SD3).context, BootstrappingEvaluator::Precision::Standard),
-                   "The Parameter does not support bootstrap");
+    EXPECT_REFUSED(
+        Plan(test::Scheme::of(ParameterPreset::SD3).context, BootstrappingEvaluator::Precision::Standard),
+        "The Parameter does not support bootstrap");
     EXPECT_THROW(plan.encrypt(Message(5, std::nan(""))), RuntimeException);
     EXPECT_THROW(plan.encrypt(Message(6, 0.5)), RuntimeException);
     EXPECT_THROW(plan.encrypt(Message()), RuntimeException);

@@ -1,7 +1,7 @@
+#include "functions/SeriesEvaluation.hpp"
 #include "functions/CipherOperations.hpp"
 #include "functions/MessageOperations.hpp"
 #include "functions/PlanOperations.hpp"
-#include "functions/SeriesEvaluation.hpp"
 
 #include "support/Expect.hpp"
 #include "support/Scheme.hpp"
@@ -27,7 +27,8 @@ using test::Seeded;
 LongComplex chebyshevSum(const std::vector<Complex>& c, long double y) {
     const long double angle = std::acos(y);
     LongComplex sum = 0;
-    for (u64 k = 0; k < c.size(); ++k) sum += LongComplex(c[k]) * std::cos(static_cast<long double>(k) * angle);
+    for (u64 k = 0; k < c.size(); ++k)
+        sum += LongComplex(c[k]) * std::cos(static_cast<long double>(k) * angle);
     return sum;
 }
 
@@ -39,7 +40,8 @@ std::vector<Coefficient> uniform(const std::vector<Complex>& c) {
 std::vector<Complex> coefficients(Seeded& random, u64 degree, u64 step = 1, u64 first = 0) {
     std::vector<Complex> c(degree + 1);
     double sum = 0;
-    for (u64 k = first; k <= degree; k += step) sum += std::abs(c[k] = {random.real(-1, 1), random.real(-1, 1)});
+    for (u64 k = first; k <= degree; k += step)
+        sum += std::abs(c[k] = {random.real(-1, 1), random.real(-1, 1)});
     for (Complex& each : c) each /= sum;
     return c;
 }
@@ -71,7 +73,8 @@ TEST_F(SeriesEvaluationTest, MessagesGoThroughTheSameRecurrences) {
         SeriesEvaluation<Message> evaluation(inTheClear, {&terms, 1}, {-1, 2});
         const Message got = evaluation.evaluate(x).front();
         for (u64 i = 0; i < x.getSize(); ++i) {
-            const LongComplex expected = chebyshevSum(c, std::clamp<long double>((x[i].real() + 1) / 2, -1, 1));
+            const LongComplex expected =
+                chebyshevSum(c, std::clamp<long double>((x[i].real() + 1) / 2, -1, 1));
             EXPECT_LT(std::abs(LongComplex(got[i]) - expected), 1e-12L) << i;
         }
     }
@@ -95,10 +98,12 @@ private:
 };
 
 /// Every error within 8 deviations, and their root mean square in units of the deviations within 1.5 bits of 1.
-void expectPredicted(const Message& got, const std::vector<LongComplex>& expected, const PredictedErrors& predicted) {
+void expectPredicted(const Message& got, const std::vector<LongComplex>& expected,
+                     const PredictedErrors& predicted) {
     double sum = 0;
     for (u64 i = 0; i < got.getSize(); ++i) {
-        const double error = static_cast<double>(std::abs(LongComplex(got[i]) - expected[i])) / predicted.of(i);
+        const double error =
+            static_cast<double>(std::abs(LongComplex(got[i]) - expected[i])) / predicted.of(i);
         EXPECT_LT(error, 8) << "slot " << i;
         sum += error * error;
     }
@@ -132,7 +137,8 @@ protected:
             const SeriesTerms terms(SeriesBasis::Chebyshev, uniform(c));
             std::vector<LongComplex> expected;
             for (const Complex& slot : x)
-                expected.push_back(chebyshevSum(c, std::clamp<long double>((slot.real() - map.middle) / map.half, -1, 1)));
+                expected.push_back(
+                    chebyshevSum(c, std::clamp<long double>((slot.real() - map.middle) / map.half, -1, 1)));
             SeriesEvaluation<Ciphertext> evaluation(operations, {&terms, 1}, map);
             expectLevels(degree, evaluation.levels());
             const Ciphertext got = evaluation.evaluate(encrypted).front();
@@ -170,7 +176,8 @@ TEST_P(SeriesOnLongIntervals, SomeDegreesSpendOneLevelMoreAndAllErrAsPredicted) 
         }
     });
 }
-INSTANTIATE_TEST_SUITE_P(MoreThanFourWide, SeriesOnLongIntervals, testing::Values(Interval{-2.5, 2.5, 31}, Interval{-4, 5, 1}));
+INSTANTIATE_TEST_SUITE_P(MoreThanFourWide, SeriesOnLongIntervals,
+                         testing::Values(Interval{-2.5, 2.5, 31}, Interval{-4, 5, 1}));
 
 } // namespace
 } // namespace Torvo
