@@ -31,6 +31,7 @@ enum class ObjectKind {
     LWECiphertext,
     LWESecretKey,
     BootConstants, ///< of a `Bootstrapper`
+    ChebyshevSeries,
 };
 #pragma GCC diagnostic pop
 
@@ -51,7 +52,7 @@ struct FileContent {
     std::optional<unsigned long> logSlots = std::nullopt;
     /// How many there are: slots of a message, ring elements of a ciphertext or of a secret key in full,
     /// digits of an evaluation, ring-switching or encapsulation key, keys of a bundle or a pack, ciphertext
-    /// primes of a context, plaintexts of bootstrapping constants.
+    /// primes of a context, plaintexts of bootstrapping constants, coefficients of a series.
     std::optional<unsigned long> count = std::nullopt;
     /// The letter of an evaluation key (docs/files.md) and its rotation index.
     std::optional<char> keyType = std::nullopt;

@@ -18,6 +18,7 @@
 #include <Torvo/RuntimeException.hpp>
 
 #include <bit>
+#include <cmath>
 #include <complex>
 #include <optional>
 #include <system_error>
@@ -318,6 +319,17 @@ FileContent bootConstants(FileWalk& walk) {
     return found;
 }
 
+// ---- functions
+
+FileContent chebyshevSeries(FileWalk& walk) {
+    walk.tag(ObjectTag::ChebyshevSeries);
+    const auto lower = walk.number<double>([](double x) { return std::fabs(x) <= limit::intervalBound; });
+    walk.number<double>([&](double x) { return lower < x && x <= limit::intervalBound; });
+    const auto count = walk.number<u64>([](u64 found) { return 0 < found && found <= limit::coefficients; });
+    walk.skip(count, sizeof(std::complex<double>));
+    return {.kind = Kind::ChebyshevSeries, .count = count};
+}
+
 struct Layout {
     ObjectKind kind;
     const char* name;
@@ -343,6 +355,7 @@ constexpr Layout layouts[] = {
     {Kind::LWECiphertext, "plain LWE ciphertext", plainCiphertext},
     {Kind::LWESecretKey, "plain LWE secret key", plainSecretKey},
     {Kind::BootConstants, "bootstrapping constants", bootConstants},
+    {Kind::ChebyshevSeries, "Chebyshev series", chebyshevSeries},
 };
 
 /// The kinds that the file is whole as; `furthest` tells where the others end.

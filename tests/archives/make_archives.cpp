@@ -138,6 +138,8 @@ public:
         Bootstrapper(HomEvaluator(toy, KeyPack(toy)), 1).saveBootConstants(1, path("boot_constants.bin"));
     }
 
+    void writeSeries() const { archives::series().save(path("chebyshev_series.bin")); }
+
 private:
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
@@ -188,4 +190,5 @@ int main(int argc, char** argv) {
     archives.writePlainLWE();
     archives.writeCompactCiphertext();
     archives.writeBootConstants();
+    archives.writeSeries();
 }

@@ -321,6 +321,14 @@ TEST(Archives, BootstrappingConstantsAreThoseThatAreBuilt) {
     EXPECT_EQ(savedFrom(Bootstrapper(evaluator, 1)), archived("boot_constants.bin"));
 }
 
+TEST(Archives, AChebyshevSeriesHoldsItsNumbers) {
+    const ChebyshevSeries expected = archives::series(),
+                          series = loadedFrom("chebyshev_series.bin", ChebyshevSeries());
+    EXPECT_EQ(series.getCoefficients(), expected.getCoefficients());
+    EXPECT_EQ(series.getLowerBound(), -2);
+    EXPECT_EQ(series.getUpperBound(), 6);
+}
+
 TEST(Archives, ContextsOfPlainLWEHaveThePrimesTheyHad) {
     const auto expectContext = [](const std::string& name, u64 dimension, const std::vector<u64>& primes) {
         const TemporaryDirectory directory;

@@ -18,7 +18,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -105,6 +107,7 @@ const std::map<std::string, Kinds> kindsOfArchives{
     {"packing_keys.bin", {Kind::ModPackKeyBundle}},
     {"key_pack.bin", {Kind::KeyPack}},
     {"boot_constants.bin", {Kind::BootConstants}},
+    {"chebyshev_series.bin", {Kind::ChebyshevSeries}},
     {"ring.context", {Kind::Context}},
     {"partner.context", {Kind::Context}},
     {"narrow.context", {Kind::Context}},
@@ -245,6 +248,29 @@ TEST_F(Inspect, ToldNumbersThatNoBootstrappingConstantsHave) {
     EXPECT_EQ(refusalOf(file + "x"), otherLength);
 }
 
+TEST_F(Inspect, TellsTheNumbersOfASeries) {
+    const FileContent series = only(inspect(archivesPath + "chebyshev_series.bin"));
+    EXPECT_EQ(series.count, 17u);
+    EXPECT_FALSE(series.contextHash || series.level || series.degree || series.logSlots);
+    const std::string file = saved(ChebyshevSeries(std::vector<std::complex<double>>(17), -0.1, 0.3));
+    const auto refusalWith = [&](std::size_t offset, u64 value) {
+        std::string damaged = file;
+        FileMap::write(damaged, offset, 8, value);
+        return refusalOf(damaged);
+    };
+    const auto failsAt = [&](const std::string& reason) {
+        return whole("Chebyshev series it fails at byte " + reason);
+    };
+    // Other kinds get further than to byte 5.
+    for (const double lower : {std::nan(""), -HUGE_VAL, -0x1p1001})
+        EXPECT_NE(refusalWith(5, std::bit_cast<u64>(lower)), "") << lower;
+    for (const double upper : {std::nan(""), HUGE_VAL, 0x1p1001, -0.1, -3.0})
+        EXPECT_EQ(refusalWith(13, std::bit_cast<u64>(upper)), failsAt("13: this number cannot be")) << upper;
+    for (const u64 count : {u64{0}, u64{1025}, ~u64{0}})
+        EXPECT_EQ(refusalWith(21, count), failsAt("21: this number cannot be")) << count;
+    EXPECT_EQ(refusalWith(21, 16), failsAt("285: the file goes on here, where it should end"));
+}
+
 TEST_F(Inspect, TellsTheNumbersOfContexts) {
     const FileContent ring = only(inspect(archivesPath + "ring.context"));
     EXPECT_EQ(ring.degree, 64u);
@@ -284,6 +310,7 @@ TEST_F(Inspect, HasAWordForEachKind) {
     EXPECT_EQ(toString(Kind::SparseSecretEncapsulationKey), "sparse secret encapsulation key");
     EXPECT_EQ(toString(Kind::LWESecretKey), "plain LWE secret key");
     EXPECT_EQ(toString(Kind::BootConstants), "bootstrapping constants");
+    EXPECT_EQ(toString(Kind::ChebyshevSeries), "Chebyshev series");
     EXPECT_REFUSED(toString(static_cast<Kind>(99)), "No such kind of object: 99");
 }
 

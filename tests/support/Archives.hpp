@@ -2,6 +2,7 @@
 
 #include "support/RingFamily.hpp"
 
+#include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Context.hpp>
 #include <Torvo/LWEContext.hpp>
 #include <Torvo/Message.hpp>
@@ -51,6 +52,14 @@ inline std::vector<double> coefficients(unsigned long count) {
     std::vector<double> numbers;
     for (unsigned long i = 0; i < count; ++i) numbers.push_back(number(5 * i + 2));
     return numbers;
+}
+
+/// On [-2, 6], complex, with a zero inside and one at the end.
+inline ChebyshevSeries series() {
+    std::vector<std::complex<double>> numbers{0.25, {-1.5, 0.125}, 0.0};
+    for (unsigned long k = 3; k < 16; ++k) numbers.emplace_back(number(k), number(7 * k + 5));
+    numbers.emplace_back(0);
+    return ChebyshevSeries(numbers, -2, 6);
 }
 
 /// A secret of -1, 0 and 1, for a key that nothing drew.

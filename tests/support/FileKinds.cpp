@@ -77,6 +77,7 @@ const std::vector<FileKind>& fileKinds() {
         {"lwe_context", uses::plainContext, {"lwe.context", "lwe_preset.context"}, none},
         {"boot_constants", uses::bootConstants, {"boot_constants.bin"}, none},
         {"generator_state", uses::generatorState, {}, uses::madeGeneratorStates},
+        {"chebyshev_series", uses::chebyshevSeries, {"chebyshev_series.bin"}, none},
     };
     return kinds;
 }

@@ -33,6 +33,7 @@ FileMap::Layout FileMap::layoutOf(const std::string& kind) {
         {"lwe_context", &FileMap::plainContextFile},
         {"boot_constants", &FileMap::bootConstantsFile},
         {"generator_state", &FileMap::generatorFile},
+        {"chebyshev_series", &FileMap::chebyshevSeriesFile},
     };
     const auto found = layouts.find(kind);
     if (found == layouts.end()) throw std::out_of_range("the layout of " + kind + " is not known");
@@ -226,6 +227,13 @@ void FileMap::bootConstantsFile() {
     identities({8, 4});
     for (int i = 0; i < 3; ++i) number(8);
     skip(file_.size() - at_);
+}
+
+void FileMap::chebyshevSeriesFile() {
+    number(4, true);
+    number(8);
+    number(8);
+    array(16);
 }
 
 void FileMap::generatorFile() {

@@ -77,6 +77,7 @@ private:
     void plainContextFile();
     void bootConstantsFile();
     void generatorFile();
+    void chebyshevSeriesFile();
 
     const std::string& file_;
     std::size_t at_ = 0;

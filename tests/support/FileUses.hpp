@@ -36,6 +36,7 @@ void context(const std::string& file);
 void plainContext(const std::string& file);
 void bootConstants(const std::string& file);
 void generatorState(const std::string& file);
+void chebyshevSeries(const std::string& file);
 
 /// Keys of a ring of degree 64, where those kept belong to one of degree 4096.
 std::vector<std::string> madePackingKeys();
