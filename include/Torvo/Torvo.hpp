@@ -3,6 +3,7 @@
 /// Everything that an application needs to compute. <Torvo/GlobalConfiguration.hpp>, which brings a JSON
 /// library with it, is for those who include it.
 #include <Torvo/Bootstrapper.hpp>
+#include <Torvo/BootstrappingEvaluator.hpp>
 #include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/CompactCiphertext.hpp>
@@ -17,6 +18,7 @@
 #include <Torvo/Encryptor.hpp>
 #include <Torvo/EvaluationKey.hpp>
 #include <Torvo/Export.hpp>
+#include <Torvo/FunctionEvaluator.hpp>
 #include <Torvo/HomEvaluator.hpp>
 #include <Torvo/Inspect.hpp>
 #include <Torvo/KeyGenerator.hpp>
@@ -32,7 +34,9 @@
 #include <Torvo/ModPackKeyBundle.hpp>
 #include <Torvo/ParameterPreset.hpp>
 #include <Torvo/Plaintext.hpp>
+#include <Torvo/Plan.hpp>
 #include <Torvo/Pointer.hpp>
+#include <Torvo/Polynomials.hpp>
 #include <Torvo/Randomseeds.hpp>
 #include <Torvo/RingPacker.hpp>
 #include <Torvo/RingPackerUtils.hpp>

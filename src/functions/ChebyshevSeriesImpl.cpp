@@ -55,7 +55,9 @@ void requireDegree(u64 degree) {
 
 std::string decimalOf(Complex number) {
     if (number.imag() == 0) return decimal(number.real());
-    return "(" + decimal(number.real()) + ", " + decimal(number.imag()) + ")";
+    // Begun with a string of its own: g++ 12 warns of an overlap where a literal is put before a temporary.
+    std::string text = "(";
+    return text.append(decimal(number.real())).append(", ").append(decimal(number.imag())).append(")");
 }
 
 ChebyshevSeriesImpl::ChebyshevSeriesImpl(std::vector<Complex> coefficients, double lower, double upper)

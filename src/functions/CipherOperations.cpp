@@ -41,6 +41,8 @@ void CipherOperations::requireOperand(const Ciphertext& x) const {
     require(x.getNumPoly() == 2, message::sizeNotTwo);
     utils::requireNothingOwed(x);
     requireOfRing(evaluator_->getContext(), x);
+    const u64 most = getLogFullSlots(evaluator_->getContext());
+    if (x.getLogSlots() > most) throw RuntimeException(message::tooManySlots(x.getLogSlots(), most));
 }
 
 void CipherOperations::prepare(const std::string& what, u64 levels, Range /*range*/,

@@ -9,6 +9,11 @@ namespace Torvo::message {
 
 inline constexpr const char* emptyMessage = "The message has no slots. Give one with at least one slot.";
 
+inline std::string tooManySlots(u64 log_slots, u64 most) {
+    return "The ciphertext says that it has log slots " + std::to_string(log_slots) + ", but its ring has " +
+           std::to_string(most) + "; set its log slots to those that it was encrypted with";
+}
+
 inline std::string tooFewLevels(const std::string& what, unsigned long needed, unsigned long there) {
     return what + " needs " + std::to_string(needed) + " levels, but the ciphertext has " +
            std::to_string(there) +
@@ -24,6 +29,18 @@ inline std::string tooLowToBootstrap(const std::string& what, unsigned long need
     return what + " has to bootstrap first, which needs a ciphertext at level " + std::to_string(needed) +
            " or above, but this one is at level " + std::to_string(there) +
            ". Stop using its levels earlier.";
+}
+
+inline constexpr const char* evaluateOfDegree = "evaluate of degree ";
+inline constexpr const char* noSeries = "[evaluate] The list of series is empty; give at least one";
+/// Intervals as "-1 to 1".
+inline std::string differentIntervals(u64 k, const std::string& interval, const std::string& first) {
+    return "[evaluate] Series " + std::to_string(k) + " is on the interval from " + interval +
+           ", but the first one on that from " + first + "; give series on one interval";
+}
+inline std::string unequalBlocks(u64 blocks, u64 slots) {
+    return "[evaluate] The number of series is " + std::to_string(blocks) + ", which does not divide the " +
+           std::to_string(slots) + " slots; give one for each block of equally many slots";
 }
 
 inline constexpr const char* noFunctionGiven =
