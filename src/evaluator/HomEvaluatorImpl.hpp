@@ -160,6 +160,10 @@ public:
     void multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level, Ciphertext& out) const;
     /// The same with a number of its own for each slot.
     void multAtLevel(const Ciphertext& in, const Message& factors, u64 level, Ciphertext& out) const;
+    /// The sum of cts[k] at `level` times c[k], owing one rescale: the words of the sum of the products, in one pass.
+    /// There is at least one; the output may be one of them.
+    void sumMultiplesAtLevel(const std::vector<const Ciphertext*>& cts,
+                             const std::vector<std::complex<double>>& c, u64 level, Ciphertext& out) const;
     /// The raw product of two ciphertexts of two elements at the lower of their levels, owing one rescale.
     void tensorAtLowerLevel(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
 

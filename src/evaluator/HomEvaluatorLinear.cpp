@@ -405,6 +405,32 @@ void HomEvaluatorImpl::multAtLevel(const Ciphertext& in, const Message& factors,
     stamp.putOn(out);
 }
 
+void HomEvaluatorImpl::sumMultiplesAtLevel(const std::vector<const Ciphertext*>& cts,
+                                           const std::vector<std::complex<double>>& c, u64 level,
+                                           Ciphertext& out) const {
+    for (const Ciphertext* ct : cts) {
+        utils::requireOnSlots(*ct);
+        require(ct->getNumPoly() == 2, message::sizeNotTwo);
+        utils::requireReadyToMultiply(*ct);
+        utils::requireMatching(*cts.front(), *ct);
+        requireOwn(*ct);
+    }
+    std::vector<EncodedConstant> constants;
+    constants.reserve(cts.size());
+    for (const std::complex<double>& each : c)
+        constants.push_back(encodeConstant(each, level, 0, cts.front()->getDevice()));
+    Ciphertext sum = unsetCiphertext(context_);
+    for (u64 element = 0; element < 2; ++element) {
+        std::vector<PrimeModuli::ConstantMultiple> terms;
+        for (u64 k = 0; k < cts.size(); ++k)
+            terms.push_back({cts[k]->getPoly(element), constants[k].real,
+                             constants[k].imag ? &*constants[k].imag : nullptr});
+        context_->primes.sumConstantMultiples(terms, sum.getPoly(element));
+    }
+    Stamp::of(*cts.front()).owing(1).putOn(sum);
+    out = std::move(sum);
+}
+
 // ---- levels
 
 template <EncryptionType E>

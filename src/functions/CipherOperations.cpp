@@ -112,6 +112,12 @@ void CipherOperations::multSlotsAtLevel(const Ciphertext& in, const Message& fac
     evaluator_->multAtLevel(in, factors, level, out);
 }
 
+void CipherOperations::sumMultiplesAtLevel(const std::vector<const Ciphertext*>& terms,
+                                           const std::vector<std::complex<double>>& factors, u64 level,
+                                           Ciphertext& out) const {
+    evaluator_->sumMultiplesAtLevel(terms, factors, level, out);
+}
+
 void CipherOperations::tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const {
     evaluator_->tensorAtLowerLevel(a, b, out);
 }

@@ -37,6 +37,9 @@ public:
     void multAtLevel(const Ciphertext& in, std::complex<double> c, u64 level, Ciphertext& out) const override;
     void multSlotsAtLevel(const Ciphertext& in, const Message& factors, u64 level,
                           Ciphertext& out) const override;
+    void sumMultiplesAtLevel(const std::vector<const Ciphertext*>& terms,
+                             const std::vector<std::complex<double>>& factors, u64 level,
+                             Ciphertext& out) const override;
     void tensor(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const override;
     void relinearize(Ciphertext& in_out) const override;
     void rescale(Ciphertext& in_out) const override;

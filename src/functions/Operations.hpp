@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <complex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Torvo {
@@ -70,6 +71,10 @@ public:
     virtual void multAtLevel(const Value& in, std::complex<double> c, u64 level, Value& out) const = 0;
     /// The same with a number of its own for each slot.
     virtual void multSlotsAtLevel(const Value& in, const Message& factors, u64 level, Value& out) const = 0;
+    /// The sum of the terms at `level`, each times its number; owing one rescale. There is at least one.
+    virtual void sumMultiplesAtLevel(const std::vector<const Value*>& terms,
+                                     const std::vector<std::complex<double>>& factors, u64 level,
+                                     Value& out) const;
     /// The raw product at the lower of two levels, owing one rescale.
     virtual void tensor(const Value& a, const Value& b, Value& out) const = 0;
     /// Leaves a value of two elements as it is.
@@ -92,6 +97,19 @@ public:
     void mult(const Value& in, std::complex<double> c, Value& out) const;
     void multSlots(const Value& in, const Message& factors, Value& out) const;
 };
+
+template <class Value>
+void Operations<Value>::sumMultiplesAtLevel(const std::vector<const Value*>& terms,
+                                            const std::vector<std::complex<double>>& factors, u64 level,
+                                            Value& out) const {
+    Value sum = unset(), term = unset();
+    multAtLevel(*terms[0], factors[0], level, sum);
+    for (u64 k = 1; k < terms.size(); ++k) {
+        multAtLevel(*terms[k], factors[k], level, term);
+        add(sum, term, sum);
+    }
+    out = std::move(sum);
+}
 
 template <class Value>
 void Operations<Value>::mult(const Value& a, const Value& b, Value& out) const {

@@ -43,6 +43,8 @@ public:
     /// Says that a ciphertext came to `level`.
     void reach(u64 level);
     PlanReport getReport() const;
+    /// How often each step is taken at each level.
+    const std::map<std::pair<Step, u64>, u64>& counts() const { return counts_; }
     void reset();
 
     /// Adds a complex normal error of E|error|^2 = variance to each slot.

@@ -105,7 +105,7 @@ ScaledPower<Value> SeriesEvaluation<Value>::product(u64 m, u64 n) const {
         if (m == n)
             addNumber(Coefficient(-factor * gain), value);
         else
-            addMultiple(powers_.at(distance(m, n)), Coefficient(-factor), 1, level, value, isEmpty);
+            addMultiples({{distance(m, n), Coefficient(-factor)}}, 1, level, value, isEmpty);
     }
     operations_.rescale(value);
     return {std::move(value), factor * gain, level - 1};
@@ -123,19 +123,37 @@ void SeriesEvaluation<Value>::addNumber(const Coefficient& c, Value& in_out) con
 }
 
 template <class Value>
-void SeriesEvaluation<Value>::addMultiple(const Power& power, const Coefficient& c, double factor, u64 level,
-                                          Value& sum, bool& isEmpty) const {
-    const Coefficient scaled = c.times(factor / factorAt(power, level));
-    Value term = operations_.unset();
-    if (scaled.isUniform())
-        operations_.multAtLevel(power.value, scaled.of(0), level, term);
-    else
-        operations_.multSlotsAtLevel(power.value, Message(scaled.numbers()), level, term);
+void SeriesEvaluation<Value>::addTo(Value& sum, bool& isEmpty, Value&& term) const {
     if (isEmpty)
         sum = std::move(term);
     else
         operations_.add(sum, term, sum);
     isEmpty = false;
+}
+
+/// The numbers that are the same for all slots in one pass, the others one by one.
+template <class Value>
+void SeriesEvaluation<Value>::addMultiples(const std::vector<std::pair<u64, Coefficient>>& multiples,
+                                           double factor, u64 level, Value& sum, bool& isEmpty) const {
+    std::vector<const Value*> uniform;
+    std::vector<std::complex<double>> numbers;
+    Value term = operations_.unset();
+    for (const auto& [index, c] : multiples) {
+        if (c.isZero()) continue;
+        const Power& power = powers_.at(index);
+        const Coefficient scaled = c.times(factor / factorAt(power, level));
+        if (scaled.isUniform()) {
+            uniform.push_back(&power.value);
+            numbers.push_back(scaled.of(0));
+        } else {
+            operations_.multSlotsAtLevel(power.value, Message(scaled.numbers()), level, term);
+            addTo(sum, isEmpty, std::move(term));
+            term = operations_.unset();
+        }
+    }
+    if (uniform.empty()) return;
+    operations_.sumMultiplesAtLevel(uniform, numbers, level, term);
+    addTo(sum, isEmpty, std::move(term));
 }
 
 template <class Value>
@@ -145,23 +163,21 @@ void SeriesEvaluation<Value>::addPart(const SeriesTerms& terms, u64 depth, doubl
     const double owed = target / operations_.rescaleGain(level); // what the rescale brings to `target`
     const u64 m = split_->divisor(terms.degree(), depth);
     if (m == 0) {
+        std::vector<std::pair<u64, Coefficient>> multiples;
         for (u64 k = 1; k <= terms.degree(); ++k)
-            if (!terms[k].isZero()) addMultiple(powers_.at(k), terms[k], owed, level, sum, isEmpty);
+            if (!terms[k].isZero()) multiples.emplace_back(k, terms[k]);
+        addMultiples(multiples, owed, level, sum, isEmpty);
         return addNumber(terms[0].times(target), sum);
     }
     if (m == terms.degree()) {
-        addMultiple(powers_.at(m), terms[m], owed, level, sum, isEmpty);
+        addMultiples({{m, terms[m]}}, owed, level, sum, isEmpty);
         return addPart(terms.below(m), depth, target, sum, isEmpty);
     }
     const auto [quotient, rest] = terms.divideByPower(m);
     const Power& power = powers_.at(m);
     Value product = part(quotient, depth - 1, owed / factorAt(power, level));
     operations_.tensor(product, power.value, product);
-    if (isEmpty)
-        sum = std::move(product);
-    else
-        operations_.add(sum, product, sum);
-    isEmpty = false;
+    addTo(sum, isEmpty, std::move(product));
     addPart(rest, depth, target, sum, isEmpty);
 }
 

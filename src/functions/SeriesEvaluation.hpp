@@ -66,8 +66,10 @@ private:
     Value part(const SeriesTerms& terms, u64 depth, double target) const;
     /// Adds that to a sum that owes a rescale.
     void addPart(const SeriesTerms& terms, u64 depth, double target, Value& sum, bool& isEmpty) const;
-    void addMultiple(const Power& power, const Coefficient& c, double factor, u64 level, Value& sum,
-                     bool& isEmpty) const;
+    void addTo(Value& sum, bool& isEmpty, Value&& term) const;
+    /// Adds factor * c * T_index for each index and coefficient c, at `level`.
+    void addMultiples(const std::vector<std::pair<u64, Coefficient>>& multiples, double factor, u64 level,
+                      Value& sum, bool& isEmpty) const;
     void addNumber(const Coefficient& c, Value& in_out) const;
     Value number(const Value& x, const Coefficient& c) const;
 

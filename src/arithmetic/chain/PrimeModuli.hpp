@@ -134,6 +134,15 @@ public:
     void constMult(const Polynomial& a, const u64* constants, Polynomial& out, Validator validator) const;
     void constMult(const Polynomial& a, const LevelledElement& re, const LevelledElement& im,
                    Polynomial& out) const;
+    /// A term of a sum of products with constants; without an imaginary part it is null.
+    struct ConstantMultiple {
+        const Polynomial& a;
+        const LevelledElement& real;
+        const LevelledElement* imag;
+    };
+    /// out = the sum of all terms, in one pass over the rows of the constants, which are at one level and not above
+    /// that of any polynomial. `out` is none of the polynomials; there is at least one.
+    void sumConstantMultiples(const std::vector<ConstantMultiple>& terms, Polynomial& out) const;
     void constMultTwo(const Polynomial& a, const Polynomial& b, u64 c, Polynomial& out1,
                       Polynomial& out2) const;
     void constMultTwo(const Polynomial& a, const Polynomial& b, const LevelledElement& e, Polynomial& out1,

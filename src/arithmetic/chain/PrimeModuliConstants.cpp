@@ -120,6 +120,34 @@ void PrimeModuli::constMult(const Polynomial& a, const LevelledElement& re, cons
     });
 }
 
+void PrimeModuli::sumConstantMultiples(const std::vector<ConstantMultiple>& terms, Polynomial& out) const {
+    const bool isComplex = std::ranges::any_of(terms, [](const ConstantMultiple& term) { return term.imag; });
+    const auto bound = shapeResult(*this, constMultNames, {terms.front().a, terms.front().real},
+                                   {{out, isComplex || terms.front().a.isNTT()}});
+    // For each term the constants of the halves of its rows, alternating; one for a whole row if all are real.
+    std::vector<DeviceSpecificArray<u64>> constants;
+    constants.reserve(terms.size());
+    for (const ConstantMultiple& term : terms) {
+        if (term.imag != nullptr)
+            constants.push_back(computeConstantCoefficients(term.real, *term.imag));
+        else
+            constants.push_back(computeConstantCoefficients(term.real));
+    }
+    const u64 parts = isComplex ? 2 : 1, length = degree_ / parts;
+    forEachRow(bound.live(), [&](u64 i) {
+        const Modulus& modulus = moduli_[i];
+        for (u64 part = 0; part < parts; ++part)
+            modulus.sumConstantProducts(
+                terms.size(),
+                [&](u64 j) {
+                    const u64 c = constants[j][terms[j].imag != nullptr ? 2 * i + part : i];
+                    return rows::ConstantTerm{terms[j].a.getRow(i) + part * length, modulus.reduce(c),
+                                              modulus.getPrime()};
+                },
+                out.getRow(i) + part * length, length);
+    });
+}
+
 void PrimeModuli::constMultTwo(const Polynomial& a, const Polynomial& b, u64 c, Polynomial& out1,
                                Polynomial& out2) const {
     const auto bound = shapeResult(*this, constMultTwoNames, {a, b}, {{out1, a.isNTT()}, {out2, b.isNTT()}});

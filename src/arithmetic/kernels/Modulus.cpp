@@ -210,6 +210,11 @@ void Modulus::sumCentredProducts(const u64* liftedRows, const Modulus* sources, 
     }
 }
 
+void Modulus::sumFewConstantProducts(const rows::ConstantTerm* terms, u64 count, bool accumulate, u64* out,
+                                     u64 length) const {
+    currentKernels(p_, length).sumConstantProducts(terms, count, accumulate, 0, out, length, wide());
+}
+
 void Modulus::sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
                              u64* out2) const {
     currentKernels(p_, degree_).sumProducts(terms, count, accumulate, out1, out2, degree_, wide());

@@ -113,7 +113,21 @@ public:
         }
     }
 
+    /// out = sum of row_j * c_j over j < count, `termAt(j)` giving row, constant in range 1 and bound of the row's words,
+    /// in range 1, over `length` words, a multiple of 16. The output is none of the rows. count > 0.
+    template <class TermAt>
+    void sumConstantProducts(u64 count, TermAt termAt, u64* out, u64 length) const {
+        std::array<rows::ConstantTerm, rows::maxTerms> terms;
+        for (u64 begin = 0; begin < count; begin += terms.size()) {
+            const u64 few = std::min<u64>(count - begin, terms.size());
+            for (u64 j = 0; j < few; ++j) terms[j] = termAt(begin + j);
+            sumFewConstantProducts(terms.data(), few, begin != 0, out, length);
+        }
+    }
+
 private:
+    void sumFewConstantProducts(const rows::ConstantTerm* terms, u64 count, bool accumulate, u64* out,
+                                u64 length) const;
     void sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
                         u64* out2) const;
     rows::WideConstant wide() const { return {p_, wordRemainder_, barrettHigh_, barrettLow_}; }
