@@ -38,8 +38,9 @@ struct Barycentric {
 
 template <class To, class From>
 std::vector<To> rounded(const std::vector<From>& numbers) {
-    std::vector<To> result;
-    for (const From& number : numbers) result.push_back(static_cast<To>(number));
+    std::vector<To> result(numbers.size());
+    std::transform(numbers.begin(), numbers.end(), result.begin(),
+                   [](const From& number) { return static_cast<To>(number); });
     return result;
 }
 

@@ -49,8 +49,8 @@ double largestError(const ChebyshevSeriesImpl& series, const ComplexFunction& f,
     const auto errorAt = [&](double x) { return std::abs(f(x) - series.evaluate(x)); };
     const std::vector<double> points =
         gridOf(std::max<u64>(1024, 16 * series.coefficients().size()), lower, upper);
-    std::vector<double> errors;
-    for (const double x : points) errors.push_back(errorAt(x));
+    std::vector<double> errors(points.size());
+    std::transform(points.begin(), points.end(), errors.begin(), errorAt);
     double largest = *std::max_element(errors.begin(), errors.end());
     // Between 16 points a wave, the one closest to a peak comes within 2 % of it.
     const double worthClimbing = 0.9 * largest;

@@ -89,6 +89,11 @@ inline std::string exchangeDiverges(u64 degree, int steps, const std::string& er
            possible + " should be possible; give a smoother function or a lower degree, or interpolate";
 }
 
+inline std::string noSignTable(u64 a, u64 b) {
+    return "[signComposite] Sign is asked for from 2^-" + std::to_string(a) + " on, within 2^-" +
+           std::to_string(b) + "; give exponents from 4 to 16";
+}
+
 inline std::string monomialTooLarge(u64 exponent) {
     return "[ChebyshevSeries] The coefficient of x^" + std::to_string(exponent) +
            " is larger than any double; evaluate the series as it is";
