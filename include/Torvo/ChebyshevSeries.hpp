@@ -70,8 +70,9 @@ public:
     /// The polynomial of `degree` with the smallest largest error on [lower, upper], for a continuous f; by the
     /// exchange algorithm in 113 bits, after which the coefficients are rounded. For `Symmetry::Even` and
     /// `Symmetry::Odd` it is the best of those of that symmetry, the lower bound is at least 0, and the series is one
-    /// on [-upper, upper]: for sign(x) give f = 1, the bounds 2^-8 and 1, and `Odd`. The time grows with
-    /// the square of the degree: milliseconds for 63, seconds for 1023.
+    /// on [-upper, upper]: for sign(x) give f = 1, the bounds 2^-8 and 1, and `Odd`. An odd one is 0 at 0, so with a lower
+    /// bound of 0 f(0) has to be 0 too. Extrema of the error are looked for at 16 points for every coefficient, so f should
+    /// not swing faster. The time grows with the square of the degree: milliseconds for 63, seconds for 1023.
     /// @throws RuntimeException as `interpolate`, and behind that for the bounds "[ChebyshevSeries] The interval is
     ///         from ", the one bound, " to ", the other one, "; give a lower bound of 0 or more for an even or odd
     ///         series"; "[ChebyshevSeries] The exchange algorithm does not converge for degree ", the degree,

@@ -1,5 +1,7 @@
 #include "functions/Exchange.hpp"
 #include "support/Expect.hpp"
+#include "support/FailingAllocations.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/SeriesOracle.hpp"
 
 #include <Torvo/ChebyshevSeries.hpp>
@@ -7,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <new>
+#include <stdexcept>
 
 namespace Torvo {
 namespace {
@@ -280,6 +284,30 @@ TEST(Minimax, SaysSoWhereTheAlgorithmDoesNotConverge) {
             text.ends_with(" should be possible; give a smoother function or a lower degree, or interpolate"))
             << text;
     }
+}
+
+TEST(Minimax, WithoutMemoryThrowsNothingElse) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
+    SKIP_WHERE_NEW_CANNOT_THROW();
+    const auto f = [](long double x) { return std::exp(x); };
+    const auto expected = ChebyshevSeries::minimax(f, 3).getCoefficients();
+    bool hasFailed = true;
+    for (u64 before = 0; hasFailed; ++before) {
+        const test::FailingAllocation failing(before, test::FailingAllocation::Thread::Calling);
+        try {
+            EXPECT_EQ(ChebyshevSeries::minimax(f, 3).getCoefficients(), expected);
+        } catch (const std::bad_alloc&) {
+        }
+        hasFailed = failing.hasFailed();
+    }
+}
+
+TEST(Minimax, LetsWhatTheFunctionThrowsPass) {
+    const ChebyshevSeries::RealFunction thrower = [](long double) -> long double {
+        throw std::domain_error("not here");
+    };
+    EXPECT_THROW_TEXT(ChebyshevSeries::minimax(thrower, 3), std::domain_error, "not here");
+    EXPECT_THROW_TEXT(ChebyshevSeries::minimaxWithin(thrower, 3), std::domain_error, "not here");
 }
 
 // What takes seconds at degree 1023 takes as much in any build that is not optimised.
