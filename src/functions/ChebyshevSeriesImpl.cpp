@@ -55,9 +55,8 @@ void requireDegree(u64 degree) {
 
 std::string decimalOf(Complex number) {
     if (number.imag() == 0) return decimal(number.real());
-    // Begun with a string of its own: g++ 12 warns of an overlap where a literal is put before a temporary.
-    std::string text = "(";
-    return text.append(decimal(number.real())).append(", ").append(decimal(number.imag())).append(")");
+    std::string pair(1, '('); // of a text in front g++ 12 takes the sum for an overlapping copy
+    return pair.append(decimal(number.real())).append(", ").append(decimal(number.imag())).append(")");
 }
 
 ChebyshevSeriesImpl::ChebyshevSeriesImpl(std::vector<Complex> coefficients, double lower, double upper)
