@@ -1,13 +1,14 @@
 // Usage: sign_tables > src/functions/SignTables.cpp
 //        sign_tables FILE A...
 //
-// Finds the composites of odd polynomials of degrees 3 to 63 that approximate sign on fewest levels, and among these with
-// fewest products, and prints them as the source file of the library. With a file it fails unless that has
-// the rows for the exponents A.
+// Finds the composites of odd polynomials of degrees 3 to 63 that approximate sign on fewest levels, and
+// among these with fewest products, and prints them as the source file of the library. With a file it fails
+// unless that has the rows for the exponents A.
 //
-// A dynamic programme over levels and products: whatever the stages before, a stage does better the larger its least
-// input is. So of all beginnings that spend so many levels and products only the one that leads to the largest least input can
-// be part of a best composite, and it only if no beginning that spends less leads as far.
+// A dynamic programme over levels and products: whatever the stages before, a stage does better the larger
+// its least input is. So of all beginnings that spend so many levels and products only the one that leads to
+// the largest least input can be part of a best composite, and it only if no beginning that spends less leads
+// as far.
 
 #include "functions/SignComposite.hpp"
 #include "functions/SignTables.hpp"

@@ -19,8 +19,8 @@ public:
     /// Zero number j < n: cos(pi (2j + 1) / (2n)), from the largest down.
     Real node(u64 j) const { return cosineOf(2 * j + 1); }
 
-    /// The coefficient of T_k, k < n, in the polynomial of degree below n that has the value values[j] at zero j:
-    /// (2 / n) sum over j of values[j] cos(pi k (2j + 1) / (2n)), and half of that for k = 0.
+    /// The coefficient of T_k, k < n, in the polynomial of degree below n that has the value values[j] at
+    /// zero j: (2 / n) sum over j of values[j] cos(pi k (2j + 1) / (2n)), and half of that for k = 0.
     Real coefficient(const std::vector<Real>& values, u64 k) const {
         Real sum = 0;
         for (u64 j = 0; j < n_; ++j) sum += values[j] * cosineOf(k * (2 * j + 1));
@@ -28,8 +28,8 @@ public:
     }
 
 private:
-    /// cos(pi i / (2n)) for i <= n, by Taylor's series around the closer end of the quarter turn. There all terms behind
-    /// x^28 are below 2^-117.
+    /// cos(pi i / (2n)) for i <= n, by Taylor's series around the closer end of the quarter turn. There all
+    /// terms behind x^28 are below 2^-117.
     Real cosine(u64 i) const {
         const bool isSine = 2 * i > n_;
         const Real x = pi<Real>() * static_cast<Real>(isSine ? n_ - i : i) / static_cast<Real>(2 * n_);

@@ -45,8 +45,8 @@ struct Approximation {
     double error;
 };
 
-/// The approximation of the lowest degree, from `lowest` on, whose error is at most `error`: `ofDegree` is tried for
-/// degrees that double, and then halfway between the last that failed and the first that did not.
+/// The approximation of the lowest degree, from `lowest` on, whose error is at most `error`: `ofDegree` is
+/// tried for degrees that double, and then halfway between the last that failed and the first that did not.
 template <class OfDegree>
 ChebyshevSeries lowestWithin(double error, u64 lowest, OfDegree&& ofDegree) {
     double best = std::numeric_limits<double>::infinity();

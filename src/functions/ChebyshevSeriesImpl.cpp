@@ -85,7 +85,7 @@ bool ChebyshevSeriesImpl::isReal() const {
 }
 
 Complex ChebyshevSeriesImpl::evaluate(Complex x) const {
-    // In doubles the sum of the bounds, and its difference to 2x, could round by more than the interval is long.
+    // In doubles the sum of the bounds, and its difference to 2x, could round by more than the interval.
     const Quad sum = Quad(lower_) + upper_, length = Quad(upper_) - lower_;
     const auto y = static_cast<double>((2 * Quad(x.real()) - sum) / length);
     if (x.imag() == 0) return clenshaw(coefficients_, y);

@@ -46,7 +46,8 @@ void requireDegree(u64 degree);
 /// "NaN" and "inf" as they are, a real number without its imaginary part.
 std::string decimalOf(std::complex<double> number);
 
-/// The series whose coefficients have these real and imaginary parts; of those missing at the end of one the part is 0.
+/// The series whose coefficients have these real and imaginary parts. Where one of them ends early, the rest
+/// is 0.
 template <class Real>
 ChebyshevSeriesImpl roundedSeries(const std::vector<Real>& real, const std::vector<Real>& imaginary,
                                   double lower, double upper) {

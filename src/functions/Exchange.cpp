@@ -92,8 +92,8 @@ private:
         if (isOdd_ && reference_.front() == 0) reference_.front() = reference_[1] / 2;
     }
 
-    /// Takes the polynomial whose errors at the reference have one size and alternating signs: the level E for
-    /// which the divided difference of (f_i - (-1)^i E) / w_i over all points is 0.
+    /// Takes the polynomial whose errors at the reference have one size and alternating signs: the level E
+    /// for which the divided difference of (f_i - (-1)^i E) / w_i over all points is 0.
     void interpolateLevelled() {
         const u64 count = reference_.size();
         exact_ = {std::vector<Quad>(count), std::vector<Quad>(count, 1), std::vector<Quad>(count)};
@@ -180,8 +180,8 @@ private:
         return largest;
     }
 
-    /// Takes as many of the extrema as the reference has points, and the largest among them. Of two neighbours that go
-    /// together, what is left still alternates.
+    /// Takes as many of the extrema as the reference has points, and the largest among them. Of two
+    /// neighbours that go together, what is left still alternates.
     void exchange(std::vector<Error> extrema) {
         const auto size = [](const Error& extremum) { return magnitude(extremum.second); };
         while (extrema.size() > reference_.size()) {
@@ -203,7 +203,8 @@ private:
         if (isOdd_ && reference_.front() == 0) reference_.front() = reference_[1] / 2;
     }
 
-    /// A level of 0 leaves too few extrema where f and the reference have a symmetry in common. This breaks it.
+    /// A level of 0 leaves too few extrema where f and the reference have a symmetry in common. This breaks
+    /// it.
     void shiftReference() {
         const auto count = static_cast<long double>(reference_.size());
         for (u64 i = 0; i + 1 < reference_.size(); ++i)

@@ -10,9 +10,9 @@ namespace Torvo {
 template <class Real>
 using Peak = std::pair<Real, Real>;
 
-/// Climbs from `centre`, where `f` is at least as large as at `left` < `centre` and at `right` > `centre`, to the largest
-/// value between them: to the top of the parabola through three points, again and again, and by halves where the
-/// parabola says nothing new. Never returns less than `centre`.
+/// Climbs from `centre`, where `f` is at least as large as at `left` < `centre` and at `right` > `centre`, to
+/// the largest value between them: to the top of the parabola through three points, again and again, until
+/// it no longer moves. Never returns less than `centre`.
 template <class Real, class F>
 Peak<Real> climb(const F& f, Peak<Real> left, Peak<Real> centre, Peak<Real> right) {
     const Real close = (right.first - left.first) * static_cast<Real>(1e-9);

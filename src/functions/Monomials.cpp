@@ -54,8 +54,8 @@ Quads fromMonomials(const Quads& monomials, const Interval& x) {
     return p;
 }
 
-/// Clenshaw's recurrence on polynomials in x: b_k = c_k + 2 y b_(k + 1) - b_(k + 2) with y = (x - middle) / half, and
-/// the sum is c_0 + y b_1 - b_2.
+/// Clenshaw's recurrence on polynomials in x: b_k = c_k + 2 y b_(k + 1) - b_(k + 2) with y = (x - middle) /
+/// half, and the sum is c_0 + y b_1 - b_2.
 Quads toMonomials(const Quads& c, const Interval& x) {
     const u64 count = c.size();
     Quads b(count), older(count), current(count);

@@ -7,8 +7,8 @@
 
 namespace Torvo {
 
-/// See `ChebyshevSeries::fromMonomials`. There are as many monomials as a series has coefficients, and the bounds are
-/// those of one.
+/// See `ChebyshevSeries::fromMonomials`. There are as many monomials as a series may have coefficients, and
+/// the bounds are those of one.
 ChebyshevSeriesImpl fromMonomials(const std::vector<std::complex<double>>& monomials, double lower,
                                   double upper);
 /// See `ChebyshevSeries::toMonomials`.

@@ -2,8 +2,8 @@
 
 namespace Torvo {
 
-/// Numbers of 113 bits, of which nothing but arithmetic and comparison is used: the functions on them are in a library
-/// of its own.
+/// Numbers of 113 bits, of which nothing but arithmetic and comparison is used: the functions on them are in
+/// a library of its own.
 #ifdef __SIZEOF_FLOAT128__
 __extension__ using Quad = __float128;
 #else

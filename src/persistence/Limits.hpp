@@ -10,8 +10,8 @@ inline constexpr u64 degree = u64{1} << 20;
 inline constexpr u64 rows = 100;
 /// All primes are below it.
 inline constexpr u64 prime = u64{1} << 62;
-/// Coefficients of a Chebyshev series, and the magnitude of its bounds: sums and differences of such bounds are
-/// finite.
+/// Coefficients of a Chebyshev series, and the magnitude of its bounds: sums and differences of such bounds
+/// are finite.
 inline constexpr u64 coefficients = 1024;
 inline constexpr double intervalBound = 0x1p1000;
 

@@ -92,8 +92,8 @@ protected:
     }
 };
 
-// Chebyshev's theorem: a polynomial of n terms is the best exactly if its error takes its largest magnitude, with
-// alternating signs, at n + 1 places.
+// Chebyshev's theorem: a polynomial of n terms is the best exactly if its error takes its largest magnitude,
+// with alternating signs, at n + 1 places.
 TEST_P(Minimaxes, HaveOneMoreAlternatingExtremaOfEqualSizeThanTerms) {
     const Case& c = GetParam();
     const Minimax found = best();

@@ -32,7 +32,8 @@ long double bessel(u64 k, long double x) {
     return sum;
 }
 
-// exp(s y) is I_0(s) and twice the sum of the I_k(s) T_k(y). From degree 60 on nothing is left that could alias.
+// exp(s y) is I_0(s) and twice the sum of the I_k(s) T_k(y). From degree 60 on nothing is left that could
+// alias.
 TEST(Interpolation, OfTheExponentialHasBesselValuesAsCoefficients) {
     for (const double s : {0.5, 1.0, 6.0}) {
         const auto series = ChebyshevSeries::interpolate([](double x) { return std::exp(x); }, 60, -s, s);
@@ -64,7 +65,8 @@ TEST(Interpolation, GivesBackAPolynomialOfTheLargestDegree) {
     const auto series = ChebyshevSeries::interpolate(
         [](double x) { return static_cast<double>(chebyshev(1023, x)); }, ChebyshevSeries::maxDegree);
     EXPECT_EQ(series.getDegree(), 1023u);
-    // The places are rounded to doubles, where T_1023 is as steep as 1023^2 towards the ends, but 1023 on average.
+    // The places are rounded to doubles, where T_1023 is as steep as 1023^2 towards the ends, but 1023 on
+    // average.
     for (u64 k = 0; k <= 1023; ++k)
         EXPECT_NEAR(series.getCoefficients()[k].real(), k == 1023 ? 1 : 0, 1e-12) << k;
 }

@@ -21,8 +21,8 @@ long double powerOfHalf(u64 exponent) {
     return std::ldexp(1.0L, -static_cast<int>(exponent));
 }
 
-/// The sum of c_k T_k(y) by T_(k + 1) = 2 y T_k - T_(k - 1), for any y. The numbers of a stage are at most 1, so what
-/// rounds is far below what is measured.
+/// The sum of c_k T_k(y) by T_(k + 1) = 2 y T_k - T_(k - 1), for any y. The numbers of a stage are at most 1,
+/// so what rounds is far below what is measured.
 long double valueAt(const ChebyshevSeries& stage, long double y) {
     long double before = y, current = 1, sum = 0;
     for (const auto& c : stage.getCoefficients()) {
@@ -67,7 +67,8 @@ TEST_P(SignComposites, MeetTheirErrorOnTheWholeDomain) {
     }
 }
 
-// The noise that helps least is not the same everywhere: both extremes of it in front of each stage, and random ones.
+// The noise that helps least is not the same everywhere: both extremes of it in front of each stage, and
+// random ones.
 TEST_P(SignComposites, MeetTheirErrorWithNoiseInFrontOfEachStage) {
     test::Seeded random(301);
     SCOPED_TRACE(random.describe());
@@ -130,8 +131,8 @@ TEST_P(SignComposites, NeedMoreLevelsForMore) {
     }
 }
 
-/// Looks for a composite that comes within `error`, among all with a degree of 2^i - 1 for i levels: on the same
-/// interval no lower degree does better.
+/// Looks for a composite that comes within `error`, among all with a degree of 2^i - 1 for i levels: on the
+/// same interval no lower degree does better.
 class Search {
 public:
     explicit Search(long double error) : error_(error) {}
@@ -174,7 +175,8 @@ TEST(SignComposite, IsToldToWhichExponentsItKeeps) {
     EXPECT_REFUSED(signComposite(~u64{0}, 0), refused("18446744073709551615", "0"));
 }
 
-// x and x T_2(x) need T_2 alone; x^7 in four blocks of two, or two of four: T_2, T_4, T_3, and one product of blocks.
+// x and x T_2(x) need T_2 alone; x^7 in four blocks of two, or two of four: T_2, T_4, T_3, and one product of
+// blocks.
 TEST(SignComposite, CountsLevelsAndProducts) {
     const u64 degrees[] = {1, 3, 5, 7, 9, 15, 17, 31, 33, 63};
     const u64 levels[] = {1, 2, 3, 3, 4, 4, 5, 5, 6, 6}, tensors[] = {0, 2, 4, 4, 6, 7, 9, 10, 12, 15};
