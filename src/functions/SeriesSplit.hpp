@@ -17,8 +17,8 @@ u64 seriesDepth(u64 degree);
 /// together, so q alone needs a relinearisation and a level of its own. (Paterson and Stockmeyer, SIAM J. Comput. 2,
 /// 1973; with the depth as a bound: Bossuat, Mouchet, Troncoso-Pastoriza and Hubaux, IACR ePrint 2020/1203.)
 ///
-/// The powers are 1 to k and powers of two, or the odd ones up to k and powers of two; k and the divisions are those of
-/// the least cost, found by dynamic programming, among those that spend no level more than `seriesDepth`.
+/// The powers are 1 to k and the doublings of one of them, or the odd ones up to k and powers of two; which they are,
+/// and the divisions, are those of the least cost, found by dynamic programming, among those that spend no level more than `seriesDepth`.
 class SeriesSplit {
 public:
     enum class Terms { All, Odd };
@@ -46,18 +46,19 @@ private:
     struct Part {
         Cost cost;
         u64 divisor = 0;
-        bool isKnown = false;
+        unsigned round = 0; ///< in which this was found
         bool isPossible = false;
         bool isProduct = false; ///< of three elements before it is relinearised
     };
 
-    /// With powers up to `small`, and powers of two up to `large`.
-    void makePowers(u64 small, u64 large);
+    /// With powers up to `small`, and the doublings of one of them up to `large`.
+    void makePowers(u64 small, u64 doubled, u64 large);
     /// The degree of what is left of a part that is divided by T_m.
     u64 remainderDegree(u64 m) const { return terms_ == Terms::All || m < 2 ? m - 1 : m - 1 - m % 2; }
     bool isSumOfPowers(u64 degree, u64 depth) const;
     const Part& part(u64 degree, u64 depth) const;
     Part bestPart(u64 degree, u64 depth) const;
+    u64 leastWeight(const std::vector<u64>& degrees) const;
     bool evaluateAll(const std::vector<u64>& degrees);
 
     Terms terms_;
@@ -66,6 +67,7 @@ private:
     std::vector<Power> powers_;
     std::vector<u64> indices_; ///< those by which a part can be divided
     Cost cost_;
+    unsigned round_ = 0;              ///< of the powers that were tried
     mutable std::vector<Part> parts_; ///< by depth and degree
 };
 

@@ -174,8 +174,10 @@ TEST(PlanTest, AFreshCiphertextErrsAsAnEncryptionDoes) {
         for (u64 i = 0; i < message.getSize(); ++i)
             measured += std::norm(got[i] - message[i]) / static_cast<double>(message.getSize());
     }
-    // 40 times 32 slots: each mean square is known to a twentieth.
-    EXPECT_NEAR(measured / predicted, 1, 0.3);
+    // One key has one value of its error and of its secret at each of the 32 slots, which all encryptions share: the
+    // mean of 32 squares of normal variables leaves these bounds with a chance below 2^-20.
+    EXPECT_GT(measured / predicted, 0.35);
+    EXPECT_LT(measured / predicted, 2.2);
     EXPECT_EQ(plan.encrypt(message).getLevel(), toy().encryptionLevel());
     EXPECT_EQ(plan.encrypt(message).getLogSlots(), 5);
 }
