@@ -33,6 +33,12 @@ struct AVX512Lanes {
     [[gnu::always_inline]] static Words shiftRight(Words x) {
         return _mm512_srli_epi64(x, bits);
     }
+    [[gnu::always_inline]] static Words shiftLeftBy(Words x, u64 bits) {
+        return _mm512_sllv_epi64(x, splat(bits));
+    }
+    [[gnu::always_inline]] static Words shiftRightBy(Words x, u64 bits) {
+        return _mm512_srlv_epi64(x, splat(bits));
+    }
     /// The products of the lower halves.
     [[gnu::always_inline]] static Words mul32(Words x, Words y) { return _mm512_mul_epu32(x, y); }
     [[gnu::always_inline]] static Words mulHigh(Words x, Words y) {

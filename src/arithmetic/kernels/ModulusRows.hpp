@@ -304,6 +304,86 @@ void sumConstantProducts(const ConstantTerm* terms, u64 count, u64 start, u64* o
     }
 }
 
+/// How vectors take a sum of products with constants modulo p, 2^(b - 1) < p < 2^b, where the words leave room. A
+/// word is cut, and the constant of its upper part is reduced beforehand; constants have limbs of k = ceil(b / 2)
+/// bits:
+///
+///   w = w0 + 2^cut w1,  c = c0 + 2^k c1,  2^cut c mod p = d0 + 2^k d1,
+///   sum = low + 2^k high,  low = start + sum of w0 c0 + w1 d0,  high = sum of w0 c1 + w1 d1.
+///
+/// Two limbs of the sum instead of three, and a quotient of one word. With cut 32 a word is its own lower part,
+/// since products read no more of it, but fewer terms fit.
+struct CutConstants {
+    u64 p;
+    u64 k;
+    u64 ratio; // floor(2^(64 + k) / p), below 2^64 because 2^k < p
+
+    [[gnu::always_inline]] constexpr explicit CutConstants(u64 prime)
+        : p(prime), k((65 - static_cast<u64>(__builtin_clzl(prime))) / 2),
+          ratio(static_cast<u64>((u128{1} << (64 + k)) / prime)) {}
+
+    /// Whether low and high + low / 2^k stay below 2^64: the greatest w0 + w1 of all terms must add up to at most
+    /// 2^(64 - k) - 2^(b - k). Then low < 2^64 - 2^b + start, and high + low / 2^k < 2^64 - 2^b + 2^(b - k).
+    template <int cut>
+    [[gnu::always_inline]] constexpr bool fit(const ConstantTerm* terms, u64 count) const {
+        const u64 bits = 64 - static_cast<u64>(__builtin_clzl(p));
+        u64 parts = 0;
+        for (u64 r = 0; r < count; ++r) parts += ((u64{1} << cut) - 1) + (terms[r].bound >> cut);
+        return parts <= (u64{1} << (64 - k)) - (u64{1} << (bits - k));
+    }
+};
+
+/// out = start + sum of row * c, or with `accumulate` out += that sum, in range 1; start < p, and the terms fit.
+/// Lanes of productRange 4. The quotient is too small by less than one each for the lower bits of `low`, for the
+/// ratio, and for what the estimate leaves out thrice: r < 5p. Two vectors at a time, as below.
+template <int cut, bool accumulate, class L>
+void sumCutProducts(const ConstantTerm* terms, u64 count, u64 start, u64* out, u64 n,
+                    CutConstants constants) {
+    using Words = typename L::Words;
+    const u64 p = constants.p, k = constants.k;
+    struct Limbs {
+        u64 c0, c1, d0, d1;
+    };
+    Limbs limbs[maxTerms];
+    for (u64 r = 0; r < count; ++r) {
+        const u64 c = terms[r].c, d = static_cast<u64>((u128{c} << cut) % p);
+        const u64 lower = (u64{1} << k) - 1;
+        limbs[r] = {c & lower, c >> k, d & lower, d >> k};
+    }
+    struct Sum {
+        Words low;
+        Words high;
+
+        [[gnu::always_inline]] void add(Words w, const Limbs& x) {
+            const Words w0 = cut == 32 ? w : L::bitAnd(w, L::splat((u64{1} << cut) - 1));
+            const Words w1 = L::template shiftRight<cut>(w);
+            low = L::add(low, L::mul32(w0, L::splat(x.c0)));
+            high = L::add(high, L::mul32(w0, L::splat(x.c1)));
+            low = L::add(low, L::mul32(w1, L::splat(x.d0)));
+            high = L::add(high, L::mul32(w1, L::splat(x.d1)));
+        }
+        [[gnu::always_inline]] Words reduce(const CutConstants& constants) const {
+            const u64 p = constants.p;
+            const Words top = L::add(high, L::shiftRightBy(low, constants.k));
+            const Words quotient = L::shoupQuotient(top, L::splat(constants.ratio));
+            const Words word = L::add(low, L::shiftLeftBy(high, constants.k));
+            const Words r = L::sub(word, L::mulLow(quotient, L::splat(p)));
+            return toRange<1, L>(L::subtractIfNotBelow(r, L::splat(4 * p)), p);
+        }
+    };
+    for (u64 i = 0; i < n; i += 2 * L::width) {
+        Sum first{accumulate ? L::load(out + i) : L::splat(start), L::splat(0)};
+        Sum second{accumulate ? L::load(out + i + L::width) : L::splat(start), L::splat(0)};
+        for (u64 r = 0; r < count; ++r) {
+            const u64* row = terms[r].row + i;
+            first.add(L::load(row), limbs[r]);
+            second.add(L::load(row + L::width), limbs[r]);
+        }
+        L::store(out + i, first.reduce(constants));
+        L::store(out + i + L::width, second.reduce(constants));
+    }
+}
+
 /// out1 = sum of a * x, out2 = sum of a * y over `count` <= maxTerms terms; with `accumulate` the sums are
 /// added to out1 and out2. The outputs may be rows of terms.
 template <int bits, bool accumulate, class L>
@@ -342,6 +422,17 @@ template <class Choose>
 template <class L>
 void sumConstantProducts(const ConstantTerm* terms, u64 count, bool accumulate, u64 start, u64* out, u64 n,
                          WideConstant wide) {
+    if constexpr (L::width > 1) {
+        const CutConstants constants(wide.p);
+        if (constants.fit<32>(terms, count)) {
+            const auto sum = accumulate ? sumCutProducts<32, true, L> : sumCutProducts<32, false, L>;
+            return sum(terms, count, start, out, n, constants);
+        }
+        if (constants.fit<30>(terms, count)) {
+            const auto sum = accumulate ? sumCutProducts<30, true, L> : sumCutProducts<30, false, L>;
+            return sum(terms, count, start, out, n, constants);
+        }
+    }
     u64 greatest = wide.p;
     for (u64 r = 0; r < count; ++r) greatest = greatest < terms[r].bound ? terms[r].bound : greatest;
     const auto sum = withLimbs(greatest, [accumulate]<int bits>() {

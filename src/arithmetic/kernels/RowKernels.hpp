@@ -44,7 +44,7 @@ struct SumsOn {
 
 /// The kernels on lanes L. Products by constants are computed on lanes `Constant` where they are reduced to range
 /// 1, those of two rows, which always are, on lanes `Product`, sums of them by the functions of `Sums`.
-template <class L, class Constant = L, class Product = L, class Sums = SumsOn<L>>
+template <class L, class Constant = L, class Product = L, class Sums = SumsOn<Constant>>
 [[gnu::always_inline]] constexpr RowKernels makeRowKernels() {
     return {.width = L::width,
             .constAdd = rows::constAdd<L>,
