@@ -17,6 +17,8 @@ struct AVX2Lanes {
     static constexpr u64 width = 4;
     /// Shoup products lie in [0, productRange * p).
     static constexpr u64 productRange = 2;
+    /// See lanes::Roomy.
+    static constexpr bool isRoomy = false;
     /// Whether there is `modularProduct`: see FloatProducts.
     static constexpr bool hasModularProduct = false;
 

@@ -16,6 +16,8 @@ struct AVX512Lanes {
     static constexpr u64 width = 8;
     /// Shoup products lie in [0, productRange * p).
     static constexpr u64 productRange = 2;
+    /// See lanes::Roomy.
+    static constexpr bool isRoomy = false;
     /// Whether there is `modularProduct`: see FloatProducts.
     static constexpr bool hasModularProduct = false;
 

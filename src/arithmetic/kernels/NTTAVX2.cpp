@@ -1,6 +1,7 @@
 #include "arithmetic/kernels/NTTAVX2.hpp"
 
 #include "arithmetic/kernels/AVX2Lanes.hpp"
+#include "arithmetic/kernels/Twice.hpp"
 
 namespace Torvo::AVX2 {
 
@@ -63,24 +64,22 @@ template <int range, class Lanes>
     s.v3 = rows::fromForwardRange<range, Lanes>(s.v3, p);
 }
 
-/// The vector form of the transform. One pass, in registers, does the stages of distance 8, 4, 2 and 1: the
-/// first two on the rows of sixteen words, the last two on their columns.
+/// The vector form of the transform. The stages of distance 2 and 1 are done on the columns of sixteen words. They
+/// are a loop apart from those of distance 8 and 4, on the rows: one chain of all four would be too long for the
+/// processor to overlap it with the next.
 template <class Lanes>
-struct VectorForm : rows::WordPasses<Lanes> {
+struct VectorForm : rows::WordPasses<lanes::Twice<Lanes>> {
     static constexpr int tailStages = 4;
 
     template <int range>
     static void forwardTail(u64* a, u64 begin, u64 count, const TransformTables& tables) {
         const u64 n = tables.degree;
         const u64 p = tables.p;
+        rows::forwardTwoStages<Lanes>(a, 8, rows::groupsWithin(begin, count, 8), tables);
         for (u64 g = begin / 16; g < (begin + count) / 16; ++g) {
             Square s = loadSquare(a + 16 * g);
-            const auto w8 = splat<Lanes>(tables.twiddle(n / 16 + g));
-            forwardButterfly<Lanes>(s.v0, s.v2, w8, p);
-            forwardButterfly<Lanes>(s.v1, s.v3, w8, p);
-            forwardButterfly<Lanes>(s.v0, s.v1, splat<Lanes>(tables.twiddle(n / 8 + 2 * g)), p);
-            forwardButterfly<Lanes>(s.v2, s.v3, splat<Lanes>(tables.twiddle(n / 8 + 2 * g + 1)), p);
             transpose(s);
+            rows::settleForward<Lanes>(s.v0, p);
             const auto w2 = loadTwiddles<Lanes>(tables, n / 4 + 4 * g);
             forwardButterfly<Lanes>(s.v0, s.v2, w2, p);
             forwardButterfly<Lanes>(s.v1, s.v3, w2, p);
@@ -97,8 +96,6 @@ struct VectorForm : rows::WordPasses<Lanes> {
     static void backwardHead(u64* a, u64 begin, u64 count, const TransformTables& tables) {
         const u64 p = tables.p;
         const u64 base2 = rows::backwardBase(tables.degree, 2);
-        const u64 base4 = rows::backwardBase(tables.degree, 4);
-        const u64 base8 = rows::backwardBase(tables.degree, 8);
         for (u64 g = begin / 16; g < (begin + count) / 16; ++g) {
             Square s = loadSquare(a + 16 * g);
             transpose(s);
@@ -109,14 +106,11 @@ struct VectorForm : rows::WordPasses<Lanes> {
             const auto w2 = loadTwiddles<Lanes>(tables, base2 + 4 * g);
             backwardButterfly<Lanes>(s.v0, s.v2, w2, p);
             backwardButterfly<Lanes>(s.v1, s.v3, w2, p);
+            rows::settleBackward<Lanes>(s.v0, p);
             transpose(s);
-            backwardButterfly<Lanes>(s.v0, s.v1, splat<Lanes>(tables.twiddle(base4 + 2 * g)), p);
-            backwardButterfly<Lanes>(s.v2, s.v3, splat<Lanes>(tables.twiddle(base4 + 2 * g + 1)), p);
-            const auto w8 = splat<Lanes>(tables.twiddle(base8 + g));
-            backwardButterfly<Lanes>(s.v0, s.v2, w8, p);
-            backwardButterfly<Lanes>(s.v1, s.v3, w8, p);
             storeSquare(a + 16 * g, s);
         }
+        rows::backwardTwoStages<Lanes>(a, 4, rows::groupsWithin(begin, count, 8), tables);
     }
 };
 
@@ -161,7 +155,10 @@ template <class Butterfly>
 
 template <>
 void forwardTransform<1>(u64* a, const TransformTables& tables) {
-    rows::forwardTransform<1, VectorForm<lanes::Estimating<AVX2Lanes>>>(a, tables);
+    if (tables.p < lanes::roomyPrimes)
+        rows::forwardTransform<1, VectorForm<lanes::Roomy<AVX2Lanes>>>(a, tables);
+    else
+        rows::forwardTransform<1, VectorForm<lanes::Estimating<AVX2Lanes>>>(a, tables);
 }
 
 template <>
@@ -176,7 +173,10 @@ void forwardTransform<4>(u64* a, const TransformTables& tables) {
 
 template <>
 void backwardTransform<1>(u64* a, const TransformTables& tables) {
-    rows::backwardTransform<1, VectorForm<lanes::Estimating<AVX2Lanes>>>(a, tables);
+    if (tables.p < lanes::roomyPrimes)
+        rows::backwardTransform<1, VectorForm<lanes::Roomy<AVX2Lanes>>>(a, tables);
+    else
+        rows::backwardTransform<1, VectorForm<lanes::Estimating<AVX2Lanes>>>(a, tables);
 }
 
 template <>

@@ -35,10 +35,9 @@ struct FloatForm : FloatPasses<FMALanes<spareBits>> {
         const FloatModulus m = tables.modulus;
         const u64 n = tables.degree;
         const double* twiddles = tables.twiddles;
+        FloatPasses<L>::forwardTwoStages(a, 8, rows::groupsWithin(begin, count, 8), tables);
         for (u64 g = begin / 16; g < (begin + count) / 16; ++g) {
             auto x = load<L>(a + 16 * g, 4);
-            forwardSquareReduced<L>(x, L::splat(twiddles[n / 16 + g]), L::splat(twiddles[n / 8 + 2 * g]),
-                                    L::splat(twiddles[n / 8 + 2 * g + 1]), m);
             transpose(x);
             forwardSquareReduced<L>(x, L::load(twiddles + n / 4 + 4 * g), L::load(twiddles + n / 2 + 8 * g),
                                     L::load(twiddles + n / 2 + 8 * g + 4), m);
@@ -55,8 +54,6 @@ struct FloatForm : FloatPasses<FMALanes<spareBits>> {
         const Reals offset = _mm256_setr_pd(0, m.prime, 0, m.prime);
         const double* last = tables.twiddles + backwardBase(tables.degree, 1);
         const double* two = tables.twiddles + backwardBase(tables.degree, 2);
-        const double* four = tables.twiddles + backwardBase(tables.degree, 4);
-        const double* eight = tables.twiddles + backwardBase(tables.degree, 8);
         for (u64 g = begin / 16; g < (begin + count) / 16; ++g) {
             u64* words = a + 16 * g;
             const auto row = [&](u64 i) {
@@ -67,10 +64,9 @@ struct FloatForm : FloatPasses<FMALanes<spareBits>> {
             backwardSquare<L>(x, L::load(last + 8 * g), L::load(last + 8 * g + 4), L::load(two + 4 * g), m);
             reduceGreat<L>(x, m);
             transpose(x);
-            backwardSquare<L>(x, L::splat(four[2 * g]), L::splat(four[2 * g + 1]), L::splat(eight[g]), m);
-            reduceGreat<L>(x, m);
             store<L>(words, 4, x);
         }
+        FloatPasses<L>::backwardTwoStages(a, 4, rows::groupsWithin(begin, count, 8), tables);
     }
 };
 

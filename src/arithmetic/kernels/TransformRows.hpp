@@ -11,6 +11,10 @@
 ///
 /// R is L::productRange, 2 or 4. Forward words lie in [0, 2R p) between stages, backward words in [0, R p); a
 /// comparison by the sign of the difference is right for both, since R p < 2^63.
+///
+/// Roomy lanes have R = 4 and p < 2^59. There words grow from stage to stage, and reductions are done once in two
+/// stages (settleForward, settleBackward): forward words lie in [0, 4R p) between these, backward words in
+/// [0, 2R p). No sum reaches 32p.
 namespace Torvo::rows {
 
 /// Input of one direction of the transform, for a row of `degree` words modulo p < 2^61. The twiddle of a
@@ -56,30 +60,50 @@ template <class L>
 }
 
 /// (x, y) := (x + w*y, x - w*y) with words in range 2R before and after: x is reduced to range R, the product
-/// lies in range R.
+/// lies in range R. On roomy lanes x may be greater, and adds R to its range.
 template <class L>
 [[gnu::always_inline]] inline void forwardButterfly(typename L::Words& x, typename L::Words& y,
                                                     const Twiddle<L>& w, u64 p) {
     const auto rangeR = L::splat(L::productRange * p);
-    const auto u = L::subtractIfNotBelow(x, rangeR);
+    const auto u = L::isRoomy ? x : L::subtractIfNotBelow(x, rangeR);
     const auto v = shoupProduct<L>(y, w, p);
     x = L::add(u, v);
     y = L::sub(L::add(u, rangeR), v);
 }
 
-/// (x, y) := (x + y, w*(x - y)) with words in range R before and after.
+/// Before two forward stages on roomy lanes: x becomes the first quarter's word, from range 4R to 2R. All results
+/// are this one plus two products, thus in range 4R; the second quarter enters them through products alone.
+template <class L>
+[[gnu::always_inline]] inline void settleForward(typename L::Words& x, u64 p) {
+    if constexpr (L::isRoomy) x = L::subtractIfNotBelow(x, L::splat(2 * L::productRange * p));
+}
+
+/// (x, y) := (x + y, w*(x - y)) with words in range R before and after. On roomy lanes words are in range 2R, or,
+/// after another stage, 4R; the sum is not reduced.
 template <class L>
 [[gnu::always_inline]] inline void backwardButterfly(typename L::Words& x, typename L::Words& y,
                                                      const Twiddle<L>& w, u64 p) {
-    const auto rangeR = L::splat(L::productRange * p);
-    const auto d = L::sub(L::add(x, rangeR), y);
-    x = L::subtractIfNotBelow(L::add(x, y), rangeR);
+    const auto bound = L::splat((L::isRoomy ? 4 : 1) * L::productRange * p);
+    const auto d = L::sub(L::add(x, bound), y);
+    const auto sum = L::add(x, y);
+    x = L::isRoomy ? sum : L::subtractIfNotBelow(sum, bound);
     y = shoupProduct<L>(d, w, p);
 }
 
-/// Reduces a word of the forward transform from range 2R to range `range`.
+/// After two backward stages on roomy lanes: x, the sum of sums, from range 8R to 2R. Sums of products are in range
+/// 2R already.
+template <class L>
+[[gnu::always_inline]] inline void settleBackward(typename L::Words& x, u64 p) {
+    if constexpr (L::isRoomy) {
+        x = L::subtractIfNotBelow(x, L::splat(4 * L::productRange * p));
+        x = L::subtractIfNotBelow(x, L::splat(2 * L::productRange * p));
+    }
+}
+
+/// Reduces a word of the forward transform from range 2R, on roomy lanes 4R, to range `range`.
 template <int range, class L>
 [[gnu::always_inline]] inline typename L::Words fromForwardRange(typename L::Words x, u64 p) {
+    settleForward<L>(x, p);
     if constexpr (range == 2 * L::productRange) {
         return x;
     } else {
@@ -92,9 +116,10 @@ template <int range, class L>
 [[gnu::always_inline]] inline void lastButterfly(typename L::Words& x, typename L::Words& y,
                                                  const TransformTables& tables) {
     const u64 p = tables.p;
-    const auto rangeR = L::splat(L::productRange * p);
-    const auto e = L::subtractIfNotBelow(L::add(x, y), rangeR);
-    const auto d = L::sub(L::add(x, rangeR), y);
+    const auto bound = L::splat((L::isRoomy ? 4 : 1) * L::productRange * p);
+    const auto sum = L::add(x, y);
+    const auto e = L::isRoomy ? sum : L::subtractIfNotBelow(sum, bound);
+    const auto d = L::sub(L::add(x, bound), y);
     x = toRange<range, L>(shoupProduct<L>(e, tables.degreeInverse, p), p);
     y = toRange<range, L>(shoupProduct<L>(d, tables.degreeInverseRoot, p), p);
 }
@@ -139,6 +164,7 @@ void forwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& table
             auto x1 = L::load(x + j + quarter);
             auto x2 = L::load(x + j + 2 * quarter);
             auto x3 = L::load(x + j + 3 * quarter);
+            settleForward<L>(x0, p);
             forwardButterfly<L>(x0, x2, w, p);
             forwardButterfly<L>(x1, x3, w, p);
             forwardButterfly<L>(x0, x1, wLow, p);
@@ -190,6 +216,7 @@ void backwardTwoStages(u64* a, u64 t, Groups groups, const TransformTables& tabl
             backwardButterfly<L>(x2, x3, wHigh, p);
             backwardButterfly<L>(x0, x2, w, p);
             backwardButterfly<L>(x1, x3, w, p);
+            settleBackward<L>(x0, p);
             L::store(x + j, x0);
             L::store(x + j + t, x1);
             L::store(x + j + 2 * t, x2);

@@ -17,6 +17,7 @@ struct Twice {
     };
     static constexpr u64 width = 2 * L::width;
     static constexpr u64 productRange = L::productRange;
+    static constexpr bool isRoomy = L::isRoomy;
 
     [[gnu::always_inline]] static Words load(const u64* from) {
         return {L::load(from), L::load(from + L::width)};

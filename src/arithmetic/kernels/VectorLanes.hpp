@@ -93,6 +93,7 @@ template <class V>
 struct Estimating : V {
     using Words = typename V::Words;
     static constexpr u64 productRange = 4;
+    static constexpr bool isRoomy = false;
 
     [[gnu::always_inline]] static Words shoupQuotient(Words x, Words companion) {
         const Words xh = V::template shiftRight<32>(x);
@@ -102,5 +103,13 @@ struct Estimating : V {
         return V::add(V::mul32(xh, companionHigh), cross);
     }
 };
+
+/// Estimating lanes for p below `roomyPrimes`, where a word may be up to 32p: see TransformRows.hpp.
+template <class V>
+struct Roomy : Estimating<V> {
+    static constexpr bool isRoomy = true;
+};
+
+inline constexpr u64 roomyPrimes = u64{1} << 59;
 
 } // namespace Torvo::lanes

@@ -260,6 +260,27 @@ TEST_P(Ntt, RowsThatStretchTheBoundsOfFloatingPointTransformExactly) {
     }
 }
 
+/// Next to 2^59, below which integer forms reduce words in every second stage only.
+constexpr u64 belowTwoTo59 = 576460752302473217, aboveTwoTo59 = 576460752304439297; // 1 modulo 2^15
+
+TEST_P(Ntt, WordsThatGrowOverTwoStagesTransformExactly) {
+    SCOPED_TRACE(random_.describe());
+    for (u64 p : {belowTwoTo59, aboveTwoTo59}) {
+        for (u64 n : {64UL, 128UL, 256UL, 512UL, 4096UL, 8192UL, 16384UL}) {
+            const NTT ntt(n, p);
+            for (const auto& row : rowsInRange(4, n, p, random_)) expectForwardWords<1>(ntt, row);
+            for (const auto& row : rowsInRange(2, n, p, random_)) expectBackwardWords<1>(ntt, row);
+            // The images of monomials are powers of the root: no word stays small for long.
+            for (u64 i = 0; i < n; i += n / 8 + 1) {
+                std::vector<u64> monomial(n);
+                monomial[i] = p - 1;
+                expectForwardWords<1>(ntt, monomial);
+                expectBackwardWords<1>(ntt, monomial);
+            }
+        }
+    }
+}
+
 TEST_P(Ntt, TheRoundingModeOfTheCallerChangesNoWord) {
     SCOPED_TRACE(random_.describe());
     for (u64 p : {greatestInFloat, belowTwoTo50}) {
