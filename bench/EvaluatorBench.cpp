@@ -84,6 +84,14 @@ struct Workbench {
     Message decoded;
 };
 
+const std::vector<u64> eightRotations{1, 2, 3, 4, 5, 6, 7, 8};
+
+/// Made when they are needed: those of a large preset fill another gigabyte.
+void makeKeysOfEight(Workbench& w) {
+    for (const u64 index : eightRotations)
+        if (w.generator.getKeyPack().getLeftRotKey(index) == nullptr) w.generator.genLeftRotKey(index);
+}
+
 struct NamedOperation {
     const char* name;
     std::function<void(Workbench&)> run;
@@ -126,6 +134,8 @@ const NamedOperation operations[] = {
     {"square", [](Workbench& w) { w.evaluator.square(w.a, w.out); }},
     {"leftRotate", [](Workbench& w) { w.evaluator.leftRotate(w.a, 1, w.out); }},
     {"leftRotateThree", [](Workbench& w) { w.evaluator.getImpl()->leftRotate(w.a, w.rotations, w.outs); }},
+    {"leftRotateEight", [](Workbench& w) { w.evaluator.leftRotate(w.a, eightRotations, w.outs); },
+     makeKeysOfEight},
     {"leftRotateReduceEight", [](Workbench& w) { w.evaluator.leftRotateReduce(w.a, 1, 8, w.out); }},
     {"rotSumThree", [](Workbench& w) { w.evaluator.rotSum(w.operands, w.rotations, w.out); }},
     {"conjugate", [](Workbench& w) { w.evaluator.conjugate(w.a, w.out); }},
