@@ -22,8 +22,8 @@ template <class L>
     x.v3 = _mm256_permute2f128_pd(b, d, 0x31);
 }
 
-/// Sixteen words form a square: the stages of distance 8 and 4 work on its rows, those of 2 and 1 on its
-/// columns.
+/// Sixteen words form a square: the stages of distance 8 and 4 work on its rows, those of 2 and 1, in a loop apart,
+/// on its columns.
 template <int spareBits>
 struct FloatForm : FloatPasses<FMALanes<spareBits>> {
     using L = FMALanes<spareBits>;
