@@ -152,16 +152,15 @@ std::vector<Ciphertext> KeySwitcher::rotate(const Ciphertext& in, std::span<cons
     if (keys.empty()) return {};
     // With one key it is cheaper to map the polynomial than its digits.
     const bool isAlone = keys.size() == 1;
-    Polynomial image(context_, false, true);
-    if (isAlone) context_->primes.frobeniusMapInNTT<false>(a, keys.front().galois, image);
-    const Polynomial scaled = timesGadgetFactors(isAlone ? image : a);
     std::vector<Automorphism> maps;
-    std::vector<MappedKey> rows;
     maps.reserve(keys.size());
-    for (const auto& [galois, key] : keys) {
-        const Automorphism* map = &maps.emplace_back(ringOf(context_).degree, galois);
-        rows.push_back({isAlone ? nullptr : map, rowsFor(a, *key), {{&b, nullptr}, map}});
-    }
+    for (const KeyOfMap& key : keys) maps.emplace_back(ringOf(context_).degree, key.galois);
+    Polynomial image(context_, false, true);
+    if (isAlone) context_->primes.frobeniusMapInNTT<false>(a, maps.front(), image);
+    const Polynomial scaled = timesGadgetFactors(isAlone ? image : a);
+    std::vector<MappedKey> rows;
+    for (std::size_t k = 0; k < keys.size(); ++k)
+        rows.push_back({isAlone ? nullptr : &maps[k], rowsFor(a, *keys[k].key), {{&b, nullptr}, &maps[k]}});
     std::vector<Ciphertext> all;
     for (std::span<const MappedKey> rest(rows); !rest.empty();) {
         const u64 few = std::min(rest.size(), keysAtOnce);

@@ -7,6 +7,7 @@
 #include "arithmetic/elements/LevelledVector.hpp"
 #include "arithmetic/elements/Polynomial.hpp"
 #include "arithmetic/elements/PolynomialVector.hpp"
+#include "arithmetic/kernels/Automorphism.hpp"
 #include "arithmetic/kernels/Modulus.hpp"
 #include "core/DeviceSpecificArray.hpp"
 #include "core/MultipleDevice.hpp"
@@ -161,6 +162,10 @@ public:
     /// The automorphism X -> X^k, k odd, in the NTT domain; `accumulate` adds it to `out`.
     template <bool accumulate>
     void frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out,
+                           Scratch scratch = Scratch::Plain) const;
+    /// The same by a table that was made for this degree.
+    template <bool accumulate>
+    void frobeniusMapInNTT(const Polynomial& a, const Automorphism& automorphism, Polynomial& out,
                            Scratch scratch = Scratch::Plain) const;
 
     // ---- transforms

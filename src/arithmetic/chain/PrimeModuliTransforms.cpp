@@ -82,9 +82,14 @@ void PrimeModuli::multMonomial(const Polynomial& a, Polynomial& out, long k) con
 
 template <bool accumulate>
 void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out, Scratch scratch) const {
+    frobeniusMapInNTT<accumulate>(a, Automorphism(degree_, k), out, scratch);
+}
+
+template <bool accumulate>
+void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, const Automorphism& automorphism, Polynomial& out,
+                                    Scratch scratch) const {
     const auto bound = shapeResult(*this, {"frobeniusMapInNTTCUDA", "frobeniusMapInNTT"},
                                    {a, accumulate ? out : a}, {{out, true}});
-    const Automorphism automorphism(degree_, k);
     const bool inPlace = &a == &out;
     ScratchRows images(accumulate || inPlace ? degree_ : 0, scratch);
     forEachRow(bound.live(), [&](u64 i) {
@@ -100,6 +105,8 @@ void PrimeModuli::frobeniusMapInNTT(const Polynomial& a, long k, Polynomial& out
 
 template void PrimeModuli::frobeniusMapInNTT<false>(const Polynomial&, long, Polynomial&, Scratch) const;
 template void PrimeModuli::frobeniusMapInNTT<true>(const Polynomial&, long, Polynomial&, Scratch) const;
+template void PrimeModuli::frobeniusMapInNTT<false>(const Polynomial&, const Automorphism&, Polynomial&,
+                                                    Scratch) const;
 
 #define TORVO_INSTANTIATE(Validator)                                                                         \
     template void PrimeModuli::forwardNTT<Validator>(const Polynomial&, Polynomial&, Validator) const;       \
