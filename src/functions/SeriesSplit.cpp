@@ -39,9 +39,7 @@ SeriesSplit::SeriesSplit(const std::vector<u64>& degrees, Terms terms)
     u64 best = std::numeric_limits<u64>::max();
     std::array<u64, 3> choice{1, 1, 1};
     for (u64 small = least; small <= most; small += step)
-        // An odd power times an odd part is even.
-        for (const u64 doubled :
-             std::set<u64>{terms == Terms::Odd ? std::bit_floor(small) : small, std::bit_floor(small)})
+        for (const u64 doubled : std::set<u64>{small, std::bit_floor(small)})
             for (u64 large = doubled; large <= largest_; large *= 2) {
                 makePowers(small, doubled, large);
                 if (leastWeight(degrees) >= best || !evaluateAll(degrees) || weightOf(cost_) >= best)
@@ -65,7 +63,8 @@ void SeriesSplit::makePowers(u64 small, u64 doubled, u64 large) {
     if (terms_ == Terms::All) indices_.push_back(1);
     for (const Power& power : powers_)
         if (std::has_single_bit(power.index)) indices_.push_back(power.index);
-    if (doubled > 1 && !std::has_single_bit(doubled)) indices_.push_back(doubled);
+    // An odd power times an odd part is even.
+    if (terms_ == Terms::All && !std::has_single_bit(doubled)) indices_.push_back(doubled);
     for (u64 index = 2 * doubled; index <= large; index *= 2) {
         make(index, index / 2);
         indices_.push_back(index);
