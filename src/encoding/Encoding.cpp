@@ -2,6 +2,7 @@
 
 #include "arithmetic/elements/Polynomial.hpp"
 #include "arithmetic/kernels/PrimeProduct.hpp"
+#include "arithmetic/kernels/RowLoop.hpp"
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
@@ -115,8 +116,19 @@ void Encoding::embed(const std::vector<double>& coefficients) {
     if (!limits.holdsAll(coefficients)) outOfRange_ = Number{"number", firstBeyond(limits, coefficients)};
 }
 
-Plaintext Encoding::take(bool inNTT) && {
+void Encoding::requireInRange() const {
     if (outOfRange_) bound().refuse(outOfRange_->what, outOfRange_->value);
+}
+
+void Encoding::takeRows(std::span<const u64> primes, u64* rows) && {
+    requireInRange();
+    const u64 degree = context_->parameter.degree;
+    forEachIndex(primes.size(),
+                 [&](u64 i) { context_->primes.spreadToRow(numbers_, primes[i], rows + i * degree); });
+}
+
+Plaintext Encoding::take(bool inNTT) && {
+    requireInRange();
     const PrimeModuli& primes = context_->primes;
     primes.spreadToN(numbers_, owedPrimes(primes, plaintext_), inNTT, plaintext_.getMx());
     return std::move(plaintext_);

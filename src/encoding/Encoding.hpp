@@ -9,6 +9,7 @@
 #include <Torvo/Plaintext.hpp>
 
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace Torvo {
@@ -33,6 +34,10 @@ public:
     /// In NTT form.
     /// @throws RuntimeException of `EncodingBound::refuse`
     Plaintext takeInNTTForm() &&;
+    /// In NTT form modulo each of `primes`, by their index in the chain, which need not be those of the level: row
+    /// after row from `rows` on. It owes nothing.
+    /// @throws RuntimeException of `EncodingBound::refuse`
+    void takeRows(std::span<const u64> primes, u64* rows) &&;
 
 private:
     struct Number {
@@ -41,6 +46,7 @@ private:
     };
 
     EncodingBound bound() const;
+    void requireInRange() const;
     void embed(const Message& message);
     void embed(const std::vector<double>& coefficients);
 

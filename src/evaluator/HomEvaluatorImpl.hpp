@@ -182,6 +182,10 @@ public:
     /// As that, in either direction and with indices modulo the slots in use; all missing keys are named.
     void rotate(Direction direction, const Ciphertext& in, const std::vector<u64>& indices,
                 std::vector<Ciphertext>& outs) const;
+    /// Names every index, but 0, that has no key.
+    /// @throws RuntimeException "Failed to load the left rotation key for index " and the index; "Failed to load the
+    ///         left rotation keys for indices " and all of them, in ascending order
+    void requireLeftRotationKeys(const std::vector<u64>& indices) const;
     void conjugate(const Ciphertext& in, Ciphertext& out) const;
     void killImag(const Ciphertext& in, Ciphertext& out) const;
     void leftRotateReduce(const Ciphertext& in, u64 gap, u64 count, Ciphertext& out) const;
@@ -241,8 +245,6 @@ private:
     // HomEvaluatorRotation.cpp
     std::shared_ptr<EvaluationKey> leftRotationKey(u64 index) const;
     void requireRotatable(const Ciphertext& in) const;
-    /// Names every index, but 0, that has no key.
-    void requireLeftRotationKeys(const std::vector<u64>& indices) const;
     void composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const;
     Ciphertext applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const;
     Ciphertext plainSum(const std::vector<Ciphertext>& cts) const;

@@ -9,10 +9,12 @@
 #include "core/Failure.hpp"
 #include "crypto/EvaluationKeyImpl.hpp"
 #include "crypto/OperandRing.hpp"
+#include "crypto/OutputShape.hpp"
 #include "evaluator/Messages.hpp"
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -168,6 +170,47 @@ std::vector<Ciphertext> KeySwitcher::rotate(const Ciphertext& in, std::span<cons
         rest = rest.subspan(few);
     }
     return all;
+}
+
+std::vector<Ciphertext> KeySwitcher::sumDiagonals(const Ciphertext& in, std::span<const KeyOfMap> rotations,
+                                                  std::span<const std::vector<RotatedSum>> results) const {
+    const Polynomial &a = in.getPoly(1), &b = in.getPoly(0);
+    for (const Polynomial* element : {&a, &b}) requireAddend(*element, element == &a ? b : a);
+    const Polynomial scaled = timesGadgetFactors(a);
+    std::map<long, Automorphism> maps;
+    const auto mapOf = [&](const KeyOfMap& step) -> const Automorphism* {
+        if (step.key == nullptr) return nullptr;
+        return &maps.try_emplace(step.galois, ringOf(context_).degree, step.galois).first->second;
+    };
+    std::vector<BabyStep> babies;
+    for (const KeyOfMap& rotation : rotations)
+        babies.push_back({mapOf(rotation), rotation.key == nullptr ? KeyRows{} : rowsFor(a, *rotation.key)});
+    std::vector<Ciphertext> products;
+    products.reserve(results.size()); // the sums point into them
+    std::vector<DiagonalSum> sums;
+    for (const auto& groups : results) {
+        Ciphertext& product = products.emplace_back(unsetProduct(a));
+        auto& [giants, out] = sums.emplace_back(DiagonalSum{{}, {&product.getPoly(0), &product.getPoly(1)}});
+        for (const RotatedSum& group : groups) {
+            if (group.step.key != nullptr) rowsFor(a, *group.step.key); // refuses before the long way
+            giants.push_back({mapOf(group.step), group.terms});
+        }
+    }
+    const HoistedInput input{b, a, scaled, decomposeData_.getPMod(a.getDevice())};
+    DiagonalSums diagonals = baseConv_.sumDiagonals(input, babies, sums);
+    diagonals.run();
+    Polynomial quotient = a.sameShape();
+    std::vector<Ciphertext> outs;
+    outs.reserve(results.size());
+    for (u64 r = 0; r < results.size(); ++r) {
+        for (u64 g = 0; g < results[r].size(); ++g) {
+            if (results[r][g].step.key == nullptr) continue;
+            diagonals.quotient(r, g, quotient);
+            multiplyDigits(quotient, *results[r][g].step.key, true, products[r]);
+        }
+        modDown(products[r], outs.emplace_back(unsetCiphertext(context_)), true);
+    }
+    return outs;
 }
 
 void KeySwitcher::requireAddend(const Polynomial& poly, const Polynomial& addend) const {

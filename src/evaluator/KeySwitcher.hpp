@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/conversion/DiagonalSums.hpp"
 #include "arithmetic/conversion/FastBaseConv.hpp"
 #include "arithmetic/conversion/RNSDecomposeData.hpp"
 #include "arithmetic/elements/Polynomial.hpp"
@@ -17,6 +18,13 @@ namespace Torvo {
 struct KeyOfMap {
     long galois;
     EvaluationKey* key;
+};
+
+/// The sum of products of rotations of a ciphertext with diagonals, rotated as a whole: by the map and the key of
+/// `step`, which is null for the sum as it is. Terms name rotations by their place in a list.
+struct RotatedSum {
+    KeyOfMap step;
+    std::vector<DiagonalTerm> terms;
 };
 
 /// Turns a product of a polynomial and one secret into a ciphertext under another, by the hybrid gadget
@@ -52,6 +60,12 @@ public:
     /// For each key the ciphertext `in`, of two elements in NTT form, under X -> X^galois, switched back to the
     /// secret that it is under. The automorphism commutes with the decomposition, which so is paid once for all.
     std::vector<Ciphertext> rotate(const Ciphertext& in, std::span<const KeyOfMap> keys) const;
+    /// For each of `results` a ciphertext at the level of `in`, the sum of its rotated sums, with one decomposition for
+    /// all `rotations` and one division by the temporary primes for each sum and each result (`DiagonalSums`). A
+    /// rotation with a null key is `in` itself. `in` has two elements in NTT form. Log slots, encoding and what is
+    /// owed for the products are for the caller to set.
+    std::vector<Ciphertext> sumDiagonals(const Ciphertext& in, std::span<const KeyOfMap> rotations,
+                                         std::span<const std::vector<RotatedSum>> results) const;
     /// The first two steps in one pass: what `multEvalKey` returns for the digits of `poly`, which with
     /// `accumulate` is added to `sum`, a product of that level.
     void multiplyDigits(const Polynomial& poly, EvaluationKey& key, bool accumulate, Ciphertext& sum) const;

@@ -260,3 +260,86 @@ TEST_F(KeySwitching, BlocksAreMadeOnlyWhereTheContextHasTables) {
     ASSERT_EQ(kept.size(), before.size());
     for (u64 j = 0; j < kept.size(); ++j) EXPECT_TRUE(sameWords(kept[j], before[j]));
 }
+
+namespace {
+
+/// Sums of rotations of one ciphertext, multiplied with 1: then the division by the temporary primes is all that
+/// rounds, and the words are those of the rotations.
+class DiagonalSumming : public KeySwitching {
+protected:
+    const std::shared_ptr<EvaluationKey> key = [this] {
+        const KeyGenerator generator(context, scheme.secretKey, KeyPack(context));
+        generator.genLeftRotKey(3);
+        return generator.getKeyPack().getLeftRotKey(3);
+    }();
+    const KeyOfMap rotation{5 * 5 * 5, key.get()}, none{1, nullptr};
+
+    Ciphertext pairAt(u64 level) {
+        Ciphertext pair(context);
+        pair.setLevel(level);
+        for (u64 i = 0; i < 2; ++i) pair.getPoly(i) = uniform(level);
+        return pair;
+    }
+    /// In NTT form the constant c is c in every word.
+    std::vector<u64> constant(u64 level, u64 c) const {
+        return std::vector<u64>((level + 1 + parameter.numTP) * parameter.degree, c);
+    }
+};
+
+} // namespace
+
+TEST_F(DiagonalSumming, ABabyStepTimesOneHasTheWordsOfTheRotation) {
+    for (const u64 level : {0ul, 7ul, 24ul}) {
+        const Ciphertext in = pairAt(level);
+        const std::vector<u64> one = constant(level, 1);
+        const std::vector<std::vector<RotatedSum>> results{{{none, {{0, one.data()}}}}};
+        const auto sums = switcher.sumDiagonals(in, std::span(&rotation, 1), results);
+        ASSERT_EQ(sums.size(), 1u);
+        EXPECT_TRUE(sameWords(sums[0], switcher.rotate(in, std::span(&rotation, 1))[0])) << level;
+    }
+}
+
+TEST_F(DiagonalSumming, AGiantStepTimesOneHasTheWordsOfTheRotation) {
+    for (const u64 level : {0ul, 7ul, 24ul}) {
+        const Ciphertext in = pairAt(level);
+        const std::vector<u64> one = constant(level, 1);
+        const std::vector<std::vector<RotatedSum>> results{{{rotation, {{0, one.data()}}}}};
+        const auto sums = switcher.sumDiagonals(in, std::span(&none, 1), results);
+        EXPECT_TRUE(sameWords(sums.at(0), switcher.rotate(in, std::span(&rotation, 1))[0])) << level;
+    }
+}
+
+TEST_F(DiagonalSumming, TheCiphertextItselfIsMultipliedExactly) {
+    const u64 level = 6;
+    const Ciphertext in = pairAt(level);
+    const std::vector<u64> three = constant(level, 3), five = constant(level, 5);
+    const std::vector<std::vector<RotatedSum>> results{
+        {{none, {{0, three.data()}}}}, {{none, {{0, three.data()}}}, {none, {{0, five.data()}}}}};
+    const auto sums = switcher.sumDiagonals(in, std::span(&none, 1), results);
+    ASSERT_EQ(sums.size(), 2u);
+    for (u64 element = 0; element < 2; ++element)
+        for (u64 i = 0; i <= level; ++i)
+            for (u64 k = 0; k < parameter.degree; ++k) {
+                const u128 word = in.getPoly(element).getRow(i)[k];
+                ASSERT_EQ(sums[0].getPoly(element).getRow(i)[k], 3 * word % primes.getPrime(i));
+                ASSERT_EQ(sums[1].getPoly(element).getRow(i)[k], 8 * word % primes.getPrime(i));
+            }
+}
+
+TEST_F(DiagonalSumming, OperandsThatAreNotOfTheRingOrNotInNTTFormAreRefused) {
+    const std::vector<u64> one = constant(6, 1);
+    const std::vector<std::vector<RotatedSum>> results{{{none, {{0, one.data()}}}}};
+    const auto sum = [&](const Ciphertext& in) {
+        switcher.sumDiagonals(in, std::span(&rotation, 1), results);
+    };
+    const char* const text = "Operands are not of the ring of the generated context.";
+    for (u64 element = 0; element < 2; ++element) {
+        Ciphertext onCoefficients = pairAt(6), lower = pairAt(6), foreign = pairAt(6);
+        primes.backwardNTT(onCoefficients.getPoly(element), onCoefficients.getPoly(element));
+        EXPECT_REFUSED(sum(onCoefficients), text);
+        lower.getPoly(element) = uniform(5);
+        EXPECT_REFUSED(sum(lower), text);
+        foreign.getPoly(element) = Polynomial(makeContext(6, 8, 60, 42, 61, 2), false, true, 6);
+        EXPECT_REFUSED(sum(foreign), text);
+    }
+}

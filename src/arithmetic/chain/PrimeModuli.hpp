@@ -212,6 +212,8 @@ public:
     RoundedNumbers roundToN(const Message& message, double scale, Polynomial& out) const;
     void spreadToN(const RoundedNumbers& numbers, const DeviceSpecificArray<u64>& factors, bool inNTT,
                    Polynomial& out) const;
+    /// The same modulo prime i of the chain, whichever it is: one row in the NTT domain.
+    void spreadToRow(const RoundedNumbers& numbers, u64 i, u64* row) const;
     /// Converts small signed integers to polynomials in the NTT domain.
     /// @throws RuntimeException "[coefficientsToPolyVector] Input slot size should be equal to the dimension
     ///         of the polynomial vector."
@@ -262,6 +264,9 @@ private:
         const Polynomial* y;
     };
     void innerProduct(const std::vector<ProductPair>& pairs, Polynomial& out1, Polynomial& out2) const;
+
+    /// The coefficients modulo prime i.
+    void reduceToRow(const RoundedNumbers& numbers, u64 i, u64* row) const;
 
     void initICoefficients();
     void initInvPrimeData();

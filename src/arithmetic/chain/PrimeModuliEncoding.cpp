@@ -94,15 +94,24 @@ RoundedNumbers PrimeModuli::roundToN(const Message& message, double scale, Polyn
                        [&](u64 j) { return j < slots ? slot[j].real() : slot[j - slots].imag(); });
 }
 
+void PrimeModuli::reduceToRow(const RoundedNumbers& numbers, u64 i, u64* row) const {
+    const u64 n = numbers.size();
+    moduli_[i].residueVector(numbers.words.getData(), numbers.greatest, row, numbers.words.size());
+    for (u64 j = 0; j < numbers.wide.size(); ++j) row[j] = moduli_[i].residue(numbers.wide[j]);
+    widen(row, n, degree_ / n);
+}
+
+void PrimeModuli::spreadToRow(const RoundedNumbers& numbers, u64 i, u64* row) const {
+    reduceToRow(numbers, i, row);
+    moduli_[i].getNTT().computeForward<1>(row);
+}
+
 void PrimeModuli::spreadToN(const RoundedNumbers& numbers, const DeviceSpecificArray<u64>& factors,
                             bool inNTT, Polynomial& out) const {
-    const u64 n = numbers.size();
     forEachIndexInTurns(out.getLevel() + 1, [&](u64 i) {
         const Modulus& modulus = moduli_[i];
         u64* row = out.getRow(i);
-        modulus.residueVector(numbers.words.getData(), numbers.greatest, row, numbers.words.size());
-        for (u64 j = 0; j < numbers.wide.size(); ++j) row[j] = modulus.residue(numbers.wide[j]);
-        widen(row, n, degree_ / n);
+        reduceToRow(numbers, i, row);
         if (factors.size() != 0) modulus.constMult<1>(row, factors[i], row, degree_);
         if (inNTT) modulus.getNTT().computeForward<1>(row);
     });

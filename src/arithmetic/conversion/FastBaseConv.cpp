@@ -130,6 +130,17 @@ Ciphertext FastBaseConv::modDown(const Ciphertext& in, bool isNTT) const {
     return modDownCPUImpl(in, isNTT);
 }
 
+DiagonalSums FastBaseConv::sumDiagonals(const HoistedInput& input, std::span<const BabyStep> babies,
+                                        std::span<const DiagonalSum> sums) const {
+    const Ring ring = ringOf(context_);
+    for (const Polynomial* element : {&input.first, &input.second, &input.digits})
+        requireOfChain(ring, *element, false);
+    for (const DiagonalSum& sum : sums)
+        for (const Polynomial* element : sum.out) requireOfChain(ring, *element, true);
+    requireBackend(input.digits.getDevice(), upNames);
+    return {rowsOn(input.digits.getDevice()), input, babies, sums};
+}
+
 RowConversion FastBaseConv::rowsOn(const Device& device) const {
     return {ringOf(context_),
             {hatInvQ_.at(device), hatQ_.at(device), hatInvP_.at(device), hatP_.at(device), invP_.at(device)}};

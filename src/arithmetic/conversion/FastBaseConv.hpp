@@ -1,5 +1,6 @@
 #pragma once
 
+#include "arithmetic/conversion/DiagonalSums.hpp"
 #include "arithmetic/conversion/KeyRows.hpp"
 #include "arithmetic/conversion/RowConversion.hpp"
 #include "arithmetic/elements/PolynomialVector.hpp"
@@ -49,6 +50,11 @@ public:
     /// mod-up polynomials at the level of `a`.
     /// @throws RuntimeException as `modUp`; std::out_of_range "map::at"
     void multiplyDigits(const Polynomial& a, const KeyRows& key, bool accumulate, Ciphertext& out) const;
+
+    /// Sums of the rotations of `input` by `babies`, multiplied with diagonals, ready to run. Operands are not copied.
+    /// @throws RuntimeException as `modUp`; std::out_of_range "map::at"
+    DiagonalSums sumDiagonals(const HoistedInput& input, std::span<const BabyStep> babies,
+                              std::span<const DiagonalSum> sums) const;
 
 private:
     RowConversion rowsOn(const Device& device) const;

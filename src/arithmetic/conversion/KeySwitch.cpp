@@ -22,7 +22,25 @@ const u64* Digits::row(u64 g, u64 t, u64* spare) {
     return spare;
 }
 
+void KeptDigits::keep(u64 t) {
+    for (u64 g = 0; g < count_; ++g) digits_.row(g, t, rows_.mine(g));
+}
+
+const u64* KeptDigits::row(u64 g, u64 t, const Automorphism* automorphism, u64* spare) {
+    if (count_ == 0) return digits_.row(g, t, spare);
+    const u64* whole = digits_.isOwnRow(g, t) ? digits_.row(g, t, spare) : rows_.mine(g);
+    if (automorphism == nullptr) return whole;
+    automorphism->apply(whole, spare);
+    return spare;
+}
+
 namespace {
+
+/// Digits that so many keys have kept: all, unless each is used once and as it is.
+u64 keptDigits(std::span<const MappedKey> keys) {
+    const MappedKey& first = keys.front();
+    return keys.size() > 1 || first.automorphism != nullptr ? first.key.digits : 0;
+}
 
 /// Threads that would wait for the last temporary primes sum for the first ciphertext primes meanwhile.
 u64 primesInAdvance(u64 live, u64 temporary) {
@@ -35,8 +53,7 @@ KeySwitch::KeySwitch(const RowConversion& convert, const Polynomial& a, std::spa
                      bool isNTT, std::span<const Out> outs)
     : convert_(convert), ring_(convert.ring()), keys_(keys), isNTT_(isNTT), outs_(outs),
       live_(a.getLevel() + 1), temporary_(ring_.numTemp), early_(primesInAdvance(live_, temporary_)),
-      areKept_(keys.size() > 1 || keys.front().automorphism != nullptr), digits_(convert, a),
-      kept_(areKept_ ? keys.front().key.digits : 0, ring_.degree), spare_(digitsAtOnce + 2, ring_.degree),
+      digits_(convert, a, keptDigits(keys)), spare_(digitsAtOnce + 2, ring_.degree),
       sums_(keys.size() * 2 * (temporary_ + early_) * ring_.degree) {}
 
 void KeySwitch::run() {
@@ -51,26 +68,15 @@ void KeySwitch::run() {
         for (Polynomial* element : out) element->setNTT(isNTT_);
 }
 
-void KeySwitch::keepDigits(u64 t) {
-    if (!areKept_) return;
-    for (u64 g = 0; g < keys_.front().key.digits; ++g) digits_.row(g, t, kept_.mine(g));
-}
-
 void KeySwitch::sumForKey(u64 k, u64 t, u64* out0, u64* out1) {
-    const auto digitRow = [&](u64 g, u64* row) -> const u64* {
-        if (!areKept_) return digits_.row(g, t, row);
-        const u64* whole = digits_.isOwnRow(g, t) ? digits_.row(g, t, row) : kept_.mine(g);
-        if (keys_[k].automorphism == nullptr) return whole;
-        keys_[k].automorphism->apply(whole, row);
-        return row;
-    };
+    const auto digitRow = [&](u64 g, u64* row) { return digits_.row(g, t, keys_[k].automorphism, row); };
     sumOfPrime(ring_.moduli[t], t, keys_[k].key, false, spare_, digitRow, out0, out1);
 }
 
 void KeySwitch::sumInAdvance(u64 j) {
     const bool isTemporary = j < temporary_;
     const u64 t = isTemporary ? ring_.numBase + j : j - temporary_;
-    keepDigits(t);
+    digits_.keep(t);
     for (u64 k = 0; k < keys_.size(); ++k) {
         sumForKey(k, t, sumRow(k, 0, j), sumRow(k, 1, j));
         if (!isTemporary) continue;
@@ -80,7 +86,7 @@ void KeySwitch::sumInAdvance(u64 j) {
 
 void KeySwitch::sumAndDivide(u64 t) {
     u64* const product[2] = {spare_.mine(digitsAtOnce), spare_.mine(digitsAtOnce + 1)};
-    keepDigits(t);
+    digits_.keep(t);
     for (u64 k = 0; k < keys_.size(); ++k) {
         sumForKey(k, t, product[0], product[1]);
         for (u64 element = 0; element < 2; ++element) divide(k, t, element, product[element]);

@@ -50,6 +50,26 @@ private:
     DeviceSpecificArray<u64> lifted_;
 };
 
+/// The same for a use that reads the digits modulo one prime many times before it goes on to the next: each thread
+/// keeps them until then.
+class KeptDigits {
+public:
+    /// Keeps the first `count` digits; with none they are made anew at each use.
+    KeptDigits(const RowConversion& convert, const Polynomial& a, u64 count)
+        : count_(count), digits_(convert, a), rows_(count, convert.ring().degree) {}
+
+    /// Raises those that are kept, modulo prime t, which the next calls of `row` on this thread are about.
+    void keep(u64 t);
+    /// Digit g modulo prime t, under `automorphism` unless that is null: in `spare`, or where it lies. Only a digit
+    /// that is kept has an image.
+    const u64* row(u64 g, u64 t, const Automorphism* automorphism, u64* spare);
+
+private:
+    u64 count_;
+    Digits digits_;
+    ThreadRows rows_;
+};
+
 /// The products of digits with a key modulo prime t, a few digits at a time, while they are in cache; with
 /// `accumulate` they are added to `out0` and `out1`. digitRow(g, spare) is digit g, in `spare` or elsewhere.
 template <class DigitRow>
@@ -82,8 +102,6 @@ public:
     void run();
 
 private:
-    /// Raises the digits that are kept, modulo prime t.
-    void keepDigits(u64 t);
     /// The sums of products with key k modulo prime t.
     void sumForKey(u64 k, u64 t, u64* out0, u64* out1);
     /// The j-th sums that are made before the others are divided.
@@ -103,9 +121,7 @@ private:
     u64 live_;
     u64 temporary_;
     u64 early_; ///< ciphertext primes whose sums are made with those of the temporary primes
-    bool areKept_;
-    Digits digits_;
-    ThreadRows kept_;
+    KeptDigits digits_;
     ThreadRows spare_; ///< `digitsAtOnce` digits and two products
     DeviceSpecificArray<u64> sums_;
 };
