@@ -37,7 +37,8 @@ Message pack(const std::vector<Digit>& digits, unsigned long logSlots) {
 // The network as the server keeps it. Levels: one for each layer and one for each square.
 class EncryptedNetwork {
 public:
-    EncryptedNetwork(const Context& context, const Network& network, unsigned long logSlots, unsigned long level) {
+    EncryptedNetwork(const Context& context, const Network& network, unsigned long logSlots,
+                     unsigned long level) {
         for (const Layer& layer : network.layers) {
             transforms_.emplace_back(context, LinearTransform::fromMatrix(layer.matrix()), logSlots, level);
             level -= 2;
@@ -83,7 +84,8 @@ int main(int argc, char** argv) {
     const std::vector<Digit> digits = readDigits(argc > 1 ? argv[1] : TORVO_EXAMPLE_DIGITS);
     const Context context = makeContext(ParameterPreset::ST8);
     const unsigned long logSlots = getLogFullSlots(context), images = (1UL << logSlots) / width;
-    const std::vector<Digit> test(digits.begin(), digits.begin() + images), training(digits.begin() + images, digits.end());
+    const std::vector<Digit> test(digits.begin(), digits.begin() + images),
+        training(digits.begin() + images, digits.end());
     // 64 hidden numbers, and ten logits.
     Network network{{Layer::convolution(4), Layer::dense(width, width), Layer::dense(10, width)}};
     phase("train in the clear", [&] { network.train(training, epochs); });
@@ -143,7 +145,7 @@ int main(int argc, char** argv) {
     std::printf("largest error            2^%.1f of the logits\n", std::log2(largestError));
     std::printf("accuracy                 %.2f %% encrypted, %.2f %% in the clear\n", percent(rightEncrypted),
                 percent(rightClear));
-    std::printf("predictions that agree   %zu of %zu, %zu with two logits closer than the error\n", agree, test.size(),
-                ambiguous);
+    std::printf("predictions that agree   %zu of %zu, %zu with two logits closer than the error\n", agree,
+                test.size(), ambiguous);
     return isExplained && largestError < 0x1p-12 && rightClear > test.size() * 9 / 10 ? 0 : 1;
 }

@@ -57,7 +57,8 @@ Layer Layer::convolution(std::size_t maps) {
         layer.biases.push_back(maps * window * window + map);
         for (std::size_t dy = 0; dy < window; ++dy)
             for (std::size_t dx = 0; dx < window; ++dx) {
-                const std::size_t y = 2 * row + dy, x = 2 * column + dx; // of an image with a border above and left
+                const std::size_t y = 2 * row + dy,
+                                  x = 2 * column + dx; // of an image with a border above and left
                 if (y == 0 || x == 0) continue;
                 layer.weights[o * layer.inputs + (y - 1) * side + x - 1] = (map * window + dy) * window + dx;
             }
@@ -67,7 +68,8 @@ Layer Layer::convolution(std::size_t maps) {
 }
 
 Layer Layer::dense(std::size_t outputs, std::size_t inputs) {
-    Layer layer{outputs, inputs, std::vector<std::size_t>(outputs * inputs), std::vector<std::size_t>(outputs)};
+    Layer layer{outputs, inputs, std::vector<std::size_t>(outputs * inputs),
+                std::vector<std::size_t>(outputs)};
     std::iota(layer.weights.begin(), layer.weights.end(), std::size_t{0});
     std::iota(layer.biases.begin(), layer.biases.end(), outputs * inputs);
     layer.parameters = randomParameters(outputs * inputs, outputs, static_cast<double>(inputs));
@@ -118,7 +120,8 @@ struct Moments {
             const double g = gradient[k] / images + 1e-4 * parameters[k]; // with a little weight decay
             mean[k] = keepMean * mean[k] + (1 - keepMean) * g;
             square[k] = keepSquare * square[k] + (1 - keepSquare) * g * g;
-            const double m = mean[k] / (1 - std::pow(keepMean, t)), s = square[k] / (1 - std::pow(keepSquare, t));
+            const double m = mean[k] / (1 - std::pow(keepMean, t)),
+                         s = square[k] / (1 - std::pow(keepSquare, t));
             parameters[k] -= rate * m / (std::sqrt(s) + 1e-8);
             gradient[k] = 0;
         }

@@ -61,8 +61,11 @@ struct PlanReport {
     unsigned long bootstraps = 0;
     /// The lowest level that a ciphertext came to.
     unsigned long lowestLevel = 0;
-    /// The left rotations that need a key.
+    /// The left rotations that need a key, besides those inside a bootstrap.
     std::set<unsigned long> leftRotations{};
+    /// The bytes in memory of the keys that are needed: for products, conjugation and the rotations above, and for
+    /// bootstraps with batched rotations of all slots.
+    unsigned long keyBytes = 0;
 
     /// All but those inside a bootstrap.
     unsigned long keySwitches() const { return relinearizations + rotations + conjugations; }

@@ -37,6 +37,7 @@
 #include <Torvo/Plan.hpp>
 #include <Torvo/Pointer.hpp>
 #include <Torvo/Polynomials.hpp>
+#include <Torvo/PresetAdvice.hpp>
 #include <Torvo/Randomseeds.hpp>
 #include <Torvo/RingPacker.hpp>
 #include <Torvo/RingPackerUtils.hpp>

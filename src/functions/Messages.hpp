@@ -31,6 +31,11 @@ inline std::string tooLowToBootstrap(const std::string& what, unsigned long need
            ". Stop using its levels earlier.";
 }
 
+inline constexpr const char* noCircuit = "[advisePresets] No circuit is given; give one that can be called";
+inline std::string adviceError(const std::string& error) {
+    return "[advisePresets] The error is " + error + "; give a positive one";
+}
+
 inline constexpr const char* evaluateOfDegree = "evaluate of degree ";
 inline constexpr const char* noSeries = "[evaluate] The list of series is empty; give at least one";
 /// Intervals as "-1 to 1".

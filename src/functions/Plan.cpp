@@ -7,6 +7,8 @@
 #include "functions/PlanImpl.hpp"
 #include "functions/PlannedCiphertextImpl.hpp"
 
+#include <Torvo/Bootstrapper.hpp>
+
 #include <algorithm>
 #include <cmath>
 
@@ -84,6 +86,16 @@ void Plan::reset() {
 
 // ---- what a plan counts
 
+namespace {
+
+/// Two polynomials over all primes for each digit.
+u64 bytesOfKey(const Parameter& parameter) {
+    return 2 * parameter.gadget_rank * (parameter.chain_length + parameter.numTP) * parameter.degree *
+           sizeof(u64);
+}
+
+} // namespace
+
 PlanImpl::PlanImpl(const Context& context, std::optional<BootstrappingEvaluator::Precision> precision)
     : context_(context), noise_(requireContext(context)), precision_(precision) {
     if (precision) require(context->parameter.has_bootstrap, message::noBootstrap);
@@ -128,7 +140,21 @@ PlanReport PlanImpl::getReport() const {
     report.bootstraps = total(Step::Bootstrap);
     report.lowestLevel = lowestLevel_;
     report.leftRotations = leftRotations_;
+    report.keyBytes = keysOf(report) * bytesOfKey(context_->parameter);
     return report;
+}
+
+/// Without the encryption key.
+u64 PlanImpl::keysOf(const PlanReport& report) const {
+    std::set<u64> rotations(report.leftRotations.begin(), report.leftRotations.end());
+    const bool bootstraps = report.bootstraps > 0;
+    if (bootstraps)
+        for (const long index : getRotIndicesForBootstrap(context_, getLogFullSlots(context_))) {
+            const auto slots = static_cast<long>(context_->parameter.num_slots);
+            if (index % slots != 0) rotations.insert(static_cast<u64>((index % slots + slots) % slots));
+        }
+    return rotations.size() + (bootstraps || report.relinearizations > 0 ? 1 : 0) +
+           (bootstraps || report.conjugations > 0 ? 1 : 0);
 }
 
 void PlanImpl::reset() {

@@ -52,6 +52,7 @@ public:
 
 private:
     u64 total(Step step) const;
+    u64 keysOf(const PlanReport& report) const;
 
     Context context_;
     NoiseRules noise_;
