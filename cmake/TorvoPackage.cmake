@@ -16,7 +16,7 @@ install(EXPORT TorvoTargets NAMESPACE Torvo:: DESTINATION ${TORVO_CMAKE_DIR})
 set(TORVO_DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc/Torvo)
 file(GLOB pages ${PROJECT_SOURCE_DIR}/*.md)
 install(FILES ${pages} DESTINATION ${TORVO_DOC_DIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${TORVO_DOC_DIR} FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${TORVO_DOC_DIR} FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${TORVO_DOC_DIR})
 
 # A static library leaves to the program that links it what a shared one has inside. BLAKE3 is in the archive
