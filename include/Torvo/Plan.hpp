@@ -97,6 +97,11 @@ public:
     const Context& getContext() const;
     /// The counts of all functions since the plan was made or reset.
     PlanReport getReport() const;
+    /// Seconds that the real functions would take on this machine with as many threads as OpenMP gives now: the counts
+    /// times what single steps take, which is measured when it is first asked for in a process, in some seconds for each
+    /// ring. An estimate: within a factor of two on a quiet machine.
+    /// @throws RuntimeException as the generation of keys
+    double estimateSeconds() const;
     void reset();
 
     const std::shared_ptr<PlanImpl>& getImpl() const { return impl_; }

@@ -6,6 +6,7 @@
 #include "encoding/Encoding.hpp"
 #include "functions/PlanImpl.hpp"
 #include "functions/PlannedCiphertextImpl.hpp"
+#include "functions/UnitCosts.hpp"
 
 #include <Torvo/Bootstrapper.hpp>
 
@@ -79,6 +80,13 @@ const Context& Plan::getContext() const {
 }
 PlanReport Plan::getReport() const {
     return impl_->getReport();
+}
+double Plan::estimateSeconds() const {
+    const UnitCosts& costs = UnitCosts::of(impl_->getContext());
+    double seconds = 0;
+    for (const auto& [stepAtLevel, times] : impl_->counts())
+        seconds += static_cast<double>(times) * costs.of(stepAtLevel.first, stepAtLevel.second);
+    return seconds;
 }
 void Plan::reset() {
     impl_->reset();

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <complex>
 #include <string>
@@ -270,8 +271,15 @@ TEST(PolynomialsRealPreset, ASigmoidOfManySlotsErrsAsThePlanPredicts) {
     const Plan plan(scheme.context);
     PlannedCiphertext planned = plan.encrypt(x);
     evaluate(plan, planned, sigmoidSeries(), planned);
+    const double estimate = plan.estimateSeconds();
     Ciphertext y = scheme.encrypt(x, scheme.encryptionLevel());
+    const auto start = std::chrono::steady_clock::now();
     evaluate(scheme.evaluator, y, sigmoidSeries(), y);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    // Other programs may take the processor from either.
+    EXPECT_GT(estimate, 0.1 * seconds);
+    EXPECT_LT(estimate, 10 * seconds);
+    EXPECT_EQ(plan.estimateSeconds(), estimate);
     EXPECT_EQ(y.getLevel(), planned.getLevel());
     const Message got = scheme.decrypt(y);
     double sum = 0;

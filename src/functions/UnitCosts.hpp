@@ -1,0 +1,39 @@
+#pragma once
+
+#include "core/Integers.hpp"
+#include "functions/PlanImpl.hpp"
+
+#include <Torvo/Context.hpp>
+
+#include <map>
+#include <utility>
+#include <vector>
+
+namespace Torvo {
+
+/// What the steps of a plan take on this machine, with the threads that OpenMP gives now: each is timed at three levels,
+/// with keys made for that, and those between are interpolated.
+class UnitCosts {
+public:
+    using Step = PlanImpl::Step;
+
+    /// Those of a ring, which are measured when they are first asked for in a process. Thread-safe.
+    static const UnitCosts& of(const Context& context);
+
+    /// Seconds.
+    double of(Step step, u64 level) const;
+
+private:
+    struct Sample {
+        u64 level;
+        double seconds;
+    };
+
+    explicit UnitCosts(const Context& context);
+    /// From the steps that a bootstrap of full slots consists of.
+    double ofBootstrap(const Context& context) const;
+
+    std::map<Step, std::vector<Sample>> samples_; ///< in ascending order of levels
+};
+
+} // namespace Torvo
