@@ -2,6 +2,7 @@
 
 /// Everything that an application needs to compute. <Torvo/GlobalConfiguration.hpp>, which brings a JSON
 /// library with it, is for those who include it.
+#include <Torvo/Analysis.hpp>
 #include <Torvo/Bootstrapper.hpp>
 #include <Torvo/BootstrappingEvaluator.hpp>
 #include <Torvo/ChebyshevSeries.hpp>

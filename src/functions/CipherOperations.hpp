@@ -65,6 +65,7 @@ public:
 
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<Ciphertext*> values) const override;
+    bool givesLevelsBack() const override { return true; }
 
 private:
     BootstrappingEvaluator bootstrapping_;

@@ -48,6 +48,57 @@ inline std::string unequalBlocks(u64 blocks, u64 slots) {
            std::to_string(slots) + " slots; give one for each block of equally many slots";
 }
 
+/// In the texts of analysis and statistics the name of the function comes first; numbers come in decimal.
+inline std::string intervalGiven(std::string function, const std::string& lower, const std::string& upper,
+                                 const char* allowed) {
+    return function.append(" is given the interval from ")
+        .append(lower)
+        .append(" to ")
+        .append(upper)
+        .append(allowed);
+}
+inline constexpr const char* finiteBounds = "; give the lower bound first, and both finite";
+inline constexpr const char* boundsOfOneSign =
+    "; give bounds of one sign, the lower one first, and both finite and not 0";
+inline constexpr const char* positiveBounds = "; give positive, finite bounds, the lower one first";
+inline constexpr const char* boundsFromZero = "; give finite bounds of 0 or more, the lower one first";
+inline constexpr const char* boundsTooWide =
+    "; give bounds with a ratio of 2^32 at most, or allow a larger error for a square root near 0";
+inline std::string errorGiven(std::string function, const std::string& error) {
+    return function.append(" is given the error ").append(error).append("; give a positive, finite one");
+}
+inline std::string boundGiven(std::string function, const std::string& bound) {
+    return function.append(" is given the bound ").append(bound).append("; give a positive, finite one");
+}
+inline std::string blocksGiven(std::string function, u64 length, u64 slots) {
+    return function.append(" is given blocks of ")
+        .append(std::to_string(length))
+        .append(" slots; give a power of two up to the ")
+        .append(std::to_string(slots))
+        .append(" slots of the ciphertext, or 0 for one block of all");
+}
+inline std::string nothingGiven(std::string function) {
+    return function.append(" is given no ciphertext; give at least one");
+}
+inline std::string unequalCounts(std::string function, u64 first, u64 second) {
+    return function.append(" is given ")
+        .append(std::to_string(first))
+        .append(" ciphertexts, and ")
+        .append(std::to_string(second))
+        .append(" to go with them; give as many of both");
+}
+inline std::string sampleOfOne(std::string function) {
+    return function.append(" of a sample takes two numbers or more, but this sample has one; give more slots "
+                           "or ciphertexts, or take it for the population");
+}
+inline std::string weightsGiven(std::string function, u64 block, const std::string& sum) {
+    return function.append(" is given weights whose sum in block ")
+        .append(std::to_string(block))
+        .append(" is ")
+        .append(sum)
+        .append("; give finite ones with a sum that is not 0");
+}
+
 inline constexpr const char* noFunctionGiven =
     "[ChebyshevSeries] No function is given; give one that can be called";
 

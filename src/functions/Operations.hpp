@@ -53,6 +53,9 @@ public:
     /// @throws RuntimeException what, " needs ", `levels`, " levels, but ..."
     virtual void prepare(const std::string& what, u64 levels, Range range,
                          std::vector<Value*> values) const = 0;
+    /// Whether `prepare` can give levels back. Where it cannot, a function of several stages asks for those of all
+    /// stages before it computes, so that a refusal names them together.
+    virtual bool givesLevelsBack() const { return false; }
 
     // ---- sums
 

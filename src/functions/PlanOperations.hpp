@@ -25,6 +25,7 @@ public:
     void requireOperand(const PlannedCiphertext& x) const override;
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<PlannedCiphertext*> values) const override;
+    bool givesLevelsBack() const override { return plan_->precision().has_value(); }
 
     void add(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out) const override;
     void sub(const PlannedCiphertext& a, const PlannedCiphertext& b, PlannedCiphertext& out) const override;

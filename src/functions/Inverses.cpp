@@ -1,0 +1,199 @@
+#include "functions/Inverses.hpp"
+
+#include "core/Failure.hpp"
+#include "functions/AnalysisGuards.hpp"
+
+#include <Torvo/Analysis.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace Torvo {
+
+namespace {
+
+/// A value on the way, and what its numbers do not exceed.
+template <class Value>
+struct Bounded {
+    Value value;
+    double bound;
+};
+
+/// Products of real numbers, each of whose operands gets its level where it runs out.
+template <class Value>
+class Steps {
+public:
+    Steps(const Operations<Value>& operations, std::string function)
+        : operations_(operations), function_(std::move(function)) {}
+
+    /// a b, which does not exceed `bound`.
+    Bounded<Value> product(Bounded<Value>& a, Bounded<Value>& b, double bound) const {
+        prepareFor(operations_, function_, 1, {a.bound, true}, bound, {&a.value});
+        prepareFor(operations_, function_, 1, {b.bound, true}, bound, {&b.value});
+        Value out = operations_.unset();
+        operations_.mult(a.value, b.value, out);
+        return {std::move(out), bound};
+    }
+    /// n x + c, which does not exceed `bound`.
+    Bounded<Value> affine(const Bounded<Value>& x, long n, double c, double bound) const {
+        Value out = operations_.unset();
+        operations_.multInteger(x.value, n, out);
+        operations_.add(out, c, out);
+        return {std::move(out), bound};
+    }
+
+private:
+    const Operations<Value>& operations_;
+    std::string function_;
+};
+
+double largest(double lower, double upper) {
+    return std::max(std::abs(lower), std::abs(upper));
+}
+
+} // namespace
+
+// ---- 1/x
+
+/// From y with e = 1 - x y: y (1 + e) errs by e^2, and so on. (Goldschmidt, Applications of Division by Convergence,
+/// 1964.)
+template <class Value>
+Value inverseWithin(Evaluating<Value> on, const std::string& function, const Value& in, double lower,
+                    double upper, double relativeError, u64 levelsBehind) {
+    const IterationRoute route = routeOfInverse(lower, upper, relativeError, highestDegree(on.operations()));
+    const double bound = (1 + route.startError) / std::min(std::abs(lower), std::abs(upper));
+    Bounded<Value> y{evaluateFor(on, function, in, route.start, bound,
+                                 levelsBehind + (route.steps == 0 ? 0 : route.steps + 1)),
+                     bound};
+    if (route.steps == 0) return std::move(y.value);
+    const Steps<Value> steps(on.operations(), function);
+    Bounded<Value> x{in, largest(lower, upper)};
+    // The numbers between 0 and 2 are 1 + e, so that e keeps a level for them.
+    Bounded<Value> e = steps.affine(steps.product(x, y, 2), -1, 1, 1);
+    for (u64 k = 0; k < route.steps; ++k) {
+        if (k > 0) e = steps.product(e, e, 2);
+        e.bound = 1;
+        Bounded<Value> factor = steps.affine(e, 1, 1, 2);
+        y = steps.product(y, factor, bound);
+    }
+    return std::move(y.value);
+}
+
+// ---- square roots
+
+namespace {
+
+enum class Root { Plain, Inverse };
+
+/// With h = p(x) / 2 and u = 1/4 - x h^2 = e / 4, the factor 1 + e / 2 is 1 + 2u, and the next u is u^2 (3 + 4u). The
+/// first factor takes with it the 2 that h lacks.
+template <class Value>
+Value rootBySteps(Evaluating<Value> on, const std::string& function, const Value& in, double lower,
+                  double upper, double relativeError, Root root) {
+    requireRatio(function, lower, upper);
+    const IterationRoute route =
+        routeOfInverseSqrt(lower, upper, relativeError, highestDegree(on.operations()));
+    std::vector<std::complex<double>> halves = route.start.getCoefficients();
+    for (std::complex<double>& c : halves) c /= 2;
+    // From 0 on the numbers may lie below `lower`, where the polynomial is still smaller than twice 1/sqrt(lower).
+    const double half = 1 / std::sqrt(lower), result = root == Root::Plain ? std::sqrt(upper) : half;
+    const u64 levelsBehind = route.steps == 0 ? (root == Root::Plain ? 1 : 0) : 2 * route.steps + 1;
+    Bounded<Value> h{evaluateFor(on, function, in, ChebyshevSeries(halves, lower, upper), half, levelsBehind),
+                     half};
+    const Steps<Value> steps(on.operations(), function);
+    if (levelsBehind == 0) return std::move(steps.affine(h, 2, 0, 2 * half).value);
+    Bounded<Value> x{in, upper};
+    Bounded<Value> xh = steps.product(x, h, std::sqrt(upper));
+    Bounded<Value> y = root == Root::Plain ? xh : h;
+    if (route.steps == 0) return std::move(steps.affine(y, 2, 0, 2 * result).value);
+    // Of u, which is at most a quarter, numbers up to 4 are made without a level.
+    Bounded<Value> u = steps.affine(steps.product(xh, h, 4), -1, 0.25, 1);
+    for (u64 k = 0; k < route.steps; ++k) {
+        if (k > 0) {
+            Bounded<Value> rest = steps.affine(u, 4, 3, 4), square = steps.product(u, u, 1);
+            u = steps.product(square, rest, 4);
+            u.bound = 1;
+        }
+        Bounded<Value> factor = steps.affine(u, k == 0 ? 4 : 2, k == 0 ? 2 : 1, 4);
+        y = steps.product(y, factor, 1.5 * result);
+    }
+    return std::move(y.value);
+}
+
+double rootOf(double x, Root root) {
+    return root == Root::Plain ? std::sqrt(x) : 1 / std::sqrt(x);
+}
+
+/// Whether a series up to degree `highest` comes within `error`. It surely does where the rate suffices by which the
+/// coefficients fall because of the singularity at 0: their sizes sum up to what the function has at an end, and those
+/// from degree d on to that times rate^d; an interpolation errs by twice that. Otherwise some are tried.
+bool hasSeries(double lower, double upper, double error, Root root, u64 highest) {
+    if (lower > 0) {
+        const double ratio = std::sqrt(upper / lower), rate = (ratio - 1) / (ratio + 1);
+        const double size = 2 * std::max(rootOf(lower, root), rootOf(upper, root));
+        if (std::log(error / size) / std::log(rate) < static_cast<double>(highest)) return true;
+    } else if (root == Root::Inverse) {
+        return false;
+    }
+    const auto f = [root](double x) { return rootOf(x, root); };
+    for (u64 degree = 63; degree <= highest; degree = 2 * degree + 1)
+        if (ChebyshevSeries::interpolate(f, degree, lower, upper).largestError(f) <= error) return true;
+    return false;
+}
+
+template <class Value>
+void rootWithin(Evaluating<Value> on, const std::string& function, const Value& in, double lower,
+                double upper, double error, Value& out, Root root) {
+    requireInterval(function, lower, upper, root == Root::Plain ? Domain::FromZero : Domain::Positive);
+    requireErrorOf(function, error);
+    on.operations().requireOperand(in);
+    if (hasSeries(lower, upper, error, root, highestDegree(on.operations()))) {
+        const auto f = [root](double x) { return rootOf(x, root); };
+        out = evaluateFor(on, function, in, ChebyshevSeries::interpolateWithin(f, error, lower, upper),
+                          std::max(f(upper), lower > 0 ? f(lower) : 0));
+        return;
+    }
+    // Below error^2 each step brings the result closer to the root from below, so that it errs by less than `error`.
+    const double least = root == Root::Plain ? std::max(lower, error * error) : lower;
+    const double relativeError = root == Root::Plain ? error / std::sqrt(upper) : error * std::sqrt(lower);
+    out = rootBySteps(on, function, in, least, upper, relativeError, root);
+}
+
+} // namespace
+
+template <class Value>
+void inverse(Evaluating<Value> on, const Value& in, double lower, double upper, double error, Value& out) {
+    const std::string function = "inverse";
+    requireInterval(function, lower, upper, Domain::OneSign);
+    requireErrorOf(function, error);
+    requireRatio(function, lower, upper);
+    on.operations().requireOperand(in);
+    out = inverseWithin(on, function, in, lower, upper, error * std::min(std::abs(lower), std::abs(upper)));
+}
+
+template <class Value>
+void sqrt(Evaluating<Value> on, const Value& in, double lower, double upper, double error, Value& out) {
+    rootWithin(on, "sqrt", in, lower, upper, error, out, Root::Plain);
+}
+
+template <class Value>
+void inverseSqrt(Evaluating<Value> on, const Value& in, double lower, double upper, double error,
+                 Value& out) {
+    rootWithin(on, "inverseSqrt", in, lower, upper, error, out, Root::Inverse);
+}
+
+#define TORVO_FOR_VALUE(Value)                                                                               \
+    template Value inverseWithin(Evaluating<Value>, const std::string&, const Value&, double, double,        \
+                                 double, u64);                                                               \
+    template TORVO_API void inverse(Evaluating<Value>, const Value&, double, double, double, Value&);        \
+    template TORVO_API void sqrt(Evaluating<Value>, const Value&, double, double, double, Value&);           \
+    template TORVO_API void inverseSqrt(Evaluating<Value>, const Value&, double, double, double, Value&)
+
+TORVO_FOR_VALUE(Ciphertext);
+TORVO_FOR_VALUE(Message);
+TORVO_FOR_VALUE(PlannedCiphertext);
+
+#undef TORVO_FOR_VALUE
+
+} // namespace Torvo
