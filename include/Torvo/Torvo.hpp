@@ -47,3 +47,4 @@
 #include <Torvo/SecretKey.hpp>
 #include <Torvo/SecurityLevel.hpp>
 #include <Torvo/SparseSecretEncapsulationKey.hpp>
+#include <Torvo/Statistics.hpp>
