@@ -18,7 +18,8 @@ namespace Torvo {
 ///
 /// Inputs are on slots, have two elements and owe no rescale; outside the interval the result is what the polynomial
 /// makes of it, soon far from the function that it approximates. The output owes no rescale, and may be the input. A
-/// refused call leaves it as it was.
+/// refused call leaves it as it was. A bootstrapping evaluator keeps the level that a bootstrap of the result needs where
+/// it leaves the unit square.
 ///
 /// @throws RuntimeException in this order: the texts of `HomEvaluator` for operands; "evaluate of degree ", the degree,
 ///         " needs ", a number, " levels, but the ciphertext has ", a number, ". Bootstrap it first, or give a

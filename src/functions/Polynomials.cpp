@@ -2,11 +2,13 @@
 
 #include "core/Failure.hpp"
 #include "encoding/EncodingBound.hpp"
+#include "functions/AnalysisGuards.hpp"
 #include "functions/Messages.hpp"
 #include "functions/SeriesEvaluation.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <span>
 #include <string>
 #include <utility>
@@ -41,15 +43,25 @@ void requireOneInterval(const std::vector<ChebyshevSeries>& f) {
             throw RuntimeException(message::differentIntervals(k, intervalText(f[k]), intervalText(f[0])));
 }
 
-template <class Value>
+/// The largest value on the interval, less what an approximation of a function up to 1 may exceed that by.
+double largestOf(std::span<const ChebyshevSeries> f) {
+    double largest = 0;
+    for (const ChebyshevSeries& each : f)
+        largest = std::max(largest, each.largestError([](double) { return 0.0; }));
+    return largest * (1 - 0x1p-10);
+}
+
+/// `resultBound()` is what results don't exceed; one who bootstraps them asks for it.
+template <class Value, class ResultBound>
 std::vector<Value> evaluateTerms(Evaluating<Value> on, const Value& in, std::span<const SeriesTerms> terms,
-                                 const IntervalMap& interval, const Range& range) {
+                                 const IntervalMap& interval, const Range& range, ResultBound resultBound) {
     const Operations<Value>& operations = on.operations();
     operations.requireOperand(in);
     SeriesEvaluation<Value> evaluation(operations, terms, interval);
     const u64 degree = std::ranges::max(terms, {}, &SeriesTerms::degree).degree();
     Value x = in;
-    operations.prepare(message::evaluateOfDegree + std::to_string(degree), evaluation.levels(), range, {&x});
+    prepareFor(operations, message::evaluateOfDegree + std::to_string(degree), evaluation.levels(), range,
+               operations.givesLevelsBack() ? resultBound() : 0, {&x});
     return evaluation.evaluate(x);
 }
 
@@ -58,7 +70,9 @@ std::vector<Value> evaluateTerms(Evaluating<Value> on, const Value& in, std::spa
 template <class Value>
 void evaluate(Evaluating<Value> on, const Value& in, const ChebyshevSeries& f, Value& out) {
     const SeriesTerms terms = termsOf(f);
-    out = std::move(evaluateTerms<Value>(on, in, {&terms, 1}, intervalOf(f), rangeOf(f)).front());
+    out = std::move(evaluateTerms<Value>(on, in, {&terms, 1}, intervalOf(f), rangeOf(f), [&] {
+                        return largestOf({&f, 1});
+                    }).front());
 }
 
 template <class Value>
@@ -67,7 +81,7 @@ void evaluate(Evaluating<Value> on, const Value& in, const std::vector<Chebyshev
     requireOneInterval(f);
     std::vector<SeriesTerms> terms;
     for (const ChebyshevSeries& each : f) terms.push_back(termsOf(each));
-    outs = evaluateTerms<Value>(on, in, terms, intervalOf(f[0]), rangeOf(f[0]));
+    outs = evaluateTerms<Value>(on, in, terms, intervalOf(f[0]), rangeOf(f[0]), [&] { return largestOf(f); });
 }
 
 template <class Value>
@@ -89,7 +103,9 @@ void evaluateBlockwise(Evaluating<Value> on, const Value& in, const std::vector<
         coefficients.emplace_back(std::move(numbers));
     }
     const SeriesTerms terms(SeriesBasis::Chebyshev, std::move(coefficients));
-    out = std::move(evaluateTerms<Value>(on, in, {&terms, 1}, intervalOf(f[0]), rangeOf(f[0])).front());
+    out = std::move(evaluateTerms<Value>(on, in, {&terms, 1}, intervalOf(f[0]), rangeOf(f[0]), [&] {
+                        return largestOf(f);
+                    }).front());
 }
 
 template <class Value>
@@ -97,7 +113,15 @@ void evaluateMonomials(Evaluating<Value> on, const Value& in,
                        const std::vector<std::complex<double>>& coefficients, Value& out, double bound) {
     const ChebyshevSeries checked(coefficients); // numbers that a series may have
     const SeriesTerms terms(SeriesBasis::Monomial, {coefficients.begin(), coefficients.end()});
-    out = std::move(evaluateTerms<Value>(on, in, {&terms, 1}, {}, {bound, false}).front());
+    const auto resultBound = [&] {
+        double sum = 0, power = 1;
+        for (const std::complex<double>& c : coefficients) {
+            sum += std::abs(c) * power;
+            power *= std::numbers::sqrt2 * bound;
+        }
+        return sum;
+    };
+    out = std::move(evaluateTerms<Value>(on, in, {&terms, 1}, {}, {bound, false}, resultBound).front());
 }
 
 #define TORVO_FOR_VALUE(Value)                                                                               \
