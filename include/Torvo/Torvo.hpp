@@ -13,6 +13,7 @@
 #include <Torvo/Decryptor.hpp>
 #include <Torvo/Device.hpp>
 #include <Torvo/EnDecoder.hpp>
+#include <Torvo/EncodedTransform.hpp>
 #include <Torvo/EncodingType.hpp>
 #include <Torvo/EncryptionKey.hpp>
 #include <Torvo/EncryptionType.hpp>
@@ -31,6 +32,7 @@
 #include <Torvo/LWEHomEvaluator.hpp>
 #include <Torvo/LWEParameterPreset.hpp>
 #include <Torvo/LWESecretKey.hpp>
+#include <Torvo/LinearTransform.hpp>
 #include <Torvo/Message.hpp>
 #include <Torvo/ModPackKeyBundle.hpp>
 #include <Torvo/ParameterPreset.hpp>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "context/SameRing.hpp"
 #include "core/Integers.hpp"
 
 #include <string>
@@ -153,6 +154,121 @@ inline std::string noSignTable(u64 a, u64 b) {
 inline std::string monomialTooLarge(u64 exponent) {
     return "[ChebyshevSeries] The coefficient of x^" + std::to_string(exponent) +
            " is larger than any double; evaluate the series as it is";
+}
+
+// ---- descriptions of linear transforms; the numbers are those given, and those allowed
+
+inline constexpr const char* matrixEmpty =
+    "[LinearTransform] the matrix has no entries; give at least one row with one entry";
+
+inline std::string matrixRagged(u64 row, u64 entries, u64 columns) {
+    return "[LinearTransform] row " + std::to_string(row) + " of the matrix has " + std::to_string(entries) +
+           " entries, but row 0 has " + std::to_string(columns) + "; give rows of one length";
+}
+
+inline std::string matrixTooLarge(u64 rows, u64 columns, u64 most) {
+    return "[LinearTransform] a matrix of " + std::to_string(rows) + " rows and " + std::to_string(columns) +
+           " columns is given, but no ring has more than " + std::to_string(most) +
+           " slots; split it into blocks";
+}
+
+inline std::string inRowAndColumn(u64 row, u64 column) {
+    return "in row " + std::to_string(row) + ", column " + std::to_string(column);
+}
+
+inline std::string onDiagonal(u64 diagonal, u64 row) {
+    return "in row " + std::to_string(row) + " of diagonal " + std::to_string(diagonal);
+}
+
+inline std::string entryNotFinite(const std::string& place, const std::string& re, const std::string& im) {
+    return "[LinearTransform] the entry " + place + " is " + re + " + " + im + " i; give finite numbers";
+}
+
+inline std::string transformSize(u64 size, u64 most) {
+    return "[LinearTransform] a transform of " + std::to_string(size) +
+           " slots is given; the number should be a power of two, and at most " + std::to_string(most);
+}
+
+inline std::string noSuchDiagonal(u64 index, u64 size) {
+    return "[LinearTransform] diagonal " + std::to_string(index) + " is given, but a transform of " +
+           std::to_string(size) + " slots has diagonals 0 to " + std::to_string(size - 1) +
+           "; take the index modulo " + std::to_string(size);
+}
+
+inline std::string diagonalLength(u64 index, u64 count, u64 size) {
+    return "[LinearTransform] diagonal " + std::to_string(index) + " has " + std::to_string(count) +
+           " numbers; give " + std::to_string(size) + ", one for each row";
+}
+
+inline std::string noSuchSource(u64 slot, u64 source, u64 size) {
+    return "[LinearTransform] slot " + std::to_string(slot) + " of the permutation comes from slot " +
+           std::to_string(source) + ", but there are slots 0 to " + std::to_string(size - 1) +
+           "; give each of them once";
+}
+
+inline std::string sourceTwice(u64 source, u64 first, u64 second) {
+    return "[LinearTransform] slots " + std::to_string(first) + " and " + std::to_string(second) +
+           " of the permutation both come from slot " + std::to_string(source) + "; give each slot once";
+}
+
+inline std::string messageNotInBlocks(u64 slots, u64 size) {
+    return "[LinearTransform] a message of " + std::to_string(slots) +
+           " slots is given, but the transform maps blocks of " + std::to_string(size) +
+           "; give a multiple of " + std::to_string(size) + " slots";
+}
+
+// ---- encoding them
+
+inline std::string transformSlots(u64 log_slots, u64 most) {
+    return "[LinearTransform] log slots " + std::to_string(log_slots) +
+           " is given, but the ring allows at most " + std::to_string(most) +
+           "; give that or less, or use a larger ring";
+}
+
+inline std::string blocksAboveSlots(u64 size, u64 log_slots) {
+    return "[LinearTransform] the transform maps blocks of " + std::to_string(size) +
+           " slots, which log slots " + std::to_string(log_slots) +
+           " do not hold; give more log slots, or a smaller transform";
+}
+
+inline std::string transformLevel(u64 level, const std::string& name, u64 top) {
+    return "[LinearTransform] level " + std::to_string(level) +
+           " is given, but a transform spends a level and the chain of " + name + " ends at " +
+           std::to_string(top) + "; give a level from 1 to " + std::to_string(top);
+}
+
+inline std::string tooFewKeys(u64 keys, u64 rotations, u64 fewest) {
+    return "[LinearTransform] " + std::to_string(keys) + " keys are allowed, but the " +
+           std::to_string(rotations) + " rotations of this transform need " + std::to_string(fewest) +
+           " at least; allow that many, or split the transform";
+}
+
+// ---- applying them
+
+inline constexpr const char* transformEmpty = "[EncodedTransform] It is empty, so there is nothing to apply "
+                                              "or save; assign one that was encoded, or load a "
+                                              "file first";
+
+inline constexpr RefusedMeeting foreignTransform{
+    "the transform is of another ring", "the evaluator's context", "encode it with the evaluator's context"};
+
+inline std::string transformsDiffer(u64 level, u64 log_slots, u64 otherLevel, u64 otherLogSlots) {
+    return "[EncodedTransform] the transforms of one call differ in level or log slots: " +
+           std::to_string(level) + " and " + std::to_string(log_slots) + ", but " +
+           std::to_string(otherLevel) + " and " + std::to_string(otherLogSlots) + "; encode them alike";
+}
+
+inline std::string belowTransform(u64 level, u64 encoded) {
+    return "[EncodedTransform] the ciphertext is at level " + std::to_string(level) +
+           ", but the transform is encoded for level " + std::to_string(encoded) + "; encode it for level " +
+           std::to_string(level) + ", or give a ciphertext of level " + std::to_string(encoded) + " or above";
+}
+
+inline std::string otherSlotsThanTransform(u64 log_slots, u64 encoded) {
+    return "[EncodedTransform] the ciphertext has log slots " + std::to_string(log_slots) +
+           ", but the transform is encoded for " + std::to_string(encoded) + "; encode it for " +
+           std::to_string(log_slots) + ", or set the log slots of the ciphertext to " +
+           std::to_string(encoded);
 }
 
 } // namespace Torvo::message

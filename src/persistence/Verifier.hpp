@@ -22,6 +22,7 @@ enum class ObjectTag : std::uint32_t {
     CompactCiphertext = 5,
     BootConstants = 6,
     ChebyshevSeries = 7,
+    EncodedTransform = 8,
 };
 #pragma GCC diagnostic pop
 

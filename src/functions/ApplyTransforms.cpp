@@ -1,0 +1,119 @@
+#include "arithmetic/elements/Messages.hpp"
+#include "context/ContextContent.hpp"
+#include "core/Failure.hpp"
+#include "crypto/OperandRing.hpp"
+#include "crypto/OutputShape.hpp"
+#include "encoding/Stamp.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/EncodedTransformImpl.hpp"
+#include "functions/Messages.hpp"
+
+#include <map>
+#include <memory>
+#include <set>
+
+namespace Torvo {
+
+namespace {
+
+using Transforms = std::span<const EncodedTransformImpl* const>;
+
+void requireAlike(Transforms transforms) {
+    const TransformPlace& first = transforms.front()->getPlace();
+    for (const EncodedTransformImpl* transform : transforms) {
+        const TransformPlace& place = transform->getPlace();
+        if (place.level != first.level || place.log_slots != first.log_slots)
+            throw RuntimeException(
+                message::transformsDiffer(first.level, first.log_slots, place.level, place.log_slots));
+    }
+}
+
+void requireOperand(const HomEvaluatorImpl& evaluator, const Ciphertext& in, Transforms transforms) {
+    for (const EncodedTransformImpl* transform : transforms)
+        require(!transform->isEmpty(), message::transformEmpty);
+    for (const EncodedTransformImpl* transform : transforms)
+        requireSameRing(transform->getContext(), evaluator.getContext(), message::foreignTransform);
+    utils::requireOnSlots(in);
+    require(in.getNumPoly() == 2, message::sizeNotTwo);
+    requireAlike(transforms);
+    utils::requireNothingOwed(in);
+    const auto& [log_slots, level] = transforms.front()->getPlace();
+    if (in.getLevel() < level) throw RuntimeException(message::belowTransform(in.getLevel(), level));
+    if (in.getLogSlots() != log_slots)
+        throw RuntimeException(message::otherSlotsThanTransform(in.getLogSlots(), log_slots));
+    requireOfRing(evaluator.getContext(), in);
+    require(!in.isModUp(), message::operandsOfOtherRing);
+}
+
+/// The keys of all rotations, in use as long as this lives.
+class RotationKeys {
+public:
+    RotationKeys(const HomEvaluatorImpl& evaluator, const Device& device, Transforms transforms)
+        : evaluator_(evaluator), device_(device) {
+        std::set<u64> indices;
+        for (const EncodedTransformImpl* transform : transforms)
+            for (const u64 index : transform->rotationIndices()) indices.insert(index);
+        evaluator.requireLeftRotationKeys({indices.begin(), indices.end()});
+        for (const u64 index : indices) keys_[index] = evaluator.getKeyPack().getLeftRotKey(index);
+    }
+
+    /// By the key of `index`; the identity for 0.
+    KeyOfMap step(u64 index) const {
+        if (index == 0) return {1, nullptr};
+        const u64 galois = evaluator_.getContext()->fft.getGaloisElement(index, device_);
+        return {static_cast<long>(galois), keys_.at(index).get()};
+    }
+
+private:
+    const HomEvaluatorImpl& evaluator_;
+    Device device_;
+    std::map<u64, std::shared_ptr<EvaluationKey>> keys_;
+};
+
+/// The steps of all transforms. A giant step's terms are by ascending rotation, so the one of the ciphertext itself
+/// comes first.
+struct Steps {
+    std::vector<KeyOfMap> babies;
+    std::vector<std::vector<RotatedSum>> results;
+};
+
+Steps stepsOf(const RotationKeys& keys, Transforms transforms) {
+    std::map<u64, u64> places; // of the baby steps
+    Steps steps;
+    for (const EncodedTransformImpl* transform : transforms) {
+        std::map<u64, std::vector<DiagonalTerm>> giants;
+        for (const auto& [rotation, rows] : transform->getDiagonals()) {
+            const u64 baby = rotation % transform->getBabySteps();
+            const auto [place, isNew] = places.try_emplace(baby, steps.babies.size());
+            if (isNew) steps.babies.push_back(keys.step(baby));
+            giants[rotation - baby].push_back({place->second, rows.getData()});
+        }
+        auto& result = steps.results.emplace_back();
+        for (auto& [giant, terms] : giants) result.push_back({keys.step(giant), std::move(terms)});
+    }
+    return steps;
+}
+
+} // namespace
+
+std::vector<Ciphertext> applyTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& in,
+                                        Transforms transforms) {
+    if (transforms.empty()) return {};
+    requireOperand(evaluator, in, transforms);
+    const RotationKeys keys(evaluator, in.getDevice(), transforms);
+    const Steps steps = stepsOf(keys, transforms);
+    const u64 level = transforms.front()->getPlace().level;
+    Ciphertext lowered = unsetCiphertext(evaluator.getContext());
+    const bool isAbove = in.getLevel() > level;
+    if (isAbove) evaluator.levelDown(in, level, lowered);
+    std::vector<Ciphertext> outs =
+        evaluator.getKeySwitcher().sumDiagonals(isAbove ? lowered : in, steps.babies, steps.results);
+    const Stamp stamp = Stamp::of(in).owing(1);
+    for (Ciphertext& out : outs) {
+        stamp.putOn(out);
+        evaluator.rescale(out);
+    }
+    return outs;
+}
+
+} // namespace Torvo

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "core/DeviceSpecificArray.hpp"
+#include "core/Integers.hpp"
+#include "functions/TransformPlan.hpp"
+#include "persistence/ArchiveForward.hpp"
+
+#include <Torvo/Ciphertext.hpp>
+#include <Torvo/Context.hpp>
+
+#include <span>
+#include <vector>
+
+namespace Torvo {
+
+class HomEvaluatorImpl;
+
+/// The record behind an encoded transform.
+class EncodedTransformImpl {
+public:
+    /// Of one rotation, moved back by its giant step: the rows of the live primes, then those of the temporary ones,
+    /// in NTT form.
+    struct Diagonal {
+        u64 rotation;
+        DeviceSpecificArray<u64> rows;
+    };
+
+    /// Empty.
+    explicit EncodedTransformImpl(const Context& context);
+    EncodedTransformImpl(const Context& context, const LinearTransformImpl& transform,
+                         const TransformPlace& place, u64 maxKeys);
+
+    const Context& getContext() const { return context_; }
+    bool isEmpty() const { return diagonals_.empty(); }
+    const TransformPlace& getPlace() const { return place_; }
+    const std::vector<Diagonal>& getDiagonals() const { return diagonals_; }
+    u64 getBabySteps() const { return babySteps_; }
+    std::vector<u64> rotationIndices() const;
+
+    /// Head, log slots, level, degree, baby steps, diagonals (docs/files.md).
+    void save(OutputArchive& archive) const;
+    /// Into an empty object. Every number is held to the ring before memory is taken by it.
+    void load(InputArchive& archive);
+
+private:
+    u64 wordCount() const;
+
+    Context context_;
+    TransformPlace place_{0, 0};
+    u64 babySteps_ = 1;
+    std::vector<Diagonal> diagonals_; ///< by ascending rotation
+};
+
+/// What `EncodedTransform::apply` gives, for each of `transforms`; refuses as that does.
+std::vector<Ciphertext> applyTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& in,
+                                        std::span<const EncodedTransformImpl* const> transforms);
+
+} // namespace Torvo

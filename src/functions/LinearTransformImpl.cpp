@@ -1,0 +1,53 @@
+#include "functions/LinearTransformImpl.hpp"
+
+#include "functions/Messages.hpp"
+
+#include <Torvo/RuntimeException.hpp>
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+namespace Torvo {
+
+LinearTransformImpl::LinearTransformImpl(u64 size, Diagonals diagonals)
+    : size_(size), diagonals_(std::move(diagonals)) {
+    if (diagonals_.empty()) diagonals_[0];
+}
+
+std::vector<TransformMask> LinearTransformImpl::masks(u64 slots) const {
+    std::vector<TransformMask> masks;
+    for (const auto& [diagonal, entries] : diagonals_) {
+        const u64 edge = size_ - diagonal; // the first row that reaches across the end
+        const bool areWhole = slots == size_ || diagonal == 0;
+        if (areWhole) {
+            masks.push_back({diagonal, diagonal, 0, size_});
+            continue;
+        }
+        if (entries.front().row < edge) masks.push_back({diagonal, diagonal, 0, edge});
+        if (entries.back().row >= edge) masks.push_back({slots - edge, diagonal, edge, size_});
+    }
+    std::ranges::sort(masks, {}, &TransformMask::rotation);
+    return masks;
+}
+
+Message LinearTransformImpl::numbers(const TransformMask& mask, u64 shift) const {
+    Message message(static_cast<u64>(std::countr_zero(size_)));
+    for (const auto& [row, value] : diagonals_.at(mask.diagonal))
+        if (mask.begin <= row && row < mask.end) message[(row + shift) % size_] = value;
+    return message;
+}
+
+void LinearTransformImpl::apply(const Message& in, Message& out) const {
+    const u64 slots = in.getSize();
+    if (slots == 0 || slots % size_ != 0) throw RuntimeException(message::messageNotInBlocks(slots, size_));
+    Message sum = in;
+    std::fill_n(sum.begin(), slots, 0.0);
+    for (u64 block = 0; block < slots; block += size_)
+        for (const auto& [diagonal, entries] : diagonals_)
+            for (const auto& [row, value] : entries)
+                sum[block + row] += value * in[block + (row + diagonal) % size_];
+    out = std::move(sum);
+}
+
+} // namespace Torvo

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "core/Integers.hpp"
+
+#include <Torvo/Message.hpp>
+
+#include <complex>
+#include <map>
+#include <vector>
+
+namespace Torvo {
+
+/// The part of a diagonal that one rotation serves: its rows from `begin` to `end` - 1.
+struct TransformMask {
+    u64 rotation; ///< to the left, below the slots in use
+    u64 diagonal;
+    u64 begin, end;
+};
+
+/// The record behind a linear transform: the entries of its matrix that are not zero, by diagonals.
+class LinearTransformImpl {
+public:
+    struct Entry {
+        u64 row;
+        std::complex<double> value;
+    };
+    /// By index, rows ascending.
+    using Diagonals = std::map<u64, std::vector<Entry>>;
+
+    LinearTransformImpl(u64 size, Diagonals diagonals);
+
+    u64 getSize() const { return size_; }
+    const Diagonals& getDiagonals() const { return diagonals_; }
+
+    /// What is not zero, by ascending rotation. Where blocks are smaller than the slots in use, the rows of a diagonal
+    /// that reach across the end of their block need a rotation of their own.
+    std::vector<TransformMask> masks(u64 slots) const;
+    /// The numbers of a mask, one period of them, moved to the right by `shift`, cyclically.
+    Message numbers(const TransformMask& mask, u64 shift) const;
+
+    void apply(const Message& in, Message& out) const;
+
+private:
+    u64 size_;
+    Diagonals diagonals_; ///< never empty: that of index 0 is there, without entries, where all are zero
+};
+
+} // namespace Torvo

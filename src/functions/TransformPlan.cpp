@@ -1,0 +1,107 @@
+#include "functions/TransformPlan.hpp"
+
+#include "context/ContextContent.hpp"
+#include "core/RequireContext.hpp"
+#include "functions/Messages.hpp"
+
+#include <Torvo/RuntimeException.hpp>
+
+#include <algorithm>
+#include <limits>
+#include <set>
+
+namespace Torvo {
+
+namespace {
+
+void requirePlace(const Parameter& parameter, const LinearTransformImpl& transform,
+                  const TransformPlace& place) {
+    const u64 most = parameter.log_degree - 1;
+    if (place.log_slots > most) throw RuntimeException(message::transformSlots(place.log_slots, most));
+    if (transform.getSize() > u64{1} << place.log_slots)
+        throw RuntimeException(message::blocksAboveSlots(transform.getSize(), place.log_slots));
+    if (place.level == 0 || place.level >= parameter.chain_length)
+        throw RuntimeException(
+            message::transformLevel(place.level, parameter.name, parameter.chain_length - 1));
+}
+
+struct Steps {
+    std::set<u64> babies, giants; ///< those of index 0 too
+};
+
+Steps stepsOf(const std::vector<u64>& rotations, u64 babySteps) {
+    Steps steps;
+    for (const u64 r : rotations) {
+        steps.babies.insert(r % babySteps);
+        steps.giants.insert(r - r % babySteps);
+    }
+    return steps;
+}
+
+/// The work of one step, in transforms of a row. Measured, a product of a row with both rows of a key takes as long
+/// as a transform, since the key comes from memory, and moving a row under an automorphism a third of that.
+class StepCosts {
+public:
+    StepCosts(const Parameter& parameter, u64 level) {
+        const auto temporary = static_cast<double>(parameter.numTP), live = static_cast<double>(level + 1);
+        const u64 group = parameter.chain_length / parameter.gadget_rank;
+        const auto digits = static_cast<double>(level / group + 1);
+        const double digitRows = digits * (live + temporary);
+        baby_ = digitRows * (product + move);
+        // Divided by the temporary primes, back to coefficients, raised.
+        giant_ = temporary + live + digitRows * (1 + conversion * static_cast<double>(group) + product);
+    }
+    double of(const Steps& steps) const {
+        return baby_ * without0(steps.babies) + giant_ * without0(steps.giants);
+    }
+
+private:
+    static double without0(const std::set<u64>& indices) {
+        return static_cast<double>(indices.size() - indices.count(0));
+    }
+
+    static constexpr double product = 1.0, move = 0.33, conversion = 0.15;
+    double baby_, giant_;
+};
+
+} // namespace
+
+std::vector<u64> keyIndices(const std::vector<u64>& rotations, u64 babySteps) {
+    Steps steps = stepsOf(rotations, babySteps);
+    steps.babies.merge(steps.giants);
+    steps.babies.erase(0);
+    return {steps.babies.begin(), steps.babies.end()};
+}
+
+TransformPlan::TransformPlan(const Context& context, const LinearTransformImpl& transform,
+                             const TransformPlace& place, u64 maxKeys) {
+    const Parameter& parameter = requireContext(context)->parameter;
+    requirePlace(parameter, transform, place);
+    const u64 slots = u64{1} << place.log_slots;
+    masks_ = transform.masks(slots);
+    std::vector<u64> rotations;
+    rotations.reserve(masks_.size());
+    for (const TransformMask& mask : masks_) rotations.push_back(mask.rotation);
+
+    const StepCosts costs(parameter, place.level);
+    double least = std::numeric_limits<double>::infinity();
+    u64 fewest = ~u64{0};
+    for (u64 babySteps = 1; babySteps <= slots; babySteps *= 2) {
+        const u64 keys = keyIndices(rotations, babySteps).size();
+        fewest = std::min(fewest, keys);
+        const double cost = costs.of(stepsOf(rotations, babySteps));
+        if (keys > maxKeys || cost >= least) continue;
+        least = cost;
+        babySteps_ = babySteps;
+    }
+    if (fewest > maxKeys) throw RuntimeException(message::tooFewKeys(maxKeys, rotations.size(), fewest));
+}
+
+std::vector<u64> TransformPlan::rotationIndices() const {
+    std::vector<u64> rotations;
+    rotations.reserve(masks_.size());
+    for (const TransformMask& mask : masks_) rotations.push_back(mask.rotation);
+    return keyIndices(rotations, babySteps_);
+}
+
+} // namespace Torvo
