@@ -312,9 +312,9 @@ TEST_F(DiagonalSumming, AGiantStepTimesOneHasTheWordsOfTheRotation) {
 TEST_F(DiagonalSumming, TheCiphertextItselfIsMultipliedExactly) {
     const u64 level = 6;
     const Ciphertext in = pairAt(level);
-    const std::vector<u64> three = constant(level, 3), five = constant(level, 5);
-    const std::vector<std::vector<RotatedSum>> results{
-        {{none, {{0, three.data()}}}}, {{none, {{0, three.data()}}}, {none, {{0, five.data()}}}}};
+    const std::vector<u64> three = constant(level, 3), eight = constant(level, 8);
+    const std::vector<std::vector<RotatedSum>> results{{{none, {{0, three.data()}}}},
+                                                       {{none, {{0, eight.data()}}}}};
     const auto sums = switcher.sumDiagonals(in, std::span(&none, 1), results);
     ASSERT_EQ(sums.size(), 2u);
     for (u64 element = 0; element < 2; ++element)

@@ -332,6 +332,27 @@ TEST_F(EncodedTransforms, ServeTheEvaluatorsOfTwinContexts) {
     }
 }
 
+TEST_F(EncodedTransforms, GiveTheProductInARingWhoseRowsAreWorkedOnInParts) {
+    const Context larger = makeContext(12, 4, 50, 42, 50, 2);
+    const SecretKey key(larger);
+    const KeyGenerator generator(larger, key);
+    generator.genEncKey();
+    const Matrix matrix = randomMatrix(random, 16, 16);
+    const LinearTransform transform = LinearTransform::fromMatrix(matrix);
+    for (const u64 log_slots : {4UL, 11UL}) {
+        const EncodedTransform encoded(larger, transform, log_slots, 2);
+        for (const u64 index : encoded.getRotationIndices())
+            generator.genRotKeyIfNotExist(static_cast<long>(index));
+        const Message message = random.message(log_slots);
+        Ciphertext ct(larger);
+        Encryptor(larger).encrypt(message, generator.getKeyPack(), ct, 3, 0);
+        encoded.apply(HomEvaluator(larger, generator.getKeyPack()), ct, ct);
+        Message out;
+        Decryptor(larger).decrypt(ct, key, out);
+        EXPECT_LT(maxError(out, productOf(matrix, 16, message)), transformBound(larger, 2, 32)) << log_slots;
+    }
+}
+
 TEST_F(EncodedTransforms, HoldTheirLiveRowsAndNoMore) {
     for (const u64 level : {1UL, 7UL, 24UL}) {
         const LinearTransform transform = LinearTransform::fromMatrix(randomMatrix(random, 8, 8));

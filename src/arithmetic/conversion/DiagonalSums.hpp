@@ -46,14 +46,15 @@ struct GiantStep {
 
 /// What comes to one result.
 struct DiagonalSum {
-    std::vector<GiantStep> giants;
+    std::vector<GiantStep> giants;  ///< the one without automorphism, if any, first
     std::array<Polynomial*, 2> out; ///< mod-up, at the level of the input
 };
 
 /// The first half of linear transforms of one ciphertext by baby and giant steps, in one pass over the primes. For
-/// each prime, live or temporary, the digits are raised once; each baby step is made of them, P times the rotation
-/// that it stands for, without a division by P; and each giant step sums its products with the diagonals in one
-/// reduction. So no rotation is ever whole in memory.
+/// each prime, live or temporary, the digits are raised once. Then, a few columns at a time, each baby step is made of
+/// them, P times the rotation that it stands for, without a division by P; and each giant step sums its products with
+/// the diagonals in one reduction. So not even a row of a rotation is ever whole in memory, and keys and diagonals are
+/// read once.
 ///
 /// The image of the first element of a giant step is added to the result where it stands, under P. That of the
 /// second needs a key switch, for which `quotient` divides it by P: a caller adds the digits of all quotients,
@@ -75,16 +76,22 @@ public:
     void quotient(u64 sum, u64 giant, Polynomial& out);
 
 private:
-    static u64 digitCount(std::span<const BabyStep> babies);
-
     u64 primeOf(u64 row) const { return row < live_ ? row : ring_.numBase + row - live_; }
-    void makeBabies(u64 row);
-    void makeBaby(u64 baby, u64 t, bool isLive);
-    void sumGiant(const GiantStep& giant, u64 row, u64* out0, u64* out1);
     void sumRow(u64 row);
-    u64* babyRow(u64 baby, u64 element) { return babyRows_.mine(2 * baby + element); }
-    u64* switchedRow(u64 sum, u64 giant, u64 row) {
-        return switched_.getData() + (places_[sum][giant] * (live_ + ring_.numTemp) + row) * ring_.degree;
+    /// P times the input, in whole rows.
+    void scaleInput(u64 t);
+    void makeBaby(u64 baby, u64 row, Columns columns);
+    void sumGiant(const GiantStep& giant, u64 row, Columns columns, u64* out0, u64* out1);
+    void addImages(u64 t);
+
+    const u64* scaledRow(u64 element) { return scaled_.mine(element); }
+    const u64* babyColumns(u64 baby, u64 element, Columns columns) {
+        return babies_[baby].automorphism == nullptr ? scaledRow(element) + columns.begin
+                                                     : babyColumns_.mine(2 * baby + element);
+    }
+    u64* firstRow(u64 place) { return firstRows_.mine(place); }
+    u64* secondRow(u64 place, u64 row) {
+        return secondRows_.getData() + (place * (live_ + ring_.numTemp) + row) * ring_.degree;
     }
 
     RowConversion convert_;
@@ -94,10 +101,12 @@ private:
     std::span<const DiagonalSum> sums_;
     u64 live_;
     std::optional<KeptDigits> digits_; ///< none where no baby step has a key
-    ThreadRows babyRows_;              ///< both elements of each
-    ThreadRows spare_;                 ///< `digitsAtOnce` digits, then the first element times P
-    std::vector<std::vector<u64>> places_;
-    DeviceSpecificArray<u64> switched_; ///< the second elements of all giant steps with an automorphism
+    ThreadRows scaled_;
+    ThreadRows babyColumns_;               ///< both elements of each
+    ThreadRows spare_;                     ///< columns of `digitsAtOnce` digits
+    std::vector<std::vector<u64>> places_; ///< of the giant steps with an automorphism, among all such
+    ThreadRows firstRows_;                 ///< their first elements
+    DeviceSpecificArray<u64> secondRows_;  ///< their second ones, for all primes
 };
 
 } // namespace Torvo

@@ -229,7 +229,7 @@ void FastBaseConv::multiplyDigitsCPUImpl(const Polynomial& a, const KeyRows& key
     forEachIndex(live + convert.ring().numTemp, [&](u64 i) {
         const u64 t = i < live ? i : convert.ring().numBase + i - live;
         sumOfPrime(
-            convert.ring().moduli[t], t, key, accumulate, spare,
+            convert.ring().moduli[t], t, key, {0, convert.ring().degree}, accumulate, spare,
             [&](u64 g, u64* row) { return digits.row(g, t, row); }, to[0]->getRow(t), to[1]->getRow(t));
     });
 }

@@ -26,11 +26,11 @@ void KeptDigits::keep(u64 t) {
     for (u64 g = 0; g < count_; ++g) digits_.row(g, t, rows_.mine(g));
 }
 
-const u64* KeptDigits::row(u64 g, u64 t, const Automorphism* automorphism, u64* spare) {
-    if (count_ == 0) return digits_.row(g, t, spare);
+const u64* KeptDigits::columns(u64 g, u64 t, const Automorphism* automorphism, Columns columns, u64* spare) {
+    if (count_ == 0) return digits_.row(g, t, spare) + columns.begin;
     const u64* whole = digits_.isOwnRow(g, t) ? digits_.row(g, t, spare) : rows_.mine(g);
-    if (automorphism == nullptr) return whole;
-    automorphism->apply(whole, spare);
+    if (automorphism == nullptr) return whole + columns.begin;
+    automorphism->apply(whole, columns.begin, columns.count, spare);
     return spare;
 }
 
@@ -69,8 +69,11 @@ void KeySwitch::run() {
 }
 
 void KeySwitch::sumForKey(u64 k, u64 t, u64* out0, u64* out1) {
-    const auto digitRow = [&](u64 g, u64* row) { return digits_.row(g, t, keys_[k].automorphism, row); };
-    sumOfPrime(ring_.moduli[t], t, keys_[k].key, false, spare_, digitRow, out0, out1);
+    const Columns all{0, ring_.degree};
+    const auto digitAt = [&](u64 g, u64* row) {
+        return digits_.columns(g, t, keys_[k].automorphism, all, row);
+    };
+    sumOfPrime(ring_.moduli[t], t, keys_[k].key, all, false, spare_, digitAt, out0, out1);
 }
 
 void KeySwitch::sumInAdvance(u64 j) {

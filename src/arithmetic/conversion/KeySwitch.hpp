@@ -32,6 +32,11 @@ private:
     DeviceSpecificArray<u64> words_;
 };
 
+/// A run of words of each row: a few at a time stay in the cache over steps that would each pass over whole rows.
+struct Columns {
+    u64 begin, count;
+};
+
 /// The digits of a polynomial, row by row as they are needed.
 class Digits {
 public:
@@ -60,9 +65,9 @@ public:
 
     /// Raises those that are kept, modulo prime t, which the next calls of `row` on this thread are about.
     void keep(u64 t);
-    /// Digit g modulo prime t, under `automorphism` unless that is null: in `spare`, or where it lies. Only a digit
-    /// that is kept has an image.
-    const u64* row(u64 g, u64 t, const Automorphism* automorphism, u64* spare);
+    /// The columns of digit g modulo prime t, under `automorphism` unless that is null: in `spare`, or where they
+    /// lie. Only a digit that is kept has an image; one that is not kept needs a whole spare row.
+    const u64* columns(u64 g, u64 t, const Automorphism* automorphism, Columns columns, u64* spare);
 
 private:
     u64 count_;
@@ -70,17 +75,19 @@ private:
     ThreadRows rows_;
 };
 
-/// The products of digits with a key modulo prime t, a few digits at a time, while they are in cache; with
-/// `accumulate` they are added to `out0` and `out1`. digitRow(g, spare) is digit g, in `spare` or elsewhere.
-template <class DigitRow>
-void sumOfPrime(const Modulus& modulus, u64 t, const KeyRows& key, bool accumulate, ThreadRows& spare,
-                DigitRow digitRow, u64* out0, u64* out1) {
+/// The products of columns of digits with a key modulo prime t, a few digits at a time, while they are in cache; with
+/// `accumulate` they are added to `out0` and `out1`, which begin with the first column. digitAt(g, spare) is digit g
+/// from there on, in `spare` or elsewhere.
+template <class DigitAt>
+void sumOfPrime(const Modulus& modulus, u64 t, const KeyRows& key, Columns columns, bool accumulate,
+                ThreadRows& spare, DigitAt digitAt, u64* out0, u64* out1) {
     for (u64 g = 0; g < key.digits; g += digitsAtOnce) {
         const auto term = [&](u64 j) {
-            return rows::ProductTerm{digitRow(g + j, spare.mine(j)), key.bx[g + j].getRow(t),
-                                     key.ax[g + j].getRow(t)};
+            return rows::ProductTerm{digitAt(g + j, spare.mine(j)), key.bx[g + j].getRow(t) + columns.begin,
+                                     key.ax[g + j].getRow(t) + columns.begin};
         };
-        modulus.sumProducts(std::min(digitsAtOnce, key.digits - g), term, out0, out1, accumulate || g != 0);
+        modulus.sumProductsOf(columns.count, std::min(digitsAtOnce, key.digits - g), term, out0, out1,
+                              accumulate || g != 0);
     }
 }
 

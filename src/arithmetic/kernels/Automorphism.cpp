@@ -35,12 +35,12 @@ Automorphism::Automorphism(u64 degree, long k) : degree_(degree), lines_(degree 
     }
 }
 
-void Automorphism::apply(const u64* in, u64* out) const {
-    const int* lines = lines_.getData();
+void Automorphism::apply(const u64* in, u64 begin, u64 count, u64* out) const {
     const u64 line = lineLength(degree_);
+    const int* lines = lines_.getData() + begin / line;
     if (line == rows::lineWords && currentForm() >= KernelForm::AVX512)
-        return AVX512::moveLines(in, lines, orders_, out, lines_.size());
-    for (u64 l = 0; l < lines_.size(); ++l) {
+        return AVX512::moveLines(in, lines, orders_, out, count / line);
+    for (u64 l = 0; l < count / line; ++l) {
         const auto source = static_cast<u64>(lines[l]);
         const u64* from = in + source / line * line;
         const rows::LineOrder& order = orders_[source % line];

@@ -25,7 +25,9 @@ public:
     Automorphism(u64 degree, long k);
 
     /// `out` is not `in`.
-    void apply(const u64* in, u64* out) const;
+    void apply(const u64* in, u64* out) const { apply(in, 0, degree_, out); }
+    /// Writes the words [begin, begin + count) of the image to `out`; both are multiples of a cache line, or all.
+    void apply(const u64* in, u64 begin, u64 count, u64* out) const;
 
 private:
     u64 degree_;

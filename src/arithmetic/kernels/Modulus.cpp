@@ -215,9 +215,9 @@ void Modulus::sumFewConstantProducts(const rows::ConstantTerm* terms, u64 count,
     currentKernels(p_, length).sumConstantProducts(terms, count, accumulate, 0, out, length, wide());
 }
 
-void Modulus::sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
-                             u64* out2) const {
-    currentKernels(p_, degree_).sumProducts(terms, count, accumulate, out1, out2, degree_, wide());
+void Modulus::sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2,
+                             u64 n) const {
+    currentKernels(p_, n).sumProducts(terms, count, accumulate, out1, out2, n, wide());
 }
 
 template void Modulus::constMult<1>(const u64*, u64, u64*, u64) const;

@@ -105,11 +105,16 @@ public:
     /// The outputs are none of the rows. count > 0. With `accumulate` the sums are added to them.
     template <class TermAt>
     void sumProducts(u64 count, TermAt termAt, u64* out1, u64* out2, bool accumulate = false) const {
+        sumProductsOf(degree_, count, termAt, out1, out2, accumulate);
+    }
+    /// The same over the first n words of the rows, a multiple of 8.
+    template <class TermAt>
+    void sumProductsOf(u64 n, u64 count, TermAt termAt, u64* out1, u64* out2, bool accumulate = false) const {
         std::array<rows::ProductTerm, rows::maxTerms> terms;
         for (u64 begin = 0; begin < count; begin += terms.size()) {
             const u64 few = std::min<u64>(count - begin, terms.size());
             for (u64 j = 0; j < few; ++j) terms[j] = termAt(begin + j);
-            sumFewProducts(terms.data(), few, accumulate || begin != 0, out1, out2);
+            sumFewProducts(terms.data(), few, accumulate || begin != 0, out1, out2, n);
         }
     }
 
@@ -128,8 +133,8 @@ public:
 private:
     void sumFewConstantProducts(const rows::ConstantTerm* terms, u64 count, bool accumulate, u64* out,
                                 u64 length) const;
-    void sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1,
-                        u64* out2) const;
+    void sumFewProducts(const rows::ProductTerm* terms, u64 count, bool accumulate, u64* out1, u64* out2,
+                        u64 n) const;
     rows::WideConstant wide() const { return {p_, wordRemainder_, barrettHigh_, barrettLow_}; }
     rows::BarrettConstant barrett() const { return {p_, logP_ - 1, barrettRatio_}; }
     u64 reduceLazily(u128 x) const;

@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace Torvo {
 namespace {
@@ -41,6 +43,24 @@ TEST_P(Automorphisms, MoveTheValuesOfAPolynomialToThoseOfItsImage) {
         ntt.computeForward<1>(expected.data());
         Automorphism(degree, k).apply(values.data(), image.data());
         EXPECT_EQ(image, expected) << k;
+    }
+}
+
+TEST_P(Automorphisms, GiveARunOfCacheLinesOfTheImage) {
+    Seeded random(12);
+    SCOPED_TRACE(random.describe());
+    const Words values = random.row(degree, prime);
+    for (const long k : {-5L, 1L, 25L}) {
+        const Automorphism automorphism(degree, k);
+        Words image(degree);
+        automorphism.apply(values.data(), image.data());
+        for (const auto& [begin, count] : {std::pair{0UL, 8UL}, {8UL, 24UL}, {56UL, 8UL}, {16UL, 0UL}}) {
+            Words run(count + 1, 7);
+            automorphism.apply(values.data(), begin, count, run.data());
+            EXPECT_TRUE(std::equal(run.begin(), run.end() - 1, image.begin() + static_cast<long>(begin)))
+                << k;
+            EXPECT_EQ(run.back(), 7U) << k;
+        }
     }
 }
 

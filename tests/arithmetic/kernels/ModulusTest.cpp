@@ -594,12 +594,16 @@ TEST_P(RowKernels, SumProductsAddsUpBothSums) {
                 };
                 const auto a = rowsOfWords(), x = rowsOfWords(), y = rowsOfWords();
                 std::vector<u64> out1(n), out2(n);
-                modulus.sumProducts(
-                    count,
-                    [&](u64 j) {
-                        return rows::ProductTerm{a.data() + j * n, x.data() + j * n, y.data() + j * n};
-                    },
-                    out1.data(), out2.data());
+                const auto term = [&](u64 j) {
+                    return rows::ProductTerm{a.data() + j * n, x.data() + j * n, y.data() + j * n};
+                };
+                modulus.sumProducts(count, term, out1.data(), out2.data());
+                std::vector<u64> first1(n, 7), first2(n, 7); // of 24 words, and no more
+                modulus.sumProductsOf(24, count, term, first1.data(), first2.data());
+                EXPECT_TRUE(std::equal(first1.begin(), first1.begin() + 24, out1.begin()));
+                EXPECT_TRUE(std::equal(first2.begin(), first2.begin() + 24, out2.begin()));
+                EXPECT_EQ(first1[24], 7U);
+                EXPECT_EQ(first2[24], 7U);
                 for (u64 i = 0; i < n; ++i) {
                     u64 sum1 = 0, sum2 = 0;
                     for (u64 j = 0; j < count; ++j) {
