@@ -32,6 +32,7 @@ enum class ObjectKind {
     LWESecretKey,
     BootConstants, ///< of a `Bootstrapper`
     ChebyshevSeries,
+    EncodedTransform,
 };
 #pragma GCC diagnostic pop
 
@@ -52,7 +53,8 @@ struct FileContent {
     std::optional<unsigned long> logSlots = std::nullopt;
     /// How many there are: slots of a message, ring elements of a ciphertext or of a secret key in full,
     /// digits of an evaluation, ring-switching or encapsulation key, keys of a bundle or a pack, ciphertext
-    /// primes of a context, plaintexts of bootstrapping constants, coefficients of a series.
+    /// primes of a context, plaintexts of bootstrapping constants, coefficients of a series,
+    /// rotations of an encoded transform.
     std::optional<unsigned long> count = std::nullopt;
     /// The letter of an evaluation key (docs/files.md) and its rotation index.
     std::optional<char> keyType = std::nullopt;

@@ -17,6 +17,7 @@
 #include <Torvo/ParameterPreset.hpp>
 #include <Torvo/RuntimeException.hpp>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <complex>
@@ -330,6 +331,29 @@ FileContent chebyshevSeries(FileWalk& walk) {
     return {.kind = Kind::ChebyshevSeries, .count = count};
 }
 
+FileContent encodedTransform(FileWalk& walk) {
+    FileContent found{.kind = Kind::EncodedTransform, .contextHash = walk.number<u64>()};
+    walk.tag(ObjectTag::EncodedTransform);
+    found.logSlots =
+        walk.number<u64>([](u64 slots) { return u64{1} << std::min<u64>(slots, 63) < limit::degree; });
+    found.level = walk.number<u64>([](u64 level) { return 0 < level && level < limit::rows; });
+    found.degree = walk.number<u64>(
+        [&](u64 n) { return std::has_single_bit(n) && n <= limit::degree && u64{1} << *found.logSlots < n; });
+    const u64 slots = u64{1} << *found.logSlots;
+    walk.number<u64>([&](u64 steps) { return std::has_single_bit(steps) && steps <= slots; });
+    found.count = walk.number<u64>([&](u64 count) { return 0 < count && count <= slots; });
+    u64 words = 0; // of each rotation, with as many temporary rows as there may be
+    for (u64 k = 0, least = 0; k < *found.count; ++k) {
+        least = 1 + walk.number<u64>([&](u64 rotation) { return least <= rotation && rotation < slots; });
+        const u64 count = walk.array(sizeof(u64));
+        if (k == 0) words = count;
+        walk.require(count == words && count % *found.degree == 0);
+        const u64 rows = count / *found.degree;
+        walk.require(*found.level + 1 < rows && rows <= limit::rows);
+    }
+    return found;
+}
+
 struct Layout {
     ObjectKind kind;
     const char* name;
@@ -356,6 +380,7 @@ constexpr Layout layouts[] = {
     {Kind::LWESecretKey, "plain LWE secret key", plainSecretKey},
     {Kind::BootConstants, "bootstrapping constants", bootConstants},
     {Kind::ChebyshevSeries, "Chebyshev series", chebyshevSeries},
+    {Kind::EncodedTransform, "encoded transform", encodedTransform},
 };
 
 /// The kinds that the file is whole as; `furthest` tells where the others end.

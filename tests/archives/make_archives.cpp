@@ -140,6 +140,12 @@ public:
 
     void writeSeries() const { archives::series().save(path("chebyshev_series.bin")); }
 
+    /// With one baby and one giant step.
+    void writeEncodedTransform() const {
+        EncodedTransform(ring_, LinearTransform::fromDiagonals(32, archives::diagonals()), 5, 1, {2})
+            .save(path("encoded_transform.bin"));
+    }
+
 private:
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
@@ -191,4 +197,5 @@ int main(int argc, char** argv) {
     archives.writeCompactCiphertext();
     archives.writeBootConstants();
     archives.writeSeries();
+    archives.writeEncodedTransform();
 }

@@ -34,7 +34,7 @@ TEST_F(EncodedTransformFile, IsLaidOutAsDocumented) {
         99);
     ASSERT_EQ(impl.getDiagonals().size(), 3U);
     Bytes file = Bytes::frame();
-    file.u64s({context->context_hash}).u32(7);
+    file.u64s({context->context_hash}).u32(8);
     file.u64s({3, 1, 64, impl.getBabySteps(), 3});
     for (const auto& [rotation, rows] : impl.getDiagonals()) {
         file.u64s({rotation, 3 * 64});

@@ -171,6 +171,27 @@ TEST(Archives, ACompactCiphertextExpandsToAnEncryptionOfItsMessage) {
                   ErrorModel::relative);
 }
 
+TEST(Archives, AnEncodedTransformMapsAMessage) {
+    const Ring64 ring;
+    const auto transform = loadedFrom("encoded_transform.bin", EncodedTransform(ring.context));
+    EXPECT_EQ(transform.getLogSlots(), 5U);
+    EXPECT_EQ(transform.getLevel(), 1U);
+    EXPECT_EQ(transform.getRotationIndices(), (std::vector<unsigned long>{1, 2}));
+    const KeyGenerator generator(ring.context, ring.secretKey);
+    for (const unsigned long index : transform.getRotationIndices()) generator.genLeftRotKey(index);
+    Ciphertext out(ring.context);
+    transform.apply(HomEvaluator(ring.context, generator.getKeyPack()), ring.ciphertext("ciphertext.bin"),
+                    out);
+    Message expected(5);
+    const Message in = archives::message(5);
+    for (const auto& [d, numbers] : archives::diagonals())
+        for (unsigned long i = 0; i < 32; ++i) expected[i] += numbers[i] * in[(i + d) % 32];
+    // Four numbers of modulus 1 at most, times an encryption that was switched twice; then a rescale.
+    EXPECT_LE(maxError(ring.decrypt(out), expected),
+              4 * (ring.fresh(1) + ring.errors.atLevel(2 * ring.errors.keySwitch(), 1)) +
+                  ring.errors.atLevel(ring.errors.rescale(), 0));
+}
+
 TEST(Archives, ACiphertextOnCoefficientsDecryptsToThem) {
     const Ring64 ring;
     const Ciphertext ciphertext = ring.ciphertext("ciphertext_coefficients.bin");

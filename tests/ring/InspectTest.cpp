@@ -108,6 +108,7 @@ const std::map<std::string, Kinds> kindsOfArchives{
     {"key_pack.bin", {Kind::KeyPack}},
     {"boot_constants.bin", {Kind::BootConstants}},
     {"chebyshev_series.bin", {Kind::ChebyshevSeries}},
+    {"encoded_transform.bin", {Kind::EncodedTransform}},
     {"ring.context", {Kind::Context}},
     {"partner.context", {Kind::Context}},
     {"narrow.context", {Kind::Context}},
@@ -271,6 +272,41 @@ TEST_F(Inspect, TellsTheNumbersOfASeries) {
     EXPECT_EQ(refusalWith(21, 16), failsAt("285: the file goes on here, where it should end"));
 }
 
+TEST_F(Inspect, TellsTheNumbersOfEncodedTransforms) {
+    const FileContent transform = only(inspect(archivesPath + "encoded_transform.bin"));
+    EXPECT_EQ(transform.contextHash, archives::ring()->context_hash);
+    EXPECT_EQ(transform.logSlots, 5u);
+    EXPECT_EQ(transform.level, 1u);
+    EXPECT_EQ(transform.degree, 64u);
+    EXPECT_EQ(transform.count, 4u);
+}
+
+TEST_F(Inspect, ToldNumbersThatNoEncodedTransformHas) {
+    const std::string file = contentOf(archivesPath + "encoded_transform.bin");
+    const auto expectRefused = [&](std::size_t offset, u64 value, const std::string& reason) {
+        std::string damaged = file;
+        FileMap::write(damaged, offset, 8, value);
+        EXPECT_EQ(refusalOf(damaged), whole("encoded transform it fails at byte " + reason))
+            << offset << " " << value;
+    };
+    const std::string impossible = ": this number cannot be";
+    for (const u64 slots : {u64{20}, u64{64}, ~u64{0}}) expectRefused(13, slots, "13" + impossible);
+    expectRefused(13, 6, "29" + impossible); // more than the degree has
+    for (const u64 level : {u64{0}, u64{100}}) expectRefused(21, level, "21" + impossible);
+    for (const u64 degree : {u64{0}, u64{32}, u64{65}, u64{1} << 21})
+        expectRefused(29, degree, "29" + impossible);
+    for (const u64 steps : {u64{0}, u64{3}, u64{64}}) expectRefused(37, steps, "37" + impossible);
+    for (const u64 count : {u64{0}, u64{33}}) expectRefused(45, count, "45" + impossible);
+    expectRefused(53, 32, "53" + impossible);
+    const u64 second = 53 + 16 + 3 * 64 * 8;
+    expectRefused(second, 0, std::to_string(second) + impossible); // not above the first
+    expectRefused(
+        21, 2, std::to_string(second) + ": the numbers up to here do not fit together"); // no temporary row
+    EXPECT_EQ(refusalOf(file + "x"),
+              whole("encoded transform it fails at byte " + std::to_string(file.size()) +
+                    ": the file goes on here, where it should end"));
+}
+
 TEST_F(Inspect, TellsTheNumbersOfContexts) {
     const FileContent ring = only(inspect(archivesPath + "ring.context"));
     EXPECT_EQ(ring.degree, 64u);
@@ -311,6 +347,7 @@ TEST_F(Inspect, HasAWordForEachKind) {
     EXPECT_EQ(toString(Kind::LWESecretKey), "plain LWE secret key");
     EXPECT_EQ(toString(Kind::BootConstants), "bootstrapping constants");
     EXPECT_EQ(toString(Kind::ChebyshevSeries), "Chebyshev series");
+    EXPECT_EQ(toString(Kind::EncodedTransform), "encoded transform");
     EXPECT_REFUSED(toString(static_cast<Kind>(99)), "No such kind of object: 99");
 }
 

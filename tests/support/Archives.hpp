@@ -8,6 +8,7 @@
 #include <Torvo/Message.hpp>
 
 #include <complex>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,14 @@ inline std::vector<int> givenSecret(unsigned long count) {
     std::vector<int> secret;
     for (unsigned long i = 0; i < count; ++i) secret.push_back(static_cast<int>(i * i % 7 % 3) - 1);
     return secret;
+}
+
+/// The first four diagonals of a matrix of 32 rows.
+inline std::map<unsigned long, std::vector<std::complex<double>>> diagonals() {
+    std::map<unsigned long, std::vector<std::complex<double>>> all;
+    for (unsigned long d = 0; d < 4; ++d)
+        for (unsigned long i = 0; i < 32; ++i) all[d].emplace_back(number(7 * i + d), number(i + 5 * d));
+    return all;
 }
 
 constexpr unsigned long rotation = 5;

@@ -76,6 +76,7 @@ const std::vector<FileKind>& fileKinds() {
          none},
         {"lwe_context", uses::plainContext, {"lwe.context", "lwe_preset.context"}, none},
         {"boot_constants", uses::bootConstants, {"boot_constants.bin"}, none},
+        {"encoded_transform", uses::encodedTransform, {"encoded_transform.bin"}, none},
         {"generator_state", uses::generatorState, {}, uses::madeGeneratorStates},
         {"chebyshev_series", uses::chebyshevSeries, {"chebyshev_series.bin"}, none},
     };

@@ -32,6 +32,7 @@ FileMap::Layout FileMap::layoutOf(const std::string& kind) {
         {"context", &FileMap::contextFile},
         {"lwe_context", &FileMap::plainContextFile},
         {"boot_constants", &FileMap::bootConstantsFile},
+        {"encoded_transform", &FileMap::encodedTransformFile},
         {"generator_state", &FileMap::generatorFile},
         {"chebyshev_series", &FileMap::chebyshevSeriesFile},
     };
@@ -234,6 +235,15 @@ void FileMap::chebyshevSeriesFile() {
     number(8);
     number(8);
     array(16);
+}
+
+void FileMap::encodedTransformFile() {
+    identities({8, 4});
+    for (int i = 0; i < 4; ++i) number(8);
+    list([this] {
+        number(8);
+        array(8);
+    });
 }
 
 void FileMap::generatorFile() {

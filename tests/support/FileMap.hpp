@@ -76,6 +76,7 @@ private:
     void contextFile();
     void plainContextFile();
     void bootConstantsFile();
+    void encodedTransformFile();
     void generatorFile();
     void chebyshevSeriesFile();
 

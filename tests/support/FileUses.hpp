@@ -35,6 +35,7 @@ void plainSecretKey(const std::string& file);
 void context(const std::string& file);
 void plainContext(const std::string& file);
 void bootConstants(const std::string& file);
+void encodedTransform(const std::string& file);
 void generatorState(const std::string& file);
 void chebyshevSeries(const std::string& file);
 

@@ -22,4 +22,23 @@ void chebyshevSeries(const std::string& file) {
     expectLoadsAgain(series, ChebyshevSeries());
 }
 
+void encodedTransform(const std::string& file) {
+    const ToyRing<EncryptionType::RLWE>& ring = toyRing();
+    EncodedTransform transform(ring.context);
+    load(file, transform);
+    for (const unsigned long log_slots : {transform.getLogSlots(), 5UL})
+        attempt([&] {
+            Ciphertext in = ring.fresh, out(ring.context);
+            in.setLogSlots(log_slots);
+            transform.apply(ring.evaluator, in, out);
+            Message message;
+            ring.decryptor.decrypt(out, ring.secretKey, message);
+        });
+    attempt([&] {
+        std::vector<Ciphertext> outs;
+        EncodedTransform::apply(ring.evaluator, ring.fresh, {transform, transform}, outs);
+    });
+    expectLoadsAgain(transform, EncodedTransform(ring.context));
+}
+
 } // namespace Torvo::test::uses
