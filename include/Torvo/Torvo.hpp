@@ -33,6 +33,7 @@
 #include <Torvo/LWEParameterPreset.hpp>
 #include <Torvo/LWESecretKey.hpp>
 #include <Torvo/LinearTransform.hpp>
+#include <Torvo/MatrixProduct.hpp>
 #include <Torvo/Message.hpp>
 #include <Torvo/ModPackKeyBundle.hpp>
 #include <Torvo/ParameterPreset.hpp>

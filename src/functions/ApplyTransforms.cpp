@@ -28,23 +28,6 @@ void requireAlike(Transforms transforms) {
     }
 }
 
-void requireOperand(const HomEvaluatorImpl& evaluator, const Ciphertext& in, Transforms transforms) {
-    for (const EncodedTransformImpl* transform : transforms)
-        require(!transform->isEmpty(), message::transformEmpty);
-    for (const EncodedTransformImpl* transform : transforms)
-        requireSameRing(transform->getContext(), evaluator.getContext(), message::foreignTransform);
-    utils::requireOnSlots(in);
-    require(in.getNumPoly() == 2, message::sizeNotTwo);
-    requireAlike(transforms);
-    utils::requireNothingOwed(in);
-    const auto& [log_slots, level] = transforms.front()->getPlace();
-    if (in.getLevel() < level) throw RuntimeException(message::belowTransform(in.getLevel(), level));
-    if (in.getLogSlots() != log_slots)
-        throw RuntimeException(message::otherSlotsThanTransform(in.getLogSlots(), log_slots));
-    requireOfRing(evaluator.getContext(), in);
-    require(!in.isModUp(), message::operandsOfOtherRing);
-}
-
 /// The keys of all rotations, in use as long as this lives.
 class RotationKeys {
 public:
@@ -96,10 +79,27 @@ Steps stepsOf(const RotationKeys& keys, Transforms transforms) {
 
 } // namespace
 
+void requireTransformable(const HomEvaluatorImpl& evaluator, const Ciphertext& in, Transforms transforms) {
+    for (const EncodedTransformImpl* transform : transforms)
+        require(!transform->isEmpty(), message::transformEmpty);
+    for (const EncodedTransformImpl* transform : transforms)
+        requireSameRing(transform->getContext(), evaluator.getContext(), message::foreignTransform);
+    utils::requireOnSlots(in);
+    require(in.getNumPoly() == 2, message::sizeNotTwo);
+    requireAlike(transforms);
+    utils::requireNothingOwed(in);
+    const auto& [log_slots, level] = transforms.front()->getPlace();
+    if (in.getLevel() < level) throw RuntimeException(message::belowTransform(in.getLevel(), level));
+    if (in.getLogSlots() != log_slots)
+        throw RuntimeException(message::otherSlotsThanTransform(in.getLogSlots(), log_slots));
+    requireOfRing(evaluator.getContext(), in);
+    require(!in.isModUp(), message::operandsOfOtherRing);
+}
+
 std::vector<Ciphertext> applyTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& in,
                                         Transforms transforms) {
     if (transforms.empty()) return {};
-    requireOperand(evaluator, in, transforms);
+    requireTransformable(evaluator, in, transforms);
     const RotationKeys keys(evaluator, in.getDevice(), transforms);
     const Steps steps = stepsOf(keys, transforms);
     const u64 level = transforms.front()->getPlace().level;

@@ -51,6 +51,9 @@ private:
     std::vector<Diagonal> diagonals_; ///< by ascending rotation
 };
 
+/// Refuses what `EncodedTransform::apply` refuses, but for missing keys.
+void requireTransformable(const HomEvaluatorImpl& evaluator, const Ciphertext& in,
+                          std::span<const EncodedTransformImpl* const> transforms);
 /// What `EncodedTransform::apply` gives, for each of `transforms`; refuses as that does.
 std::vector<Ciphertext> applyTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& in,
                                         std::span<const EncodedTransformImpl* const> transforms);

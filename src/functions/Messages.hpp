@@ -271,4 +271,17 @@ inline std::string otherSlotsThanTransform(u64 log_slots, u64 encoded) {
            std::to_string(encoded);
 }
 
+// ---- products of matrices
+
+inline std::string matrixDimension(u64 dimension, u64 most) {
+    return "[MatrixProduct] matrices of " + std::to_string(dimension) +
+           " rows are given; the number should be a power of two, and at most " + std::to_string(most);
+}
+
+inline std::string matrixProductLevel(u64 level, const std::string& name, u64 spent, u64 top) {
+    return "[MatrixProduct] level " + std::to_string(level) + " is given, but a product spends " +
+           std::to_string(spent) + " levels and the chain of " + name + " ends at " + std::to_string(top) +
+           "; give a level from " + std::to_string(spent) + " to " + std::to_string(top);
+}
+
 } // namespace Torvo::message

@@ -1,0 +1,180 @@
+#include <Torvo/MatrixProduct.hpp>
+
+#include "evaluator/HomEvaluatorImpl.hpp"
+#include "support/CiphertextWords.hpp"
+#include "support/Contexts.hpp"
+#include "support/Expect.hpp"
+#include "support/LinearMaps.hpp"
+#include "support/UsedOutputs.hpp"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+
+namespace Torvo {
+namespace {
+
+using namespace test;
+
+using Indices = std::vector<unsigned long>;
+
+/// The products of the d x d matrices that lie in two messages, row by row, in long double.
+Message productOfMatrices(u64 d, const Message& a, const Message& b) {
+    Message out = a;
+    for (u64 block = 0; block < a.getSize(); block += d * d)
+        for (u64 i = 0; i < d; ++i)
+            for (u64 j = 0; j < d; ++j) {
+                std::complex<long double> sum = 0;
+                for (u64 k = 0; k < d; ++k)
+                    sum += std::complex<long double>(a[block + i * d + k]) *
+                           std::complex<long double>(b[block + k * d + j]);
+                out[block + i * d + j] = {static_cast<double>(sum.real()), static_cast<double>(sum.imag())};
+            }
+    return out;
+}
+
+/// An operand after its shear and its shift has an error e of at most the bounds of two transforms; each of the d
+/// products of operands of modulus sqrt(2) at most has 2 sqrt(2) e + e^2, and the sum of them one key switch, at the
+/// square of the scale, and one rescale.
+double productBound(const Context& context, u64 d, u64 level) {
+    const NoiseModel model(context);
+    const double e = transformBound(context, level, 2 * d) + transformBound(context, level - 1, 4);
+    const u64 last = level - 2;
+    const Variance switched = 1 / std::pow(model.scale(last), 2) * model.slots(model.keySwitch(last), last);
+    return static_cast<double>(d) * (2 * std::sqrt(2.0) * e + e * e) +
+           model.bound(switched + model.slots(model.rescale(), last - 1));
+}
+
+class MatrixProducts : public testing::Test {
+protected:
+    const Scheme& scheme = Scheme::of(ParameterPreset::FX);
+    const Context& context = scheme.context;
+    /// The evaluator of all rotations, with a multiplication key.
+    const HomEvaluator& evaluator = [this]() -> const HomEvaluator& {
+        const HomEvaluator& rotating = rotatingEvaluator(scheme);
+        const KeyPack& pack = rotating.getImpl()->getKeyPack();
+        if (pack.getMultKey() == nullptr) KeyGenerator(scheme.context, scheme.secretKey, pack).genMultKey();
+        return rotating;
+    }();
+    Seeded random{85};
+    testing::ScopedTrace trace{__FILE__, __LINE__, random.describe()};
+};
+
+TEST_F(MatrixProducts, AreThoseOfTheMatrices) {
+    for (const u64 d : {1UL, 2UL, 4UL})
+        for (u64 log_slots = 2 * static_cast<u64>(std::countr_zero(d)); log_slots <= 5; ++log_slots) {
+            const MatrixProduct product(context, d, log_slots, 5);
+            const Message a = random.message(log_slots), b = random.message(log_slots);
+            Ciphertext out(context);
+            product.mult(evaluator, scheme.encrypt(a, 5), scheme.encrypt(b, 7), out);
+            EXPECT_EQ(out.getLevel(), 2U);
+            EXPECT_EQ(out.getNumPoly(), 2U);
+            EXPECT_EQ(out.getLogSlots(), log_slots);
+            EXPECT_EQ(out.getRescaleCounter(), 0);
+            EXPECT_LT(maxError(scheme.decrypt(out), productOfMatrices(d, a, b)), productBound(context, d, 5))
+                << d << " " << log_slots;
+        }
+}
+
+TEST_F(MatrixProducts, AreThoseOfTheMatricesAtEveryLevel) {
+    const Message a = random.message(4), b = random.message(4);
+    for (u64 level = 3; level <= scheme.topLevel(); ++level) {
+        Ciphertext out(context);
+        MatrixProduct(context, 4, 4, level)
+            .mult(evaluator, encryptAt(scheme, random, a, level), encryptAt(scheme, random, b, level), out);
+        EXPECT_EQ(out.getLevel(), level - 3);
+        double bound = productBound(context, 4, level);
+        if (const u64 readable = scheme.encryptionLevel(); out.getLevel() > readable) {
+            evaluator.levelDown(out, readable, out);
+            bound += 4 * transformBound(context, readable + 1, 1);
+        }
+        EXPECT_LT(maxError(scheme.decrypt(out), productOfMatrices(4, a, b)), bound) << level;
+    }
+}
+
+TEST_F(MatrixProducts, NameTheirKeysBeforeTheyAreEncoded) {
+    for (const u64 log_slots : {4UL, 5UL}) {
+        const MatrixProduct product(context, 4, log_slots, 3);
+        EXPECT_EQ(product.getRotationIndices(), MatrixProduct::getRotationIndices(context, 4, log_slots, 3));
+        EXPECT_EQ(product.getDimension(), 4U);
+        EXPECT_EQ(product.getLogSlots(), log_slots);
+        EXPECT_EQ(product.getLevel(), 3U);
+    }
+    EXPECT_EQ(MatrixProduct::getRotationIndices(context, 1, 0, 3), Indices{});
+}
+
+TEST_F(MatrixProducts, WriteWhateverTheOutputHeld) {
+    const MatrixProduct product(context, 2, 3, 4);
+    const Ciphertext a = scheme.encrypt(random.message(3), 4), b = scheme.encrypt(random.message(3), 4);
+    Ciphertext expected(context), first = a, second = b;
+    product.mult(evaluator, a, b, expected);
+    for (Ciphertext& used : usedOutputs(context)) {
+        product.mult(evaluator, a, b, used);
+        EXPECT_TRUE(sameWords(used, expected));
+    }
+    product.mult(evaluator, first, b, first);
+    product.mult(evaluator, a, second, second);
+    EXPECT_TRUE(sameWords(first, expected));
+    EXPECT_TRUE(sameWords(second, expected));
+}
+
+TEST_F(MatrixProducts, RefuseInTheirOrder) {
+    EXPECT_REFUSED(MatrixProduct(nullptr, 3, 9, 1), "The context is null. Make one with makeContext.");
+    const std::string dimension =
+        "[MatrixProduct] matrices of 3 rows are given; the number should be a power of two, "
+        "and at most 512";
+    EXPECT_REFUSED(MatrixProduct(context, 3, 9, 1), dimension);
+    EXPECT_REFUSED(MatrixProduct::getRotationIndices(context, 3, 9, 1), dimension);
+    EXPECT_REFUSED(MatrixProduct::transposition(3), dimension);
+    EXPECT_REFUSED(MatrixProduct::transposition(0),
+                   "[MatrixProduct] matrices of 0 rows are given; the number should "
+                   "be a power of two, and at most 512");
+    EXPECT_REFUSED(MatrixProduct(context, 1024, 9, 1),
+                   "[MatrixProduct] matrices of 1024 rows are given; the number "
+                   "should be a power of two, and at most 512");
+    for (const u64 level : {2UL, 25UL})
+        EXPECT_REFUSED(
+            MatrixProduct(context, 4, 9, level),
+            "[MatrixProduct] level " + std::to_string(level) +
+                " is given, but a product spends 3 levels and the chain of FX ends at 24; give a level "
+                "from 3 to 24");
+    EXPECT_REFUSED(
+        MatrixProduct(context, 4, 3, 3),
+        "[LinearTransform] the transform maps blocks of 16 slots, which log slots 3 do not hold; give more "
+        "log slots, or a smaller transform");
+
+    const KeyPack pack(context);
+    const HomEvaluator poor(context, pack);
+    const KeyGenerator generator(context, scheme.secretKey, pack);
+    const MatrixProduct product(context, 2, 2, 3);
+    const Ciphertext high = scheme.encrypt(random.message(2), 3), low = scheme.encrypt(random.message(2), 2);
+    const Ciphertext before = usedLonger(context);
+    Ciphertext out = before;
+    const std::string tooLow =
+        "[EncodedTransform] the ciphertext is at level 2, but the transform is encoded for level "
+        "3; encode it for level 2, or give a ciphertext of level 3 or above";
+    EXPECT_REFUSED(product.mult(poor, low, high, out), tooLow);
+    EXPECT_REFUSED(product.mult(poor, high, low, out), tooLow);
+    EXPECT_REFUSED(product.mult(poor, high, high, out),
+                   "Failed to load the left rotation keys for indices 1, 2, 3");
+    for (const u64 index : product.getRotationIndices()) generator.genLeftRotKey(index);
+    EXPECT_REFUSED(product.mult(poor, high, high, out), "Failed to load the multiplication key");
+    EXPECT_TRUE(sameWords(out, before));
+}
+
+TEST(MatrixTransposition, TurnsRowsIntoColumns) {
+    Seeded random(86);
+    SCOPED_TRACE(random.describe());
+    const Message in = random.message(5);
+    for (const u64 d : {1UL, 2UL, 4UL}) {
+        Message out;
+        MatrixProduct::transposition(d).apply(in, out);
+        for (u64 block = 0; block < 32; block += d * d)
+            for (u64 i = 0; i < d; ++i)
+                for (u64 j = 0; j < d; ++j) EXPECT_EQ(out[block + i * d + j], in[block + j * d + i]);
+    }
+}
+
+} // namespace
+} // namespace Torvo
