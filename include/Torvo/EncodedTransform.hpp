@@ -24,7 +24,8 @@ class EncodedTransformImpl;
 /// The rotations are done by baby and giant steps: of r rotations about the square root of r are made, hoisted, from
 /// one decomposition of the ciphertext; their products with the diagonals are summed before anything is divided by
 /// the temporary primes; and each of about as many sums is rotated as a whole. Which steps follows from ring, slots,
-/// level and options, by the cost of their key switches.
+/// level and options, by the cost of their key switches. A later version may choose otherwise and need other keys; what
+/// was saved keeps its steps, and so the words of its results.
 ///
 /// Copies share the data, which never change. Any number of threads may apply one.
 class TORVO_API EncodedTransform {

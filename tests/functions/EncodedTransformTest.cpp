@@ -8,9 +8,9 @@
 #include "support/FailingAllocations.hpp"
 #include "support/ForcedFeature.hpp"
 #include "support/ForeignRings.hpp"
+#include "support/ForkedChild.hpp"
 #include "support/KernelForm.hpp"
 #include "support/LinearMaps.hpp"
-#include "support/NewThread.hpp"
 #include "support/Sanitizer.hpp"
 #include "support/UsedOutputs.hpp"
 
@@ -401,6 +401,20 @@ TEST_F(EncodedTransforms, MayBeAppliedByManyThreadsAtOnce) {
         });
     for (std::thread& thread : threads) thread.join();
     for (const Ciphertext& result : results) EXPECT_TRUE(sameWords(result, expected));
+}
+
+TEST_F(EncodedTransforms, InAForkedChildHaveTheSameWords) {
+    SKIP_WHERE_CHILDREN_CANNOT_START_THREADS();
+    const EncodedTransform transform = dense(16, 5, 3);
+    const Ciphertext in = scheme.encrypt(random.message(5), 3);
+    const auto words = [&] {
+        Ciphertext out(context);
+        transform.apply(evaluator, in, out);
+        const u64* row = out.getPoly(1).getRow(2);
+        return std::vector<u64>(row, row + 64);
+    };
+    const std::vector<u64> expected = words();
+    EXPECT_EQ(inChild(words), expected);
 }
 
 TEST_F(EncodedTransforms, InsideAParallelRegionHaveTheSameWords) {
