@@ -182,6 +182,9 @@ public:
     /// As that, in either direction and with indices modulo the slots in use; all missing keys are named.
     void rotate(Direction direction, const Ciphertext& in, const std::vector<u64>& indices,
                 std::vector<Ciphertext>& outs) const;
+    /// The key, in use as long as it is held, whatever happens to the pack.
+    /// @throws RuntimeException "Failed to load the left rotation key for index " and the index
+    std::shared_ptr<EvaluationKey> leftRotationKey(u64 index) const;
     /// Names every index, but 0, that has no key.
     /// @throws RuntimeException "Failed to load the left rotation key for index " and the index; "Failed to load the
     ///         left rotation keys for indices " and all of them, in ascending order
@@ -243,7 +246,6 @@ private:
     void tensorOfAnyLength(const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
 
     // HomEvaluatorRotation.cpp
-    std::shared_ptr<EvaluationKey> leftRotationKey(u64 index) const;
     void requireRotatable(const Ciphertext& in) const;
     void composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const;
     Ciphertext applyAutomorphism(const Ciphertext& in, long g, EvaluationKey& key) const;

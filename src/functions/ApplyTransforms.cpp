@@ -37,7 +37,7 @@ public:
         for (const EncodedTransformImpl* transform : transforms)
             for (const u64 index : transform->rotationIndices()) indices.insert(index);
         evaluator.requireLeftRotationKeys({indices.begin(), indices.end()});
-        for (const u64 index : indices) keys_[index] = evaluator.getKeyPack().getLeftRotKey(index);
+        for (const u64 index : indices) keys_[index] = evaluator.leftRotationKey(index);
     }
 
     /// By the key of `index`; the identity for 0.

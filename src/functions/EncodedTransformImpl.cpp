@@ -11,7 +11,6 @@
 #include "persistence/Verifier.hpp"
 
 #include <bit>
-#include <cmath>
 
 namespace Torvo {
 
@@ -28,9 +27,7 @@ EncodedTransformImpl::EncodedTransformImpl(const Context& context, const LinearT
         if (t <= place.level || t >= ring.numBase) primes.push_back(t);
     for (const TransformMask& mask : plan.getMasks())
         diagonals_.push_back({mask.rotation, DeviceSpecificArray<u64>(wordCount())});
-    // The products have the scale of the level below but for whole bits, at levels where that is corrected.
-    const auto correction = context->scale_factors.level_correction.at(place.level);
-    const double factor = std::ldexp(1.0, static_cast<int>(correction));
+    const double factor = productCorrection(context, place.level);
     // A message that repeats has the polynomial of one period.
     forEachIndexOrThrow(diagonals_.size(), [&](u64 k) {
         const TransformMask& mask = plan.getMasks()[k];

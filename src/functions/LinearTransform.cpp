@@ -74,14 +74,12 @@ LinearTransform LinearTransform::fromPermutation(const std::vector<unsigned long
     for (u64 i = 0; i < size; ++i)
         if (sources[i] >= size) throw RuntimeException(message::noSuchSource(i, sources[i], size));
     std::vector<u64> taken(size, size);
-    Diagonals diagonals;
     for (u64 i = 0; i < size; ++i) {
         if (taken[sources[i]] != size)
             throw RuntimeException(message::sourceTwice(sources[i], taken[sources[i]], i));
         taken[sources[i]] = i;
-        diagonals[(sources[i] + size - i) % size].push_back({i, 1.0});
     }
-    return LinearTransform(new LinearTransformImpl(size, std::move(diagonals)));
+    return LinearTransform(new LinearTransformImpl(LinearTransformImpl::permutation(sources, 1.0)));
 }
 
 LinearTransform::LinearTransform(LinearTransformImpl* impl) : impl_(impl) {}

@@ -15,6 +15,13 @@ LinearTransformImpl::LinearTransformImpl(u64 size, Diagonals diagonals)
     if (diagonals_.empty()) diagonals_[0];
 }
 
+LinearTransformImpl LinearTransformImpl::permutation(const std::vector<u64>& sources, double factor) {
+    const u64 size = sources.size();
+    Diagonals diagonals;
+    for (u64 i = 0; i < size; ++i) diagonals[(sources[i] + size - i) % size].push_back({i, factor});
+    return {size, std::move(diagonals)};
+}
+
 std::vector<TransformMask> LinearTransformImpl::masks(u64 slots) const {
     std::vector<TransformMask> masks;
     for (const auto& [diagonal, entries] : diagonals_) {

@@ -28,6 +28,8 @@ public:
     using Diagonals = std::map<u64, std::vector<Entry>>;
 
     LinearTransformImpl(u64 size, Diagonals diagonals);
+    /// out[i] = factor * in[sources[i]].
+    static LinearTransformImpl permutation(const std::vector<u64>& sources, double factor);
 
     u64 getSize() const { return size_; }
     const Diagonals& getDiagonals() const { return diagonals_; }

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <span>
 #include <utility>
 
@@ -30,29 +29,24 @@ void requireLevel(const Context& context, u64 level) {
         throw RuntimeException(message::matrixProductLevel(level, context->parameter.name, levelsSpent, top));
 }
 
-/// The map with out[i] = factor * in[sources[i]].
-LinearTransformImpl permutation(const std::vector<u64>& sources, double factor) {
-    const u64 size = sources.size();
-    LinearTransformImpl::Diagonals diagonals;
-    for (u64 i = 0; i < size; ++i) diagonals[(sources[i] + size - i) % size].push_back({i, factor});
-    return {size, std::move(diagonals)};
-}
-
 /// The transforms of a product, and where they are applied.
 struct Recipe {
     Recipe(const Context& context, u64 dimension, const TransformPlace& place)
-        : permutations(dimension), shearPlace(place), shiftPlace{place.log_slots, place.level - 1} {
-        // The products have the scale of the level below but for whole bits, at levels where that is corrected.
-        const auto correction = context->scale_factors.level_correction.at(place.level - 2);
-        factor = std::ldexp(1.0, static_cast<int>(correction));
-    }
+        : permutations(dimension), shearPlace(place), shiftPlace{place.log_slots, place.level - 1},
+          factor(productCorrection(context, place.level - 2)) {}
 
-    LinearTransformImpl shearOfFirst() const { return permutation(permutations.shearOfFirst(), 1.0); }
-    LinearTransformImpl shearOfSecond() const { return permutation(permutations.shearOfSecond(), 1.0); }
-    LinearTransformImpl shiftOfFirst(u64 k) const {
-        return permutation(permutations.shiftOfFirst(k), factor);
+    LinearTransformImpl shearOfFirst() const {
+        return LinearTransformImpl::permutation(permutations.shearOfFirst(), 1.0);
     }
-    LinearTransformImpl shiftOfSecond(u64 k) const { return permutation(permutations.shiftOfSecond(k), 1.0); }
+    LinearTransformImpl shearOfSecond() const {
+        return LinearTransformImpl::permutation(permutations.shearOfSecond(), 1.0);
+    }
+    LinearTransformImpl shiftOfFirst(u64 k) const {
+        return LinearTransformImpl::permutation(permutations.shiftOfFirst(k), factor);
+    }
+    LinearTransformImpl shiftOfSecond(u64 k) const {
+        return LinearTransformImpl::permutation(permutations.shiftOfSecond(k), 1.0);
+    }
 
     MatrixPermutations permutations;
     TransformPlace shearPlace, shiftPlace;

@@ -7,6 +7,7 @@
 #include <Torvo/RuntimeException.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <set>
 
@@ -68,6 +69,10 @@ private:
 };
 
 } // namespace
+
+double productCorrection(const Context& context, u64 level) {
+    return std::ldexp(1.0, static_cast<int>(context->scale_factors.level_correction.at(level)));
+}
 
 std::vector<u64> keyIndices(const std::vector<u64>& rotations, u64 babySteps) {
     Steps steps = stepsOf(rotations, babySteps);

@@ -35,6 +35,10 @@ private:
     u64 babySteps_ = 1;
 };
 
+/// By what one factor is to be multiplied so that a product at `level`, rescaled, has the scale of the level below: a
+/// power of two, and 1 at most levels.
+double productCorrection(const Context& context, u64 level);
+
 /// The indices of the keys for `rotations` with that many baby steps, in ascending order.
 std::vector<u64> keyIndices(const std::vector<u64>& rotations, u64 babySteps);
 
