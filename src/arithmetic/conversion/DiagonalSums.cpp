@@ -90,14 +90,14 @@ void DiagonalSums::scaleInput(u64 t) {
 }
 
 void DiagonalSums::makeBaby(u64 baby, u64 row, Columns columns) {
-    const auto& [automorphism, key] = babies_[baby];
+    const Automorphism* const automorphism = babies_[baby].automorphism;
     if (automorphism == nullptr) return; // the input is there
     const u64 t = primeOf(row);
     u64 *const first = babyColumns_.mine(2 * baby), *const second = babyColumns_.mine(2 * baby + 1);
     const auto image = [&](u64 g, u64* spare) {
         return digits_->columns(g, t, automorphism, columns, spare);
     };
-    sumOfPrime(ring_.moduli[t], t, key, columns, false, spare_, image, first, second);
+    sumOfPrime(ring_.moduli[t], t, babies_[baby].key, columns, false, spare_, image, first, second);
     if (row >= live_) return;    // P times the first element is a multiple of these primes
     u64* moved = spare_.mine(0); // no digit is there any more
     automorphism->apply(scaledRow(0), columns.begin, columns.count, moved);
