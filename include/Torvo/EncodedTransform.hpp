@@ -15,8 +15,8 @@ namespace Torvo {
 
 class EncodedTransformImpl;
 
-/// A linear transform, encoded for ciphertexts of one ring, number of slots and level. Encoding costs about as much
-/// as one application, so it is done once; the encoded form may be saved.
+/// A linear transform, encoded for ciphertexts of one ring, number of slots and level. Encoding takes several times
+/// as long as applying, so it is done once; the encoded form may be saved.
 ///
 /// Memory: level + 1 rows of the ring degree for each rotation, and one for each temporary prime. Each row has 8 bytes
 /// a number: on `FGb` 9 MiB for each rotation at level 12.

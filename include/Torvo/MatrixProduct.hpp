@@ -21,7 +21,7 @@ class MatrixProductImpl;
 /// columns), one for the d shifts of each, and one for the sum of the d products, which are relinearized and rescaled
 /// once. Source: Jiang, Kim, Lauter, Song, "Secure Outsourced Matrix Computation", IACR ePrint 2018/1041.
 ///
-/// It needs the multiplication key, and rotation keys of about 3 d indices, twice as many with more than d * d slots.
+/// It needs the multiplication key, and rotation keys of about 3 d indices, 4 d with more than d * d slots.
 /// Memory: about 6 d encoded rotations, twice as many with more slots (`EncodedTransform`).
 ///
 /// Copies share the data, which never change. Any number of threads may use one.
@@ -53,7 +53,8 @@ public:
     ///         missing are all named then. "Failed to load the multiplication key"
     void mult(const HomEvaluator& evaluator, const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
 
-    /// The map of each matrix to its transpose, a permutation of slots.
+    /// The map of each matrix to its transpose, a permutation of slots by 2 d - 1 rotations. Their indices are multiples
+    /// of d - 1, which no split into steps shares: as many keys less one.
     /// @throws RuntimeException "[MatrixProduct] ", for a dimension as above
     static LinearTransform transposition(unsigned long dimension);
 

@@ -46,7 +46,8 @@ public:
     StepCosts(const Parameter& parameter, u64 level) {
         const auto temporary = static_cast<double>(parameter.numTP), live = static_cast<double>(level + 1);
         const u64 group = parameter.chain_length / parameter.gadget_rank;
-        const auto digits = static_cast<double>(level / group + 1);
+        const u64 liveDigits = level / group + 1;
+        const auto digits = static_cast<double>(liveDigits);
         const double digitRows = digits * (live + temporary);
         baby_ = digitRows * (product + move) + live * (move + addition);
         // Divided by the temporary primes, back to coefficients, raised.
