@@ -53,8 +53,7 @@ public:
     ///         missing are all named then. "Failed to load the multiplication key"
     void mult(const HomEvaluator& evaluator, const Ciphertext& a, const Ciphertext& b, Ciphertext& out) const;
 
-    /// The map of each matrix to its transpose, a permutation of slots by 2 d - 1 rotations. Their indices are multiples
-    /// of d - 1, which no split into steps shares: as many keys less one.
+    /// The map of each matrix to its transpose, a permutation of slots by 2 d - 1 rotations.
     /// @throws RuntimeException "[MatrixProduct] ", for a dimension as above
     static LinearTransform transposition(unsigned long dimension);
 

@@ -53,8 +53,7 @@ private:
     std::map<u64, std::shared_ptr<EvaluationKey>> keys_;
 };
 
-/// The steps of all transforms. A giant step's terms are by ascending rotation, so the one of the ciphertext itself
-/// comes first.
+/// The steps of all transforms; of the terms of a giant step the one of the ciphertext itself comes first.
 struct Steps {
     std::vector<KeyOfMap> babies;
     std::vector<std::vector<RotatedSum>> results;
@@ -66,10 +65,11 @@ Steps stepsOf(const RotationKeys& keys, Transforms transforms) {
     for (const EncodedTransformImpl* transform : transforms) {
         std::map<u64, std::vector<DiagonalTerm>> giants;
         for (const auto& [rotation, rows] : transform->getDiagonals()) {
-            const u64 baby = rotation % transform->getBabySteps();
+            const u64 baby = transform->getSteps().baby(rotation);
             const auto [place, isNew] = places.try_emplace(baby, steps.babies.size());
             if (isNew) steps.babies.push_back(keys.step(baby));
-            giants[rotation - baby].push_back({place->second, rows.getData()});
+            auto& terms = giants[transform->getSteps().giant(rotation)];
+            terms.insert(baby == 0 ? terms.begin() : terms.end(), {place->second, rows.getData()});
         }
         auto& result = steps.results.emplace_back();
         for (auto& [giant, terms] : giants) result.push_back({keys.step(giant), std::move(terms)});

@@ -21,7 +21,7 @@ EncodedTransformImpl::EncodedTransformImpl(const Context& context, const LinearT
     : context_(context), place_(place) {
     const TransformPlan plan(context, transform, place, maxKeys);
     const Ring ring = ringOf(context);
-    babySteps_ = plan.getBabySteps();
+    steps_ = plan.getSteps();
     std::vector<u64> primes;
     for (u64 t = 0; t < ring.total(); ++t)
         if (t <= place.level || t >= ring.numBase) primes.push_back(t);
@@ -31,7 +31,7 @@ EncodedTransformImpl::EncodedTransformImpl(const Context& context, const LinearT
     // A message that repeats has the polynomial of one period.
     forEachIndexOrThrow(diagonals_.size(), [&](u64 k) {
         const TransformMask& mask = plan.getMasks()[k];
-        Message numbers = transform.numbers(mask, mask.rotation / babySteps_ * babySteps_);
+        Message numbers = transform.numbers(mask, steps_.giant(mask.rotation));
         for (auto& slot : numbers) slot *= factor;
         Encoding(context_, numbers, place_.level, 0).takeRows(primes, diagonals_[k].rows.getData());
     });
@@ -46,14 +46,15 @@ std::vector<u64> EncodedTransformImpl::rotationIndices() const {
     std::vector<u64> rotations;
     rotations.reserve(diagonals_.size());
     for (const Diagonal& diagonal : diagonals_) rotations.push_back(diagonal.rotation);
-    return keyIndices(rotations, babySteps_);
+    return keyIndices(rotations, steps_);
 }
 
 void EncodedTransformImpl::save(OutputArchive& archive) const {
     require(!isEmpty(), message::transformEmpty);
     const Ring ring = ringOf(context_);
     saveHashAndTag(archive, ring.context_hash, ObjectTag::EncodedTransform);
-    archive(place_.log_slots, place_.level, ring.degree, babySteps_, static_cast<u64>(diagonals_.size()));
+    archive(place_.log_slots, place_.level, ring.degree, steps_.stride, steps_.babySteps,
+            static_cast<u64>(diagonals_.size()));
     for (const Diagonal& diagonal : diagonals_) archive(diagonal.rotation, diagonal.rows);
 }
 
@@ -61,11 +62,14 @@ void EncodedTransformImpl::load(InputArchive& archive) {
     const Ring ring = ringOf(context_);
     verifyHashAndTag(archive, ring.context_hash, ObjectTag::EncodedTransform);
     u64 degree = 0, count = 0;
-    archive(place_.log_slots, place_.level, degree, babySteps_, count);
+    archive(place_.log_slots, place_.level, degree, steps_.stride, steps_.babySteps, count);
     verify(degree == ring.degree && place_.level != 0 && place_.level < ring.numBase);
     verify(place_.log_slots < static_cast<u64>(std::countr_zero(degree)));
     const u64 slots = u64{1} << place_.log_slots;
-    verify(std::has_single_bit(babySteps_) && babySteps_ <= slots && 0 < count && count <= slots);
+    verify(steps_.stride % 2 == 1 && steps_.stride <= slots);
+    verify(std::has_single_bit(steps_.babySteps) && steps_.babySteps <= slots);
+    verify(0 < count && count <= slots);
+    steps_.slots = slots;
     for (u64 k = 0, least = 0; k < count; ++k) {
         u64 rotation = 0;
         archive(rotation);

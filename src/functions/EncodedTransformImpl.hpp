@@ -34,10 +34,10 @@ public:
     bool isEmpty() const { return diagonals_.empty(); }
     const TransformPlace& getPlace() const { return place_; }
     const std::vector<Diagonal>& getDiagonals() const { return diagonals_; }
-    u64 getBabySteps() const { return babySteps_; }
+    const TransformSteps& getSteps() const { return steps_; }
     std::vector<u64> rotationIndices() const;
 
-    /// Head, log slots, level, degree, baby steps, diagonals (docs/files.md).
+    /// Head, log slots, level, degree, stride, baby steps, diagonals (docs/files.md).
     void save(OutputArchive& archive) const;
     /// Into an empty object. Every number is held to the ring before memory is taken by it.
     void load(InputArchive& archive);
@@ -47,7 +47,7 @@ private:
 
     Context context_;
     TransformPlace place_{0, 0};
-    u64 babySteps_ = 1;
+    TransformSteps steps_;
     std::vector<Diagonal> diagonals_; ///< by ascending rotation
 };
 

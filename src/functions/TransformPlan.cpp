@@ -7,6 +7,7 @@
 #include <Torvo/RuntimeException.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <set>
@@ -26,17 +27,27 @@ void requirePlace(const Parameter& parameter, const LinearTransformImpl& transfo
             message::transformLevel(place.level, parameter.name, parameter.chain_length - 1));
 }
 
-struct Steps {
+struct Indices {
     std::set<u64> babies, giants; ///< those of index 0 too
 };
 
-Steps stepsOf(const std::vector<u64>& rotations, u64 babySteps) {
-    Steps steps;
+Indices indicesOf(const std::vector<u64>& rotations, const TransformSteps& steps) {
+    Indices indices;
     for (const u64 r : rotations) {
-        steps.babies.insert(r % babySteps);
-        steps.giants.insert(r - r % babySteps);
+        indices.babies.insert(steps.baby(r));
+        indices.giants.insert(steps.giant(r));
     }
-    return steps;
+    return indices;
+}
+
+/// Where rotations are multiples of one number, only steps of that stride are shared: its even part makes no
+/// difference to the split. It is looked for among the first rotations.
+std::set<u64> stridesFor(const std::vector<u64>& rotations) {
+    constexpr u64 most = 16;
+    std::set<u64> strides{1};
+    for (u64 k = 0; k < std::min<u64>(rotations.size(), most); ++k)
+        if (rotations[k] != 0) strides.insert(rotations[k] >> std::countr_zero(rotations[k]));
+    return strides;
 }
 
 /// The work of one step, in transforms of a row. The weights were measured on `ST11` and `FGb` at levels 2 to 12,
@@ -53,8 +64,8 @@ public:
         // Divided by the temporary primes, back to coefficients, raised.
         giant_ = temporary + live + digitRows * (1 + conversion * static_cast<double>(group) + product);
     }
-    double of(const Steps& steps) const {
-        return baby_ * without0(steps.babies) + giant_ * without0(steps.giants);
+    double of(const Indices& indices) const {
+        return baby_ * without0(indices.babies) + giant_ * without0(indices.giants);
     }
 
 private:
@@ -75,11 +86,19 @@ double productCorrection(const Context& context, u64 level) {
     return std::ldexp(1.0, static_cast<int>(context->scale_factors.level_correction.at(level)));
 }
 
-std::vector<u64> keyIndices(const std::vector<u64>& rotations, u64 babySteps) {
-    Steps steps = stepsOf(rotations, babySteps);
-    steps.babies.merge(steps.giants);
-    steps.babies.erase(0);
-    return {steps.babies.begin(), steps.babies.end()};
+/// By the inverse of the stride modulo 2^64: each step of Newton's doubles the bits that are right, of which an odd
+/// number as its own inverse has three.
+u64 TransformSteps::multiple(u64 rotation) const {
+    u64 inverse = stride;
+    for (int bits = 3; bits < 64; bits *= 2) inverse *= 2 - stride * inverse;
+    return rotation * inverse & (slots - 1);
+}
+
+std::vector<u64> keyIndices(const std::vector<u64>& rotations, const TransformSteps& steps) {
+    Indices indices = indicesOf(rotations, steps);
+    indices.babies.merge(indices.giants);
+    indices.babies.erase(0);
+    return {indices.babies.begin(), indices.babies.end()};
 }
 
 TransformPlan::TransformPlan(const Context& context, const LinearTransformImpl& transform,
@@ -95,13 +114,16 @@ TransformPlan::TransformPlan(const Context& context, const LinearTransformImpl& 
     const StepCosts costs(parameter, place.level);
     double least = std::numeric_limits<double>::infinity();
     u64 fewest = ~u64{0};
-    for (u64 babySteps = 1; babySteps <= slots; babySteps *= 2) {
-        const u64 keys = keyIndices(rotations, babySteps).size();
-        fewest = std::min(fewest, keys);
-        const double cost = costs.of(stepsOf(rotations, babySteps));
-        if (keys > maxKeys || cost >= least) continue;
-        least = cost;
-        babySteps_ = babySteps;
+    for (const u64 stride : stridesFor(rotations)) {
+        for (u64 babySteps = 1; babySteps <= slots; babySteps *= 2) {
+            const TransformSteps steps{slots, stride, babySteps};
+            const u64 keys = keyIndices(rotations, steps).size();
+            fewest = std::min(fewest, keys);
+            const double cost = costs.of(indicesOf(rotations, steps));
+            if (keys > maxKeys || cost >= least) continue;
+            least = cost;
+            steps_ = steps;
+        }
     }
     if (fewest > maxKeys) throw RuntimeException(message::tooFewKeys(maxKeys, rotations.size(), fewest));
 }
@@ -110,7 +132,7 @@ std::vector<u64> TransformPlan::rotationIndices() const {
     std::vector<u64> rotations;
     rotations.reserve(masks_.size());
     for (const TransformMask& mask : masks_) rotations.push_back(mask.rotation);
-    return keyIndices(rotations, babySteps_);
+    return keyIndices(rotations, steps_);
 }
 
 } // namespace Torvo

@@ -340,6 +340,7 @@ FileContent encodedTransform(FileWalk& walk) {
     found.degree = walk.number<u64>(
         [&](u64 n) { return std::has_single_bit(n) && n <= limit::degree && u64{1} << *found.logSlots < n; });
     const u64 slots = u64{1} << *found.logSlots;
+    walk.number<u64>([&](u64 stride) { return stride % 2 == 1 && stride <= slots; });
     walk.number<u64>([&](u64 steps) { return std::has_single_bit(steps) && steps <= slots; });
     found.count = walk.number<u64>([&](u64 count) { return 0 < count && count <= slots; });
     u64 words = 0; // of each rotation, with as many temporary rows as there may be

@@ -35,7 +35,7 @@ TEST_F(EncodedTransformFile, IsLaidOutAsDocumented) {
     ASSERT_EQ(impl.getDiagonals().size(), 3U);
     Bytes file = Bytes::frame();
     file.u64s({context->context_hash}).u32(8);
-    file.u64s({3, 1, 64, impl.getBabySteps(), 3});
+    file.u64s({3, 1, 64, impl.getSteps().stride, impl.getSteps().babySteps, 3});
     for (const auto& [rotation, rows] : impl.getDiagonals()) {
         file.u64s({rotation, 3 * 64});
         for (const u64 word : rows) file.u64s({word});
@@ -105,11 +105,13 @@ TEST_F(EncodedTransformFile, OfImpossibleNumbersIsRefused) {
         EXPECT_REFUSED(load(damaged, object), notVerified);
         EXPECT_EQ(saved(object), file);
     };
-    constexpr u64 slotsAt = 13, levelAt = 21, degreeAt = 29, babyAt = 37, countAt = 45, firstAt = 53;
+    constexpr u64 slotsAt = 13, levelAt = 21, degreeAt = 29, strideAt = 37, babyAt = 45, countAt = 53,
+                  firstAt = 61;
     constexpr u64 secondAt = firstAt + 16 + 3 * 64 * 8;
     for (const u64 log_slots : {6UL, 64UL, ~0UL}) expectRefused(slotsAt, log_slots);
     for (const u64 level : {0UL, 2UL, ~0UL}) expectRefused(levelAt, level);
     for (const u64 degree : {32UL, 128UL, 0UL}) expectRefused(degreeAt, degree);
+    for (const u64 stride : {0UL, 2UL, 9UL, ~0UL}) expectRefused(strideAt, stride);
     for (const u64 steps : {0UL, 3UL, 16UL, ~0UL}) expectRefused(babyAt, steps);
     for (const u64 count : {0UL, 9UL, ~0UL}) expectRefused(countAt, count);
     for (const u64 rotation : {3UL, 8UL, ~0UL}) expectRefused(firstAt, rotation); // no room for the next

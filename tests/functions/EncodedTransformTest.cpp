@@ -122,6 +122,21 @@ TEST_F(EncodedTransforms, OfPermutationsMoveTheSlots) {
     }
 }
 
+TEST_F(EncodedTransforms, ShareStepsOfAnOddStride) {
+    // Of 32 slots, multiples of 7 in both directions, as a transposition has them.
+    std::map<unsigned long, std::vector<Complex>> diagonals;
+    Matrix matrix(32, std::vector<Complex>(32));
+    for (u64 q = 0; q < 15; ++q)
+        for (u64 i = 0; i < 32; ++i) {
+            const u64 d = (q + 25) * 7 % 32;
+            matrix[i][(i + d) % 32] = {random.real(-1, 1), random.real(-1, 1)};
+            diagonals[d].push_back(matrix[i][(i + d) % 32]);
+        }
+    const EncodedTransform transform(context, LinearTransform::fromDiagonals(32, diagonals), 5, 4);
+    EXPECT_LE(transform.getRotationIndices().size(), 8U);
+    expectProduct(matrix, transform, 32, 4);
+}
+
 TEST_F(EncodedTransforms, KeepToTheKeysThatTheyMayNeed) {
     const Matrix matrix = randomMatrix(random, 32, 32);
     for (const u64 most : {10UL, 16UL, 31UL, 1000UL}) {
@@ -360,7 +375,7 @@ TEST_F(EncodedTransforms, HoldTheirLiveRowsAndNoMore) {
         const EncodedTransform encoded(context, transform, 3, level);
         const u64 words = (level + 1 + 5) * 64;
         // Head and numbers, then for each diagonal its rotation and its count.
-        EXPECT_EQ(encoded.savedSize(), 1 + 8 + 4 + 5 * 8 + 8 * (8 + 8 + 8 * words)) << level;
+        EXPECT_EQ(encoded.savedSize(), 1 + 8 + 4 + 6 * 8 + 8 * (8 + 8 + 8 * words)) << level;
         EncodedTransformImpl impl(context, LinearTransformImpl(8, {{0, {{0, 1.0}}}, {5, {{7, 1.0}}}}),
                                   {3, level}, 9);
         ASSERT_EQ(impl.getDiagonals().size(), 2U);

@@ -163,6 +163,21 @@ TEST_F(MatrixProducts, RefuseInTheirOrder) {
     EXPECT_TRUE(sameWords(out, before));
 }
 
+TEST_F(MatrixProducts, HaveATranspositionOfFewKeys) {
+    const LinearTransform transposition = MatrixProduct::transposition(4);
+    const EncodedTransform encoded(context, transposition, 4, 3, {4});
+    EXPECT_LE(encoded.getRotationIndices().size(), 4U); // for seven rotations, multiples of 3
+    const Message in = random.message(4);
+    Message expected;
+    transposition.apply(in, expected);
+    Ciphertext out(context);
+    encoded.apply(evaluator, scheme.encrypt(in, 3), out);
+    EXPECT_LT(maxError(scheme.decrypt(out), expected), transformBound(context, 3, 7));
+    // 62 rotations other than 0.
+    const Context large = contextOf(ParameterPreset::ST7);
+    EXPECT_LE(MatrixProduct::transposition(32).getRotationIndices(large, 10, 2).size(), 20U);
+}
+
 TEST(MatrixTransposition, TurnsRowsIntoColumns) {
     Seeded random(86);
     SCOPED_TRACE(random.describe());

@@ -295,10 +295,11 @@ TEST_F(Inspect, ToldNumbersThatNoEncodedTransformHas) {
     for (const u64 level : {u64{0}, u64{100}}) expectRefused(21, level, "21" + impossible);
     for (const u64 degree : {u64{0}, u64{32}, u64{65}, u64{1} << 21})
         expectRefused(29, degree, "29" + impossible);
-    for (const u64 steps : {u64{0}, u64{3}, u64{64}}) expectRefused(37, steps, "37" + impossible);
-    for (const u64 count : {u64{0}, u64{33}}) expectRefused(45, count, "45" + impossible);
-    expectRefused(53, 32, "53" + impossible);
-    const u64 second = 53 + 16 + 3 * 64 * 8;
+    for (const u64 stride : {u64{0}, u64{2}, u64{33}}) expectRefused(37, stride, "37" + impossible);
+    for (const u64 steps : {u64{0}, u64{3}, u64{64}}) expectRefused(45, steps, "45" + impossible);
+    for (const u64 count : {u64{0}, u64{33}}) expectRefused(53, count, "53" + impossible);
+    expectRefused(61, 32, "61" + impossible);
+    const u64 second = 61 + 16 + 3 * 64 * 8;
     expectRefused(second, 0, std::to_string(second) + impossible); // not above the first
     expectRefused(
         21, 2, std::to_string(second) + ": the numbers up to here do not fit together"); // no temporary row

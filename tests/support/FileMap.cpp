@@ -239,7 +239,7 @@ void FileMap::chebyshevSeriesFile() {
 
 void FileMap::encodedTransformFile() {
     identities({8, 4});
-    for (int i = 0; i < 4; ++i) number(8);
+    for (int i = 0; i < 5; ++i) number(8);
     list([this] {
         number(8);
         array(8);
