@@ -80,6 +80,7 @@ void evaluate(Evaluating<Value> on, const Value& in, const std::vector<Chebyshev
               std::vector<Value>& outs) {
     requireOneInterval(f);
     std::vector<SeriesTerms> terms;
+    terms.reserve(f.size());
     for (const ChebyshevSeries& each : f) terms.push_back(termsOf(each));
     outs = evaluateTerms<Value>(on, in, terms, intervalOf(f[0]), rangeOf(f[0]), [&] { return largestOf(f); });
 }

@@ -81,13 +81,12 @@ u64 SeriesSplit::leastWeight(const std::vector<u64>& degrees) const {
 }
 
 bool SeriesSplit::evaluateAll(const std::vector<u64>& degrees) {
-    for (const u64 degree : degrees) {
+    return std::ranges::all_of(degrees, [this](u64 degree) {
         const Part& whole = part(degree, seriesDepth(degree));
-        if (!whole.isPossible) return false;
         cost_.tensors += whole.cost.tensors;
         cost_.relinearizations += whole.cost.relinearizations + (whole.isProduct ? 1 : 0);
-    }
-    return true;
+        return whole.isPossible;
+    });
 }
 
 bool SeriesSplit::isSumOfPowers(u64 degree, u64 depth) const {

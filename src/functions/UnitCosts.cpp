@@ -108,8 +108,9 @@ double UnitCosts::ofBootstrap(const Context& context) const {
     // T_2, T_4 and T_6, the powers that join blocks, the joins, the double angles and the arcsine; for the real and for
     // the imaginary parts.
     const u64 blocks = u64{1} << parameter.log_cosine_blocks;
+    const u64 ofArcsine = parameter.arcsine_degree / 2;
     const auto products = static_cast<double>(3 + parameter.log_cosine_blocks + blocks - 1 +
-                                              parameter.double_angle_count + parameter.arcsine_degree / 2);
+                                              parameter.double_angle_count + ofArcsine);
     const u64 middle = (top - BootParameter::coeff_to_slot_depth + after) / 2;
     seconds +=
         2 * products * (of(Step::Tensor, middle) + of(Step::Relinearize, middle) + of(Step::Rescale, middle));
