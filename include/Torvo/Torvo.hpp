@@ -8,6 +8,7 @@
 #include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/CompactCiphertext.hpp>
+#include <Torvo/Comparisons.hpp>
 #include <Torvo/Context.hpp>
 #include <Torvo/CudaTools.hpp>
 #include <Torvo/Decryptor.hpp>

@@ -4,12 +4,38 @@
 #include "crypto/OutputShape.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/BootstrapPrecision.hpp"
 #include "functions/BootstrapWhereNeeded.hpp"
 #include "functions/Messages.hpp"
+#include "functions/NoiseRules.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 namespace Torvo {
+
+namespace {
+
+/// Root mean squares in the largest error of a slot: a complex normal one exceeds it with a chance of exp(-36).
+constexpr double deviations = 6;
+
+} // namespace
+
+SlotNoise noiseOf(const Context& context, u64 from, u64 to, u64 logSlots) {
+    const NoiseRules rules(context);
+    double variance = 0;
+    for (u64 level = to; level < from; ++level)
+        variance = std::max(variance, rules.rescale(level, u64{1} << logSlots));
+    return {deviations * std::sqrt(variance), 0};
+}
+
+SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 logSlots,
+                              BootstrappingEvaluator::Precision precision) {
+    SlotNoise noise = noiseOf(context, from, to, logSlots);
+    const bool isExtended = precision == BootstrappingEvaluator::Precision::Extended;
+    noise.bootstrap = deviations * std::sqrt(bootstrapVariance(context, true, isExtended));
+    return noise;
+}
 
 double scaleRatioOf(const Context& context, u64 from, u64 to) {
     const std::vector<double>& logScale = context->scale_factors.log_scale;
@@ -34,6 +60,23 @@ double CipherOperations::rescaleGain(u64 level) const {
     return rescaleGainOf(evaluator_->getContext(), level);
 }
 
+SlotNoise CipherOperations::noise(u64 from, u64 to, u64 logSlots) const {
+    return noiseOf(evaluator_->getContext(), from, to, logSlots);
+}
+
+SlotNoise BootstrappingOperations::noise(u64 from, u64 to, u64 logSlots) const {
+    return noiseWithBootstraps(evaluator().getContext(), from, to, logSlots, bootstrapping_.getPrecision());
+}
+
+u64 CipherOperations::mostLogSlots() const {
+    return getLogFullSlots(evaluator_->getContext());
+}
+
+void CipherOperations::readWithLogSlots(const Ciphertext& in, u64 logSlots, Ciphertext& out) const {
+    out = in;
+    out.setLogSlots(logSlots);
+}
+
 // ---- guards
 
 void CipherOperations::requireOperand(const Ciphertext& x) const {
@@ -43,6 +86,10 @@ void CipherOperations::requireOperand(const Ciphertext& x) const {
     requireOfRing(evaluator_->getContext(), x);
     const u64 most = getLogFullSlots(evaluator_->getContext());
     if (x.getLogSlots() > most) throw RuntimeException(message::tooManySlots(x.getLogSlots(), most));
+}
+
+void CipherOperations::requireRotations(const std::vector<u64>& indices) const {
+    evaluator_->requireLeftRotationKeys(indices);
 }
 
 void CipherOperations::prepare(const std::string& what, u64 levels, Range /*range*/,

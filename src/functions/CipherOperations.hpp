@@ -21,8 +21,12 @@ public:
     u64 logSlots(const Ciphertext& x) const override { return x.getLogSlots(); }
     double scaleRatio(u64 from, u64 to) const override;
     double rescaleGain(u64 level) const override;
+    SlotNoise noise(u64 from, u64 to, u64 logSlots) const override;
+    u64 mostLogSlots() const override;
+    void readWithLogSlots(const Ciphertext& in, u64 logSlots, Ciphertext& out) const override;
 
     void requireOperand(const Ciphertext& x) const override;
+    void requireRotations(const std::vector<u64>& indices) const override;
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<Ciphertext*> values) const override;
 
@@ -63,6 +67,7 @@ public:
     explicit BootstrappingOperations(const BootstrappingEvaluator& evaluator)
         : CipherOperations(evaluator.getEvaluator()), bootstrapping_(evaluator) {}
 
+    SlotNoise noise(u64 from, u64 to, u64 logSlots) const override;
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<Ciphertext*> values) const override;
     bool givesLevelsBack() const override { return true; }
@@ -71,6 +76,10 @@ private:
     BootstrappingEvaluator bootstrapping_;
 };
 
+/// `Operations::noise` in a context.
+SlotNoise noiseOf(const Context& context, u64 from, u64 to, u64 logSlots);
+SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 logSlots,
+                              BootstrappingEvaluator::Precision precision);
 /// What a rescale from `level` makes larger than the scales say, as `Operations::rescaleGain`.
 double rescaleGainOf(const Context& context, u64 level);
 /// `Operations::scaleRatio` of a context's scales.

@@ -10,6 +10,9 @@
 
 namespace Torvo {
 
+/// The slots over and over, up to 2^logSlots; or the first ones.
+Message repeated(const Message& message, u64 logSlots);
+
 /// In the clear, in double precision: the operations of a function in the order in which they run on ciphertexts.
 /// Messages have no levels, so these never run out.
 class MessageOperations : public Operations<Message> {
@@ -21,8 +24,12 @@ public:
     u64 logSlots(const Message& x) const override { return x.getLogSlots(); }
     double scaleRatio(u64, u64) const override { return 1; }
     double rescaleGain(u64) const override { return 1; }
+    SlotNoise noise(u64, u64, u64) const override { return {}; }
+    u64 mostLogSlots() const override { return mostLogSlotsInTheClear; }
+    void readWithLogSlots(const Message& in, u64 logSlots, Message& out) const override;
 
     void requireOperand(const Message& x) const override;
+    void requireRotations(const std::vector<u64>&) const override {}
     void prepare(const std::string&, u64, Range, std::vector<Message*>) const override {}
 
     void add(const Message& a, const Message& b, Message& out) const override;
@@ -48,6 +55,8 @@ public:
 private:
     /// More than any function spends.
     static constexpr u64 anyLevel = u64{1} << 20;
+    /// A message has no ring. More than any function asks for.
+    static constexpr u64 mostLogSlotsInTheClear = 40;
 
     std::shared_ptr<HomEvaluatorImpl> evaluator_;
 };

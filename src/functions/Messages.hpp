@@ -100,6 +100,45 @@ inline std::string weightsGiven(std::string function, u64 block, const std::stri
         .append("; give finite ones with a sum that is not 0");
 }
 
+
+/// In the texts of comparisons and sorting `what` is the name of the function.
+inline std::string boundOutside(std::string what, const std::string& bound) {
+    return what.append(" is given the bound ")
+        .append(bound)
+        .append(" of its numbers; give one from 2^-32 to 2^32");
+}
+inline std::string clampInterval(std::string what, const std::string& lower, const std::string& upper) {
+    return what.append(" is given the interval from ")
+        .append(lower)
+        .append(" to ")
+        .append(upper)
+        .append("; give the lower bound first, and both within the bound of the numbers");
+}
+inline std::string accuracyOutside(std::string what, unsigned margin, unsigned error, u64 mostMargin,
+                                   u64 mostError) {
+    return what.append(" is asked for with a margin of 2^-")
+        .append(std::to_string(margin))
+        .append(" and an error of 2^-")
+        .append(std::to_string(error))
+        .append("; give 4 to ")
+        .append(std::to_string(mostMargin))
+        .append(" bits of margin and 4 to ")
+        .append(std::to_string(mostError))
+        .append(" bits of error");
+}
+/// `best` is what the noise allows; 0 if that is nothing.
+inline std::string accuracyBelowNoise(std::string what, u64 margin, u64 error, u64 best) {
+    what.append(" needs signs from 2^-")
+        .append(std::to_string(margin))
+        .append(" on, within 2^-")
+        .append(std::to_string(error));
+    if (best == 0)
+        return what.append(", but the noise of this parameter lets no error be promised there. Take a larger "
+                           "margin or a parameter with a larger scale.");
+    return what.append(", but the noise of this parameter lets 2^-")
+        .append(std::to_string(best))
+        .append(" be promised at best. Allow a larger error or take a parameter with a larger scale.");
+}
 inline constexpr const char* noFunctionGiven =
     "[ChebyshevSeries] No function is given; give one that can be called";
 

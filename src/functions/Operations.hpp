@@ -19,6 +19,12 @@ struct Range {
     bool isReal = false; ///< whether imaginary parts are but errors
 };
 
+/// What the error of a slot stays below, but for a chance of 2^-50 or so.
+struct SlotNoise {
+    double rescale = 0;   ///< of one rescale
+    double bootstrap = 0; ///< of one bootstrap of numbers in [-1, 1]; 0 where none takes place
+};
+
 /// The operations that functions are made of, on one kind of value: ciphertexts, messages in the clear, or what a
 /// plan keeps of a ciphertext. A function is written once, for any of them.
 ///
@@ -43,11 +49,19 @@ public:
     /// The factor by which a product that owes one rescale at `level` grows in it: a power of two, 1 at the levels of
     /// fresh ciphertexts and below.
     virtual double rescaleGain(u64 level) const = 0;
+    /// The largest noise on the way from level `from` down to level `to`.
+    virtual SlotNoise noise(u64 from, u64 to, u64 logSlots) const = 0;
+    /// log2 of the number of slots that a value can have.
+    virtual u64 mostLogSlots() const = 0;
+    /// The same numbers read with more slots, and so repeated; or read with fewer, where they repeat.
+    virtual void readWithLogSlots(const Value& in, u64 logSlots, Value& out) const = 0;
 
     // ---- guards
 
     /// Refuses what a product would refuse of an operand.
     virtual void requireOperand(const Value& x) const = 0;
+    /// Names all keys at once that rotations to the left by powers of two lack.
+    virtual void requireRotations(const std::vector<u64>& indices) const = 0;
     /// Makes sure that `levels` can be spent on each of `values`, which owe no rescale. `what` says whose levels these
     /// are.
     /// @throws RuntimeException what, " needs ", `levels`, " levels, but ..."

@@ -8,6 +8,7 @@
 #include "functions/BootstrapPrecision.hpp"
 #include "functions/BootstrapWhereNeeded.hpp"
 #include "functions/CipherOperations.hpp"
+#include "functions/MessageOperations.hpp"
 #include "functions/PlannedCiphertextImpl.hpp"
 
 #include <algorithm>
@@ -38,6 +39,22 @@ double PlanOperations::scaleRatio(u64 from, u64 to) const {
 
 double PlanOperations::rescaleGain(u64 level) const {
     return rescaleGainOf(plan_->getContext(), level);
+}
+
+SlotNoise PlanOperations::noise(u64 from, u64 to, u64 logSlots) const {
+    const Context& context = plan_->getContext();
+    return plan_->precision() ? noiseWithBootstraps(context, from, to, logSlots, *plan_->precision())
+                              : noiseOf(context, from, to, logSlots);
+}
+
+u64 PlanOperations::mostLogSlots() const {
+    return getLogFullSlots(plan_->getContext());
+}
+
+void PlanOperations::readWithLogSlots(const PlannedCiphertext& in, u64 logSlots,
+                                      PlannedCiphertext& out) const {
+    out = in;
+    changeBoth(out, [&](Message& message) { message = repeated(message, logSlots); });
 }
 
 std::complex<double> PlanOperations::cut(std::complex<double> c, u64 level, int owed) const {
