@@ -50,5 +50,6 @@
 #include <Torvo/RuntimeException.hpp>
 #include <Torvo/SecretKey.hpp>
 #include <Torvo/SecurityLevel.hpp>
+#include <Torvo/Sorting.hpp>
 #include <Torvo/SparseSecretEncapsulationKey.hpp>
 #include <Torvo/Statistics.hpp>

@@ -139,6 +139,28 @@ inline std::string accuracyBelowNoise(std::string what, u64 margin, u64 error, u
         .append(std::to_string(best))
         .append(" be promised at best. Allow a larger error or take a parameter with a larger scale.");
 }
+inline std::string countOfNumbers(std::string what, u64 slots) {
+    return what.append(" takes 2 to 128 numbers, one in each slot, but is given ")
+        .append(std::to_string(slots))
+        .append(" slots; encrypt a message of as many slots as there are numbers");
+}
+inline std::string pairsOutside(std::string what, u64 numbers, u64 pairs, u64 slots) {
+    return what.append(" of ")
+        .append(std::to_string(numbers))
+        .append(" numbers compares them in ")
+        .append(std::to_string(pairs))
+        .append(" slots, but the ring has ")
+        .append(std::to_string(slots))
+        .append("; take fewer numbers or a larger ring");
+}
+inline std::string topOutside(u64 count, u64 numbers) {
+    std::string text = "topK is asked for the largest ";
+    return text.append(std::to_string(count))
+        .append(" of ")
+        .append(std::to_string(numbers))
+        .append(" numbers; give 1 to as many as there are");
+}
+
 inline constexpr const char* noFunctionGiven =
     "[ChebyshevSeries] No function is given; give one that can be called";
 
