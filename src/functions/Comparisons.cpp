@@ -169,8 +169,8 @@ void clamp(Evaluating<Value> on, const Value& in, double lower, double upper, do
     Ends<Value> ends(comparison, in, lower, upper, bound);
     std::vector<Value> signs = ends.halfSigns(comparison, accuracy, 1);
     const Operations<Value>& operations = comparison.operations();
-    operations.prepare("clamp", 1, {1, true}, {&signs[0], &signs[1]});
-    Value first = comparison.shifted(signs[0], 0.5), second = comparison.shifted(signs[1], 0.5);
+    operations.prepare("clamp", 1, {1, true}, {&signs.front(), &signs.back()});
+    Value first = comparison.shifted(signs.front(), 0.5), second = comparison.shifted(signs.back(), 0.5);
     first = comparison.product(ends.u, first);
     second = comparison.product(ends.v, second);
     operations.sub(first, second, first);
@@ -183,7 +183,7 @@ void isInInterval(Evaluating<Value> on, const Value& in, double lower, double up
     const Comparison<Value> comparison(on, "isInInterval", {&in}, bound);
     const std::vector<Value> signs =
         Ends<Value>(comparison, in, lower, upper, bound).halfSigns(comparison, accuracy, 0);
-    comparison.operations().sub(signs[0], signs[1], out);
+    comparison.operations().sub(signs.front(), signs.back(), out);
 }
 
 #define TORVO_FOR_VALUE(Value)                                                                               \

@@ -18,17 +18,17 @@ namespace Torvo {
 
 namespace {
 
-SeriesTerms termsTimes(const ChebyshevSeries& stage, double factor) {
+SeriesTerms termsTimes(const SeriesTerms& terms, double factor) {
     std::vector<Coefficient> coefficients;
-    for (const std::complex<double>& c : stage.getCoefficients()) coefficients.emplace_back(c * factor);
-    return {SeriesBasis::Chebyshev, std::move(coefficients)};
+    for (u64 k = 0; k <= terms.degree(); ++k) coefficients.push_back(terms[k].times(factor));
+    return {terms.basis(), std::move(coefficients)};
 }
 
 /// The smallest and the largest value on [low, high], of points that lie as close as the extrema of a polynomial with
 /// equal errors from `low` on do: closer where the numbers are smaller.
 std::pair<double, double> extremesOf(const ChebyshevSeries& stage, double low, double high) {
     const u64 points = 64 * (stage.getDegree() + 1);
-    double smallest = INFINITY, largest = -INFINITY;
+    double smallest = stage.evaluate(low).real(), largest = smallest;
     for (u64 i = 0; i <= points; ++i) {
         const double part = static_cast<double>(i) / static_cast<double>(points);
         for (const double x : {low * std::pow(high / low, part), low + (high - low) * part}) {
@@ -92,7 +92,8 @@ SignEvaluation<Value>::SignEvaluation(const Operations<Value>& operations, std::
     requireAccuracy(what_, accuracy, mostSignExponent, mostSignExponent);
     for (const ChebyshevSeries& each : signComposite(accuracy.margin, accuracy.error)) {
         const double stageBound = stages_.empty() ? bound : 1;
-        SeriesTerms terms = termsTimes(each, 1);
+        const auto& c = each.getCoefficients();
+        SeriesTerms terms(SeriesBasis::Chebyshev, {c.begin(), c.end()});
         const u64 levels = SeriesEvaluation<Value>(operations_, {&terms, 1}, {0, stageBound}).levels();
         stages_.push_back({std::move(terms), stageBound, levels});
     }
@@ -154,17 +155,16 @@ std::vector<Value> SignEvaluation<Value>::evaluate(const std::vector<const Value
     for (u64 i = 0; i < stages_.size(); ++i) {
         const Stage& stage = stages_[i];
         const bool isLast = i + 1 == stages_.size();
-        std::vector<Coefficient> coefficients;
-        for (u64 k = 0; k <= stage.terms.degree(); ++k)
-            coefficients.push_back(stage.terms[k].times(isLast ? factor : 1));
-        const SeriesTerms terms(SeriesBasis::Chebyshev, std::move(coefficients));
+        const SeriesTerms terms = termsTimes(stage.terms, isLast ? factor : 1);
         SeriesEvaluation<Value> evaluation(operations_, {&terms, 1}, {0, stage.bound});
         if (i > 0) {
             std::vector<Value*> pointers;
+            pointers.reserve(values.size());
             for (Value& value : values) pointers.push_back(&value);
             operations_.prepare(what_, stage.levels, {1, true}, pointers);
         }
         std::vector<Value> next;
+        next.reserve(xs.size());
         for (u64 k = 0; k < xs.size(); ++k)
             next.push_back(std::move(evaluation.evaluate(i == 0 ? *xs[k] : values[k]).front()));
         values = std::move(next);

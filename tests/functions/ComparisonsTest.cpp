@@ -7,6 +7,8 @@
 #include "support/BootScheme.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
+#include "support/FailingAllocations.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/Seeded.hpp"
 #include "support/UsedOutputs.hpp"
 
@@ -18,6 +20,7 @@
 #include <bit>
 #include <cmath>
 #include <functional>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -528,7 +531,29 @@ TEST(ComparisonsRealPreset, ManySlotsErrAsPromised) {
                  static_cast<double>(powerOfHalf(accuracy.error)) * noiseShare);
 }
 
-// ---- threads and outputs
+// ---- threads, memory and outputs
+
+TEST(Comparisons, AFailedAllocationLeavesTheOutputAlone) {
+    SKIP_WHERE_NEW_CANNOT_THROW();
+    Seeded random(408);
+    const Ciphertext a = toy().encrypt(realMessage(random, 5, -1, 1), 12),
+                     b = toy().encrypt(realMessage(random, 5, -1, 1), 12);
+    Ciphertext out = toy().encrypt(Message(5, 0.5), 2);
+    const Ciphertext before = out;
+    u64 failures = 0;
+    for (u64 allocations = 0;; allocations += 37) {
+        const test::FailingAllocation failing(allocations);
+        try {
+            max(toy().evaluator, a, b, 1, out, {4, 4});
+        } catch (const std::bad_alloc&) {
+        }
+        if (!failing.hasFailed()) break;
+        ++failures;
+        ASSERT_TRUE(sameWords(out, before)) << allocations;
+    }
+    EXPECT_GT(failures, 5);
+    EXPECT_FALSE(sameWords(out, before)); // the last one was not refused
+}
 
 TEST(Comparisons, TwoThreadsAndUsedOutputsGiveTheSameWords) {
     Seeded random(407);

@@ -417,6 +417,25 @@ TEST(SortingRealPreset, APlanSortsSixtyFourNumbersOfALargeRing) {
               2 * 6 + 2 * 6 + 1 + 1 + 1 + 6); // to spread, rows, one, places, columns
 }
 
+TEST(SortingFull, FourNumbersOnFGbErrAsPromised) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::FGb);
+    const KeyGenerator generator(scheme.context, scheme.secretKey, scheme.keys);
+    for (const u64 index : {1, 2, 4, 8}) generator.genLeftRotKey(index);
+    generator.genRotKeysForBootstrap(4);
+    Bootstrapper bootstrapper(scheme.evaluator, 4);
+    const BootstrappingEvaluator evaluator(scheme.evaluator, bootstrapper);
+    Seeded random(511);
+    SCOPED_TRACE(random.describe());
+    const Message m = separateNumbers(random, 2, {8, 8}, 1);
+    const Plan plan(scheme.context, Precision::Standard);
+    PlannedCiphertext planned = plan.encrypt(m, 5);
+    sort(plan, planned, 1, planned);
+    Ciphertext x = scheme.encrypt(m, 5);
+    sort(evaluator, x, 1, x);
+    EXPECT_EQ(x.getLevel(), planned.getLevel());
+    EXPECT_LT(maxError(scheme.decrypt(x), sorted(m, Order::Ascending)), 1.125 * powerOfHalf(8));
+}
+
 // ---- refusals
 
 TEST(Sorting, RefusalsComeInOrderAndLeaveTheOutputAlone) {
