@@ -25,7 +25,7 @@ public:
                double bound)
         : operations_(on.operations()), what_(std::move(what)) {
         for (const Value* operand : operands) operations_.requireOperand(*operand);
-        requireBound(what_, bound);
+        requireBoundOfNumbers(what_, bound);
     }
 
     const Operations<Value>& operations() const { return operations_; }

@@ -100,7 +100,6 @@ inline std::string weightsGiven(std::string function, u64 block, const std::stri
         .append("; give finite ones with a sum that is not 0");
 }
 
-
 /// In the texts of comparisons and sorting `what` is the name of the function.
 inline std::string boundOutside(std::string what, const std::string& bound) {
     return what.append(" is given the bound ")

@@ -80,7 +80,7 @@ void requireAccuracy(const std::string& what, const Accuracy& accuracy, u64 most
             message::accuracyOutside(what, accuracy.margin, accuracy.error, mostMargin, mostError));
 }
 
-void requireBound(const std::string& what, double bound) {
+void requireBoundOfNumbers(const std::string& what, double bound) {
     const bool isAllowed = 0x1p-32 <= bound && bound <= 0x1p32; // does not hold for NaN
     if (!isAllowed) throw RuntimeException(message::boundOutside(what, decimal(bound)));
 }

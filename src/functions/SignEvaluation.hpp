@@ -27,7 +27,7 @@ std::vector<double> noiseOfStages(const std::vector<ChebyshevSeries>& stages,
 ///         bits up to these
 void requireAccuracy(const std::string& what, const Accuracy& accuracy, u64 mostMargin, u64 mostError);
 /// @throws RuntimeException what, " is given the bound ...", unless numbers in [-bound, bound] can be compared
-void requireBound(const std::string& what, double bound);
+void requireBoundOfNumbers(const std::string& what, double bound);
 
 /// The signs of real numbers in [-bound, bound] by `signComposite`, stage by stage.
 template <class Value>

@@ -39,7 +39,7 @@ public:
 
     /// @param mostError  of the accuracy
     void require(double bound, const Accuracy& accuracy, u64 mostError) const {
-        requireBound(what_, bound);
+        requireBoundOfNumbers(what_, bound);
         requireAccuracy(what_, accuracy, mostMargin, mostError);
         operations_.requireRotations(matrix_.rotations());
     }
