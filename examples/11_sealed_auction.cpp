@@ -75,6 +75,7 @@ int main(int argc, char** argv) {
     const double keys = timed("generate keys", [&] {
         keyGenerator.genEncKey();
         keyGenerator.genMultKey();
+        keyGenerator.genConjKey();
         keyGenerator.genRotKeysForBootstrap(logPairs, true);
         for (const unsigned long index : report.leftRotations)
             keyGenerator.genRotKeyIfNotExist(static_cast<long>(index));

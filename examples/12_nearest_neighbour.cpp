@@ -25,11 +25,10 @@ constexpr unsigned long rows = 1UL << logRows, queries = 4;
 constexpr Accuracy accuracy{5, 5};
 
 // For each row t of the table 2 q.t - |t|^2, the closer the larger, less the mean of all rows: that is a number for every
-// row, and the same for all, and so leaves their order as it is.
+// row, and the same for all, and so leaves their order as it is. All are scaled to lie in [-1, 1].
 struct Table {
     std::vector<std::vector<double>> weights;
     std::vector<double> offsets;
-    double bound = 0; ///< what scores do not exceed
 
     explicit Table(const std::vector<Digit>& digits) : weights(10, std::vector<double>(64)), offsets(10) {
         std::vector<double> counts(10);
@@ -46,9 +45,14 @@ struct Table {
         for (unsigned long i = 0; i < 64; ++i)
             subtractMean([&](unsigned long k) -> double& { return weights[k][i]; });
         subtractMean([&](unsigned long k) -> double& { return offsets[k]; });
+        double bound = 0;
         for (const Digit& digit : digits)
             for (const double score : scores(digit)) bound = std::max(bound, std::abs(score));
         bound *= 1.1; // other images may lie a little further out
+        for (unsigned long k = 0; k < 10; ++k) {
+            for (double& t : weights[k]) t /= bound;
+            offsets[k] /= bound;
+        }
     }
 
     std::vector<double> scores(const Digit& digit) const {
@@ -86,7 +90,7 @@ int main(int argc, char** argv) {
     const Context context = makeContext(ParameterPreset::ST19);
     const unsigned long level = getEncryptionLevel(context);
     const EncodedTransform distances(context, transformOf(table), logPixels, level);
-    Message offsets(logPixels, -table.bound); // empty rows are as far away as can be
+    Message offsets(logPixels, -1.0); // empty rows are as far away as can be
     for (unsigned long i = 0; i < 64; ++i)
         if (i % rows < 10) offsets[i] = table.offsets[i % rows];
 
@@ -102,8 +106,7 @@ int main(int argc, char** argv) {
     const HomEvaluator evaluator(context, keyGenerator.getKeyPack());
 
     // Rows that are closer to each other than this are not told apart.
-    const double margin =
-        2 * table.bound * std::exp2(-double(accuracy.margin)) * (1 + std::exp2(-double(accuracy.margin)));
+    const double margin = 2 * std::exp2(-double(accuracy.margin)) * (1 + std::exp2(-double(accuracy.margin)));
     std::printf("preset                   ST19, %lu-bit security\n", getSecurityLevel(context));
     std::printf("generate keys            %.1f s\n", keys);
     bool isRight = true;
@@ -116,7 +119,7 @@ int main(int argc, char** argv) {
             distances.apply(evaluator, query, answer);
             evaluator.add(answer, offsets, answer);
             answer.setLogSlots(logRows); // the numbers are there every 16 slots
-            argmax(evaluator, answer, table.bound, answer, accuracy);
+            argmax(evaluator, answer, 1, answer, accuracy);
         });
         Message oneHot;
         Decryptor(context).decrypt(answer, secretKey, oneHot);
