@@ -63,11 +63,8 @@ namespace {
 /// What `evaluate` spends.
 template <class Value>
 u64 levelsOf(const Operations<Value>& operations, const ChebyshevSeries& f) {
-    const auto& c = f.getCoefficients();
-    const SeriesTerms terms(SeriesBasis::Chebyshev, {c.begin(), c.end()});
-    const IntervalMap interval{f.getLowerBound() / 2 + f.getUpperBound() / 2,
-                               f.getUpperBound() / 2 - f.getLowerBound() / 2};
-    return SeriesEvaluation<Value>(operations, {&terms, 1}, interval).levels();
+    const SeriesTerms terms = termsOf(f);
+    return SeriesEvaluation<Value>(operations, {&terms, 1}, intervalOf(f)).levels();
 }
 
 } // namespace

@@ -14,6 +14,15 @@
 
 namespace Torvo {
 
+/// For those who give no levels back.
+template <class Value>
+void requireLevels(const Operations<Value>& operations, const std::string& what, u64 levels,
+                   const std::vector<Value*>& values) {
+    for (const Value* value : values)
+        if (operations.level(*value) < levels)
+            throw RuntimeException(message::tooFewLevels(what, levels, operations.level(*value)));
+}
+
 struct BootstrapLevels {
     u64 least; ///< that of a ciphertext to be bootstrapped
     u64 after; ///< that of the result

@@ -94,9 +94,7 @@ void CipherOperations::requireRotations(const std::vector<u64>& indices) const {
 
 void CipherOperations::prepare(const std::string& what, u64 levels, Range /*range*/,
                                std::vector<Ciphertext*> values) const {
-    for (const Ciphertext* value : values)
-        if (value->getLevel() < levels)
-            throw RuntimeException(message::tooFewLevels(what, levels, value->getLevel()));
+    requireLevels(*this, what, levels, values);
 }
 
 void BootstrappingOperations::prepare(const std::string& what, u64 levels, Range range,

@@ -1,5 +1,6 @@
 #include "bootstrap/Messages.hpp"
 #include "context/ContextContent.hpp"
+#include "context/RadixDecomposition.hpp"
 #include "core/Failure.hpp"
 #include "core/RequireContext.hpp"
 #include "crypto/Messages.hpp"
@@ -156,11 +157,11 @@ PlanReport PlanImpl::getReport() const {
 u64 PlanImpl::keysOf(const PlanReport& report) const {
     std::set<u64> rotations(report.leftRotations.begin(), report.leftRotations.end());
     const bool bootstraps = report.bootstraps > 0;
-    if (bootstraps)
-        for (const long index : getRotIndicesForBootstrap(context_, getLogFullSlots(context_))) {
-            const auto slots = static_cast<long>(context_->parameter.num_slots);
-            if (index % slots != 0) rotations.insert(static_cast<u64>((index % slots + slots) % slots));
-        }
+    if (bootstraps) {
+        const std::set<long> indices = getRotIndicesForBootstrap(context_, getLogFullSlots(context_));
+        for (const u64 index : convertFromSgnIdx({indices.begin(), indices.end()}, context_))
+            if (index != 0) rotations.insert(index);
+    }
     return rotations.size() + (bootstraps || report.relinearizations > 0 ? 1 : 0) +
            (bootstraps || report.conjugations > 0 ? 1 : 0);
 }

@@ -27,6 +27,10 @@ void changeBoth(PlannedCiphertext& x, Change change) {
     change(x.impl().noisy);
 }
 
+void keepRealParts(Message& message) {
+    for (std::complex<double>& slot : message) slot = slot.real();
+}
+
 void multiply(Message& message, std::complex<double> c) {
     for (std::complex<double>& slot : message) slot *= c;
 }
@@ -75,21 +79,13 @@ void PlanOperations::bootstrap(PlannedCiphertext& x, bool isComplex) const {
     const bool isExtended = plan_->precision() == BootstrappingEvaluator::Precision::Extended;
     plan_->count(Step::Bootstrap, x.getLevel());
     x.impl().level = BootParameter(plan_->getContext()).levelAfter(plan_->getContext());
-    if (!isComplex)
-        changeBoth(x, [](Message& message) {
-            for (std::complex<double>& slot : message) slot = slot.real();
-        });
+    if (!isComplex) changeBoth(x, keepRealParts);
     plan_->disturb(x.impl().noisy, bootstrapVariance(plan_->getContext(), isComplex, isExtended));
 }
 
 void PlanOperations::prepare(const std::string& what, u64 levels, Range range,
                              std::vector<PlannedCiphertext*> values) const {
-    if (!plan_->precision()) {
-        for (const PlannedCiphertext* value : values)
-            if (value->getLevel() < levels)
-                throw RuntimeException(message::tooFewLevels(what, levels, value->getLevel()));
-        return;
-    }
+    if (!plan_->precision()) return requireLevels(*this, what, levels, values);
     const bool isExtended = plan_->precision() == BootstrappingEvaluator::Precision::Extended;
     const BootstrapLevels limits{BootParameter::slot_to_coeff_depth + (isExtended ? 1 : 0),
                                  BootParameter(plan_->getContext()).levelAfter(plan_->getContext())};
@@ -100,9 +96,7 @@ void PlanOperations::prepare(const std::string& what, u64 levels, Range range,
             PlannedCiphertext both = pair;
             bootstrap(both, true);
             real = imaginary = both;
-            changeBoth(real, [](Message& message) {
-                for (std::complex<double>& slot : message) slot = slot.real();
-            });
+            changeBoth(real, keepRealParts);
             changeBoth(imaginary, [](Message& message) {
                 for (std::complex<double>& slot : message) slot = slot.imag();
             });

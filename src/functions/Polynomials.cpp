@@ -17,16 +17,6 @@ namespace Torvo {
 
 namespace {
 
-IntervalMap intervalOf(const ChebyshevSeries& f) {
-    const double lower = f.getLowerBound(), upper = f.getUpperBound();
-    return {lower / 2 + upper / 2, upper / 2 - lower / 2};
-}
-
-SeriesTerms termsOf(const ChebyshevSeries& f) {
-    const std::vector<std::complex<double>>& c = f.getCoefficients();
-    return {SeriesBasis::Chebyshev, {c.begin(), c.end()}};
-}
-
 /// What numbers of the interval are to one who bootstraps them.
 Range rangeOf(const ChebyshevSeries& f) {
     return {std::max(std::abs(f.getLowerBound()), std::abs(f.getUpperBound())), true};

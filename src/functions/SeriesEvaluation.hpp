@@ -19,6 +19,12 @@ struct IntervalMap {
     double half = 1;
 };
 
+/// That of a series.
+inline IntervalMap intervalOf(const ChebyshevSeries& f) {
+    const double lower = f.getLowerBound(), upper = f.getUpperBound();
+    return {lower / 2 + upper / 2, upper / 2 - lower / 2};
+}
+
 /// A power of an argument, times a factor that whoever uses it takes out again: what the scales of levels, the map of
 /// an interval and products of Chebyshev polynomials leave behind costs neither a level nor a product of its own.
 template <class Value>

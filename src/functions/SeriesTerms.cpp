@@ -26,6 +26,11 @@ SeriesTerms SeriesTerms::below(u64 n) const {
     return {basis_, {coefficients_.begin(), coefficients_.begin() + static_cast<std::ptrdiff_t>(n)}};
 }
 
+SeriesTerms termsOf(const ChebyshevSeries& f) {
+    const std::vector<std::complex<double>>& c = f.getCoefficients();
+    return {SeriesBasis::Chebyshev, {c.begin(), c.end()}};
+}
+
 /// From the highest degree down, with T_(k-m) T_m = (T_k + T_|k-2m|) / 2 in the Chebyshev basis.
 std::pair<SeriesTerms, SeriesTerms> SeriesTerms::divideByPower(u64 m) const {
     std::vector<Coefficient> rest = coefficients_, quotient(rest.size() - m);

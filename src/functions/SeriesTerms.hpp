@@ -3,6 +3,8 @@
 #include "core/Integers.hpp"
 #include "functions/Coefficient.hpp"
 
+#include <Torvo/ChebyshevSeries.hpp>
+
 #include <utility>
 #include <vector>
 
@@ -35,5 +37,8 @@ private:
     SeriesBasis basis_;
     std::vector<Coefficient> coefficients_;
 };
+
+/// Those of a series.
+SeriesTerms termsOf(const ChebyshevSeries& f);
 
 } // namespace Torvo

@@ -92,8 +92,7 @@ SignEvaluation<Value>::SignEvaluation(const Operations<Value>& operations, std::
     requireAccuracy(what_, accuracy, mostSignExponent, mostSignExponent);
     for (const ChebyshevSeries& each : signComposite(accuracy.margin, accuracy.error)) {
         const double stageBound = stages_.empty() ? bound : 1;
-        const auto& c = each.getCoefficients();
-        SeriesTerms terms(SeriesBasis::Chebyshev, {c.begin(), c.end()});
+        SeriesTerms terms = termsOf(each);
         const u64 levels = SeriesEvaluation<Value>(operations_, {&terms, 1}, {0, stageBound}).levels();
         stages_.push_back({std::move(terms), stageBound, levels});
     }
