@@ -1,0 +1,272 @@
+#include "Handles.hpp"
+#include "Module.hpp"
+
+#include <pybind11/complex.h>
+#include <pybind11/stl.h>
+
+#include <complex>
+#include <type_traits>
+#include <vector>
+
+namespace TorvoPython {
+
+using Torvo::Ciphertext;
+using Torvo::HomEvaluator;
+using Torvo::Message;
+using Torvo::Plaintext;
+
+namespace {
+
+using Class = py::class_<HomEvaluator>;
+using Complex = std::complex<double>;
+
+// The name of the object in a handle: a message that can be looked at is a message to the library.
+template <class T>
+struct Library {
+    using type = T;
+};
+template <>
+struct Library<ViewedMessage> {
+    using type = Message;
+};
+template <class T>
+using LibraryOf = typename Library<T>::type;
+
+/// The output, which is written as a whole: a message must have no view.
+template <class T>
+LibraryOf<T>& outputOf(Guarded<T>& out) {
+    if constexpr (std::is_same_v<T, ViewedMessage>) out.object().requireNoView();
+    return out.object();
+}
+
+template <class T>
+const LibraryOf<T>& inputOf(const Guarded<T>& in) {
+    return in.object();
+}
+
+template <class T>
+using Unary = void (HomEvaluator::*)(const LibraryOf<T>&, LibraryOf<T>&) const;
+template <class T>
+using Binary = void (HomEvaluator::*)(const LibraryOf<T>&, const LibraryOf<T>&, LibraryOf<T>&) const;
+template <class T>
+using WithConstant = void (HomEvaluator::*)(const LibraryOf<T>&, Complex, LibraryOf<T>&) const;
+template <class T>
+using WithIndex = void (HomEvaluator::*)(const LibraryOf<T>&, unsigned long, LibraryOf<T>&) const;
+template <class T>
+using WithCounts = void (HomEvaluator::*)(const LibraryOf<T>&, unsigned long, unsigned long,
+                                          LibraryOf<T>&) const;
+template <class Other>
+using CipherWith = void (HomEvaluator::*)(const Ciphertext&, const Other&, Ciphertext&) const;
+
+template <class T>
+void defineUnary(Class& handle, const char* name, Unary<T> member, const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const Guarded<T>& in, Guarded<T>& out) {
+            const Computing computing{reading(in), writing(out)};
+            (self.*member)(inputOf(in), outputOf(out));
+        },
+        py::arg("operand"), py::arg("out"), text);
+}
+
+template <class T>
+void defineBinary(Class& handle, const char* name, Binary<T> member, const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const Guarded<T>& a, const Guarded<T>& b, Guarded<T>& out) {
+            const Computing computing{reading(a), reading(b), writing(out)};
+            (self.*member)(inputOf(a), inputOf(b), outputOf(out));
+        },
+        py::arg("a"), py::arg("b"), py::arg("out"), text);
+}
+
+template <class T>
+void defineConstant(Class& handle, const char* name, WithConstant<T> member, const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const Guarded<T>& in, Complex c, Guarded<T>& out) {
+            const Computing computing{reading(in), writing(out)};
+            (self.*member)(inputOf(in), c, outputOf(out));
+        },
+        py::arg("operand"), py::arg("constant"), py::arg("out"), text);
+}
+
+template <class T>
+void defineIndexed(Class& handle, const char* name, WithIndex<T> member, const char* index,
+                   const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const Guarded<T>& in, unsigned long number, Guarded<T>& out) {
+            const Computing computing{reading(in), writing(out)};
+            (self.*member)(inputOf(in), number, outputOf(out));
+        },
+        py::arg("operand"), py::arg(index), py::arg("out"), text);
+}
+
+template <class T>
+void defineReduce(Class& handle, const char* name, WithCounts<T> member) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const Guarded<T>& in, unsigned long gap, unsigned long count,
+                 Guarded<T>& out) {
+            const Computing computing{reading(in), writing(out)};
+            (self.*member)(inputOf(in), gap, count, outputOf(out));
+        },
+        py::arg("operand"), py::arg("gap"), py::arg("count"), py::arg("out"),
+        "The sum of the rotations by 0, gap, ..., (count - 1) gap.");
+}
+
+template <class Other>
+void defineCipherWith(Class& handle, const char* name, CipherWith<LibraryOf<Other>> member,
+                      const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const CiphertextHandle& a, const Guarded<Other>& b,
+                 CiphertextHandle& out) {
+            const Computing computing{reading(a), reading(b), writing(out)};
+            (self.*member)(a.object(), inputOf(b), out.object());
+        },
+        py::arg("a"), py::arg("b"), py::arg("out"), text);
+}
+
+/// What all three kinds of operands have.
+template <class T>
+void defineCommon(Class& handle) {
+    defineUnary<T>(handle, "negate", &HomEvaluator::negate, "out = -operand");
+    defineConstant<T>(handle, "add", &HomEvaluator::add, "out = operand + constant");
+    defineBinary<T>(handle, "add", &HomEvaluator::add,
+                    "out = a + b; of ciphertexts, at the lower of the levels.");
+    defineConstant<T>(handle, "sub", &HomEvaluator::sub, "out = operand - constant");
+    defineBinary<T>(handle, "sub", &HomEvaluator::sub,
+                    "out = a - b; of ciphertexts, at the lower of the levels.");
+    defineConstant<T>(handle, "mult", &HomEvaluator::mult,
+                      "out = operand constant, for one level; none for integers, and for messages.");
+    defineBinary<T>(handle, "mult", &HomEvaluator::mult,
+                    "out = a b slot by slot, for one level; none for messages.");
+    defineUnary<T>(handle, "square", &HomEvaluator::square, "out = operand^2, at the cost of a product.");
+    defineUnary<T>(handle, "mult_imag_unit", &HomEvaluator::multImagUnit,
+                   "out = i operand, without a level.");
+    defineIndexed<T>(
+        handle, "left_rotate", &HomEvaluator::leftRotate, "index",
+        "Slot i of out is slot i + index of the operand, cyclically. Ciphertexts need the key for it.");
+    defineIndexed<T>(
+        handle, "right_rotate", &HomEvaluator::rightRotate, "index",
+        "Slot i + index of out is slot i of the operand, cyclically. Ciphertexts need the key for it.");
+    defineUnary<T>(handle, "conjugate", &HomEvaluator::conjugate,
+                   "out = the complex conjugate of the operand.");
+}
+
+/// Members that write the operand itself.
+template <class T>
+void defineInPlace(Class& handle, const char* name, void (HomEvaluator::*member)(T&) const,
+                   const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, Guarded<T>& operand) {
+            const Computing computing{writing(operand)};
+            (self.*member)(operand.object());
+        },
+        py::arg("operand"), text);
+}
+
+template <class T>
+void defineLevels(Class& handle) {
+    defineInPlace<T>(handle, "rescale", &HomEvaluator::rescale, "Pays one owed rescale, for one level.");
+    defineInPlace<T>(handle, "inverse_rescale", &HomEvaluator::inverseRescale,
+                     "Multiplies by the next prime: one rescale more is owed, and the level rises by one.");
+    handle.def(
+        "mult_integer",
+        [](const HomEvaluator& self, const Guarded<T>& in, long n, Guarded<T>& out) {
+            const Computing computing{reading(in), writing(out)};
+            self.multInteger(in.object(), n, out.object());
+        },
+        py::arg("operand"), py::arg("n"), py::arg("out"), "out = n operand, without a level.");
+}
+
+void defineCiphertexts(Class& handle) {
+    defineCipherWith<ViewedMessage>(handle, "add", &HomEvaluator::add, "out = a + message");
+    defineCipherWith<Plaintext>(handle, "add", &HomEvaluator::add, "out = a + plaintext");
+    defineCipherWith<ViewedMessage>(handle, "sub", &HomEvaluator::sub, "out = a - message");
+    defineCipherWith<Plaintext>(handle, "sub", &HomEvaluator::sub, "out = a - plaintext");
+    defineCipherWith<ViewedMessage>(handle, "mult", &HomEvaluator::mult, "out = a message, for one level.");
+    defineCipherWith<Plaintext>(handle, "mult", &HomEvaluator::mult, "out = a plaintext, for one level.");
+    defineCipherWith<Plaintext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
+                                "out = a plaintext, which owes one rescale.");
+    defineConstant<Ciphertext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
+                               "out = operand constant, which owes one rescale.");
+    defineBinary<Ciphertext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
+                             "out = a b, which owes one rescale. The levels must be equal.");
+    defineBinary<Ciphertext>(handle, "tensor", &HomEvaluator::tensor,
+                             "The raw product, of three elements for operands of two; owes one rescale.");
+    defineUnary<Ciphertext>(handle, "relinearize", &HomEvaluator::relinearize,
+                            "Removes the top element, with the multiplication key.");
+    defineUnary<Ciphertext>(handle, "kill_imag", &HomEvaluator::killImag,
+                            "out = the real parts, for one level.");
+    defineIndexed<Ciphertext>(handle, "level_down", &HomEvaluator::levelDown, "target_level",
+                              "Brings a ciphertext down to a level.");
+}
+
+void defineRotSum(Class& handle) {
+    handle.def(
+        "rot_sum",
+        [](const HomEvaluator& self, const GuardedPointers<Ciphertext>& operands,
+           const std::vector<unsigned long>& indices, CiphertextHandle& out) {
+            std::vector<Wanted> wanted = readingAll(operands);
+            wanted.push_back(writing(out));
+            const Computing computing(std::move(wanted));
+            self.rotSum(copiesOf(operands), indices, out.object());
+        },
+        py::arg("operands"), py::arg("indices"), py::arg("out"),
+        "out = the sum of the operands, each rotated to the left by its index.");
+    handle.def(
+        "left_rotate_many",
+        [](const HomEvaluator& self, const CiphertextHandle& in, const std::vector<unsigned long>& indices) {
+            std::vector<Ciphertext> outs;
+            {
+                const Computing computing{reading(in)};
+                self.leftRotate(in.object(), indices, outs);
+            }
+            py::list result;
+            for (Ciphertext& out : outs) result.append(std::make_unique<CiphertextHandle>(std::move(out)));
+            return result;
+        },
+        py::arg("operand"), py::arg("indices"),
+        "A list of the operand rotated to the left by each index. The costly half of a rotation is done "
+        "once.");
+}
+
+} // namespace
+
+void bindEvaluator(py::module_& module) {
+    Class handle(module, "HomEvaluator",
+                 "Computes on ciphertexts, plaintexts and messages. Every operation writes its last "
+                 "argument, which may "
+                 "be one of the operands. Any number of threads may use one evaluator.");
+    handle
+        .def(py::init([](const SharedContext& context, const KeyPackHandle& pack) {
+                 const Computing computing{reading(pack)};
+                 return HomEvaluator(context.context, pack.object());
+             }),
+             py::arg("context"), py::arg("key_pack"))
+        .def(py::init([](const SharedContext& context, const std::string& path) {
+                 const py::gil_scoped_release released;
+                 return HomEvaluator(context.context, path);
+             }),
+             py::arg("context"), py::arg("path"));
+    handle.def_property_readonly(
+        "context", [](const HomEvaluator& self) { return SharedContext{self.getContext()}; },
+        "The context it was made for.");
+    defineCommon<Ciphertext>(handle);
+    defineCommon<Plaintext>(handle);
+    defineCommon<ViewedMessage>(handle);
+    defineCiphertexts(handle);
+    defineLevels<Ciphertext>(handle);
+    defineLevels<Plaintext>(handle);
+    defineReduce<Ciphertext>(handle, "left_rotate_reduce", &HomEvaluator::leftRotateReduce);
+    defineReduce<Ciphertext>(handle, "right_rotate_reduce", &HomEvaluator::rightRotateReduce);
+    defineReduce<ViewedMessage>(handle, "left_rotate_reduce", &HomEvaluator::leftRotateReduce);
+    defineReduce<ViewedMessage>(handle, "right_rotate_reduce", &HomEvaluator::rightRotateReduce);
+    defineRotSum(handle);
+}
+
+} // namespace TorvoPython
