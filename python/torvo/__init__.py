@@ -1,0 +1,60 @@
+"""Computing on encrypted numbers.
+
+    import numpy as np
+    import torvo
+
+    context = torvo.Context("ST11")
+    keys = torvo.keygen(context, rotations=[1, 2, 4])
+    with torvo.Evaluator(keys):
+        ct = keys.encrypt(np.array([0.5, 0.25, -1.0]))
+        result = ct * ct + 1.5
+    keys.decrypt(result)
+
+`keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has polynomials, analysis
+and statistics. Classes with output parameters, as the C++ headers have them, are here too: `HomEvaluator`, `Encryptor`,
+`Message` and so on; a `Ciphertext` serves as theirs.
+
+What the library refuses is a `torvo.Error`, with its text; what Python would refuse is a TypeError or a ValueError.
+"""
+
+from . import functions
+from ._ciphertext import Ciphertext, CiphertextArray, add, multiply, negative, power, rotate, square, subtract
+from ._evaluator import Evaluator
+from ._keys import Keys, PublicKeys, keygen
+from ._plan import Plan
+from ._torvo import (
+    Bootstrapper,
+    BootstrappingEvaluator,
+    ChebyshevSeries,
+    CompactCiphertext,
+    Context,
+    Decryptor,
+    DeviceType,
+    EnDecoder,
+    EncodingType,
+    Encryptor,
+    Error,
+    FileContent,
+    FileReport,
+    HomEvaluator,
+    KeyGenerator,
+    KeyPack,
+    Message,
+    ParameterPreset,
+    Plaintext,
+    PlannedCiphertext,
+    PlanReport,
+    Precision,
+    SecretKey,
+    SecurityLevel,
+    Symmetry,
+    Variance,
+    compute_lwe_security_level,
+    get_seed,
+    inspect,
+    set_seed,
+)
+
+__version__ = "0.1.0"
+
+__all__ = [name for name in dir() if not name.startswith("_")]

@@ -1,0 +1,465 @@
+"""Ciphertexts with the operators of Python."""
+
+from __future__ import annotations
+
+from typing import Any, Callable, Iterator, Optional, Sequence, Union
+
+import numpy as np
+
+from . import _torvo
+from ._numbers import as_numbers, is_scalar, log_slots_for, padded
+
+_DTYPES = {"f": np.dtype(np.float64), "c": np.dtype(np.complex128)}
+
+
+def _current() -> Any:
+    from ._evaluator import current
+
+    return current().native
+
+
+class Ciphertext(_torvo.Ciphertext):
+    """An encrypted number or array of one dimension.
+
+    `ct + x`, `ct - x`, `ct * x` and `ct / x` take numbers, arrays of the same length and, but for `/`, ciphertexts; `ct **
+    n` a positive integer. They use the evaluator of `with torvo.Evaluator(keys):`, rescale and match levels. A product
+    spends one level, one with an integer none; `ct ** n` spends ceil(log2(n)).
+
+    `ct << n` and `ct >> n` rotate the slots: `(ct << 1)[i]` is `ct[i + 1]`. The slots are as many as a power of two, and a
+    shorter array is padded, so zeros (or what operators made of them) come in where it ends.
+
+    Every operator makes a new ciphertext; `+=` and its like write the left side, and `torvo.add(a, b, out=c)` another one.
+    `keys.decrypt` gives an array of the shape and the kind that went in.
+
+    Any number of threads may read one ciphertext; who writes waits for them, and they for it.
+    """
+
+    __slots__ = ("_shape", "_kind")
+    #: numpy leaves operators between an array and a ciphertext to the ciphertext.
+    __array_ufunc__ = None
+    __hash__ = object.__hash__
+
+    _shape: Optional[tuple[int, ...]]
+    _kind: str
+
+    def __init__(self, context: _torvo.Context) -> None:
+        """Zeros, at the highest level and in all slots."""
+        super().__init__(context)
+        self._shape = None
+        self._kind = "c"
+
+    def _describe(self, shape: Optional[tuple[int, ...]], kind: str) -> None:
+        self._shape = shape
+        self._kind = kind
+
+    @property
+    def shape(self) -> tuple[int, ...]:
+        """() for a number, (n,) for an array of n."""
+        return (1 << self.log_slots,) if self._shape is None else self._shape
+
+    @property
+    def dtype(self) -> np.dtype[Any]:
+        """float64, or complex128 where complex numbers went in."""
+        return _DTYPES[self._kind]
+
+    @property
+    def slots(self) -> int:
+        """The number of slots in use, the padding included."""
+        return 1 << self.log_slots
+
+    def __len__(self) -> int:
+        if not self.shape:
+            raise TypeError("an encrypted number has no length")
+        return self.shape[0]
+
+    def __repr__(self) -> str:
+        return f"<torvo.Ciphertext: shape {self.shape}, {self.dtype}, {self.slots} slots, level {self.level}>"
+
+    @classmethod
+    def from_native(
+        cls, native: _torvo.Ciphertext, shape: Optional[tuple[int, ...]] = None, kind: str = "c"
+    ) -> "Ciphertext":
+        """A copy of a ciphertext of the library. Without a shape it has all its slots."""
+        made = cls(native.context)
+        made.assign(native)
+        made._describe(shape, kind)
+        return made
+
+    @staticmethod
+    def from_bytes(  # type: ignore[override]
+        context: _torvo.Context, data: bytes, shape: Optional[tuple[int, ...]] = None, kind: str = "c"
+    ) -> "Ciphertext":
+        """The ciphertext whose `to_bytes` gave these. The bytes tell neither length nor kind: give them, or get all slots."""
+        return Ciphertext.from_native(_torvo.Ciphertext.from_bytes(context, data), shape, kind)
+
+    def copy(self) -> "Ciphertext":
+        """A copy of the data, which shares the context."""
+        return Ciphertext.from_native(self, self._shape, self._kind)
+
+    def __copy__(self) -> "Ciphertext":
+        return self.copy()
+
+    def __deepcopy__(self, memo: Any) -> "Ciphertext":
+        return self.copy()
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        from . import _pickling
+
+        return _pickling.ciphertext, (self.context, self.to_bytes(), self._shape, self._kind)
+
+    def __add__(self, other: Any) -> Any:
+        return _operate(self, other, None, "add")
+
+    __radd__ = __add__
+
+    def __iadd__(self, other: Any) -> Any:
+        return _operate(self, other, self, "add")
+
+    def __sub__(self, other: Any) -> Any:
+        return _operate(self, other, None, "sub")
+
+    def __rsub__(self, other: Any) -> Any:
+        difference = _operate(self, other, None, "sub")
+        return difference if difference is NotImplemented else negative(difference, out=difference)
+
+    def __isub__(self, other: Any) -> Any:
+        return _operate(self, other, self, "sub")
+
+    def __mul__(self, other: Any) -> Any:
+        return _operate(self, other, None, "mult")
+
+    __rmul__ = __mul__
+
+    def __imul__(self, other: Any) -> Any:
+        return _operate(self, other, self, "mult")
+
+    def __truediv__(self, other: Any) -> Any:
+        return _divide(self, other, None)
+
+    def __itruediv__(self, other: Any) -> Any:
+        return _divide(self, other, self)
+
+    def __neg__(self) -> "Ciphertext":
+        return negative(self)
+
+    def __pos__(self) -> "Ciphertext":
+        return self.copy()
+
+    def __pow__(self, exponent: Any) -> Any:
+        return power(self, exponent)
+
+    def __lshift__(self, index: Any) -> Any:
+        return rotate(self, index)
+
+    def __rshift__(self, index: Any) -> Any:
+        return rotate(self, -_index(index))
+
+    def __ilshift__(self, index: Any) -> Any:
+        return rotate(self, index, out=self)
+
+    def __irshift__(self, index: Any) -> Any:
+        return rotate(self, -_index(index), out=self)
+
+    def conjugate(self, out: Optional["Ciphertext"] = None) -> "Ciphertext":
+        """The complex conjugates. Needs the key of `keygen(..., conjugation=True)`."""
+        out = _output(self, out)
+        _current().conjugate(self, out)
+        out._describe(self._shape, self._kind)
+        return out
+
+
+def _output(like: Ciphertext, out: Optional[Ciphertext]) -> Ciphertext:
+    if out is None:
+        return Ciphertext(like.context)
+    if not isinstance(out, Ciphertext):
+        raise TypeError(f"out is a {type(out).__name__}; give a torvo.Ciphertext")
+    return out
+
+
+def _index(index: Any) -> int:
+    if not isinstance(index, (int, np.integer)) or isinstance(index, bool):
+        raise TypeError(f"a rotation by {index!r} is asked for; give an integer")
+    return int(index)
+
+
+def _settled(operand: Any) -> Any:
+    """The operand, or a copy that owes no rescale."""
+    if not isinstance(operand, _torvo.Ciphertext) or operand.rescale_counter == 0:
+        return operand
+    paid = _torvo.Ciphertext(operand.context)
+    paid.assign(operand)
+    evaluator = _current()
+    while paid.rescale_counter > 0:
+        evaluator.rescale(paid)
+    return paid
+
+
+def _call(name: str, a: Any, b: Any, out: Ciphertext) -> None:
+    """`out = a b`. Operators leave no rescale owed, but their operands may come from elsewhere."""
+    call = getattr(_current(), name)
+    try:
+        call(a, b, out)
+    except _torvo.Error:
+        paid_a, paid_b = _settled(a), _settled(b)
+        if paid_a is a and paid_b is b:
+            raise
+        call(paid_a, paid_b, out)
+
+
+def _repeated(ciphertext: Ciphertext, log_slots: int) -> _torvo.Ciphertext:
+    """One number in every slot: a ciphertext of one slot is the same words read with more slots."""
+    if ciphertext.log_slots == log_slots:
+        return ciphertext
+    wide = _torvo.Ciphertext(ciphertext.context)
+    wide.assign(ciphertext)
+    wide.log_slots = log_slots
+    return wide
+
+
+def _is_one_number(operand: Ciphertext) -> bool:
+    return operand.slots == 1 and operand.shape in ((), (1,))
+
+
+def _match(a: Ciphertext, b: Ciphertext) -> tuple[Any, Any, Optional[tuple[int, ...]]]:
+    """Two ciphertexts as numpy would broadcast them: of one shape, or one of them a single number."""
+    if a._shape == b._shape or a.shape == b.shape:
+        return a, b, a._shape
+    if _is_one_number(b):
+        return a, _repeated(b, a.log_slots), a._shape if a.shape else b._shape
+    if _is_one_number(a):
+        return _repeated(a, b.log_slots), b, b._shape
+    raise ValueError(
+        f"ciphertexts of shapes {a.shape} and {b.shape} do not go together; give equal shapes, or one number"
+    )
+
+
+def _values_for(a: Ciphertext, values: Any) -> Union[np.ndarray, None]:
+    """An array that goes with a ciphertext; of no dimension for one number; None for what is no array of numbers."""
+    if not isinstance(values, (np.ndarray, list, tuple)):
+        return None
+    array = as_numbers(values)
+    if array.size == 1:
+        return array.reshape(())
+    if a.shape != array.shape and not _is_one_number(a):
+        raise ValueError(
+            f"an array of shape {array.shape} does not go with a ciphertext of shape {a.shape}; "
+            "give equal shapes, or one number"
+        )
+    return array
+
+
+def _operate(a: Ciphertext, b: Any, out: Optional[Ciphertext], name: str) -> Any:
+    """`a + b`, `a - b` or `a * b`, into `out` or a new ciphertext; NotImplemented for what `b` cannot be."""
+    left: Any = a
+    right: Any = b
+    shape = a._shape
+    is_complex = a._kind == "c"
+    if isinstance(b, Ciphertext):
+        is_complex = is_complex or b._kind == "c"
+        if a._shape != b._shape:
+            left, right, shape = _match(a, b)
+    elif is_scalar(b):
+        is_complex = is_complex or isinstance(b, (complex, np.complexfloating))
+        right = complex(b)
+    elif isinstance(b, (_torvo.Message, _torvo.Plaintext)):
+        is_complex = True
+    else:
+        array = _values_for(a, b)
+        if array is None:
+            return NotImplemented
+        is_complex = is_complex or array.dtype.kind == "c"
+        if array.ndim == 0:
+            right = complex(array)
+        else:
+            if a.shape != array.shape:
+                left, shape = _repeated(a, log_slots_for(array.size)), array.shape
+            right = padded(array, left.log_slots)
+    if out is a and shape != a._shape:
+        raise ValueError(f"an operation in place would turn shape {a.shape} into {shape}; use the operator that makes a new ciphertext")
+    made = _output(a, out)
+    _call(name, left, right, made)
+    made._describe(shape, "c" if is_complex else "f")
+    return made
+
+
+def _divide(a: Ciphertext, b: Any, out: Optional[Ciphertext]) -> Any:
+    """`a / b` for numbers in the clear."""
+    if isinstance(b, _torvo.Ciphertext):
+        raise TypeError("a division by a ciphertext needs bounds on it; multiply by torvo.functions.inverse(ct, lower, upper)")
+    if is_scalar(b):
+        return _operate(a, 1 / b, out, "mult")
+    array = _values_for(a, b)
+    if array is None:
+        return NotImplemented
+    if (array == 0).any():
+        raise ZeroDivisionError("division of a ciphertext by zero")
+    return _operate(a, 1 / array, out, "mult")
+
+
+def _into(a: Any, b: Any, out: Optional[Ciphertext], name: str) -> Any:
+    if not isinstance(a, (Ciphertext, CiphertextArray)):
+        raise TypeError(f"the first operand is a {type(a).__name__}; give a Ciphertext or a CiphertextArray")
+    if isinstance(a, CiphertextArray):
+        if out is not None:
+            raise TypeError("a CiphertextArray has no single out to write; use the operators")
+        result = a._zip(b, lambda part, value: _into(part, value, None, name))
+    else:
+        result = _operate(a, b, out, name)
+    if result is NotImplemented:
+        raise TypeError(f"the second operand is a {type(b).__name__}; give a number, an array or a ciphertext")
+    return result
+
+
+def add(a: Any, b: Any, out: Optional[Ciphertext] = None) -> Any:
+    """`a + b`, written into `out` if one is given; `out` may be an operand."""
+    return _into(a, b, out, "add")
+
+
+def subtract(a: Any, b: Any, out: Optional[Ciphertext] = None) -> Any:
+    """`a - b`, written into `out` if one is given; `out` may be an operand."""
+    return _into(a, b, out, "sub")
+
+
+def multiply(a: Any, b: Any, out: Optional[Ciphertext] = None) -> Any:
+    """`a * b` slot by slot, for one level, written into `out` if one is given; `out` may be an operand."""
+    return _into(a, b, out, "mult")
+
+
+def negative(a: Ciphertext, out: Optional[Ciphertext] = None) -> Ciphertext:
+    """`-a`, written into `out` if one is given; `out` may be the operand."""
+    made = _output(a, out)
+    _current().negate(a, made)
+    made._describe(a._shape, a._kind)
+    return made
+
+
+def square(a: Ciphertext, out: Optional[Ciphertext] = None) -> Ciphertext:
+    """`a ** 2`, written into `out` if one is given; `out` may be the operand."""
+    made = _output(a, out)
+    _current().square(_settled(a), made)
+    made._describe(a._shape, a._kind)
+    return made
+
+
+def power(a: Ciphertext, exponent: int) -> Ciphertext:
+    """`a ** exponent` for a positive integer, at ceil(log2(exponent)) levels. An interrupt ends it between two products."""
+    if not isinstance(exponent, (int, np.integer)) or isinstance(exponent, bool):
+        raise TypeError(f"the exponent is {exponent!r}; give a positive integer")
+    if exponent < 1:
+        raise ValueError(f"the exponent is {exponent}; give a positive integer")
+    squares, result, left = a, None, int(exponent)
+    while True:
+        if left & 1:
+            result = squares if result is None else _operate(squares, result, None, "mult")
+        left >>= 1
+        if left == 0:
+            return result.copy() if result is a else result  # type: ignore[return-value, union-attr]
+        squares = square(squares)
+
+
+def rotate(a: Ciphertext, index: int, out: Optional[Ciphertext] = None) -> Ciphertext:
+    """The slots of `a` rotated to the left by `index`, or to the right for a negative one.
+
+    Needs keys of `keygen(..., rotations=...)` for the index or for powers of two. Raises torvo.Error without them.
+    """
+    count = _index(index)
+    made = _output(a, out)
+    if count >= 0:
+        _current().left_rotate(a, count % a.slots, made)
+    else:
+        _current().right_rotate(a, -count % a.slots, made)
+    made._describe(a._shape, a._kind)
+    return made
+
+
+class CiphertextArray(Sequence[Ciphertext]):
+    """An array that is longer than one ciphertext: full ciphertexts, one after the other, the last one padded.
+
+    The operators are those of `Ciphertext`, but for rotations. `parts` are the ciphertexts, which are also what the array
+    gives when it is indexed or iterated over; `length` is how many numbers there are.
+    """
+
+    __array_ufunc__ = None
+    __hash__ = object.__hash__
+
+    def __init__(self, parts: Sequence[Ciphertext], length: int) -> None:
+        self.parts = list(parts)
+        self.length = int(length)
+        if sum(len(part) for part in self.parts) != self.length:
+            raise ValueError(f"the parts hold {[len(part) for part in self.parts]} numbers, and not {length} in all")
+
+    @property
+    def shape(self) -> tuple[int]:
+        """(n,) for n numbers."""
+        return (self.length,)
+
+    @property
+    def dtype(self) -> np.dtype[Any]:
+        """float64, or complex128 where complex numbers went in."""
+        return np.result_type(*(part.dtype for part in self.parts))
+
+    def __len__(self) -> int:
+        return len(self.parts)
+
+    def __getitem__(self, index: Any) -> Any:
+        return self.parts[index]
+
+    def __iter__(self) -> Iterator[Ciphertext]:
+        return iter(self.parts)
+
+    def __repr__(self) -> str:
+        return f"<torvo.CiphertextArray: {self.length} numbers in {len(self.parts)} ciphertexts>"
+
+    def map(self, function: Callable[[Ciphertext], Ciphertext]) -> "CiphertextArray":
+        """`function` of each part. An interrupt ends it between two parts."""
+        return CiphertextArray([function(part) for part in self.parts], self.length)
+
+    def _zip(self, other: Any, function: Callable[[Ciphertext, Any], Any]) -> Any:
+        """`function` of each part and what goes with it."""
+        if isinstance(other, CiphertextArray):
+            if other.length != self.length or len(other.parts) != len(self.parts):
+                raise ValueError(f"arrays of {self.length} and {other.length} numbers do not go together; give equal lengths")
+            values: list[Any] = other.parts
+        elif is_scalar(other):
+            values = [other] * len(self.parts)
+        elif isinstance(other, (np.ndarray, list, tuple)):
+            array = as_numbers(other)
+            if array.size != 1 and array.shape != self.shape:
+                raise ValueError(f"an array of shape {array.shape} does not go with {self.length} numbers; give equal lengths, or one number")
+            ends = np.cumsum([len(part) for part in self.parts])[:-1]
+            values = [array.reshape(())[()]] * len(self.parts) if array.size == 1 else np.split(array, ends)
+        else:
+            return NotImplemented
+        return CiphertextArray([function(part, value) for part, value in zip(self.parts, values)], self.length)
+
+    def __add__(self, other: Any) -> Any:
+        return self._zip(other, lambda part, value: part + value)
+
+    __radd__ = __add__
+
+    def __sub__(self, other: Any) -> Any:
+        return self._zip(other, lambda part, value: part - value)
+
+    def __rsub__(self, other: Any) -> Any:
+        return self._zip(other, lambda part, value: value - part)
+
+    def __mul__(self, other: Any) -> Any:
+        return self._zip(other, lambda part, value: part * value)
+
+    __rmul__ = __mul__
+
+    def __truediv__(self, other: Any) -> Any:
+        if isinstance(other, CiphertextArray):
+            raise TypeError("a division by ciphertexts needs bounds on them; multiply by torvo.functions.inverse(array, lower, upper)")
+        return self._zip(other, lambda part, value: part / value)
+
+    def __neg__(self) -> "CiphertextArray":
+        return self.map(negative)
+
+    def __pow__(self, exponent: Any) -> "CiphertextArray":
+        return self.map(lambda part: power(part, exponent))
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        from . import _pickling
+
+        return _pickling.array, (self.parts, self.length)

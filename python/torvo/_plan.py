@@ -1,0 +1,41 @@
+"""Dry runs."""
+
+from __future__ import annotations
+
+from contextvars import ContextVar
+from typing import Any, Optional
+
+from . import _torvo
+from ._numbers import as_numbers, log_slots_for, padded
+
+_plans: ContextVar[tuple["Plan", ...]] = ContextVar("torvo_plans", default=())
+
+
+class Plan(_torvo.Plan):
+    """A dry run: `with torvo.Plan(context) as plan:`, then functions of what `plan.encrypt` gives need no key.
+
+    They count what they would do, refuse what they would refuse, and predict the error. `plan.report` has the counts.
+    With a `torvo.Precision` the plan bootstraps where levels would run out.
+    """
+
+    def encrypt(self, values: Any, level: Optional[int] = None) -> _torvo.PlannedCiphertext:
+        """A planned ciphertext of typical numbers, as `keys.encrypt` would make a real one."""
+        if isinstance(values, _torvo.Message):
+            return super().encrypt(values, level)
+        array = as_numbers(values)
+        return super().encrypt(padded(array, log_slots_for(array.size)), level)
+
+    def __enter__(self) -> "Plan":
+        _plans.set(_plans.get() + (self,))
+        return self
+
+    def __exit__(self, *exception: object) -> None:
+        _plans.set(_plans.get()[:-1])
+
+
+def current() -> Plan:
+    """The plan of the innermost `with torvo.Plan(context) as plan:` of this thread. Raises torvo.Error without one."""
+    plans = _plans.get()
+    if not plans:
+        raise _torvo.Error("no plan is set in this thread; write `with torvo.Plan(context) as plan:` around what is planned")
+    return plans[-1]

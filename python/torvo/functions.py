@@ -1,0 +1,260 @@
+"""Functions of encrypted numbers: polynomials, analysis and statistics.
+
+They take a `Ciphertext` and, but for statistics of blocks, a `CiphertextArray`, and compute with the evaluator of `with
+torvo.Evaluator(keys):`. One that was made with `bootstrap` bootstraps where levels would run out. They take what
+`Plan.encrypt` gives too, and then need no key.
+
+Every slot holds a real number, and a domain is stated for it: an interval from `lower` to `upper`, or [-bound, bound]. There
+a result differs from the function that is named by at most `error`, an absolute number, and by the errors of the operations.
+Outside the domain the result is any number. A smaller error costs levels; `Plan` says how many.
+
+`out` is a ciphertext to write, which may be the operand. Refused calls raise torvo.Error and leave it as it was.
+"""
+
+from __future__ import annotations
+
+from typing import Any, Callable, Sequence, Union
+
+from . import _evaluator, _plan, _torvo
+from ._ciphertext import Ciphertext, CiphertextArray, _settled
+
+__all__ = [
+    "Variance",
+    "bootstrap",
+    "correlation",
+    "cos",
+    "covariance",
+    "distance",
+    "evaluate",
+    "evaluate_blockwise",
+    "exp",
+    "gelu",
+    "inner_product",
+    "inverse",
+    "inverse_sqrt",
+    "log",
+    "mean",
+    "polynomial",
+    "sigmoid",
+    "sin",
+    "softmax",
+    "sqrt",
+    "squared_distance",
+    "sum",
+    "tanh",
+    "variance",
+]
+
+Variance = _torvo.Variance
+_Number = Union[Ciphertext, CiphertextArray, _torvo.PlannedCiphertext]
+#: What a function is computed to where nobody says otherwise.
+_ERROR = 1e-5
+
+
+def _slotwise(x: Any, out: Any, call: Callable[[Any, Any, Any], None], is_complex: bool = False) -> Any:
+    """`call(on, x, out)` for a ciphertext, for each part of an array, or for a planned ciphertext."""
+    if isinstance(x, CiphertextArray):
+        if out is not None:
+            raise TypeError("a CiphertextArray has no single out to write; give none")
+        return x.map(lambda part: _slotwise(part, None, call, is_complex))
+    if isinstance(x, _torvo.PlannedCiphertext):
+        made = _torvo.PlannedCiphertext() if out is None else out
+        call(_plan.current(), x, made)
+        return made
+    if not isinstance(x, Ciphertext):
+        raise TypeError(f"the operand is a {type(x).__name__}; give a Ciphertext, a CiphertextArray or what Plan.encrypt gives")
+    made = Ciphertext(x.context) if out is None else out
+    shape, kind = x._shape, "c" if is_complex or x._kind == "c" else "f"
+    call(_evaluator.current().on, _settled(x), made)
+    made._describe(shape, kind)
+    return made
+
+
+def inverse(x: _Number, lower: float, upper: float, error: float = _ERROR, out: Any = None) -> Any:
+    """1 / x, for x from `lower` to `upper`: both positive, or both negative."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.inverse(on, a, lower, upper, error, b))
+
+
+def sqrt(x: _Number, lower: float, upper: float, error: float = _ERROR, out: Any = None) -> Any:
+    """The square root, for x from `lower`, which is 0 or more, to `upper`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.sqrt(on, a, lower, upper, error, b))
+
+
+def inverse_sqrt(x: _Number, lower: float, upper: float, error: float = _ERROR, out: Any = None) -> Any:
+    """1 / sqrt(x), for x from `lower`, which is positive, to `upper`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.inverse_sqrt(on, a, lower, upper, error, b))
+
+
+def exp(x: _Number, lower: float = -1.0, upper: float = 1.0, error: float = _ERROR, out: Any = None) -> Any:
+    """e^x, for x from `lower` to `upper`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.exp(on, a, lower, upper, error, b))
+
+
+def log(x: _Number, lower: float, upper: float, error: float = _ERROR, out: Any = None) -> Any:
+    """The natural logarithm, for x from `lower`, which is positive, to `upper`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.log(on, a, lower, upper, error, b))
+
+
+def sigmoid(x: _Number, bound: float = 8.0, error: float = _ERROR, out: Any = None) -> Any:
+    """1 / (1 + e^-x), for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.sigmoid(on, a, bound, error, b))
+
+
+def tanh(x: _Number, bound: float = 4.0, error: float = _ERROR, out: Any = None) -> Any:
+    """The hyperbolic tangent, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.tanh(on, a, bound, error, b))
+
+
+def gelu(x: _Number, bound: float = 8.0, error: float = _ERROR, out: Any = None) -> Any:
+    """x (1 + erf(x / sqrt(2))) / 2, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.gelu(on, a, bound, error, b))
+
+
+def sin(x: _Number, bound: float = 3.15, error: float = _ERROR, out: Any = None) -> Any:
+    """The sine, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.sin(on, a, bound, error, b))
+
+
+def cos(x: _Number, bound: float = 3.15, error: float = _ERROR, out: Any = None) -> Any:
+    """The cosine, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.cos(on, a, bound, error, b))
+
+
+def softmax(x: Any, bound: float = 1.0, error: float = _ERROR, length: int = 0, out: Any = None) -> Any:
+    """e^x over the sum of e^x in the block of `length` slots, 0 for all, for |x| up to `bound`. Needs rotation keys."""
+    _require_whole_blocks([x], length)
+    return _slotwise(x, out, lambda on, a, b: _torvo.softmax(on, a, bound, error, b, length))
+
+
+def evaluate(x: _Number, series: _torvo.ChebyshevSeries, out: Any = None) -> Any:
+    """The series at every slot, at ceil(log2(degree + 1)) levels and about 2 sqrt(degree) products."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.evaluate(on, a, series, b), not series.is_real)
+
+
+def evaluate_blockwise(x: Any, series: Sequence[_torvo.ChebyshevSeries], out: Any = None) -> Any:
+    """Another series in each of equally long blocks of slots, on one interval; a padding counts as slots."""
+    series = list(series)
+    is_complex = not all(f.is_real for f in series)
+    return _slotwise(x, out, lambda on, a, b: _torvo.evaluate_blockwise(on, a, series, b), is_complex)
+
+
+def polynomial(x: _Number, coefficients: Sequence[complex], bound: float = 1.0, out: Any = None) -> Any:
+    """The polynomial with these coefficients of 1, x, x^2 and so on. Beyond degree 10 a series loses fewer bits."""
+    numbers = [complex(c) for c in coefficients]
+    is_complex = any(c.imag != 0 for c in numbers)
+    return _slotwise(x, out, lambda on, a, b: _torvo.evaluate_monomials(on, a, numbers, b, bound), is_complex)
+
+
+def bootstrap(x: Union[Ciphertext, CiphertextArray], extended: bool = False, out: Any = None) -> Any:
+    """The same numbers with their levels back. Real and imaginary parts lie in [-1, 1].
+
+    Needs `torvo.Evaluator(keys, bootstrap=...)`; raises torvo.Error without.
+    """
+    bootstrapper = _evaluator.current().bootstrapper
+    if bootstrapper is None:
+        raise _torvo.Error("the evaluator has no bootstrapper; make keys and evaluator with bootstrap=True, or the number of slots")
+    run = bootstrapper.bootstrap_extended if extended else bootstrapper.bootstrap
+    is_complex = x.dtype.kind == "c"
+    return _slotwise(x, out, lambda on, a, b: run(a, b, is_complex))
+
+
+def _require_whole_blocks(operands: Sequence[Any], length: int) -> None:
+    """A padding would count as numbers, so blocks must end where the numbers do."""
+    for x in operands:
+        if isinstance(x, Ciphertext):
+            block = length if length > 0 else x.slots
+            count = x.shape[0] if x.shape else 1
+            if count % block != 0:
+                raise ValueError(
+                    f"{count} numbers stand in {x.slots} slots, so that the padding would count in blocks of {block}; "
+                    "encrypt as many numbers as a power of two, or give a length that divides their number"
+                )
+
+
+def _operands(x: Any) -> list[Any]:
+    """One operand or many as a list."""
+    if isinstance(x, CiphertextArray):
+        return list(x.parts)
+    operands = [x] if isinstance(x, (Ciphertext, _torvo.PlannedCiphertext)) else list(x)
+    for one in operands:
+        if not isinstance(one, (Ciphertext, _torvo.PlannedCiphertext)):
+            raise TypeError(f"an operand is a {type(one).__name__}; give ciphertexts")
+    return operands
+
+
+def _statistic(
+    lists: Sequence[Any], length: int, out: Any, call: Callable[[Any, list[list[Any]], Any], None]
+) -> Any:
+    """`call(on, operands, out)` for lists of operands. The result has the shape of the first operand."""
+    operands = [_operands(x) for x in lists]
+    everything = [one for some in operands for one in some]
+    _require_whole_blocks(everything, length)
+    if any(isinstance(one, _torvo.PlannedCiphertext) for one in everything):
+        made = _torvo.PlannedCiphertext() if out is None else out
+        call(_plan.current(), operands, made)
+        return made
+    if not everything:
+        raise ValueError("no ciphertext is given; give at least one")
+    first = everything[0]
+    made = Ciphertext(first.context) if out is None else out
+    shape, kind = first._shape, "c" if any(one._kind == "c" for one in everything) else "f"
+    call(_evaluator.current().on, [[_settled(one) for one in some] for some in operands], made)
+    made._describe(shape, kind)
+    return made
+
+
+def sum(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
+    """The sum over each block of `length` slots, 0 for all slots, in every slot of the block.
+
+    `x` is a ciphertext, or many whose blocks are summed together; a length of 1 combines them slot by slot. Blocks need the
+    rotation keys for powers of two. `bound` is what the numbers do not exceed, for an evaluator that bootstraps. The same
+    holds for all statistics.
+    """
+    return _statistic([x], length, out, lambda on, xs, b: _torvo.sum(on, xs[0], b, length, bound))
+
+
+def mean(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
+    """The mean over each block."""
+    return _statistic([x], length, out, lambda on, xs, b: _torvo.mean(on, xs[0], b, length, bound))
+
+
+def variance(
+    x: Any, kind: _torvo.Variance = Variance.Population, length: int = 0, bound: float = 1.0, out: Any = None
+) -> Any:
+    """The variance of real numbers over each block, of a population or estimated from a sample."""
+    return _statistic([x], length, out, lambda on, xs, b: _torvo.variance(on, xs[0], kind, b, length, bound))
+
+
+def covariance(
+    x: Any, y: Any, kind: _torvo.Variance = Variance.Population, length: int = 0, bound: float = 1.0, out: Any = None
+) -> Any:
+    """The covariance of real numbers over each block."""
+    return _statistic([x, y], length, out, lambda on, xs, b: _torvo.covariance(on, xs[0], xs[1], kind, b, length, bound))
+
+
+def inner_product(x: Any, y: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
+    """The sum of x y over each block, none of them conjugated."""
+    return _statistic([x, y], length, out, lambda on, xs, b: _torvo.inner_product(on, xs[0], xs[1], b, length, bound))
+
+
+def squared_distance(x: Any, y: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
+    """The sum of (x - y)^2 over each block."""
+    return _statistic([x, y], length, out, lambda on, xs, b: _torvo.squared_distance(on, xs[0], xs[1], b, length, bound))
+
+
+def distance(
+    x: Any, y: Any, lowest: float, highest: float, error: float = _ERROR, length: int = 0, bound: float = 1.0, out: Any = None
+) -> Any:
+    """The Euclidean distance over each block, the squares of which lie between `lowest` and `highest`."""
+    return _statistic(
+        [x, y], length, out, lambda on, xs, b: _torvo.distance(on, xs[0], xs[1], lowest, highest, error, b, length, bound)
+    )
+
+
+def correlation(
+    x: Any, y: Any, lowest: float, highest: float, error: float = _ERROR, length: int = 0, bound: float = 1.0, out: Any = None
+) -> Any:
+    """The correlation over each block; both variances lie between `lowest` and `highest`."""
+    return _statistic(
+        [x, y], length, out, lambda on, xs, b: _torvo.correlation(on, xs[0], xs[1], lowest, highest, error, b, length, bound)
+    )
