@@ -63,6 +63,7 @@ std::map<std::string, std::weak_ptr<ContextContent>>& known() {
 /// The one context of this content: the one that is there, or else this.
 SharedContext oneOf(Torvo::Context made) {
     const std::string recipe = recipeOf(made);
+    std::erase_if(known(), [](const auto& entry) { return entry.second.expired(); });
     auto& slot = known()[recipe];
     if (auto there = slot.lock()) return {std::move(there)};
     slot = made;
@@ -88,8 +89,13 @@ SharedContext fromBytes(const py::bytes& bytes) {
     return oneOf(std::move(made));
 }
 
+/// A preset is known by its number too, so that one that is there need not be made to be found.
 SharedContext ofPreset(ParameterPreset preset) {
-    return madeBy([&] { return Torvo::makeContext(preset); });
+    static auto& byPreset = *new std::map<ParameterPreset, std::weak_ptr<ContextContent>>;
+    if (auto there = byPreset[preset].lock()) return {std::move(there)};
+    SharedContext made = madeBy([&] { return Torvo::makeContext(preset); });
+    byPreset[preset] = made.context;
+    return made;
 }
 
 SharedContext ofName(const std::string& name) {

@@ -49,7 +49,10 @@ template <class Key>
 void defineUnder(py::class_<Encryptor>& handle, const char* name) {
     handle.def("encrypt", &encryptMessage<Key>, py::arg("message"), py::arg(name), py::arg("out"),
                py::arg("level") = py::none(), py::arg("rescale_counter") = 0);
-    handle.def("encrypt", &encryptPlaintext<Key>, py::arg("plaintext"), py::arg(name), py::arg("out"));
+    handle.def("encrypt", &encryptPlaintext<Key>, py::arg("plaintext"), py::arg(name), py::arg("out"),
+               "Writes an encryption of a message or a plaintext. A message goes to the encryption level or "
+               "to `level`; "
+               "numbers that are too large, infinite or NaN raise Error.");
 }
 
 void bindEncryptor(py::module_& module) {

@@ -2,20 +2,14 @@
 
 from __future__ import annotations
 
-from typing import Any, Callable, Iterator, Optional, Sequence, Union
+from typing import Any, Callable, Iterator, Optional, Sequence
 
 import numpy as np
 
-from . import _torvo
-from ._numbers import as_numbers, is_scalar, log_slots_for, padded
+from . import _current, _torvo
+from ._numbers import Array, as_numbers, is_scalar, log_slots_for, padded
 
 _DTYPES = {"f": np.dtype(np.float64), "c": np.dtype(np.complex128)}
-
-
-def _current() -> Any:
-    from ._evaluator import current
-
-    return current().native
 
 
 class Ciphertext(_torvo.Ciphertext):
@@ -86,7 +80,7 @@ class Ciphertext(_torvo.Ciphertext):
         return made
 
     @staticmethod
-    def from_bytes(  # type: ignore[override]
+    def from_bytes(
         context: _torvo.Context, data: bytes, shape: Optional[tuple[int, ...]] = None, kind: str = "c"
     ) -> "Ciphertext":
         """The ciphertext whose `to_bytes` gave these. The bytes tell neither length nor kind: give them, or get all slots."""
@@ -163,7 +157,7 @@ class Ciphertext(_torvo.Ciphertext):
     def conjugate(self, out: Optional["Ciphertext"] = None) -> "Ciphertext":
         """The complex conjugates. Needs the key of `keygen(..., conjugation=True)`."""
         out = _output(self, out)
-        _current().conjugate(self, out)
+        _current.evaluator().native.conjugate(self, out)
         out._describe(self._shape, self._kind)
         return out
 
@@ -188,7 +182,7 @@ def _settled(operand: Any) -> Any:
         return operand
     paid = _torvo.Ciphertext(operand.context)
     paid.assign(operand)
-    evaluator = _current()
+    evaluator = _current.evaluator().native
     while paid.rescale_counter > 0:
         evaluator.rescale(paid)
     return paid
@@ -196,7 +190,7 @@ def _settled(operand: Any) -> Any:
 
 def _call(name: str, a: Any, b: Any, out: Ciphertext) -> None:
     """`out = a b`. Operators leave no rescale owed, but their operands may come from elsewhere."""
-    call = getattr(_current(), name)
+    call = getattr(_current.evaluator().native, name)
     try:
         call(a, b, out)
     except _torvo.Error:
@@ -233,7 +227,7 @@ def _match(a: Ciphertext, b: Ciphertext) -> tuple[Any, Any, Optional[tuple[int, 
     )
 
 
-def _values_for(a: Ciphertext, values: Any) -> Union[np.ndarray, None]:
+def _values_for(a: Ciphertext, values: Any) -> Optional[Array]:
     """An array that goes with a ciphertext; of no dimension for one number; None for what is no array of numbers."""
     if not isinstance(values, (np.ndarray, list, tuple)):
         return None
@@ -328,7 +322,7 @@ def multiply(a: Any, b: Any, out: Optional[Ciphertext] = None) -> Any:
 def negative(a: Ciphertext, out: Optional[Ciphertext] = None) -> Ciphertext:
     """`-a`, written into `out` if one is given; `out` may be the operand."""
     made = _output(a, out)
-    _current().negate(a, made)
+    _current.evaluator().native.negate(a, made)
     made._describe(a._shape, a._kind)
     return made
 
@@ -336,7 +330,7 @@ def negative(a: Ciphertext, out: Optional[Ciphertext] = None) -> Ciphertext:
 def square(a: Ciphertext, out: Optional[Ciphertext] = None) -> Ciphertext:
     """`a ** 2`, written into `out` if one is given; `out` may be the operand."""
     made = _output(a, out)
-    _current().square(_settled(a), made)
+    _current.evaluator().native.square(_settled(a), made)
     made._describe(a._shape, a._kind)
     return made
 
@@ -353,7 +347,7 @@ def power(a: Ciphertext, exponent: int) -> Ciphertext:
             result = squares if result is None else _operate(squares, result, None, "mult")
         left >>= 1
         if left == 0:
-            return result.copy() if result is a else result  # type: ignore[return-value, union-attr]
+            return result.copy() if result is a else result  # type: ignore[return-value]
         squares = square(squares)
 
 
@@ -365,9 +359,9 @@ def rotate(a: Ciphertext, index: int, out: Optional[Ciphertext] = None) -> Ciphe
     count = _index(index)
     made = _output(a, out)
     if count >= 0:
-        _current().left_rotate(a, count % a.slots, made)
+        _current.evaluator().native.left_rotate(a, count % a.slots, made)
     else:
-        _current().right_rotate(a, -count % a.slots, made)
+        _current.evaluator().native.right_rotate(a, -count % a.slots, made)
     made._describe(a._shape, a._kind)
     return made
 
@@ -410,7 +404,7 @@ class CiphertextArray(Sequence[Ciphertext]):
     def __repr__(self) -> str:
         return f"<torvo.CiphertextArray: {self.length} numbers in {len(self.parts)} ciphertexts>"
 
-    def map(self, function: Callable[[Ciphertext], Ciphertext]) -> "CiphertextArray":
+    def map(self, function: Callable[[Ciphertext], Any]) -> "CiphertextArray":
         """`function` of each part. An interrupt ends it between two parts."""
         return CiphertextArray([function(part) for part in self.parts], self.length)
 

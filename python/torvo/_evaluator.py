@@ -2,14 +2,10 @@
 
 from __future__ import annotations
 
-from contextvars import ContextVar
 from typing import Optional, Union
 
-from . import _torvo
+from . import _current, _torvo
 from ._keys import PublicKeys
-
-#: The evaluators of the `with` statements around, the innermost last. A thread begins with none.
-_evaluators: ContextVar[tuple["Evaluator", ...]] = ContextVar("torvo_evaluators", default=())
 
 
 class Evaluator:
@@ -44,21 +40,8 @@ class Evaluator:
             self.on = _torvo.BootstrappingEvaluator(self.native, self.bootstrapper, precision)
 
     def __enter__(self) -> "Evaluator":
-        _evaluators.set(_evaluators.get() + (self,))
+        _current.evaluators.set(_current.evaluators.get() + (self,))
         return self
 
     def __exit__(self, *exception: object) -> None:
-        _evaluators.set(_evaluators.get()[:-1])
-
-
-def current() -> Evaluator:
-    """The evaluator of the innermost `with torvo.Evaluator(keys):` of this thread.
-
-    Raises torvo.Error where there is none.
-    """
-    evaluators = _evaluators.get()
-    if not evaluators:
-        raise _torvo.Error(
-            "no evaluator is set in this thread; write `with torvo.Evaluator(keys):` around what computes, in each thread"
-        )
-    return evaluators[-1]
+        _current.evaluators.set(_current.evaluators.get()[:-1])

@@ -11,7 +11,7 @@ import numpy as np
 
 from . import _torvo
 from ._ciphertext import Ciphertext, CiphertextArray
-from ._numbers import as_numbers, log_slots_for, padded
+from ._numbers import Array, as_numbers, log_slots_for, padded
 
 _PathLike = Union[str, "os.PathLike[str]"]
 #: The file of the context in a key directory.
@@ -136,7 +136,7 @@ class Keys(PublicKeys):
         """As `PublicKeys.encrypt`; with `symmetric` under the secret key, which adds less noise."""
         return self._encrypt(values, self.secret if symmetric else self.pack, level, slots, out)
 
-    def decrypt(self, ciphertext: Any, *, full: bool = False, out: Optional[np.ndarray] = None) -> Any:
+    def decrypt(self, ciphertext: Any, *, full: bool = False, out: Optional[Array] = None) -> Any:
         """The numbers in a ciphertext, as many as went in: an array of float64, or complex128 where some were complex.
 
         With `full` all slots, the padding included. `out` is an array to write. The low bits are noise that depends on the
@@ -200,7 +200,7 @@ def _with_progress(steps: list[Callable[[], None]], progress: Optional[bool]) ->
     if progress is False or (progress is None and not sys.stderr.isatty()):
         return steps
     try:
-        from tqdm import tqdm
+        from tqdm import tqdm  # type: ignore[import]
     except ImportError:
         if progress:
             raise ImportError("a progress bar is asked for, but tqdm is not installed; install it or give progress=None") from None

@@ -2,13 +2,10 @@
 
 from __future__ import annotations
 
-from contextvars import ContextVar
 from typing import Any, Optional
 
-from . import _torvo
+from . import _current, _torvo
 from ._numbers import as_numbers, log_slots_for, padded
-
-_plans: ContextVar[tuple["Plan", ...]] = ContextVar("torvo_plans", default=())
 
 
 class Plan(_torvo.Plan):
@@ -26,16 +23,8 @@ class Plan(_torvo.Plan):
         return super().encrypt(padded(array, log_slots_for(array.size)), level)
 
     def __enter__(self) -> "Plan":
-        _plans.set(_plans.get() + (self,))
+        _current.plans.set(_current.plans.get() + (self,))
         return self
 
     def __exit__(self, *exception: object) -> None:
-        _plans.set(_plans.get()[:-1])
-
-
-def current() -> Plan:
-    """The plan of the innermost `with torvo.Plan(context) as plan:` of this thread. Raises torvo.Error without one."""
-    plans = _plans.get()
-    if not plans:
-        raise _torvo.Error("no plan is set in this thread; write `with torvo.Plan(context) as plan:` around what is planned")
-    return plans[-1]
+        _current.plans.set(_current.plans.get()[:-1])

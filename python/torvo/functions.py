@@ -15,7 +15,7 @@ from __future__ import annotations
 
 from typing import Any, Callable, Sequence, Union
 
-from . import _evaluator, _plan, _torvo
+from . import _current, _torvo
 from ._ciphertext import Ciphertext, CiphertextArray, _settled
 
 __all__ = [
@@ -59,13 +59,13 @@ def _slotwise(x: Any, out: Any, call: Callable[[Any, Any, Any], None], is_comple
         return x.map(lambda part: _slotwise(part, None, call, is_complex))
     if isinstance(x, _torvo.PlannedCiphertext):
         made = _torvo.PlannedCiphertext() if out is None else out
-        call(_plan.current(), x, made)
+        call(_current.plan(), x, made)
         return made
     if not isinstance(x, Ciphertext):
         raise TypeError(f"the operand is a {type(x).__name__}; give a Ciphertext, a CiphertextArray or what Plan.encrypt gives")
     made = Ciphertext(x.context) if out is None else out
     shape, kind = x._shape, "c" if is_complex or x._kind == "c" else "f"
-    call(_evaluator.current().on, _settled(x), made)
+    call(_current.evaluator().on, _settled(x), made)
     made._describe(shape, kind)
     return made
 
@@ -150,7 +150,7 @@ def bootstrap(x: Union[Ciphertext, CiphertextArray], extended: bool = False, out
 
     Needs `torvo.Evaluator(keys, bootstrap=...)`; raises torvo.Error without.
     """
-    bootstrapper = _evaluator.current().bootstrapper
+    bootstrapper = _current.evaluator().bootstrapper
     if bootstrapper is None:
         raise _torvo.Error("the evaluator has no bootstrapper; make keys and evaluator with bootstrap=True, or the number of slots")
     run = bootstrapper.bootstrap_extended if extended else bootstrapper.bootstrap
@@ -191,14 +191,14 @@ def _statistic(
     _require_whole_blocks(everything, length)
     if any(isinstance(one, _torvo.PlannedCiphertext) for one in everything):
         made = _torvo.PlannedCiphertext() if out is None else out
-        call(_plan.current(), operands, made)
+        call(_current.plan(), operands, made)
         return made
     if not everything:
         raise ValueError("no ciphertext is given; give at least one")
     first = everything[0]
     made = Ciphertext(first.context) if out is None else out
     shape, kind = first._shape, "c" if any(one._kind == "c" for one in everything) else "f"
-    call(_evaluator.current().on, [[_settled(one) for one in some] for some in operands], made)
+    call(_current.evaluator().on, [[_settled(one) for one in some] for some in operands], made)
     made._describe(shape, kind)
     return made
 
