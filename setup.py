@@ -1,7 +1,7 @@
 """Builds the compiled part of the Python package with CMake; pyproject.toml says all the rest.
 
 The wheel carries the module and libTorvo beside it, which finds it there. CMAKE_ARGS is handed on to CMake, and
-CMAKE_BUILD_PARALLEL_LEVEL says how many compilers run at once.
+CMAKE_BUILD_PARALLEL_LEVEL says how many compilers run at once, by default one for each core.
 """
 
 import os
@@ -27,7 +27,9 @@ class BuildWithCMake(build_ext):
                      "-DTORVO_BUILD_PYTHON=ON", f"-DTORVO_PYTHON={sys.executable}"]
         configure += [f"-DTORVO_BUILD_{part}=OFF" for part in ("TESTS", "BENCH", "EXAMPLES")]
         subprocess.run(configure + shlex.split(os.environ.get("CMAKE_ARGS", "")), check=True)
-        subprocess.run(["cmake", "--build", str(build), "--parallel", "--target", "_torvo"], check=True)
+        # A number must be there: without one, make starts as many compilers as there are files.
+        jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL") or str(os.cpu_count() or 1)
+        subprocess.run(["cmake", "--build", str(build), "--parallel", jobs, "--target", "_torvo"], check=True)
         subprocess.run(["cmake", "--install", str(build), "--component", "python", "--prefix", str(package.parent)],
                        check=True)
 
