@@ -1,7 +1,8 @@
 """What an operator of Python costs beside the call of the library that it makes.
 
-Both are measured in turn, in one process, with one OpenMP thread, and the least of many rounds are compared. The call of the
-library is that of the compiled module with an output; for a new object the output is made first, as a C++ caller would.
+Both are measured in turn, in one process, with one OpenMP thread, and the least of many rounds are compared. The
+call of the library is that of the compiled module with an output; for a new object the output is made first, as a
+C++ caller would.
 
     OMP_NUM_THREADS=1 python python/bench.py [rounds]
 """

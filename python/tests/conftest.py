@@ -12,7 +12,12 @@ from hypothesis import HealthCheck, settings
 
 import torvo
 
-_LENIENT: dict[str, Any] = {"deadline": None, "suppress_health_check": list(HealthCheck), "database": None, "print_blob": True}
+_LENIENT: dict[str, Any] = {
+    "deadline": None,
+    "suppress_health_check": list(HealthCheck),
+    "database": None,
+    "print_blob": True,
+}
 settings.register_profile("short", max_examples=100, derandomize=True, **_LENIENT)
 settings.register_profile("long", max_examples=2000, **_LENIENT)
 settings.load_profile(os.environ.get("TORVO_HYPOTHESIS", "short"))

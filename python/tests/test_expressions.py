@@ -69,11 +69,11 @@ def test_an_expression_gives_what_numpy_gives(scheme, tree):
         result = value(tree, scheme.encrypt)
     expected = value(tree, lambda array: array)
     note(f"{tree} -> {expected}")
-    # The peak, where every leaf has its modulus, 1 at least, and nothing cancels, bounds each value on the way and its
-    # derivative by a leaf or by a result in between. There are at most six leaves and eleven operations, and each adds
-    # an error e at most, so that the result errs by 17 e peak. On SD3, which has
-    # the smaller scale, 2^41, the largest error among 10,000 numbers that were encrypted was 2^-29, and that of products no
-    # larger: e = 2^-26 leaves a factor of eight.
+    # The peak, where every leaf has its modulus, 1 at least, and nothing cancels, bounds each value on the way and
+    # its derivative by a leaf or by a result in between. There are at most six leaves and eleven operations, and each
+    # adds an error e at most, so that the result errs by 17 e peak. On SD3, which has the smaller scale, 2^41, the
+    # largest error among 10,000 numbers that were encrypted was 2^-29, and that of products no larger: e = 2^-26
+    # leaves a factor of eight.
     peak = value(modulus(tree), lambda array: array)
     bound = 2.0**-26 * 17 * np.abs(peak).max()
     np.testing.assert_allclose(scheme.decrypt(result), np.broadcast_to(expected, LENGTH), atol=bound, rtol=0)

@@ -36,9 +36,10 @@ def test_a_wrong_type_is_found_by_mypy_and_a_right_one_passes(tmp_path):
     good = "import torvo\nkeys: torvo.Keys = torvo.keygen(torvo.Context('FX'), [1], conjugation=True)\n"
     (tmp_path / "good.py").write_text(good + "ct = torvo.Ciphertext(keys.context)\nlevel: int = ct.level\n")
     (tmp_path / "bad.py").write_text(good + "torvo.Context(1.5)\nlevel: str = torvo.Message(3).log_slots\n")
-    accepted = run(sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(tmp_path / "c"), "good.py", folder=tmp_path)
+    mypy = (sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(tmp_path / "cache"))
+    accepted = run(*mypy, "good.py", folder=tmp_path)
     assert accepted.returncode == 0, accepted.stdout
-    refused = run(sys.executable, "-m", "mypy", "--strict", "--cache-dir", str(tmp_path / "c"), "bad.py", folder=tmp_path)
+    refused = run(*mypy, "bad.py", folder=tmp_path)
     assert refused.returncode == 1 and refused.stdout.count("error:") == 2, refused.stdout
 
 
@@ -52,7 +53,8 @@ def documented(module: Any) -> Any:
             if hasattr(thing, "__members__"):
                 continue  # an enumeration: its members are numbers, and the rest is that of every enumeration
             for member, value in vars(thing).items():
-                if not member.startswith("_") and (callable(value) or isinstance(value, (property, staticmethod, classmethod))):
+                kinds = (property, staticmethod, classmethod)
+                if not member.startswith("_") and (callable(value) or isinstance(value, kinds)):
                     yield f"{name}.{member}", value
         elif callable(thing):
             yield name, thing
@@ -65,5 +67,6 @@ def test_everything_public_has_a_docstring(module):
 
 
 def test_the_names_of_the_package_are_those_it_lists():
-    assert {"Ciphertext", "Context", "Error", "Evaluator", "Keys", "Message", "keygen", "functions"} <= set(torvo.__all__)
+    wanted = {"Ciphertext", "Context", "Error", "Evaluator", "Keys", "Message", "keygen", "functions"}
+    assert wanted <= set(torvo.__all__)
     assert all(hasattr(torvo, name) for name in torvo.__all__)

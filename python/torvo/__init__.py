@@ -10,11 +10,12 @@
         result = ct * ct + 1.5
     keys.decrypt(result)
 
-`keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has polynomials, analysis
-and statistics. Classes with output parameters, as the C++ headers have them, are here too: `HomEvaluator`, `Encryptor`,
-`Message` and so on; a `Ciphertext` serves as theirs.
+`keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has polynomials,
+analysis and statistics. Classes with output parameters, as the C++ headers have them, are here too:
+`HomEvaluator`, `Encryptor`, `Message` and so on; a `Ciphertext` serves as theirs.
 
-What the library refuses is a `torvo.Error`, with its text; what Python would refuse is a TypeError or a ValueError.
+What the library refuses is a `torvo.Error`, with its text; what Python would refuse is a TypeError or a
+ValueError.
 """
 
 from . import functions

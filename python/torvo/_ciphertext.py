@@ -15,15 +15,15 @@ _DTYPES = {"f": np.dtype(np.float64), "c": np.dtype(np.complex128)}
 class Ciphertext(_torvo.Ciphertext):
     """An encrypted number or array of one dimension.
 
-    `ct + x`, `ct - x`, `ct * x` and `ct / x` take numbers, arrays of the same length and, but for `/`, ciphertexts; `ct **
-    n` a positive integer. They use the evaluator of `with torvo.Evaluator(keys):`, rescale and match levels. A product
-    spends one level, one with an integer none; `ct ** n` spends ceil(log2(n)).
+    `ct + x`, `ct - x`, `ct * x` and `ct / x` take numbers, arrays of the same length and, but for `/`,
+    ciphertexts; `ct ** n` a positive integer. They use the evaluator of `with torvo.Evaluator(keys):`, rescale and
+    match levels. A product spends one level, one with an integer none; `ct ** n` spends ceil(log2(n)).
 
-    `ct << n` and `ct >> n` rotate the slots: `(ct << 1)[i]` is `ct[i + 1]`. The slots are as many as a power of two, and a
-    shorter array is padded, so zeros (or what operators made of them) come in where it ends.
+    `ct << n` and `ct >> n` rotate the slots: `(ct << 1)[i]` is `ct[i + 1]`. The slots are as many as a power of
+    two, and a shorter array is padded, so zeros (or what operators made of them) come in where it ends.
 
-    Every operator makes a new ciphertext; `+=` and its like write the left side, and `torvo.add(a, b, out=c)` another one.
-    `keys.decrypt` gives an array of the shape and the kind that went in.
+    Every operator makes a new ciphertext; `+=` and its like write the left side, and `torvo.add(a, b, out=c)`
+    another one. `keys.decrypt` gives an array of the shape and the kind that went in.
 
     Any number of threads may read one ciphertext; who writes waits for them, and they for it.
     """
@@ -83,7 +83,10 @@ class Ciphertext(_torvo.Ciphertext):
     def from_bytes(
         context: _torvo.Context, data: bytes, shape: Optional[tuple[int, ...]] = None, kind: str = "c"
     ) -> "Ciphertext":
-        """The ciphertext whose `to_bytes` gave these. The bytes tell neither length nor kind: give them, or get all slots."""
+        """The ciphertext whose `to_bytes` gave these.
+
+        The bytes tell neither length nor kind: give them, or get all slots.
+        """
         return Ciphertext.from_native(_torvo.Ciphertext.from_bytes(context, data), shape, kind)
 
     def copy(self) -> "Ciphertext":
@@ -228,7 +231,8 @@ def _match(a: Ciphertext, b: Ciphertext) -> tuple[Any, Any, Optional[tuple[int, 
 
 
 def _values_for(a: Ciphertext, values: Any) -> Optional[Array]:
-    """An array that goes with a ciphertext; of no dimension for one number; None for what is no array of numbers."""
+    """An array that goes with a ciphertext; of no dimension for one number; None for what is no array of numbers.
+    """
     if not isinstance(values, (np.ndarray, list, tuple)):
         return None
     array = as_numbers(values)
@@ -269,7 +273,10 @@ def _operate(a: Ciphertext, b: Any, out: Optional[Ciphertext], name: str) -> Any
                 left, shape = _repeated(a, log_slots_for(array.size)), array.shape
             right = padded(array, left.log_slots)
     if out is a and shape != a._shape:
-        raise ValueError(f"an operation in place would turn shape {a.shape} into {shape}; use the operator that makes a new ciphertext")
+        raise ValueError(
+            f"an operation in place would turn shape {a.shape} into {shape}; "
+            "use the operator that makes a new ciphertext"
+        )
     made = _output(a, out)
     _call(name, left, right, made)
     made._describe(shape, "c" if is_complex else "f")
@@ -279,7 +286,10 @@ def _operate(a: Ciphertext, b: Any, out: Optional[Ciphertext], name: str) -> Any
 def _divide(a: Ciphertext, b: Any, out: Optional[Ciphertext]) -> Any:
     """`a / b` for numbers in the clear."""
     if isinstance(b, _torvo.Ciphertext):
-        raise TypeError("a division by a ciphertext needs bounds on it; multiply by torvo.functions.inverse(ct, lower, upper)")
+        raise TypeError(
+            "a division by a ciphertext needs bounds on it; "
+            "multiply by torvo.functions.inverse(ct, lower, upper)"
+        )
     if is_scalar(b):
         return _operate(a, 1 / b, out, "mult")
     array = _values_for(a, b)
@@ -336,7 +346,10 @@ def square(a: Ciphertext, out: Optional[Ciphertext] = None) -> Ciphertext:
 
 
 def power(a: Ciphertext, exponent: int) -> Ciphertext:
-    """`a ** exponent` for a positive integer, at ceil(log2(exponent)) levels. An interrupt ends it between two products."""
+    """`a ** exponent` for a positive integer, at ceil(log2(exponent)) levels.
+
+    An interrupt ends it between two products.
+    """
     if not isinstance(exponent, (int, np.integer)) or isinstance(exponent, bool):
         raise TypeError(f"the exponent is {exponent!r}; give a positive integer")
     if exponent < 1:
@@ -369,8 +382,8 @@ def rotate(a: Ciphertext, index: int, out: Optional[Ciphertext] = None) -> Ciphe
 class CiphertextArray(Sequence[Ciphertext]):
     """An array that is longer than one ciphertext: full ciphertexts, one after the other, the last one padded.
 
-    The operators are those of `Ciphertext`, but for rotations. `parts` are the ciphertexts, which are also what the array
-    gives when it is indexed or iterated over; `length` is how many numbers there are.
+    The operators are those of `Ciphertext`, but for rotations. `parts` are the ciphertexts, which are also what
+    the array gives when it is indexed or iterated over; `length` is how many numbers there are.
     """
 
     __array_ufunc__ = None
@@ -412,14 +425,20 @@ class CiphertextArray(Sequence[Ciphertext]):
         """`function` of each part and what goes with it."""
         if isinstance(other, CiphertextArray):
             if other.length != self.length or len(other.parts) != len(self.parts):
-                raise ValueError(f"arrays of {self.length} and {other.length} numbers do not go together; give equal lengths")
+                raise ValueError(
+                    f"arrays of {self.length} and {other.length} numbers do not go together; "
+                    "give equal lengths"
+                )
             values: list[Any] = other.parts
         elif is_scalar(other):
             values = [other] * len(self.parts)
         elif isinstance(other, (np.ndarray, list, tuple)):
             array = as_numbers(other)
             if array.size != 1 and array.shape != self.shape:
-                raise ValueError(f"an array of shape {array.shape} does not go with {self.length} numbers; give equal lengths, or one number")
+                raise ValueError(
+                    f"an array of shape {array.shape} does not go with {self.length} numbers; "
+                    "give equal lengths, or one number"
+                )
             ends = np.cumsum([len(part) for part in self.parts])[:-1]
             values = [array.reshape(())[()]] * len(self.parts) if array.size == 1 else np.split(array, ends)
         else:
@@ -444,7 +463,10 @@ class CiphertextArray(Sequence[Ciphertext]):
 
     def __truediv__(self, other: Any) -> Any:
         if isinstance(other, CiphertextArray):
-            raise TypeError("a division by ciphertexts needs bounds on them; multiply by torvo.functions.inverse(array, lower, upper)")
+            raise TypeError(
+                "a division by ciphertexts needs bounds on them; "
+                "multiply by torvo.functions.inverse(array, lower, upper)"
+            )
         return self._zip(other, lambda part, value: part / value)
 
     def __neg__(self) -> "CiphertextArray":

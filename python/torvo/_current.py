@@ -21,7 +21,8 @@ def evaluator() -> Evaluator:
     entered = evaluators.get()
     if not entered:
         raise _torvo.Error(
-            "no evaluator is set in this thread; write `with torvo.Evaluator(keys):` around what computes, in each thread"
+            "no evaluator is set in this thread; "
+            "write `with torvo.Evaluator(keys):` around what computes, in each thread"
         )
     return entered[-1]
 
@@ -30,5 +31,8 @@ def plan() -> Plan:
     """The plan of the innermost `with torvo.Plan(context) as plan:`. Raises torvo.Error where there is none."""
     entered = plans.get()
     if not entered:
-        raise _torvo.Error("no plan is set in this thread; write `with torvo.Plan(context) as plan:` around what is planned")
+        raise _torvo.Error(
+            "no plan is set in this thread; "
+            "write `with torvo.Plan(context) as plan:` around what is planned"
+        )
     return entered[-1]

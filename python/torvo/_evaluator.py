@@ -11,12 +11,12 @@ from ._keys import PublicKeys
 class Evaluator:
     """Computes with the public keys of `keys`; `with torvo.Evaluator(keys):` sets what operators use.
 
-    It holds no secret, even if `keys` does. `bootstrap` makes functions bootstrap where levels would run out: True for
-    full ciphertexts, or the number of slots that the ciphertexts use; the keys must be made with `bootstrap` too.
-    `compact` says that they were made with `compact`. `extended` bootstraps in two passes, for more bits.
+    It holds no secret, even if `keys` does. `bootstrap` makes functions bootstrap where levels would run out: True
+    for full ciphertexts, or the number of slots that the ciphertexts use; the keys must be made with `bootstrap`
+    too. `compact` says that they were made with `compact`. `extended` bootstraps in two passes, for more bits.
 
-    The setting is a context variable: it holds in this thread or task alone, and ends with the `with`. Any number of
-    threads may enter one evaluator.
+    The setting is a context variable: it holds in this thread or task alone, and ends with the `with`. Any number
+    of threads may enter one evaluator.
     """
 
     def __init__(

@@ -21,8 +21,8 @@ _CONTEXT_FILE = "Context.bin"
 class PublicKeys:
     """The keys that a server may have: to encrypt, to compute with, and no secret. `Keys.public` makes them.
 
-    A pickle holds the keys that are in memory; of keys that were loaded from a directory it holds the path, so that
-    each process reads the keys that it needs.
+    A pickle holds the keys that are in memory; of keys that were loaded from a directory it holds the path, so
+    that each process reads the keys that it needs.
     """
 
     def __init__(self, context: _torvo.Context, pack: _torvo.KeyPack, directory: Optional[str] = None) -> None:
@@ -44,23 +44,30 @@ class PublicKeys:
         return PublicKeys(context, _torvo.KeyPack(context, path), os.path.abspath(path))
 
     def save(self, directory: _PathLike) -> None:
-        """Writes the context and the public keys that are in memory into a directory, which is made if it is missing."""
+        """Writes the context and the public keys that are in memory into a directory, which is made if it is
+        missing.
+        """
         path = Path(directory)
         path.mkdir(parents=True, exist_ok=True)
         self.context.save(str(path / _CONTEXT_FILE))
         self.pack.save(str(path))
 
     def encrypt(
-        self, values: Any, *, level: Optional[int] = None, slots: Optional[int] = None, out: Optional[Ciphertext] = None
+        self,
+        values: Any,
+        *,
+        level: Optional[int] = None,
+        slots: Optional[int] = None,
+        out: Optional[Ciphertext] = None,
     ) -> Any:
         """Encrypts a number, a list or an array of one dimension, real or complex, under the public key.
 
-        The values are padded with zeros to `slots`, by default the least power of two; the ciphertext remembers how many
-        there were. An array that is longer than the context's slots becomes a `CiphertextArray`. `level` is that of
-        the ciphertext, by default the highest; `out` is a ciphertext to write.
+        The values are padded with zeros to `slots`, by default the least power of two; the ciphertext remembers
+        how many there were. An array that is longer than the context's slots becomes a `CiphertextArray`. `level`
+        is that of the ciphertext, by default the highest; `out` is a ciphertext to write.
 
-        Raises TypeError for what is no number, ValueError for a wrong shape, torvo.Error for NaN, infinity, numbers that
-        are too large, and where there is no encryption key.
+        Raises TypeError for what is no number, ValueError for a wrong shape, torvo.Error for NaN, infinity,
+        numbers that are too large, and where there is no encryption key.
         """
         return self._encrypt(values, self.pack, level, slots, out)
 
@@ -84,7 +91,8 @@ class PublicKeys:
             raise ValueError(f"slots is {slots}; give a power of two")
         if array.size > 1 << log_slots or log_slots > self.context.log_slots:
             raise ValueError(
-                f"{array.size} numbers and slots={slots} are given; give slots from the number of values to the {self.context.slots} of the context"
+                f"{array.size} numbers and slots={slots} are given; "
+                f"give slots from the number of values to the {self.context.slots} of the context"
             )
         if out is None:
             out = Ciphertext(self.context)
@@ -137,17 +145,21 @@ class Keys(PublicKeys):
         return self._encrypt(values, self.secret if symmetric else self.pack, level, slots, out)
 
     def decrypt(self, ciphertext: Any, *, full: bool = False, out: Optional[Array] = None) -> Any:
-        """The numbers in a ciphertext, as many as went in: an array of float64, or complex128 where some were complex.
+        """The numbers in a ciphertext, as many as went in: an array of float64, or complex128 where some were
+        complex.
 
-        With `full` all slots, the padding included. `out` is an array to write. The low bits are noise that depends on the
-        secret key: do not publish raw decryptions.
+        With `full` all slots, the padding included. `out` is an array to write. The low bits are noise that
+        depends on the secret key: do not publish raw decryptions.
         """
         if isinstance(ciphertext, CiphertextArray):
             numbers = np.concatenate([self.decrypt(part, full=full) for part in ciphertext.parts])
         elif isinstance(ciphertext, _torvo.Ciphertext):
             numbers = self._numbers_of(ciphertext, full)
         else:
-            raise TypeError(f"a {type(ciphertext).__name__} is given to decrypt; give a Ciphertext or a CiphertextArray")
+            raise TypeError(
+                f"a {type(ciphertext).__name__} is given to decrypt; "
+                "give a Ciphertext or a CiphertextArray"
+            )
         if out is None:
             return numbers
         out[...] = numbers
@@ -167,7 +179,8 @@ class Keys(PublicKeys):
 
     def __reduce__(self) -> tuple[Any, ...]:
         raise TypeError(
-            "keys with a secret are not pickled; pickle keys.public(), and write the secret with keys.secret.save(path)"
+            "keys with a secret are not pickled; "
+            "pickle keys.public(), and write the secret with keys.secret.save(path)"
         )
 
     def __repr__(self) -> str:
@@ -203,7 +216,10 @@ def _with_progress(steps: list[Callable[[], None]], progress: Optional[bool]) ->
         from tqdm import tqdm  # type: ignore[import]
     except ImportError:
         if progress:
-            raise ImportError("a progress bar is asked for, but tqdm is not installed; install it or give progress=None") from None
+            raise ImportError(
+                "a progress bar is asked for, but tqdm is not installed; "
+                "install it or give progress=None"
+            ) from None
         return steps
     bar: Iterable[Callable[[], None]] = tqdm(steps, desc="keys", unit="key")
     return bar
@@ -221,12 +237,13 @@ def keygen(
 ) -> Keys:
     """A new secret key, or `secret`, and the public keys made from it: for encryption, products and `rotations`.
 
-    `rotations` are the indices that `<<` rotates by, negative ones for `>>`; "all" makes the powers of two, of which every
-    rotation is composed. `conjugation` makes the key for complex conjugation. `bootstrap` makes those for bootstrapping:
-    True for full ciphertexts, or the number of slots; `compact` fewer of them, for a slower bootstrap.
+    `rotations` are the indices that `<<` rotates by, negative ones for `>>`; "all" makes the powers of two, of
+    which every rotation is composed. `conjugation` makes the key for complex conjugation. `bootstrap` makes those
+    for bootstrapping: True for full ciphertexts, or the number of slots; `compact` fewer of them, for a slower
+    bootstrap.
 
-    A progress bar is shown on a terminal if tqdm is installed; `progress` True asks for it, False for none. An interrupt
-    ends the call between two keys.
+    A progress bar is shown on a terminal if tqdm is installed; `progress` True asks for it, False for none. An
+    interrupt ends the call between two keys.
     """
     if secret is None:
         secret = _torvo.SecretKey(context)

@@ -30,9 +30,15 @@ def as_numbers(values: Any) -> Array:
     """
     array = np.asarray(values)
     if array.dtype.kind not in _NUMBER_KINDS:
-        raise TypeError(f"numbers are needed, but the values are of dtype {array.dtype}; give integers, real or complex ones")
+        raise TypeError(
+            f"numbers are needed, but the values are of dtype {array.dtype}; "
+            "give integers, real or complex ones"
+        )
     if array.ndim > 1:
-        raise ValueError(f"an array of shape {array.shape} has more than one dimension; give a row at a time, or ravel it")
+        raise ValueError(
+            f"an array of shape {array.shape} has more than one dimension; "
+            "give a row at a time, or ravel it"
+        )
     if array.size == 0:
         raise ValueError("an empty array has no number to encrypt or to compute with; give at least one")
     return array.astype(np.complex128 if array.dtype.kind == "c" else np.float64, copy=False)

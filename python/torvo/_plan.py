@@ -11,8 +11,8 @@ from ._numbers import as_numbers, log_slots_for, padded
 class Plan(_torvo.Plan):
     """A dry run: `with torvo.Plan(context) as plan:`, then functions of what `plan.encrypt` gives need no key.
 
-    They count what they would do, refuse what they would refuse, and predict the error. `plan.report` has the counts.
-    With a `torvo.Precision` the plan bootstraps where levels would run out.
+    They count what they would do, refuse what they would refuse, and predict the error. `plan.report` has the
+    counts. With a `torvo.Precision` the plan bootstraps where levels would run out.
     """
 
     def encrypt(self, values: Any, level: Optional[int] = None) -> _torvo.PlannedCiphertext:

@@ -1,12 +1,13 @@
 """Functions of encrypted numbers: polynomials, analysis and statistics.
 
-They take a `Ciphertext` and, but for statistics of blocks, a `CiphertextArray`, and compute with the evaluator of `with
-torvo.Evaluator(keys):`. One that was made with `bootstrap` bootstraps where levels would run out. They take what
-`Plan.encrypt` gives too, and then need no key.
+They take a `Ciphertext` and, but for statistics of blocks, a `CiphertextArray`, and compute with the evaluator of
+`with torvo.Evaluator(keys):`. One that was made with `bootstrap` bootstraps where levels would run out. They take
+what `Plan.encrypt` gives too, and then need no key.
 
-Every slot holds a real number, and a domain is stated for it: an interval from `lower` to `upper`, or [-bound, bound]. There
-a result differs from the function that is named by at most `error`, an absolute number, and by the errors of the operations.
-Outside the domain the result is any number. A smaller error costs levels; `Plan` says how many.
+Every slot holds a real number, and a domain is stated for it: an interval from `lower` to `upper`, or [-bound,
+bound]. There a result differs from the function that is named by at most `error`, an absolute number, and by the
+errors of the operations. Outside the domain the result is any number. A smaller error costs levels; `Plan` says
+how many.
 
 `out` is a ciphertext to write, which may be the operand. Refused calls raise torvo.Error and leave it as it was.
 """
@@ -62,7 +63,10 @@ def _slotwise(x: Any, out: Any, call: Callable[[Any, Any, Any], None], is_comple
         call(_current.plan(), x, made)
         return made
     if not isinstance(x, Ciphertext):
-        raise TypeError(f"the operand is a {type(x).__name__}; give a Ciphertext, a CiphertextArray or what Plan.encrypt gives")
+        raise TypeError(
+            f"the operand is a {type(x).__name__}; "
+            "give a Ciphertext, a CiphertextArray or what Plan.encrypt gives"
+        )
     made = Ciphertext(x.context) if out is None else out
     shape, kind = x._shape, "c" if is_complex or x._kind == "c" else "f"
     call(_current.evaluator().on, _settled(x), made)
@@ -121,7 +125,10 @@ def cos(x: _Number, bound: float = 3.15, error: float = _ERROR, out: Any = None)
 
 
 def softmax(x: Any, bound: float = 1.0, error: float = _ERROR, length: int = 0, out: Any = None) -> Any:
-    """e^x over the sum of e^x in the block of `length` slots, 0 for all, for |x| up to `bound`. Needs rotation keys."""
+    """e^x over the sum of e^x in the block of `length` slots, 0 for all, for |x| up to `bound`.
+
+    Needs rotation keys.
+    """
     _require_whole_blocks([x], length)
     return _slotwise(x, out, lambda on, a, b: _torvo.softmax(on, a, bound, error, b, length))
 
@@ -139,7 +146,10 @@ def evaluate_blockwise(x: Any, series: Sequence[_torvo.ChebyshevSeries], out: An
 
 
 def polynomial(x: _Number, coefficients: Sequence[complex], bound: float = 1.0, out: Any = None) -> Any:
-    """The polynomial with these coefficients of 1, x, x^2 and so on. Beyond degree 10 a series loses fewer bits."""
+    """The polynomial with these coefficients of 1, x, x^2 and so on.
+
+    Beyond degree 10 a series loses fewer bits.
+    """
     numbers = [complex(c) for c in coefficients]
     is_complex = any(c.imag != 0 for c in numbers)
     return _slotwise(x, out, lambda on, a, b: _torvo.evaluate_monomials(on, a, numbers, b, bound), is_complex)
@@ -152,7 +162,10 @@ def bootstrap(x: Union[Ciphertext, CiphertextArray], extended: bool = False, out
     """
     bootstrapper = _current.evaluator().bootstrapper
     if bootstrapper is None:
-        raise _torvo.Error("the evaluator has no bootstrapper; make keys and evaluator with bootstrap=True, or the number of slots")
+        raise _torvo.Error(
+            "the evaluator has no bootstrapper; "
+            "make keys and evaluator with bootstrap=True, or the number of slots"
+        )
     run = bootstrapper.bootstrap_extended if extended else bootstrapper.bootstrap
     is_complex = x.dtype.kind == "c"
     return _slotwise(x, out, lambda on, a, b: run(a, b, is_complex))
@@ -167,6 +180,7 @@ def _require_whole_blocks(operands: Sequence[Any], length: int) -> None:
             if count % block != 0:
                 raise ValueError(
                     f"{count} numbers stand in {x.slots} slots, so that the padding would count in blocks of {block}; "
+                    ""
                     "encrypt as many numbers as a power of two, or give a length that divides their number"
                 )
 
@@ -206,9 +220,9 @@ def _statistic(
 def sum(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
     """The sum over each block of `length` slots, 0 for all slots, in every slot of the block.
 
-    `x` is a ciphertext, or many whose blocks are summed together; a length of 1 combines them slot by slot. Blocks need the
-    rotation keys for powers of two. `bound` is what the numbers do not exceed, for an evaluator that bootstraps. The same
-    holds for all statistics.
+    `x` is a ciphertext, or many whose blocks are summed together; a length of 1 combines them slot by slot. Blocks
+    need the rotation keys for powers of two. `bound` is what the numbers do not exceed, for an evaluator that
+    bootstraps. The same holds for all statistics.
     """
     return _statistic([x], length, out, lambda on, xs, b: _torvo.sum(on, xs[0], b, length, bound))
 
@@ -229,32 +243,58 @@ def covariance(
     x: Any, y: Any, kind: _torvo.Variance = Variance.Population, length: int = 0, bound: float = 1.0, out: Any = None
 ) -> Any:
     """The covariance of real numbers over each block."""
-    return _statistic([x, y], length, out, lambda on, xs, b: _torvo.covariance(on, xs[0], xs[1], kind, b, length, bound))
+    return _statistic(
+        [x, y], length, out, lambda on, xs, b: _torvo.covariance(on, xs[0], xs[1], kind, b, length, bound)
+    )
 
 
 def inner_product(x: Any, y: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
     """The sum of x y over each block, none of them conjugated."""
-    return _statistic([x, y], length, out, lambda on, xs, b: _torvo.inner_product(on, xs[0], xs[1], b, length, bound))
+    return _statistic(
+        [x, y], length, out, lambda on, xs, b: _torvo.inner_product(on, xs[0], xs[1], b, length, bound)
+    )
 
 
 def squared_distance(x: Any, y: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
     """The sum of (x - y)^2 over each block."""
-    return _statistic([x, y], length, out, lambda on, xs, b: _torvo.squared_distance(on, xs[0], xs[1], b, length, bound))
+    return _statistic(
+        [x, y], length, out, lambda on, xs, b: _torvo.squared_distance(on, xs[0], xs[1], b, length, bound)
+    )
 
 
 def distance(
-    x: Any, y: Any, lowest: float, highest: float, error: float = _ERROR, length: int = 0, bound: float = 1.0, out: Any = None
+    x: Any,
+    y: Any,
+    lowest: float,
+    highest: float,
+    error: float = _ERROR,
+    length: int = 0,
+    bound: float = 1.0,
+    out: Any = None,
 ) -> Any:
     """The Euclidean distance over each block, the squares of which lie between `lowest` and `highest`."""
     return _statistic(
-        [x, y], length, out, lambda on, xs, b: _torvo.distance(on, xs[0], xs[1], lowest, highest, error, b, length, bound)
+        [x, y],
+        length,
+        out,
+        lambda on, xs, b: _torvo.distance(on, xs[0], xs[1], lowest, highest, error, b, length, bound),
     )
 
 
 def correlation(
-    x: Any, y: Any, lowest: float, highest: float, error: float = _ERROR, length: int = 0, bound: float = 1.0, out: Any = None
+    x: Any,
+    y: Any,
+    lowest: float,
+    highest: float,
+    error: float = _ERROR,
+    length: int = 0,
+    bound: float = 1.0,
+    out: Any = None,
 ) -> Any:
     """The correlation over each block; both variances lie between `lowest` and `highest`."""
     return _statistic(
-        [x, y], length, out, lambda on, xs, b: _torvo.correlation(on, xs[0], xs[1], lowest, highest, error, b, length, bound)
+        [x, y],
+        length,
+        out,
+        lambda on, xs, b: _torvo.correlation(on, xs[0], xs[1], lowest, highest, error, b, length, bound),
     )
