@@ -158,3 +158,17 @@ def test_encryption_under_the_secret_key_reads_as_that_under_the_public_one(toy)
     out = np.empty(3)
     assert toy.decrypt(toy.encrypt(x), out=out) is out
     np.testing.assert_allclose(out, x, atol=TOLERANCE)
+
+
+def test_a_ciphertext_that_is_given_other_data_forgets_its_length(toy, evaluator, tmp_path):
+    long, short = toy.encrypt(np.arange(32.0)), toy.encrypt([1.0, 2.0, 3.0])
+    short.save(str(tmp_path / "short"))
+    long.load(tmp_path / "short")
+    assert long.shape == (4,) and long.dtype == np.complex128
+    np.testing.assert_allclose(toy.decrypt(long), [1, 2, 3, 0], atol=TOLERANCE)
+    long.assign(short)
+    assert long.shape == (3,) and long.dtype == np.float64
+    out = toy.encrypt(np.arange(32.0))
+    evaluator.native.add(short, short, out)
+    assert out.shape == (4,)
+    np.testing.assert_allclose(toy.decrypt(out), [2, 4, 6, 0], atol=TOLERANCE)

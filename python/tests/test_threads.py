@@ -138,6 +138,9 @@ def test_keys_come_back_from_a_directory_and_are_read_when_they_are_needed(toy, 
     assert public.pack.is_left_rotation_key_loaded(1)
     keys = torvo.Keys.load(tmp_path / "keys", tmp_path / "secret")
     np.testing.assert_allclose(keys.decrypt(ct), [2, 1], atol=1e-8)
+    # None of the keys is in memory, and a pickle has them all.
+    with torvo.Evaluator(pickle.loads(pickle.dumps(keys.public()))):
+        np.testing.assert_allclose(keys.decrypt(ct << 1), [1, 2], atol=1e-8)
 
 
 def _resident() -> int:

@@ -2,7 +2,8 @@
 
 from __future__ import annotations
 
-from typing import Any, Callable, Iterator, Optional, Sequence
+import os
+from typing import Any, Callable, Iterator, Optional, Sequence, Union
 
 import numpy as np
 
@@ -49,7 +50,9 @@ class Ciphertext(_torvo.Ciphertext):
     @property
     def shape(self) -> tuple[int, ...]:
         """() for a number, (n,) for an array of n."""
-        return (1 << self.log_slots,) if self._shape is None else self._shape
+        slots = self.slots
+        # A call with output parameters may have left other slots than the length was remembered for.
+        return (slots,) if self._shape is None or (self._shape and self._shape[0] > slots) else self._shape
 
     @property
     def dtype(self) -> np.dtype[Any]:
@@ -88,6 +91,22 @@ class Ciphertext(_torvo.Ciphertext):
         The bytes tell neither length nor kind: give them, or get all slots.
         """
         return Ciphertext.from_native(_torvo.Ciphertext.from_bytes(context, data), shape, kind)
+
+    def load(self, path: Union[str, "os.PathLike[str]"]) -> None:
+        """Replaces the content by that of a file; a failed load changes nothing.
+
+        A file tells neither length nor kind, so the ciphertext has all its slots then.
+        """
+        super().load(os.fspath(path))
+        self._describe(None, "c")
+
+    def assign(self, other: _torvo.Ciphertext) -> None:
+        """Takes a copy of the data of `other`, and its length if it remembers one."""
+        super().assign(other)
+        if isinstance(other, Ciphertext):
+            self._describe(other._shape, other._kind)
+        else:
+            self._describe(None, "c")
 
     def copy(self) -> "Ciphertext":
         """A copy of the data, which shares the context."""

@@ -113,8 +113,14 @@ class Keys(PublicKeys):
     They are not pickled. `keys.save(directory)` writes the public ones, `keys.secret.save(path)` the secret.
     """
 
-    def __init__(self, context: _torvo.Context, secret: _torvo.SecretKey, pack: _torvo.KeyPack) -> None:
-        super().__init__(context, pack)
+    def __init__(
+        self,
+        context: _torvo.Context,
+        secret: _torvo.SecretKey,
+        pack: _torvo.KeyPack,
+        directory: Optional[str] = None,
+    ) -> None:
+        super().__init__(context, pack, directory)
         #: The secret key of the library.
         self.secret = secret
         self._decryptor = _torvo.Decryptor(context)
@@ -126,11 +132,11 @@ class Keys(PublicKeys):
         """The keys of a directory that `save` wrote, with the secret key of the file `secret`."""
         public = PublicKeys.load(directory, context)
         key = _torvo.SecretKey(public.context, os.fspath(secret))
-        return Keys(public.context, key, public.pack)
+        return Keys(public.context, key, public.pack, public._directory)
 
     def public(self) -> PublicKeys:
         """The same public keys without the secret, for a server."""
-        return PublicKeys(self.context, self.pack)
+        return PublicKeys(self.context, self.pack, self._directory)
 
     def encrypt(
         self,
