@@ -29,17 +29,20 @@ class Ciphertext(_torvo.Ciphertext):
     Any number of threads may read one ciphertext; who writes waits for them, and they for it.
     """
 
-    __slots__ = ("_shape", "_kind")
+    __slots__ = ("_context", "_shape", "_kind")
     #: numpy leaves operators between an array and a ciphertext to the ciphertext.
     __array_ufunc__ = None
     __hash__ = object.__hash__
 
+    _context: _torvo.Context
     _shape: Optional[tuple[int, ...]]
     _kind: str
 
     def __init__(self, context: _torvo.Context) -> None:
         """Zeros, at the highest level and in all slots."""
         super().__init__(context)
+        # Operators make an output for each result: to ask the library for the context costs them time.
+        self._context = context
         self._shape = None
         self._kind = "c"
 
@@ -186,7 +189,7 @@ class Ciphertext(_torvo.Ciphertext):
 
 def _output(like: Ciphertext, out: Optional[Ciphertext]) -> Ciphertext:
     if out is None:
-        return Ciphertext(like.context)
+        return Ciphertext(like._context)
     if not isinstance(out, Ciphertext):
         raise TypeError(f"out is a {type(out).__name__}; give a torvo.Ciphertext")
     return out
