@@ -172,3 +172,16 @@ def test_a_ciphertext_that_is_given_other_data_forgets_its_length(toy, evaluator
     evaluator.native.add(short, short, out)
     assert out.shape == (4,)
     np.testing.assert_allclose(toy.decrypt(out), [2, 4, 6, 0], atol=TOLERANCE)
+
+
+@pytest.mark.parametrize("factor", [1e-9, 2 + 5e-9, 1j + 1e-9, -3 - 4e-9j, np.array([1e-9])])
+def test_a_factor_that_is_nearly_an_integer_is_not_rounded_to_it(toy, evaluator, factor):
+    x = np.array([1.0, -0.5])
+    for result in (toy.encrypt(x) * factor, torvo.multiply(ct := toy.encrypt(x), factor, out=ct)):
+        np.testing.assert_allclose(toy.decrypt(result), x * factor, atol=2e-10, rtol=0)
+
+
+@pytest.mark.parametrize("factor, levels", [(3, 0), (-2.0, 0), (1 + 2j, 0), (0.5, 1), (1e-9, 1)])
+def test_a_product_with_an_integer_spends_no_level(toy, evaluator, factor, levels):
+    ct = toy.encrypt([1.0, -0.5])
+    assert ct.level - (ct * factor).level == levels

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+from math import isfinite
 from typing import Any, Callable, Iterator, Optional, Sequence, Union
 
 import numpy as np
@@ -213,7 +214,7 @@ def _settled(operand: Any) -> Any:
     return paid
 
 
-def _call(name: str, a: Any, b: Any, out: Ciphertext) -> None:
+def _call(name: str, a: Any, b: Any, out: _torvo.Ciphertext) -> None:
     """`out = a b`. Operators leave no rescale owed, but their operands may come from elsewhere."""
     call = getattr(_current.evaluator().native, name)
     try:
@@ -300,9 +301,27 @@ def _operate(a: Ciphertext, b: Any, out: Optional[Ciphertext], name: str) -> Any
             "use the operator that makes a new ciphertext"
         )
     made = _output(a, out)
-    _call(name, left, right, made)
+    if name == "mult" and isinstance(right, complex) and _is_nearly_whole(right):
+        _multiply_exactly(left, right, made)
+    else:
+        _call(name, left, right, made)
     made._describe(shape, "c" if is_complex else "f")
     return made
+
+
+def _is_nearly_whole(c: complex) -> bool:
+    """Whether the library would round a factor that is no integer to one: 1e-9 to 0."""
+    if c.real.is_integer() and c.imag.is_integer():
+        return False
+    return all(isfinite(part) and abs(part - round(part)) <= 1e-8 for part in (c.real, c.imag))
+
+
+def _multiply_exactly(a: Any, c: complex, out: Ciphertext) -> None:
+    """`out = a c` with the factor as it is. `out` is written once, by the last of the calls, as by other operators."""
+    product = _torvo.Ciphertext(a.context)
+    _call("mult_without_rescale", a, c, product)
+    _current.evaluator().native.rescale(product)
+    _torvo.Ciphertext.assign(out, product)
 
 
 def _divide(a: Ciphertext, b: Any, out: Optional[Ciphertext]) -> Any:
