@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import asyncio
 import gc
 import multiprocessing
 import os
@@ -58,6 +59,24 @@ def test_an_evaluator_belongs_to_its_thread(toy):
         with torvo.Evaluator(toy.keys.public()) as inner:
             assert torvo._current.evaluator() is inner
         np.testing.assert_allclose(toy.decrypt(ct + 1), [2], atol=1e-8)
+
+
+def test_an_evaluator_belongs_to_its_task(toy):
+    ct = toy.encrypt([1.0])
+
+    async def enter(first: asyncio.Event, second: asyncio.Event) -> Any:
+        with torvo.Evaluator(toy.keys) as entered:
+            first.set()
+            await second.wait()
+            return entered, torvo._current.evaluator(), ct + 1
+
+    async def both() -> Any:
+        one, two = asyncio.Event(), asyncio.Event()
+        return await asyncio.gather(enter(one, two), enter(two, one))
+
+    for entered, current, result in asyncio.run(both()):
+        assert current is entered
+        np.testing.assert_allclose(toy.decrypt(result), [2], atol=1e-8)
 
 
 def test_other_threads_run_while_one_computes():

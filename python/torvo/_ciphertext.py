@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import os
 from math import isfinite
-from typing import Any, Callable, Iterator, Optional, Sequence, Union
+from typing import Any, Callable, Optional, Sequence, Union
 
 import numpy as np
 
@@ -420,11 +420,11 @@ def rotate(a: Ciphertext, index: int, out: Optional[Ciphertext] = None) -> Ciphe
     return made
 
 
-class CiphertextArray(Sequence[Ciphertext]):
+class CiphertextArray:
     """An array that is longer than one ciphertext: full ciphertexts, one after the other, the last one padded.
 
-    The operators are those of `Ciphertext`, but for rotations. `parts` are the ciphertexts, which are also what
-    the array gives when it is indexed or iterated over; `length` is how many numbers there are.
+    The operators are those of `Ciphertext`, but for rotations. `parts` are the ciphertexts, `length` is how many
+    numbers there are.
     """
 
     __array_ufunc__ = None
@@ -447,13 +447,7 @@ class CiphertextArray(Sequence[Ciphertext]):
         return np.result_type(*(part.dtype for part in self.parts))
 
     def __len__(self) -> int:
-        return len(self.parts)
-
-    def __getitem__(self, index: Any) -> Any:
-        return self.parts[index]
-
-    def __iter__(self) -> Iterator[Ciphertext]:
-        return iter(self.parts)
+        return self.length
 
     def __repr__(self) -> str:
         return f"<torvo.CiphertextArray: {self.length} numbers in {len(self.parts)} ciphertexts>"
