@@ -22,4 +22,5 @@ PYBIND11_MODULE(_torvo, module) {
     bindPlan(module);
     bindFunctions(module);
     bindFiles(module);
+    bindThreads(module);
 }

@@ -19,5 +19,6 @@ void bindSeries(py::module_& module);
 void bindPlan(py::module_& module);
 void bindFunctions(py::module_& module);
 void bindFiles(py::module_& module);
+void bindThreads(py::module_& module);
 
 } // namespace TorvoPython

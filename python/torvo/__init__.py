@@ -52,8 +52,10 @@ from ._torvo import (
     Variance,
     compute_lwe_security_level,
     get_seed,
+    get_thread_count,
     inspect,
     set_seed,
+    set_thread_count,
 )
 
 __version__ = "0.1.0"
@@ -95,6 +97,7 @@ __all__ = [
     "compute_lwe_security_level",
     "functions",
     "get_seed",
+    "get_thread_count",
     "inspect",
     "keygen",
     "multiply",
@@ -102,6 +105,7 @@ __all__ = [
     "power",
     "rotate",
     "set_seed",
+    "set_thread_count",
     "square",
     "subtract",
 ]
