@@ -368,7 +368,7 @@ def _loaded_elsewhere(directory: Path, moved: Path) -> torvo.PublicKeys:
 
 @pytest.mark.parametrize("save", [torvo.SecretKey.save, torvo.SecretKey.save_seed_only])
 @pytest.mark.parametrize("place", ["key.bin", "PK/RotKey9.bin", "below/further/key"])
-def test_a_key_directory_with_a_secret_in_it_is_refused_by_client_and_workers(toy, client, directory, tmp_path, save, place):
+def test_a_key_directory_with_a_secret_is_refused_by_client_and_workers(toy, client, directory, tmp_path, save, place):
     shutil.copytree(directory, tmp_path / "keys")
     path = tmp_path / "keys" / place
     path.parent.mkdir(parents=True, exist_ok=True)
@@ -484,5 +484,7 @@ def test_without_dask_the_import_says_what_to_install(tmp_path):
     (tmp_path / "distributed.py").write_text("raise ImportError('no such thing')\n")
     script = "import torvo\ntry:\n    import torvo.distributed\nexcept ImportError as e:\n    print(e)\n"
     path = os.pathsep.join([str(tmp_path), str(Path(torvo.__file__).parent.parent)])
-    done = subprocess.run([sys.executable, "-c", script], env={**os.environ, "PYTHONPATH": path}, capture_output=True, text=True)
-    assert done.stdout == "torvo.distributed needs Dask; install python3-distributed, or distributed with pip\n", done.stderr
+    environment = {**os.environ, "PYTHONPATH": path}
+    done = subprocess.run([sys.executable, "-c", script], env=environment, capture_output=True, text=True)
+    text = "torvo.distributed needs Dask; install python3-distributed, or distributed with pip\n"
+    assert done.stdout == text, done.stderr

@@ -57,6 +57,17 @@ class Setup(NamedTuple):
     threads: int
 
 
+class Batch:
+    """Pickled inputs, each with its place among all. Dask would take bare bytes for the name of another task, and hash
+    them.
+    """
+
+    __slots__ = ("items",)
+
+    def __init__(self, items: list[tuple[int, bytes]]) -> None:
+        self.items = items
+
+
 class Partial(NamedTuple):
     """The inputs of a batch, or of many, combined: pickled, or nothing where some of them failed."""
 
@@ -168,30 +179,31 @@ def _apply(function: Optional[Callable[..., Any]], data: bytes, shared: Any) -> 
     return value if function is None else function(value, *shared)
 
 
-def map_batch(setup: Setup, job: bytes, items: list[tuple[int, bytes]]) -> list[Union[bytes, Failure]]:
+def map_batch(setup: Setup, job: bytes, batch: Batch) -> list[Union[bytes, Failure]]:
     """The pickled results of the inputs, or why there is none."""
     with _computing(setup):
         function, shared = pickle.loads(job)
         shared = _read(shared)
-        return [_guarded(index, lambda: pickle.dumps(_apply(function, data, shared))) for index, data in items]
+        return [_guarded(index, lambda: pickle.dumps(_apply(function, data, shared))) for index, data in batch.items]
 
 
-def reduce_batch(setup: Setup, job: bytes, items: list[tuple[int, bytes]]) -> Partial:
+def reduce_batch(setup: Setup, job: bytes, batch: Batch) -> Partial:
     """The results of the inputs, combined in their order."""
     with _computing(setup):
         function, shared, combine = pickle.loads(job)
         shared = _read(shared)
+        first = batch.items[0][0]
         total: Any = None
         failures: list[Failure] = []
-        for index, data in items:
+        for index, data in batch.items:
             value = _guarded(index, lambda: _apply(function, data, shared))
             # Behind a failure there is no total any more, but the other inputs are looked at all the same.
-            if index != items[0][0] and not failures and not isinstance(value, Failure):
+            if index != first and not failures and not isinstance(value, Failure):
                 value = _guarded(index, lambda: combine(total, value))
             if isinstance(value, Failure):
                 failures.append(value)
             total = value
-        return _partial(items[0][0], total, failures)
+        return _partial(first, total, failures)
 
 
 def combine_partials(setup: Setup, combine: bytes, partials: list[Partial]) -> Partial:

@@ -13,8 +13,8 @@ their file format; a `pathlib.Path` among the inputs is the file of a ciphertext
 the batches of a worker that is lost again, elsewhere.
 
 No secret leaves the client: secret keys do not pickle, and a pool takes no `Keys` and no directory with the file of
-a secret key in it. Whoever may talk to the scheduler runs code on all workers and on the client, though; docs/scaling.md
-says where the secret should be instead.
+a secret key in it. Whoever may talk to the scheduler runs code on the workers and on the client, though;
+docs/scaling.md says where the secret should be instead.
 """
 
 from __future__ import annotations
@@ -23,8 +23,10 @@ import os
 import pickle
 import time
 import uuid
+import warnings
 from collections import deque
 from collections.abc import Iterable, Iterator, Sized
+from itertools import count
 from typing import Any, Callable, Optional, Union
 
 try:
@@ -36,9 +38,9 @@ except ImportError:
     ) from None
 
 from . import _torvo, _worker, functions
-from ._ciphertext import add, multiply
+from ._ciphertext import Ciphertext, add, multiply
 from ._keys import Keys, PublicKeys
-from ._worker import Failure
+from ._worker import Batch, Failure
 
 __all__ = ["BatchError", "Failure", "Pool"]
 
@@ -49,9 +51,6 @@ _MOST_BYTES = 16 << 20
 _AHEAD = 3
 #: How many partial results are combined at a time.
 _FAN_IN = 8
-
-_Items = list[tuple[int, bytes]]
-
 
 class BatchError(_torvo.Error):
     """Some inputs failed. The others have their results."""
@@ -101,6 +100,7 @@ class Pool:
         self._retries = retries
         self._timeout = timeout
         self._is_closed = False
+        self._numbers = count()
         self._threads_then, self._asked = 1, float("-inf")
 
     def __enter__(self) -> "Pool":
@@ -171,8 +171,8 @@ class Pool:
 
     def mean(self, items: Iterable[Any], batch: Optional[int] = None) -> Any:
         """The mean of ciphertexts, slot by slot; one level."""
-        total, count = self._reduced(None, items, (), add, batch)
-        return self.map(multiply, [total], 1.0 / count)[0]
+        total, number = self._reduced(None, items, (), add, batch)
+        return self.map(multiply, [total], 1.0 / number)[0]
 
     def bootstrap(self, items: Iterable[Any], batch: Optional[int] = None) -> list[Any]:
         """The ciphertexts with their levels back, as by `torvo.functions.bootstrap`. The pool needs `bootstrap`."""
@@ -196,7 +196,7 @@ class Pool:
             self._threads_then, self._asked = max(1, sum(counts)), now
         return self._threads_then
 
-    def _batches(self, items: Iterable[Any], batch: Optional[int]) -> Iterator[_Items]:
+    def _batches(self, items: Iterable[Any], batch: Optional[int]) -> Iterator[Batch]:
         """The items pickled and numbered, so many at a time."""
         if batch is not None and (isinstance(batch, bool) or not isinstance(batch, int) or batch < 1):
             raise ValueError(f"batch is {batch!r}; give a positive integer")
@@ -209,44 +209,47 @@ class Pool:
 
     def _submit(self, name: str, task: Callable[..., Any], *arguments: Any) -> Any:
         """A future of the task. The name is what Dask's pictures show."""
-        key = f"torvo-{name}-{uuid.uuid4().hex}"
-        return self._patiently(
-            lambda: self.client.submit(task, self._setup, *arguments, key=key, pure=False, retries=self._retries)
-        )
+        key = f"torvo-{name}-{self._setup.pool}-{next(self._numbers)}"
+        with warnings.catch_warnings():
+            # That a batch has megabytes is meant: it must be there again where its worker is lost.
+            warnings.filterwarnings("ignore", "(Large object|Sending large graph)")
+            return self._patiently(
+                lambda: self.client.submit(task, self._setup, *arguments, key=key, pure=False, retries=self._retries)
+            )
 
-    def _results(self, job: bytes, batches: Iterator[_Items]) -> Iterator[Any]:
-        waiting: deque[tuple[_Items, Any]] = deque()
+    def _results(self, job: bytes, batches: Iterator[Batch]) -> Iterator[Any]:
+        waiting: deque[tuple[Batch, Any]] = deque()
         try:
             while True:
-                for items in batches:
-                    waiting.append((items, self._submit("map", _worker.map_batch, job, items)))
+                for batch in batches:
+                    waiting.append((batch, self._submit("map", _worker.map_batch, job, batch)))
                     if len(waiting) >= _AHEAD * self._threads():
                         break
                 if not waiting:
                     return
-                items, future = waiting[0]
-                for outcome in self._outcomes(job, items, future, [other for _, other in waiting]):
+                batch, future = waiting[0]
+                for outcome in self._outcomes(job, batch, future, [other for _, other in waiting]):
                     yield outcome if isinstance(outcome, Failure) else pickle.loads(outcome)
                 waiting.popleft()
         finally:
             _release(future for _, future in waiting)
 
-    def _outcomes(self, job: bytes, items: _Items, future: Any, running: list[Any]) -> list[Any]:
+    def _outcomes(self, job: bytes, batch: Batch, future: Any, running: list[Any]) -> list[Any]:
         try:
             return list(self._wait_for(future))
         except distributed.KilledWorker:
-            return self._alone(job, items, running)
+            return self._alone(job, batch, running)
 
-    def _alone(self, job: bytes, items: _Items, running: list[Any]) -> list[Any]:
+    def _alone(self, job: bytes, batch: Batch, running: list[Any]) -> list[Any]:
         """The outcomes of a batch whose workers died, each input by itself.
 
         Dask blames all that a dead worker had, so nothing else runs meanwhile: an input that fails now did it.
         """
         self._patiently(lambda: distributed.wait(running, timeout=self._timeout))
         outcomes: list[Any] = []
-        for index, data in items:
+        for index, data in batch.items:
             try:
-                outcomes += self._wait_for(self._submit("alone", _worker.map_batch, job, [(index, data)]))
+                outcomes += self._wait_for(self._submit("alone", _worker.map_batch, job, Batch([(index, data)])))
             except distributed.KilledWorker as error:
                 text = "every worker that computed it died, for want of memory or by a crash"
                 outcomes.append(Failure(index, type(error).__name__, text))
@@ -285,7 +288,7 @@ class Pool:
         """What the items come to, and how many they are."""
         self._require_open()
         job = cloudpickle.dumps((function, shared, combine))
-        batches: list[_Items] = []
+        batches: list[Batch] = []
         leaves: list[Any] = []
         futures: list[Any] = []
         try:
@@ -294,14 +297,14 @@ class Pool:
                 leaves.append(self._submit("reduce", _worker.reduce_batch, job, one))
             if not batches:
                 raise ValueError("no input is given to combine; give at least one")
-            count = batches[-1][-1][0] + 1
+            number = batches[-1].items[-1][0] + 1
             root = self._combined(cloudpickle.dumps(combine), leaves, futures)
             partial = self._partial(root, batches, leaves, cloudpickle.dumps((function, shared)))
         finally:
             _release(leaves + futures)
         if partial.failures:
-            raise BatchError(partial.failures, count)
-        return pickle.loads(partial.data), count
+            raise BatchError(partial.failures, number)
+        return pickle.loads(partial.data), number
 
     def _combined(self, combine: bytes, nodes: list[Any], futures: list[Any]) -> Any:
         """The future of all nodes combined, in a tree. Those on the way are added to the futures."""
@@ -311,14 +314,14 @@ class Pool:
             futures += nodes
         return nodes[0]
 
-    def _partial(self, root: Any, batches: list[_Items], leaves: list[Any], job: bytes) -> Any:
+    def _partial(self, root: Any, batches: list[Batch], leaves: list[Any], job: bytes) -> Any:
         """The result of the root. Where workers died over a batch, its inputs are tried one by one to name it."""
         try:
             return self._wait_for(root)
         except distributed.KilledWorker:
             self._patiently(lambda: distributed.wait(leaves, timeout=self._timeout))
-            dead = [items for items, leaf in zip(batches, leaves) if leaf.status == "error"]
-            outcomes = [outcome for items in dead for outcome in self._alone(job, items, [])]
+            dead = [one for one, leaf in zip(batches, leaves) if leaf.status == "error"]
+            outcomes = [outcome for one in dead for outcome in self._alone(job, one, [])]
             failures = [outcome for outcome in outcomes if isinstance(outcome, Failure)]
             if failures:
                 return _worker.Partial(0, None, failures)
@@ -353,16 +356,17 @@ def _directory_of(keys: Any) -> tuple[str, Optional[bytes]]:
     return keys, context
 
 
-def _grouped(items: Iterable[Any], most: int, most_bytes: int) -> Iterator[_Items]:
+def _grouped(items: Iterable[Any], most: int, most_bytes: int) -> Iterator[Batch]:
     """Numbered pickles, in lists of at most so many items, and but for a single one of at most so many bytes."""
-    group: _Items = []
+    group: list[tuple[int, bytes]] = []
     size = 0
     for index, item in enumerate(items):
-        data = cloudpickle.dumps(item)
+        # What cloudpickle can do besides, functions and classes of a script, costs a copy that ciphertexts are spared.
+        data = pickle.dumps(item) if isinstance(item, Ciphertext) else cloudpickle.dumps(item)
         if group and (len(group) == most or size + len(data) > most_bytes):
-            yield group
+            yield Batch(group)
             group, size = [], 0
         group.append((index, data))
         size += len(data)
     if group:
-        yield group
+        yield Batch(group)
