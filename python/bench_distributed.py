@@ -1,0 +1,117 @@
+"""What workers of a Dask cluster on this machine score in a second: threads against processes, and what Dask costs.
+
+Ciphertexts of all slots are scored, sigmoid(w x + b) over blocks of 16 slots, by `torvo.distributed.Pool`; ten
+different ones again and again. Scores are checked. The table is the one of docs/scaling.md.
+
+    python python/bench_distributed.py [--preset ST11] [--count 200] [--rounds 1]
+
+Each row is the best of the rounds, which go through all rows in turn: what else the machine does shows less then.
+"""
+
+from __future__ import annotations
+
+import argparse
+import os
+import sys
+import tempfile
+import time
+from pathlib import Path
+from typing import Any
+
+# The sources of the package lie beside this script and have no module; the built package is meant.
+HERE = Path(__file__).resolve().parent
+sys.path[:] = [path for path in sys.path if Path(path).resolve() != HERE]
+
+import numpy as np
+from distributed import Client, LocalCluster
+
+import torvo
+from torvo.distributed import Pool
+
+FEATURES, BIAS = 16, -0.2
+WEIGHTS = 0.3 * np.cos(0.7 * np.arange(FEATURES))
+#: Workers, Dask threads of each, OpenMP threads of each call.
+ROWS = ((1, 1, 1), (1, 1, 2), (1, 2, 1), (2, 1, 1))
+
+
+def score(ct: Any, weights: Any, bias: float) -> Any:
+    total = torvo.functions.sum(ct * np.tile(weights, len(ct) // len(weights)), length=len(weights)) + bias
+    return torvo.functions.sigmoid(total, bound=4, error=1e-3)
+
+
+def resident_mib() -> float:
+    """Memory of this process: of a worker, with the keys that it has read."""
+    return int(Path("/proc/self/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE") / 2**20
+
+
+def measure(row: tuple[int, int, int], directory: str, items: list[Any]) -> tuple[float, float, float, list[Any]]:
+    """Seconds, processor seconds of client and scheduler, MiB of the largest worker, scores."""
+    workers, threads, openmp = row
+    cluster = LocalCluster(
+        n_workers=workers, threads_per_worker=threads, dashboard_address=":0", env={"OMP_NUM_THREADS": str(openmp)}
+    )
+    with cluster, Client(cluster, direct_to_workers=True) as client, Pool(client, directory, threads=openmp) as pool:
+        pool.map(score, items[: 4 * workers * threads], WEIGHTS, BIAS, batch=1)  # reads the keys
+        start, cpu = time.perf_counter(), time.process_time()
+        scores = []
+        for index, result in enumerate(pool.imap(score, items, WEIGHTS, BIAS)):
+            scores += [result] if index < 10 else []
+        seconds, cpu = time.perf_counter() - start, time.process_time() - cpu
+        return seconds, cpu, max(client.run(resident_mib).values()), scores
+
+
+def check(keys: torvo.Keys, scores: list[Any], x: Any) -> None:
+    expected = 1 / (1 + np.exp(-(x.reshape(len(x), -1, FEATURES) @ WEIGHTS + BIAS)))
+    got = np.array([keys.decrypt(ct) for ct in scores]).reshape(len(x), -1, FEATURES)
+    error = np.abs(got - expected[:, :, None]).max()
+    assert error < 2e-3, f"scores are wrong by {error}"
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--preset", default="ST11")
+    parser.add_argument("--count", type=int, default=200)
+    parser.add_argument("--rounds", type=int, default=1)
+    options = parser.parse_args()
+
+    context = torvo.Context(options.preset)
+    keys = torvo.keygen(context, rotations=[sign << i for i in range(4) for sign in (1, -1)])
+    x = np.random.default_rng(1).uniform(-1, 1, (min(10, options.count), context.slots))
+    cts = [keys.encrypt(row) for row in x]
+    items = [cts[index % len(cts)] for index in range(options.count)]
+
+    torvo.set_thread_count(1)
+    with torvo.Evaluator(keys):
+        score(cts[0], WEIGHTS, BIAS)
+        start = time.perf_counter()
+        results = [score(ct, WEIGHTS, BIAS) for ct in cts]
+        local = (time.perf_counter() - start) / len(cts)
+
+    with tempfile.TemporaryDirectory() as directory:
+        keys.save(directory)
+        key_bytes = sum(path.stat().st_size for path in Path(directory).rglob("*.bin"))
+        best: dict[tuple[int, int, int], tuple[float, float, float]] = {}
+        for _ in range(options.rounds):
+            for row in ROWS:
+                *figures, scores = measure(row, directory, items)
+                check(keys, scores, x)
+                if row not in best or figures[0] < best[row][0]:
+                    best[row] = (figures[0], figures[1], figures[2])
+
+    print(f"{options.preset}, {options.count} ciphertexts, {os.cpu_count()} cores, load {os.getloadavg()[0]:.1f}")
+    print(f"without Dask, one thread: {local * 1e3:.0f} ms for a ciphertext")
+    out, back = (len(ct.to_bytes()) / 2**20 for ct in (cts[0], results[0]))
+    print(f"a ciphertext: {out:.2f} MiB out, {back:.2f} MiB back")
+    print(f"keys: {key_bytes / 2**20:.0f} MiB")
+    columns = ("workers", "threads of each", "OpenMP threads of a call", "seconds", "ciphertexts a second",
+               "against the first row", "client and scheduler, ms of processor for each", "MiB of a worker")
+    print(f"| {' | '.join(columns)} |\n|{' --- |' * len(columns)}")
+    first = best[ROWS[0]][0]
+    for (workers, threads, openmp), (seconds, cpu, memory) in best.items():
+        rate, client = options.count / seconds, cpu / options.count * 1e3
+        figures = f"{seconds:.1f} | {rate:.2f} | {first / seconds:.2f} | {client:.0f} | {memory:.0f}"
+        print(f"| {workers} | {threads} | {openmp} | {figures} |")
+
+
+if __name__ == "__main__":
+    main()
