@@ -75,7 +75,16 @@ void defineSingleKeys(Class& handle) {
                 const Computing computing{reading(self)};
                 return self.object().isLeftRotKeyLoaded(index);
             },
-            py::arg("index"), "Whether the key for this rotation to the left is in memory.");
+            py::arg("index"), "Whether the key for this rotation to the left is in memory.")
+        .def(
+            "has_left_rotation_key",
+            [](const KeyPackHandle& self, unsigned long index) {
+                const Computing computing{reading(self)};
+                const KeyPack& pack = self.object();
+                return pack.isLeftRotKeyLoaded(index) || pack.isLeftRotKeyFileAvailable(index);
+            },
+            py::arg("index"),
+            "Whether the key for this rotation to the left is in memory or in the directory.");
 }
 
 void bindKeyPack(py::module_& module) {

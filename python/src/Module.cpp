@@ -21,6 +21,7 @@ PYBIND11_MODULE(_torvo, module) {
     bindSeries(module);
     bindPlan(module);
     bindFunctions(module);
+    bindLinear(module);
     bindFiles(module);
     bindThreads(module);
 }

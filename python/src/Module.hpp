@@ -18,6 +18,7 @@ void bindBootstrap(py::module_& module);
 void bindSeries(py::module_& module);
 void bindPlan(py::module_& module);
 void bindFunctions(py::module_& module);
+void bindLinear(py::module_& module);
 void bindFiles(py::module_& module);
 void bindThreads(py::module_& module);
 

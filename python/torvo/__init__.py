@@ -19,9 +19,21 @@ ValueError.
 """
 
 from . import functions
-from ._ciphertext import Ciphertext, CiphertextArray, add, multiply, negative, power, rotate, square, subtract
+from ._ciphertext import (
+    Ciphertext,
+    CiphertextArray,
+    add,
+    matmul,
+    multiply,
+    negative,
+    power,
+    rotate,
+    square,
+    subtract,
+)
 from ._evaluator import Evaluator
 from ._keys import Keys, PublicKeys, keygen
+from ._linear import MatrixCache, matrix_cache, rotations_for
 from ._plan import Plan
 from ._torvo import (
     Bootstrapper,
@@ -32,6 +44,7 @@ from ._torvo import (
     Decryptor,
     DeviceType,
     EnDecoder,
+    EncodedTransform,
     EncodingType,
     Encryptor,
     Error,
@@ -40,6 +53,8 @@ from ._torvo import (
     HomEvaluator,
     KeyGenerator,
     KeyPack,
+    LinearTransform,
+    MatrixProduct,
     Message,
     ParameterPreset,
     Plaintext,
@@ -49,6 +64,7 @@ from ._torvo import (
     SecretKey,
     SecurityLevel,
     Symmetry,
+    TransformOptions,
     Variance,
     compute_lwe_security_level,
     get_seed,
@@ -71,6 +87,7 @@ __all__ = [
     "Decryptor",
     "DeviceType",
     "EnDecoder",
+    "EncodedTransform",
     "EncodingType",
     "Encryptor",
     "Error",
@@ -81,6 +98,9 @@ __all__ = [
     "KeyGenerator",
     "KeyPack",
     "Keys",
+    "LinearTransform",
+    "MatrixCache",
+    "MatrixProduct",
     "Message",
     "ParameterPreset",
     "Plaintext",
@@ -92,6 +112,7 @@ __all__ = [
     "SecretKey",
     "SecurityLevel",
     "Symmetry",
+    "TransformOptions",
     "Variance",
     "add",
     "compute_lwe_security_level",
@@ -100,10 +121,13 @@ __all__ = [
     "get_thread_count",
     "inspect",
     "keygen",
+    "matmul",
+    "matrix_cache",
     "multiply",
     "negative",
     "power",
     "rotate",
+    "rotations_for",
     "set_seed",
     "set_thread_count",
     "square",

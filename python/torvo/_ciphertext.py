@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import operator
 import os
 from math import isfinite
 from typing import Any, Callable, Optional, Sequence, Union
@@ -9,7 +10,8 @@ from typing import Any, Callable, Optional, Sequence, Union
 import numpy as np
 
 from . import _current, _torvo
-from ._numbers import Array, as_numbers, is_scalar, log_slots_for, padded
+from ._linear import _Map, maps_of, require_block
+from ._numbers import Array, as_matrix, as_numbers, is_scalar, log_slots_for, padded
 
 _DTYPES = {"f": np.dtype(np.float64), "c": np.dtype(np.complex128)}
 
@@ -20,6 +22,8 @@ class Ciphertext(_torvo.Ciphertext):
     `ct + x`, `ct - x`, `ct * x` and `ct / x` take numbers, arrays of the same length and, but for `/`,
     ciphertexts; `ct ** n` a positive integer. They use the evaluator of `with torvo.Evaluator(keys):`, rescale and
     match levels. A product spends one level, one with an integer none; `ct ** n` spends ceil(log2(n)).
+
+    `ct @ matrix` and `matrix @ ct` are products with a matrix in the clear, as numpy has them, for one level.
 
     `ct << n` and `ct >> n` rotate the slots: `(ct << 1)[i]` is `ct[i + 1]`. The slots are as many as a power of
     two, and a shorter array is padded, so zeros (or what operators made of them) come in where it ends.
@@ -158,6 +162,12 @@ class Ciphertext(_torvo.Ciphertext):
 
     def __itruediv__(self, other: Any) -> Any:
         return _divide(self, other, self)
+
+    def __matmul__(self, other: Any) -> Any:
+        return _matrix_product(self, other, False)
+
+    def __rmatmul__(self, other: Any) -> Any:
+        return _matrix_product(self, other, True)
 
     def __neg__(self) -> "Ciphertext":
         return negative(self)
@@ -420,6 +430,88 @@ def rotate(a: Ciphertext, index: int, out: Optional[Ciphertext] = None) -> Ciphe
     return made
 
 
+def _map(part: Ciphertext, function: _Map, shape: tuple[int, ...], is_complex: bool) -> Ciphertext:
+    """A linear map of one ciphertext."""
+    result = Ciphertext(part._context)
+    function.apply(_settled(part), result)
+    result._describe(shape, "c" if is_complex or part._kind == "c" else "f")
+    return result
+
+
+def _matrix_product(a: Any, matrix: Any, is_right: bool) -> Any:
+    """`a @ matrix`, or `matrix @ a` where `a` is on the right; NotImplemented for what is no matrix."""
+    if not isinstance(matrix, (np.ndarray, list, tuple)):
+        return NotImplemented
+    array = as_matrix(matrix)
+    if not a.shape:
+        raise ValueError("an encrypted number has no dimension that @ could sum over; use *")
+    count = array.shape[-1] if is_right else array.shape[0]
+    if count != a.shape[0]:
+        raise ValueError(
+            f"a matrix of shape {array.shape} does not go with a ciphertext of shape {a.shape}; "
+            "ciphertext @ matrix takes as many rows as there are numbers, matrix @ ciphertext as many columns"
+        )
+    parts = a.parts if isinstance(a, CiphertextArray) else [a]
+    rows = array[None, :] if array.ndim == 1 else array if is_right else array.T
+    most = parts[0]._context.slots
+    is_complex = array.dtype.kind == "c"
+    results: list[Ciphertext] = []
+    for maps in maps_of(rows, [len(part) for part in parts], [part.slots for part in parts], most):
+        shape = () if array.ndim == 1 else (min(most, rows.shape[0] - most * len(results)),)
+        terms = [_map(part, one, shape, is_complex) for part, one in zip(parts, maps)]
+        for term in terms[1:]:
+            add(terms[0], term, out=terms[0])
+        results.append(terms[0])
+    return results[0] if len(results) == 1 else CiphertextArray(results, rows.shape[0])
+
+
+def _blocks_product(a: Any, matrix: Any, length: int, is_right: bool) -> Any:
+    """The product of each block of `length` slots."""
+    if isinstance(a, CiphertextArray):
+        return a.map(lambda part: _blocks_product(part, matrix, length, is_right))
+    array = as_matrix(matrix)
+    if array.ndim != 2:
+        raise ValueError(f"an array of shape {array.shape} is no matrix for blocks; give two dimensions")
+    rows = array if is_right else array.T
+    require_block(rows, length, a.slots)
+    if not a.shape or a.shape[0] % length != 0:
+        raise ValueError(f"a ciphertext of shape {a.shape} is not made of blocks of {length} numbers")
+    return _map(a, _Map(rows, a.slots, length), a.shape, array.dtype.kind == "c")
+
+
+def matmul(a: Any, b: Any, length: int = 0, out: Optional[Ciphertext] = None) -> Any:
+    """`a @ b`, of which one is a ciphertext and the other a matrix, or a vector, in the clear; for one level.
+
+    A ciphertext of n numbers times a matrix of n rows, or a matrix of n columns times that ciphertext. The keys that
+    it needs are those of `torvo.rotations_for`; torvo.Error names all that are missing. The matrix is encoded once
+    for each level and number of slots (`torvo.matrix_cache`).
+
+    With a `length`, a power of two, every block of so many slots is a vector of its own, and the numbers in it that
+    the matrix has no row for are not looked at. The result has the shape of the ciphertext, with zeros where a vector
+    of the result ends before its block.
+    """
+    is_right = isinstance(b, (Ciphertext, CiphertextArray))
+    ciphertext, matrix = (b, a) if is_right else (a, b)
+    if not isinstance(ciphertext, (Ciphertext, CiphertextArray)) or isinstance(matrix, (Ciphertext, CiphertextArray)):
+        raise TypeError(
+            f"{type(a).__name__} @ {type(b).__name__} is asked for; give one ciphertext and one matrix in the clear "
+            "(torvo.functions.inner_product multiplies two ciphertexts)"
+        )
+    if length:
+        result = _blocks_product(ciphertext, matrix, operator.index(length), is_right)
+    else:
+        result = _matrix_product(ciphertext, matrix, is_right)
+    if result is NotImplemented:
+        raise TypeError(f"the matrix is a {type(matrix).__name__}; give an array")
+    if out is None:
+        return result
+    if not isinstance(result, Ciphertext):
+        raise TypeError("the result is a CiphertextArray, which has no single out to write; give none")
+    out = _output(result, out)
+    out.assign(result)
+    return out
+
+
 class CiphertextArray:
     """An array that is longer than one ciphertext: full ciphertexts, one after the other, the last one padded.
 
@@ -503,6 +595,12 @@ class CiphertextArray:
                 "multiply by torvo.functions.inverse(array, lower, upper)"
             )
         return self._zip(other, lambda part, value: part / value)
+
+    def __matmul__(self, other: Any) -> Any:
+        return _matrix_product(self, other, False)
+
+    def __rmatmul__(self, other: Any) -> Any:
+        return _matrix_product(self, other, True)
 
     def __neg__(self) -> "CiphertextArray":
         return self.map(negative)

@@ -28,6 +28,8 @@ class Evaluator:
         extended: bool = False,
     ) -> None:
         self.context = keys.context
+        #: The keys that it computes with.
+        self.pack = keys.pack
         #: The evaluator of the library, for its operations with output parameters.
         self.native = _torvo.HomEvaluator(keys.context, keys.pack)
         self.bootstrapper: Optional[_torvo.Bootstrapper] = None

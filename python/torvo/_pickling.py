@@ -29,6 +29,11 @@ def series(data: bytes) -> _torvo.ChebyshevSeries:
     return _torvo.ChebyshevSeries.from_bytes(data)
 
 
+def encoded_transform(context: _torvo.Context, data: bytes) -> _torvo.EncodedTransform:
+    """An encoded transform from its file."""
+    return _torvo.EncodedTransform.from_bytes(context, data)
+
+
 def ciphertext(context: _torvo.Context, data: bytes, shape: tuple[int, ...], kind: str) -> Ciphertext:
     """A ciphertext from its file, with the shape and the kind of numbers that only Python remembers."""
     return Ciphertext.from_bytes(context, data, shape, kind)
