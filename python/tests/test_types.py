@@ -60,7 +60,10 @@ def documented(module: Any) -> Any:
             yield name, thing
 
 
-@pytest.mark.parametrize("module", [torvo, torvo._torvo, torvo.functions], ids=lambda module: module.__name__)
+MODULES = [torvo, torvo._torvo, torvo.functions, torvo.learn]
+
+
+@pytest.mark.parametrize("module", MODULES, ids=lambda module: module.__name__)
 def test_everything_public_has_a_docstring(module):
     bare = [name for name, thing in documented(module) if not inspect.getdoc(thing)]
     assert bare == []

@@ -18,7 +18,7 @@ What the library refuses is a `torvo.Error`, with its text; what Python would re
 ValueError.
 """
 
-from . import functions
+from . import functions, learn
 from ._ciphertext import (
     Ciphertext,
     CiphertextArray,
@@ -121,6 +121,7 @@ __all__ = [
     "get_thread_count",
     "inspect",
     "keygen",
+    "learn",
     "matmul",
     "matrix_cache",
     "multiply",
