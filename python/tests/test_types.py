@@ -60,7 +60,7 @@ def documented(module: Any) -> Any:
             yield name, thing
 
 
-MODULES = [torvo, torvo._torvo, torvo.functions, torvo.learn]
+MODULES = [torvo, torvo._torvo, torvo.functions, torvo.learn, torvo.plot]
 
 
 @pytest.mark.parametrize("module", MODULES, ids=lambda module: module.__name__)

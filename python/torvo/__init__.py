@@ -18,7 +18,7 @@ What the library refuses is a `torvo.Error`, with its text; what Python would re
 ValueError.
 """
 
-from . import functions, learn
+from . import functions, learn, plot
 from ._ciphertext import (
     Ciphertext,
     CiphertextArray,
@@ -126,6 +126,7 @@ __all__ = [
     "matrix_cache",
     "multiply",
     "negative",
+    "plot",
     "power",
     "rotate",
     "rotations_for",
