@@ -107,7 +107,7 @@ void bindBootstrap(py::module_& module) {
                  const Computing computing{reading(*bootstrapper)};
                  return BootstrappingHandle{{evaluator, bootstrapper->object(), precision}, bootstrapper};
              }),
-             py::arg("evaluator"), py::arg("bootstrapper"),
+             py::arg("evaluator"), py::arg("bootstrapper").none(false),
              py::arg("precision") = BootstrappingEvaluator::Precision::Standard)
         .def_property_readonly(
             "precision", [](const BootstrappingHandle& self) { return self.evaluator.getPrecision(); },

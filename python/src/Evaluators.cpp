@@ -5,7 +5,6 @@
 #include <pybind11/stl.h>
 
 #include <complex>
-#include <type_traits>
 #include <vector>
 
 namespace TorvoPython {
@@ -19,30 +18,6 @@ namespace {
 
 using Class = py::class_<HomEvaluator>;
 using Complex = std::complex<double>;
-
-// The name of the object in a handle: a message that can be looked at is a message to the library.
-template <class T>
-struct Library {
-    using type = T;
-};
-template <>
-struct Library<ViewedMessage> {
-    using type = Message;
-};
-template <class T>
-using LibraryOf = typename Library<T>::type;
-
-/// The output, which is written as a whole: a message must have no view.
-template <class T>
-LibraryOf<T>& outputOf(Guarded<T>& out) {
-    if constexpr (std::is_same_v<T, ViewedMessage>) out.object().requireNoView();
-    return out.object();
-}
-
-template <class T>
-const LibraryOf<T>& inputOf(const Guarded<T>& in) {
-    return in.object();
-}
 
 template <class T>
 using Unary = void (HomEvaluator::*)(const LibraryOf<T>&, LibraryOf<T>&) const;
@@ -209,11 +184,9 @@ void defineCiphertexts(Class& handle) {
 void defineRotSum(Class& handle) {
     handle.def(
         "rot_sum",
-        [](const HomEvaluator& self, const GuardedPointers<Ciphertext>& operands,
+        [](const HomEvaluator& self, const Operands<Ciphertext>& operands,
            const std::vector<unsigned long>& indices, CiphertextHandle& out) {
-            std::vector<Wanted> wanted = readingAll(operands);
-            wanted.push_back(writing(out));
-            const Computing computing(std::move(wanted));
+            const Computing computing(joined(readingAll(operands), {writing(out)}));
             self.rotSum(copiesOf(operands), indices, out.object());
         },
         py::arg("operands"), py::arg("indices"), py::arg("out"),

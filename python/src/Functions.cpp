@@ -1,6 +1,6 @@
-#include "Handles.hpp"
 #include "Module.hpp"
 #include "Series.hpp"
+#include "Sources.hpp"
 
 #include <Torvo/Analysis.hpp>
 #include <Torvo/Polynomials.hpp>
@@ -10,90 +10,31 @@
 #include <pybind11/stl.h>
 
 #include <complex>
-#include <initializer_list>
 #include <utility>
 #include <vector>
 
 namespace TorvoPython {
 
 using Torvo::ChebyshevSeries;
-using Torvo::Ciphertext;
-using Torvo::FunctionEvaluator;
-using Torvo::HomEvaluator;
-using Torvo::PlannedCiphertext;
 using Torvo::SlotBlocks;
 using Torvo::Variance;
 using Complex = std::complex<double>;
 
 namespace {
 
-// What a function is computed with. A source says which lock it wants and what the library is to be given.
-struct OnEvaluator {
-    using Handle = const HomEvaluator;
-    using Value = Ciphertext;
-    static const HomEvaluator& of(const HomEvaluator& handle) { return handle; }
-    static std::vector<Wanted> wanted(const HomEvaluator&) { return {}; }
-};
-struct OnBootstrapping {
-    using Handle = const BootstrappingHandle;
-    using Value = Ciphertext;
-    static const Torvo::BootstrappingEvaluator& of(const BootstrappingHandle& handle) {
-        return handle.evaluator;
-    }
-    static std::vector<Wanted> wanted(const BootstrappingHandle& handle) {
-        return {reading(*handle.bootstrapper)};
-    }
-};
-struct OnPlan {
-    using Handle = PlanHandle;
-    using Value = PlannedCiphertext;
-    static const Torvo::Plan& of(const PlanHandle& handle) { return handle.object(); }
-    static std::vector<Wanted> wanted(PlanHandle& handle) { return {writing(handle)}; }
-};
-
 template <class On>
-using ValueHandle = Guarded<typename On::Value>;
+using InInterval = void (*)(Of<On>, const ValueOf<On>&, double, double, double, ValueOf<On>&);
 template <class On>
-using ValuePointers = GuardedPointers<typename On::Value>;
-
-/// The locks of a call: those of its source, of its operands and of its output.
-template <class On>
-std::vector<Wanted> locksOf(typename On::Handle& on, std::initializer_list<const ValuePointers<On>*> operands,
-                            ValueHandle<On>& out) {
-    std::vector<Wanted> wanted = On::wanted(on);
-    for (const auto* list : operands) {
-        const auto more = readingAll(*list);
-        wanted.insert(wanted.end(), more.begin(), more.end());
-    }
-    wanted.push_back(writing(out));
-    return wanted;
-}
-
-template <class On>
-using Of = const FunctionEvaluator<typename On::Value>&;
-template <class On>
-using InInterval = void (*)(Of<On>, const typename On::Value&, double, double, double, typename On::Value&);
-template <class On>
-using WithBound = void (*)(Of<On>, const typename On::Value&, double, double, typename On::Value&);
-
-/// The call itself: locks, then the function, whose first argument is the source. Operands are named for their locks.
-template <class On, class Call>
-void compute(typename On::Handle& on, std::initializer_list<const ValuePointers<On>*> operands,
-             ValueHandle<On>& out, Call&& call) {
-    const Computing computing(locksOf<On>(on, operands, out));
-    const FunctionEvaluator<typename On::Value> evaluator(On::of(on));
-    call(evaluator, out.object());
-}
+using WithBound = void (*)(Of<On>, const ValueOf<On>&, double, double, ValueOf<On>&);
 
 template <class On>
 void defineInterval(py::module_& module, const char* name, InInterval<On> function, const char* text) {
     module.def(
         name,
-        [function](typename On::Handle& on, ValueHandle<On>& in, double lower, double upper, double error,
-                   ValueHandle<On>& out) {
-            const ValuePointers<On> operands{&in};
-            compute<On>(on, {&operands}, out, [&](Of<On> evaluator, auto& result) {
-                function(evaluator, in.object(), lower, upper, error, result);
+        [function](typename On::Handle& on, const ValueHandle<On>& in, double lower, double upper,
+                   double error, ValueHandle<On>& out) {
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, auto& result) {
+                function(evaluator, inputOf(in), lower, upper, error, result);
             });
         },
         py::arg("on"), py::arg("operand"), py::arg("lower"), py::arg("upper"), py::arg("error"),
@@ -104,11 +45,10 @@ template <class On>
 void defineBound(py::module_& module, const char* name, WithBound<On> function, const char* text) {
     module.def(
         name,
-        [function](typename On::Handle& on, ValueHandle<On>& in, double bound, double error,
+        [function](typename On::Handle& on, const ValueHandle<On>& in, double bound, double error,
                    ValueHandle<On>& out) {
-            const ValuePointers<On> operands{&in};
-            compute<On>(on, {&operands}, out, [&](Of<On> evaluator, auto& result) {
-                function(evaluator, in.object(), bound, error, result);
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, auto& result) {
+                function(evaluator, inputOf(in), bound, error, result);
             });
         },
         py::arg("on"), py::arg("operand"), py::arg("bound"), py::arg("error"), py::arg("out"), text);
@@ -116,7 +56,7 @@ void defineBound(py::module_& module, const char* name, WithBound<On> function, 
 
 template <class On>
 void defineAnalysis(py::module_& module) {
-    using Value = typename On::Value;
+    using Value = ValueOf<On>;
     defineInterval<On>(module, "inverse", &Torvo::inverse<Value>,
                        "out = 1 / operand, both bounds of one sign.");
     defineInterval<On>(module, "sqrt", &Torvo::sqrt<Value>,
@@ -131,11 +71,10 @@ void defineAnalysis(py::module_& module) {
     defineBound<On>(module, "cos", &Torvo::cos<Value>, "out = the cosine.");
     module.def(
         "softmax",
-        [](typename On::Handle& on, ValueHandle<On>& in, double bound, double error, ValueHandle<On>& out,
-           unsigned long length) {
-            const ValuePointers<On> operands{&in};
-            compute<On>(on, {&operands}, out, [&](Of<On> evaluator, Value& result) {
-                Torvo::softmax<Value>(evaluator, in.object(), bound, error, result, length);
+        [](typename On::Handle& on, const ValueHandle<On>& in, double bound, double error,
+           ValueHandle<On>& out, unsigned long length) {
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, Value& result) {
+                Torvo::softmax<Value>(evaluator, inputOf(in), bound, error, result, length);
             });
         },
         py::arg("on"), py::arg("operand"), py::arg("bound"), py::arg("error"), py::arg("out"),
@@ -144,44 +83,42 @@ void defineAnalysis(py::module_& module) {
 }
 
 /// The library's copies of series, taken while they are locked.
-std::vector<ChebyshevSeries> seriesOf(const GuardedPointers<ChebyshevSeries>& series) {
+std::vector<ChebyshevSeries> seriesOf(const Operands<ChebyshevSeries>& series) {
     const Computing computing(readingAll(series));
     return copiesOf(series);
 }
 
 template <class On>
 void definePolynomials(py::module_& module) {
-    using Value = typename On::Value;
+    using Value = ValueOf<On>;
     module.def(
         "evaluate",
-        [](typename On::Handle& on, ValueHandle<On>& in, const SeriesHandle& series, ValueHandle<On>& out) {
-            const ChebyshevSeries f = seriesOf({const_cast<SeriesHandle*>(&series)}).front();
-            const ValuePointers<On> operands{&in};
-            compute<On>(on, {&operands}, out, [&](Of<On> evaluator, Value& result) {
-                Torvo::evaluate<Value>(evaluator, in.object(), f, result);
+        [](typename On::Handle& on, const ValueHandle<On>& in, const SeriesHandle& series,
+           ValueHandle<On>& out) {
+            const ChebyshevSeries f = copyOf(series);
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, Value& result) {
+                Torvo::evaluate<Value>(evaluator, inputOf(in), f, result);
             });
         },
         py::arg("on"), py::arg("operand"), py::arg("series"), py::arg("out"),
         "out = series(operand), at ceil(log2(degree + 1)) levels.");
     module.def(
         "evaluate_blockwise",
-        [](typename On::Handle& on, ValueHandle<On>& in, const GuardedPointers<ChebyshevSeries>& series,
+        [](typename On::Handle& on, const ValueHandle<On>& in, const Operands<ChebyshevSeries>& series,
            ValueHandle<On>& out) {
             const std::vector<ChebyshevSeries> f = seriesOf(series);
-            const ValuePointers<On> operands{&in};
-            compute<On>(on, {&operands}, out, [&](Of<On> evaluator, Value& result) {
-                Torvo::evaluateBlockwise<Value>(evaluator, in.object(), f, result);
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, Value& result) {
+                Torvo::evaluateBlockwise<Value>(evaluator, inputOf(in), f, result);
             });
         },
         py::arg("on"), py::arg("operand"), py::arg("series"), py::arg("out"),
         "out = another series in each of equally long blocks of slots.");
     module.def(
         "evaluate_monomials",
-        [](typename On::Handle& on, ValueHandle<On>& in, const std::vector<Complex>& coefficients,
+        [](typename On::Handle& on, const ValueHandle<On>& in, const std::vector<Complex>& coefficients,
            ValueHandle<On>& out, double bound) {
-            const ValuePointers<On> operands{&in};
-            compute<On>(on, {&operands}, out, [&](Of<On> evaluator, Value& result) {
-                Torvo::evaluateMonomials<Value>(evaluator, in.object(), coefficients, result, bound);
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, Value& result) {
+                Torvo::evaluateMonomials<Value>(evaluator, inputOf(in), coefficients, result, bound);
             });
         },
         py::arg("on"), py::arg("operand"), py::arg("coefficients"), py::arg("out"), py::arg("bound") = 1.0,
@@ -197,9 +134,9 @@ template <class On, class Function>
 void defineOfOne(py::module_& module, const char* name, Function function, const char* text) {
     module.def(
         name,
-        [function](typename On::Handle& on, const ValuePointers<On>& x, ValueHandle<On>& out,
+        [function](typename On::Handle& on, const ValueOperands<On>& x, ValueHandle<On>& out,
                    unsigned long length, double bound) {
-            compute<On>(on, {&x}, out, [&](Of<On> evaluator, auto& result) {
+            compute<On>(on, readingAll(x), out, [&](Of<On> evaluator, auto& result) {
                 function(evaluator, copiesOf(x), result, blocksOf(length, bound));
             });
         },
@@ -211,9 +148,9 @@ template <class On, class Function>
 void defineOfTwo(py::module_& module, const char* name, Function function, const char* text) {
     module.def(
         name,
-        [function](typename On::Handle& on, const ValuePointers<On>& x, const ValuePointers<On>& y,
+        [function](typename On::Handle& on, const ValueOperands<On>& x, const ValueOperands<On>& y,
                    ValueHandle<On>& out, unsigned long length, double bound) {
-            compute<On>(on, {&x, &y}, out, [&](Of<On> evaluator, auto& result) {
+            compute<On>(on, joined(readingAll(x), readingAll(y)), out, [&](Of<On> evaluator, auto& result) {
                 function(evaluator, copiesOf(x), copiesOf(y), result, blocksOf(length, bound));
             });
         },
@@ -226,10 +163,10 @@ template <class On, class Function>
 void defineOfTwoIn(py::module_& module, const char* name, Function function, const char* text) {
     module.def(
         name,
-        [function](typename On::Handle& on, const ValuePointers<On>& x, const ValuePointers<On>& y,
+        [function](typename On::Handle& on, const ValueOperands<On>& x, const ValueOperands<On>& y,
                    double lowest, double highest, double error, ValueHandle<On>& out, unsigned long length,
                    double bound) {
-            compute<On>(on, {&x, &y}, out, [&](Of<On> evaluator, auto& result) {
+            compute<On>(on, joined(readingAll(x), readingAll(y)), out, [&](Of<On> evaluator, auto& result) {
                 function(evaluator, copiesOf(x), copiesOf(y), lowest, highest, error, result,
                          blocksOf(length, bound));
             });
@@ -256,9 +193,9 @@ void defineStatistics(py::module_& module) {
                       "out = the correlation; both variances lie between `lowest` and `highest`.");
     module.def(
         "variance",
-        [](typename On::Handle& on, const ValuePointers<On>& x, Variance kind, ValueHandle<On>& out,
+        [](typename On::Handle& on, const ValueOperands<On>& x, Variance kind, ValueHandle<On>& out,
            unsigned long length, double bound) {
-            compute<On>(on, {&x}, out, [&](Of<On> evaluator, auto& result) {
+            compute<On>(on, readingAll(x), out, [&](Of<On> evaluator, auto& result) {
                 Torvo::variance(evaluator, copiesOf(x), kind, result, blocksOf(length, bound));
             });
         },
@@ -266,9 +203,9 @@ void defineStatistics(py::module_& module) {
         py::arg("bound") = 1.0, "out = the variance of real numbers.");
     module.def(
         "covariance",
-        [](typename On::Handle& on, const ValuePointers<On>& x, const ValuePointers<On>& y, Variance kind,
+        [](typename On::Handle& on, const ValueOperands<On>& x, const ValueOperands<On>& y, Variance kind,
            ValueHandle<On>& out, unsigned long length, double bound) {
-            compute<On>(on, {&x, &y}, out, [&](Of<On> evaluator, auto& result) {
+            compute<On>(on, joined(readingAll(x), readingAll(y)), out, [&](Of<On> evaluator, auto& result) {
                 Torvo::covariance(evaluator, copiesOf(x), copiesOf(y), kind, result, blocksOf(length, bound));
             });
         },
@@ -294,6 +231,7 @@ void bindFunctions(py::module_& module) {
     defineFunctions<OnEvaluator>(module);
     defineFunctions<OnBootstrapping>(module);
     defineFunctions<OnPlan>(module);
+    defineFunctions<OnMessages>(module);
 }
 
 } // namespace TorvoPython

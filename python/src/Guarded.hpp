@@ -93,23 +93,41 @@ private:
     Locks locks_;
 };
 
+/// What a call of the library takes of the object in a handle: the object, unless a handle's header says otherwise.
 template <class T>
-using GuardedPointers = std::vector<Guarded<T>*>;
+struct Library {
+    using type = T;
+};
+template <class T>
+using LibraryOf = typename Library<T>::type;
 
-/// For a list of operands: a reading lock on each.
+/// A list of operands. It keeps them itself: another thread may change Python's list while the call computes.
 template <class T>
-std::vector<Wanted> readingAll(const GuardedPointers<T>& operands) {
+struct Operands {
+    std::vector<py::object> kept;
+    std::vector<Guarded<T>*> pointers;
+};
+
+/// A reading lock on each.
+template <class T>
+std::vector<Wanted> readingAll(const Operands<T>& operands) {
     std::vector<Wanted> wanted;
-    for (const Guarded<T>* operand : operands) wanted.push_back(reading(*operand));
+    for (const Guarded<T>* operand : operands.pointers) wanted.push_back(reading(*operand));
+    return wanted;
+}
+
+/// All of two lists of locks.
+inline std::vector<Wanted> joined(std::vector<Wanted> wanted, const std::vector<Wanted>& more) {
+    wanted.insert(wanted.end(), more.begin(), more.end());
     return wanted;
 }
 
 /// Copies of a list of operands, for members that take them by value. Only while they are locked.
 template <class T>
-std::vector<T> copiesOf(const GuardedPointers<T>& operands) {
-    std::vector<T> copies;
-    copies.reserve(operands.size());
-    for (const Guarded<T>* operand : operands) copies.push_back(operand->object());
+std::vector<LibraryOf<T>> copiesOf(const Operands<T>& operands) {
+    std::vector<LibraryOf<T>> copies;
+    copies.reserve(operands.pointers.size());
+    for (const Guarded<T>* operand : operands.pointers) copies.push_back(operand->object());
     return copies;
 }
 
@@ -132,3 +150,29 @@ auto setter(void (Base::*set)(Argument)) {
 }
 
 } // namespace TorvoPython
+
+namespace pybind11::detail {
+
+/// Any sequence whose elements are handles of one kind; None is none.
+template <class T>
+struct type_caster<TorvoPython::Operands<T>> {
+    PYBIND11_TYPE_CASTER(TorvoPython::Operands<T>, const_name("Sequence"));
+
+    bool load(handle source, bool convert) {
+        if (!isinstance<sequence>(source) || isinstance<str>(source) || isinstance<bytes>(source))
+            return false;
+        // A tuple of our own, which nobody else changes.
+        const auto elements = reinterpret_steal<tuple>(PySequence_Tuple(source.ptr()));
+        if (!elements) throw error_already_set();
+        value = {};
+        for (const handle element : elements) {
+            make_caster<TorvoPython::Guarded<T>> caster;
+            if (element.is_none() || !caster.load(element, convert)) return false;
+            value.kept.push_back(reinterpret_borrow<object>(element));
+            value.pointers.push_back(cast_op<TorvoPython::Guarded<T>*>(caster));
+        }
+        return true;
+    }
+};
+
+} // namespace pybind11::detail

@@ -4,6 +4,9 @@
 
 #include <Torvo/Message.hpp>
 
+#include <string>
+#include <type_traits>
+
 namespace TorvoPython {
 
 /// A message, whose slots Python can look at where they are. While somebody does, the slots must stay where they are.
@@ -26,5 +29,23 @@ public:
 };
 
 using MessageHandle = Guarded<ViewedMessage>;
+
+/// A message that can be looked at is a message to the library.
+template <>
+struct Library<ViewedMessage> {
+    using type = Torvo::Message;
+};
+
+/// The output, which is written as a whole: a message must have no view.
+template <class T>
+LibraryOf<T>& outputOf(Guarded<T>& out) {
+    if constexpr (std::is_same_v<T, ViewedMessage>) out.object().requireNoView();
+    return out.object();
+}
+
+template <class T>
+const LibraryOf<T>& inputOf(const Guarded<T>& in) {
+    return in.object();
+}
 
 } // namespace TorvoPython

@@ -110,11 +110,6 @@ void defineProperties(Class& handle) {
             "The series of the derivative.");
 }
 
-ChebyshevSeries copyOf(const SeriesHandle& self) {
-    const Computing computing{reading(self)};
-    return self.object();
-}
-
 void defineValues(Class& handle) {
     handle
         .def(

@@ -186,3 +186,31 @@ def test_an_exception_of_a_function_of_python_passes_through():
         torvo.ChebyshevSeries.interpolate(lambda x: 1 / 0, 5)
     with pytest.raises(torvo.Error, match="finite"):
         torvo.ChebyshevSeries.interpolate(lambda x: float("nan"), 5)
+
+
+@pytest.mark.parametrize("wrong", [None, 1.0, "text", object()])
+def test_a_list_of_operands_with_something_else_in_it_is_refused(toy, evaluator, wrong):
+    ct = toy.encrypt([1.0, 2.0])
+    series = torvo.ChebyshevSeries([1.0])
+    for call in (
+        lambda: evaluator.native.rot_sum([ct, wrong], [0, 0], ct),
+        lambda: evaluator.native.rot_sum(wrong, [0], ct),
+        lambda: torvo._torvo.sum(evaluator.native, [ct, wrong], ct),
+        lambda: torvo._torvo.evaluate_blockwise(evaluator.native, ct, [series, wrong], ct),
+        lambda: torvo.BootstrappingEvaluator(evaluator.native, wrong),
+    ):
+        with pytest.raises(TypeError, match="incompatible (function|constructor) arguments"):
+            call()
+
+
+def test_an_exception_of_a_sequence_passes_through(toy, evaluator):
+    class Failing:
+        def __len__(self) -> int:
+            return 1
+
+        def __getitem__(self, index: int) -> None:
+            raise ZeroDivisionError
+
+    ct = toy.encrypt([1.0])
+    with pytest.raises(ZeroDivisionError):
+        evaluator.native.rot_sum(Failing(), [0], ct)

@@ -51,6 +51,37 @@ def test_operands_that_two_threads_name_in_opposite_order_do_not_lock_up(toy):
     assert not any(thread.is_alive() for thread in threads)
 
 
+def test_a_list_that_another_thread_empties_keeps_its_operands_while_they_are_summed(toy):
+    operands: list[Any] = []
+    done = threading.Event()
+
+    def refill() -> None:
+        while not done.is_set():
+            operands[:] = [toy.encrypt([1.0]) for _ in range(20)]
+            time.sleep(0.001)
+            operands.clear()
+
+    thread = threading.Thread(target=refill)
+    thread.start()
+    sums: list[float] = []
+    try:
+        with torvo.Evaluator(toy.keys) as evaluator:
+            out = torvo.Ciphertext(toy.context)
+            for _ in range(10000):
+                if len(sums) == 100:
+                    break
+                try:
+                    evaluator.native.rot_sum(operands, [0] * 20, out)
+                except torvo.Error:
+                    continue  # the list was empty
+                sums.append(toy.decrypt(out, full=True)[0].real)
+    finally:
+        done.set()
+        thread.join()
+    assert len(sums) == 100
+    np.testing.assert_allclose(sums, 20, atol=1e-6)
+
+
 def test_an_evaluator_belongs_to_its_thread(toy):
     with torvo.Evaluator(toy.keys):
         ct = toy.encrypt([1.0])
