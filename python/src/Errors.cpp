@@ -30,6 +30,10 @@ void translate(std::exception_ptr thrown) {
 
 } // namespace
 
+py::handle errorClass() {
+    return errorType;
+}
+
 void bindErrors(py::module_& module) {
     errorType = PyErr_NewExceptionWithDoc(
         "torvo.Error",

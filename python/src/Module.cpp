@@ -22,6 +22,8 @@ PYBIND11_MODULE(_torvo, module) {
     bindPlan(module);
     bindFunctions(module);
     bindLinear(module);
+    bindComparisons(module);
+    bindAdvice(module);
     bindFiles(module);
     bindThreads(module);
 }

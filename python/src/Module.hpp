@@ -7,6 +7,8 @@ namespace TorvoPython {
 // One of each subject. The order in which the module calls them is that of the needs: a class is known before a
 // signature names it.
 void bindErrors(py::module_& module);
+/// The type of torvo.Error.
+py::handle errorClass();
 void bindContext(py::module_& module);
 void bindMessage(py::module_& module);
 void bindEncoding(py::module_& module);
@@ -19,6 +21,8 @@ void bindSeries(py::module_& module);
 void bindPlan(py::module_& module);
 void bindFunctions(py::module_& module);
 void bindLinear(py::module_& module);
+void bindComparisons(py::module_& module);
+void bindAdvice(py::module_& module);
 void bindFiles(py::module_& module);
 void bindThreads(py::module_& module);
 

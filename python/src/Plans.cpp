@@ -1,9 +1,13 @@
 #include "Handles.hpp"
 #include "Module.hpp"
 
+#include <Torvo/PresetAdvice.hpp>
+#include <Torvo/RuntimeException.hpp>
+
 #include <pybind11/stl.h>
 
 #include <optional>
+#include <string>
 
 namespace TorvoPython {
 
@@ -11,6 +15,7 @@ using Torvo::BootstrappingEvaluator;
 using Torvo::Plan;
 using Torvo::PlannedCiphertext;
 using Torvo::PlanReport;
+using Torvo::PresetAdvice;
 
 namespace {
 
@@ -47,6 +52,9 @@ void bindPlanned(py::module_& module) {
         .def_property_readonly("level", getter<PlannedCiphertext>(&PlannedCiphertext::getLevel), "Its level.")
         .def_property_readonly("log_slots", getter<PlannedCiphertext>(&PlannedCiphertext::getLogSlots),
                                "log2 of the number of slots.")
+        .def_property_readonly("rescale_counter",
+                               getter<PlannedCiphertext>(&PlannedCiphertext::getRescaleCounter),
+                               "How many rescales are owed.")
         .def_property_readonly("error", getter<PlannedCiphertext>(&PlannedCiphertext::getError),
                                "The root mean square of the error, an absolute number.")
         .def_property_readonly("largest_error",
@@ -66,7 +74,8 @@ void bindPlanItself(py::module_& module) {
     py::class_<PlanHandle>(
         module, "Plan",
         "A dry run: functions that are given a plan and planned ciphertexts need no key; they count "
-        "what they would do, refuse what they would refuse, and predict the error.")
+        "what they would do, refuse what they would refuse, and predict the error. Plan(other) shares the "
+        "counts of a plan, and no other thread may use that one meanwhile.")
         .def(py::init(
                  [](const SharedContext& context) { return std::make_unique<PlanHandle>(context.context); }),
              py::arg("context"))
@@ -74,6 +83,11 @@ void bindPlanItself(py::module_& module) {
                  return std::make_unique<PlanHandle>(context.context, precision);
              }),
              py::arg("context"), py::arg("precision"))
+        .def(py::init([](const PlanHandle& other) {
+                 const Computing computing{reading(other)};
+                 return std::make_unique<PlanHandle>(other.object());
+             }),
+             py::arg("other"))
         .def(
             "encrypt",
             [](PlanHandle& self, const MessageHandle& message, std::optional<unsigned long> level) {
@@ -104,10 +118,51 @@ void bindPlanItself(py::module_& module) {
                 const Computing computing{writing(self)};
                 self.object().reset();
             },
-            "Sets all counts to 0.");
+            "Sets all counts to 0.")
+        .def_property_readonly(
+            "context", [](const PlanHandle& self) { return contextOf(self); },
+            "The context it was made for.");
+}
+
+/// The circuit of Python as the library calls it. What torvo.Error refuses is a refusal to the library too, which then
+/// tries the next preset; any other exception ends the search.
+PlannedCiphertext plannedBy(const py::function& circuit, const Plan& plan) {
+    const py::gil_scoped_acquire acquired;
+    try {
+        const py::object result = circuit(py::cast(std::make_unique<PlanHandle>(plan)));
+        if (!py::isinstance<PlannedHandle>(result))
+            throw py::type_error("The circuit returned a " +
+                                 py::cast<std::string>(py::type::of(result).attr("__name__")) +
+                                 "; return the planned ciphertext of its result");
+        const auto& planned = py::cast<const PlannedHandle&>(result);
+        const Computing computing{reading(planned)};
+        return planned.object();
+    } catch (py::error_already_set& error) {
+        if (!error.matches(errorClass())) throw;
+        throw Torvo::RuntimeException(py::cast<std::string>(py::str(error.value())));
+    }
 }
 
 } // namespace
+
+void bindAdvice(py::module_& module) {
+    py::class_<PresetAdvice>(module, "PresetAdvice", "A preset on which a circuit runs.")
+        .def_readonly("preset", &PresetAdvice::preset, "The preset.")
+        .def_readonly("uses_bootstrap", &PresetAdvice::usesBootstrap, "Whether it needs bootstraps.")
+        .def_readonly("report", &PresetAdvice::report, "What the circuit does there.")
+        .def_readonly("error", &PresetAdvice::error,
+                      "The largest error of a slot of the result, an absolute number.");
+    module.def(
+        "advise_presets",
+        [](const py::function& circuit, double error) {
+            const py::gil_scoped_release released;
+            return Torvo::advisePresets([&circuit](const Plan& plan) { return plannedBy(circuit, plan); },
+                                        error);
+        },
+        py::arg("circuit"), py::arg("error"),
+        "The presets on which `circuit`, a function of a plan that returns its planned result, errs by at "
+        "most `error`: those of the smallest ring first.");
+}
 
 void bindPlan(py::module_& module) {
     bindReport(module);

@@ -11,8 +11,8 @@
     keys.decrypt(result)
 
 `keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has polynomials,
-analysis and statistics. Classes with output parameters, as the C++ headers have them, are here too:
-`HomEvaluator`, `Encryptor`, `Message` and so on; a `Ciphertext` serves as theirs.
+analysis, statistics, comparisons and sorting. Classes with output parameters, as the C++ headers have them, are here
+too: `HomEvaluator`, `Encryptor`, `Message` and so on; a `Ciphertext` serves as theirs.
 
 What the library refuses is a `torvo.Error`, with its text; what Python would refuse is a TypeError or a
 ValueError.
@@ -34,8 +34,9 @@ from ._ciphertext import (
 from ._evaluator import Evaluator
 from ._keys import Keys, PublicKeys, keygen
 from ._linear import MatrixCache, matrix_cache, rotations_for
-from ._plan import Plan
+from ._plan import Plan, advise_presets
 from ._torvo import (
+    Accuracy,
     Bootstrapper,
     BootstrappingEvaluator,
     ChebyshevSeries,
@@ -56,11 +57,13 @@ from ._torvo import (
     LinearTransform,
     MatrixProduct,
     Message,
+    Order,
     ParameterPreset,
     Plaintext,
-    PlannedCiphertext,
     PlanReport,
+    PlannedCiphertext,
     Precision,
+    PresetAdvice,
     SecretKey,
     SecurityLevel,
     Symmetry,
@@ -77,6 +80,7 @@ from ._torvo import (
 __version__ = "0.1.0"
 
 __all__ = [
+    "Accuracy",
     "Bootstrapper",
     "BootstrappingEvaluator",
     "ChebyshevSeries",
@@ -102,12 +106,14 @@ __all__ = [
     "MatrixCache",
     "MatrixProduct",
     "Message",
+    "Order",
     "ParameterPreset",
     "Plaintext",
     "Plan",
     "PlanReport",
     "PlannedCiphertext",
     "Precision",
+    "PresetAdvice",
     "PublicKeys",
     "SecretKey",
     "SecurityLevel",
@@ -115,6 +121,7 @@ __all__ = [
     "TransformOptions",
     "Variance",
     "add",
+    "advise_presets",
     "compute_lwe_security_level",
     "functions",
     "get_seed",

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, Optional
+from typing import Any, Callable, Optional
 
 from . import _current, _torvo
 from ._numbers import as_numbers, log_slots_for, padded
@@ -28,3 +28,20 @@ class Plan(_torvo.Plan):
 
     def __exit__(self, *exception: object) -> None:
         _current.plans.set(_current.plans.get()[:-1])
+
+
+def advise_presets(
+    circuit: Callable[[Plan], _torvo.PlannedCiphertext], error: float
+) -> list[_torvo.PresetAdvice]:
+    """The presets on which a circuit errs by at most `error`: those of the smallest ring first.
+
+    `circuit` gets a plan, which is entered as by `with`, encrypts typical numbers with it, and returns the result of
+    its functions. Each preset of 128 bits of security is tried, without bootstraps first. A circuit that a preset
+    refuses with torvo.Error is tried with the next one; any other exception passes through.
+    """
+
+    def entered(native: _torvo.Plan) -> _torvo.PlannedCiphertext:
+        with Plan(native) as plan:
+            return circuit(plan)
+
+    return _torvo.advise_presets(entered, error)

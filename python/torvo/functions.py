@@ -1,8 +1,8 @@
-"""Functions of encrypted numbers: polynomials, analysis and statistics.
+"""Functions of encrypted numbers: polynomials, analysis, statistics, comparisons and sorting.
 
-They take a `Ciphertext` and, but for statistics of blocks, a `CiphertextArray`, and compute with the evaluator of
-`with torvo.Evaluator(keys):`. One that was made with `bootstrap` bootstraps where levels would run out. They take
-what `Plan.encrypt` gives too, and then need no key.
+They take a `Ciphertext` and, but for statistics of blocks and sorting, a `CiphertextArray`, and compute with the
+evaluator of `with torvo.Evaluator(keys):`. One that was made with `bootstrap` bootstraps where levels would run out.
+They take what `Plan.encrypt` gives too, and then need no key; of a `Message` they compute the same in the clear.
 
 Every slot holds a real number, and a domain is stated for it: an interval from `lower` to `upper`, or [-bound,
 bound]. There a result differs from the function that is named by at most `error`, an absolute number, and by the
@@ -17,11 +17,16 @@ from __future__ import annotations
 from typing import Any, Callable, Sequence, Union
 
 from . import _current, _torvo
-from ._ciphertext import Ciphertext, CiphertextArray, _settled
+from ._ciphertext import Ciphertext, CiphertextArray, _match, _settled
 
 __all__ = [
+    "Accuracy",
+    "Order",
     "Variance",
+    "abs",
+    "argmax",
     "bootstrap",
+    "clamp",
     "correlation",
     "cos",
     "covariance",
@@ -33,23 +38,47 @@ __all__ = [
     "inner_product",
     "inverse",
     "inverse_sqrt",
+    "is_below",
+    "is_in_interval",
     "log",
+    "max",
+    "maximum",
     "mean",
+    "minimum",
     "polynomial",
+    "rank",
+    "relu",
     "sigmoid",
+    "sign",
     "sin",
     "softmax",
+    "sort",
     "sqrt",
     "squared_distance",
+    "step",
     "sum",
     "tanh",
+    "top_k",
     "variance",
 ]
 
+Accuracy = _torvo.Accuracy
+Order = _torvo.Order
 Variance = _torvo.Variance
-_Number = Union[Ciphertext, CiphertextArray, _torvo.PlannedCiphertext]
+_Number = Union[Ciphertext, CiphertextArray, _torvo.PlannedCiphertext, _torvo.Message]
+#: What is computed on without a ciphertext of Python's, and so without a shape.
+_PLAIN = (_torvo.PlannedCiphertext, _torvo.Message)
+#: The accuracy of a comparison where nobody says otherwise.
+_CLOSE = _torvo.Accuracy()
 #: What a function is computed to where nobody says otherwise.
 _ERROR = 1e-5
+
+
+def _plainly(kind: Any, out: Any, call: Callable[[Any, Any], None]) -> Any:
+    """`call(on, out)` for a planned ciphertext, with the plan, or for a message, with the evaluator."""
+    made = kind() if out is None else out
+    call(_current.plan() if kind is _torvo.PlannedCiphertext else _current.evaluator().native, made)
+    return made
 
 
 def _slotwise(x: Any, out: Any, call: Callable[[Any, Any, Any], None], is_complex: bool = False) -> Any:
@@ -58,14 +87,12 @@ def _slotwise(x: Any, out: Any, call: Callable[[Any, Any, Any], None], is_comple
         if out is not None:
             raise TypeError("a CiphertextArray has no single out to write; give none")
         return x.map(lambda part: _slotwise(part, None, call, is_complex))
-    if isinstance(x, _torvo.PlannedCiphertext):
-        made = _torvo.PlannedCiphertext() if out is None else out
-        call(_current.plan(), x, made)
-        return made
+    if isinstance(x, _PLAIN):
+        return _plainly(type(x), out, lambda on, made: call(on, x, made))
     if not isinstance(x, Ciphertext):
         raise TypeError(
             f"the operand is a {type(x).__name__}; "
-            "give a Ciphertext, a CiphertextArray or what Plan.encrypt gives"
+            "give a Ciphertext, a CiphertextArray, a Message or what Plan.encrypt gives"
         )
     made = Ciphertext(x.context) if out is None else out
     shape, kind = x._shape, "c" if is_complex or x._kind == "c" else "f"
@@ -189,11 +216,17 @@ def _operands(x: Any) -> list[Any]:
     """One operand or many as a list."""
     if isinstance(x, CiphertextArray):
         return list(x.parts)
-    operands = [x] if isinstance(x, (Ciphertext, _torvo.PlannedCiphertext)) else list(x)
+    operands = [x] if isinstance(x, (Ciphertext, *_PLAIN)) else list(x)
     for one in operands:
-        if not isinstance(one, (Ciphertext, _torvo.PlannedCiphertext)):
+        if not isinstance(one, (Ciphertext, *_PLAIN)):
             raise TypeError(f"an operand is a {type(one).__name__}; give ciphertexts")
     return operands
+
+
+def _require_ciphertexts(operands: Sequence[Any]) -> None:
+    for one in operands:
+        if not isinstance(one, Ciphertext):
+            raise TypeError(f"a Ciphertext and a {type(one).__name__} are given together; give operands of one kind")
 
 
 def _statistic(
@@ -203,13 +236,12 @@ def _statistic(
     operands = [_operands(x) for x in lists]
     everything = [one for some in operands for one in some]
     _require_whole_blocks(everything, length)
-    if any(isinstance(one, _torvo.PlannedCiphertext) for one in everything):
-        made = _torvo.PlannedCiphertext() if out is None else out
-        call(_current.plan(), operands, made)
-        return made
     if not everything:
         raise ValueError("no ciphertext is given; give at least one")
     first = everything[0]
+    if isinstance(first, _PLAIN):
+        return _plainly(type(first), out, lambda on, made: call(on, operands, made))
+    _require_ciphertexts(everything)
     made = Ciphertext(first.context) if out is None else out
     shape, kind = first._shape, "c" if any(one._kind == "c" for one in everything) else "f"
     call(_current.evaluator().on, [[_settled(one) for one in some] for some in operands], made)
@@ -298,3 +330,148 @@ def correlation(
         out,
         lambda on, xs, b: _torvo.correlation(on, xs[0], xs[1], lowest, highest, error, b, length, bound),
     )
+
+
+def sign(x: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """1 where x > 0, -1 where x < 0, for |x| up to `bound`.
+
+    Within 2^-accuracy.error, where |x| is at least 2^-accuracy.margin times the bound; closer to 0 the result lies
+    between -1 and 1. More bits of either cost levels, and so it is with all comparisons.
+    """
+    return _slotwise(x, out, lambda on, a, b: _torvo.sign(on, a, bound, b, accuracy))
+
+
+def step(x: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """1 where x > 0, 0 where x < 0, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.step(on, a, bound, b, accuracy))
+
+
+def abs(x: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """|x|, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.abs(on, a, bound, b, accuracy))
+
+
+def relu(x: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """x where x > 0, 0 where x < 0, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.relu(on, a, bound, b, accuracy))
+
+
+def clamp(
+    x: _Number,
+    lower: float,
+    upper: float,
+    bound: float = 1.0,
+    accuracy: _torvo.Accuracy = _CLOSE,
+    out: Any = None,
+) -> Any:
+    """x from `lower` to `upper`, and the closer end outside, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.clamp(on, a, lower, upper, bound, b, accuracy))
+
+
+def is_in_interval(
+    x: _Number,
+    lower: float,
+    upper: float,
+    bound: float = 1.0,
+    accuracy: _torvo.Accuracy = _CLOSE,
+    out: Any = None,
+) -> Any:
+    """1 where lower < x < upper, 0 outside, for |x| up to `bound`."""
+    return _slotwise(x, out, lambda on, a, b: _torvo.is_in_interval(on, a, lower, upper, bound, b, accuracy))
+
+
+def _pairwise(x: Any, y: Any, out: Any, call: Callable[[Any, Any, Any, Any], None]) -> Any:
+    """`call(on, x, y, out)` for two operands of one kind, as numpy would broadcast them."""
+    if isinstance(x, CiphertextArray) and isinstance(y, (CiphertextArray, Ciphertext)):
+        if out is not None:
+            raise TypeError("a CiphertextArray has no single out to write; give none")
+        if isinstance(y, Ciphertext):
+            return x.map(lambda part: _pairwise(part, y, None, call))
+        return x._zip(y, lambda part, other: _pairwise(part, other, None, call))
+    if isinstance(y, CiphertextArray) and isinstance(x, Ciphertext):
+        if out is not None:
+            raise TypeError("a CiphertextArray has no single out to write; give none")
+        return y.map(lambda part: _pairwise(x, part, None, call))
+    for one in (x, y):
+        if not isinstance(one, (Ciphertext, *_PLAIN)):
+            raise TypeError(f"an operand is a {type(one).__name__}; give ciphertexts")
+    if isinstance(x, _PLAIN):
+        return _plainly(type(x), out, lambda on, made: call(on, x, y, made))
+    _require_ciphertexts([x, y])
+    made = Ciphertext(x.context) if out is None else out
+    kind = "c" if "c" in (x._kind, y._kind) else "f"
+    left, right, shape = _match(x, y)
+    call(_current.evaluator().on, _settled(left), _settled(right), made)
+    made._describe(shape, kind)
+    return made
+
+
+def is_below(
+    x: _Number, y: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None
+) -> Any:
+    """1 where x < y, 0 where x > y, for numbers up to `bound`."""
+    return _pairwise(x, y, out, lambda on, a, b, made: _torvo.is_below(on, a, b, bound, made, accuracy))
+
+
+def maximum(
+    x: _Number, y: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None
+) -> Any:
+    """The larger number of each slot, for numbers up to `bound`."""
+    return _pairwise(x, y, out, lambda on, a, b, made: _torvo.max(on, a, b, bound, made, accuracy))
+
+
+def minimum(
+    x: _Number, y: _Number, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None
+) -> Any:
+    """The smaller number of each slot, for numbers up to `bound`."""
+    return _pairwise(x, y, out, lambda on, a, b, made: _torvo.min(on, a, b, bound, made, accuracy))
+
+
+def _list(x: Any, out: Any, call: Callable[[Any, Any, Any], None]) -> Any:
+    """`call(on, x, out)` for the numbers of one ciphertext, which they must fill: a padding would be sorted too."""
+    if isinstance(x, CiphertextArray):
+        raise TypeError("a CiphertextArray is given to be sorted; give a Ciphertext, of up to 128 numbers")
+    _require_whole_blocks([x], 0)
+    return _slotwise(x, out, call)
+
+
+def rank(
+    x: Any,
+    bound: float = 1.0,
+    accuracy: _torvo.Accuracy = _CLOSE,
+    order: _torvo.Order = Order.Ascending,
+    out: Any = None,
+) -> Any:
+    """For each number the count of those that stand before it when they are sorted: 0 to n - 1.
+
+    The n numbers, a power of two from 2 to 128, fill a ciphertext, and |x| is at most `bound`. All pairs are compared
+    at once, in n^2 slots, with the rotation keys for 1, 2, 4, ..., n^2 / 2. Numbers that are closer than the margin of
+    `accuracy` without being equal may be exchanged. The same holds for the other functions that sort.
+    """
+    return _list(x, out, lambda on, a, b: _torvo.rank(on, a, bound, b, accuracy, order))
+
+
+def sort(
+    x: Any,
+    bound: float = 1.0,
+    accuracy: _torvo.Accuracy = _CLOSE,
+    order: _torvo.Order = Order.Ascending,
+    out: Any = None,
+) -> Any:
+    """The numbers in order."""
+    return _list(x, out, lambda on, a, b: _torvo.sort(on, a, bound, b, accuracy, order))
+
+
+def top_k(x: Any, count: int, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """The `count` largest numbers, the largest first; 0 in the other slots."""
+    return _list(x, out, lambda on, a, b: _torvo.top_k(on, a, count, bound, b, accuracy))
+
+
+def argmax(x: Any, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """1 in the slot of the largest number, the first of several; 0 in the others."""
+    return _list(x, out, lambda on, a, b: _torvo.argmax(on, a, bound, b, accuracy))
+
+
+def max(x: Any, bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, out: Any = None) -> Any:
+    """The largest number, in every slot."""
+    return _list(x, out, lambda on, a, b: _torvo.max(on, a, bound, b, accuracy))
