@@ -95,12 +95,10 @@ void bindTransform(py::module_& module) {
 
 /// The results of several transforms of one ciphertext, as new objects.
 py::list applyMany(const HomEvaluator& evaluator, const CiphertextHandle& in,
-                   const GuardedPointers<EncodedTransform>& transforms) {
+                   const Operands<EncodedTransform>& transforms) {
     std::vector<Ciphertext> outs;
     {
-        std::vector<Wanted> wanted = readingAll(transforms);
-        wanted.push_back(reading(in));
-        const Computing computing(std::move(wanted));
+        const Computing computing(joined(readingAll(transforms), {reading(in)}));
         EncodedTransform::apply(evaluator, in.object(), copiesOf(transforms), outs);
     }
     py::list result;
