@@ -56,7 +56,7 @@ seen, clear = model.labels(decisions), classifier.predict(images[:count])
 error = np.abs(decisions - model.exact(images[:count])).max()
 agree = int((seen == clear).sum())
 print(f"largest error            {error:.3f} of decisions up to {np.abs(decisions).max():.1f}, "
-      f"{plan.largest_error:.3f} predicted")
+      f"{plan.largest_error:.3f} predicted from others")
 print(f"accuracy                 {100 * (seen == digits[:count]).mean():.2f} % encrypted, "
       f"{100 * (clear == digits[:count]).mean():.2f} % in the clear")
 print(f"predictions that agree   {agree} of {count}")

@@ -16,8 +16,8 @@ EXAMPLES = Path(__file__).resolve().parent.parent.parent / "examples" / "python"
 
 
 def run(*command: str) -> str:
-    environment = {"PYTHONPATH": str(Path(torvo.__file__).parent.parent), "PATH": "/usr/bin:/bin"}
-    environment |= {"OMP_NUM_THREADS": "1", "PYTHONDONTWRITEBYTECODE": "1"}
+    package = str(Path(torvo.__file__).parent.parent)
+    environment = {**os.environ, "PYTHONPATH": package, "OMP_NUM_THREADS": "1", "PYTHONDONTWRITEBYTECODE": "1"}
     result = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=600)
     assert result.returncode == 0, result.stdout + result.stderr
     return result.stdout

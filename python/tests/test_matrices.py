@@ -226,8 +226,14 @@ def test_other_operands_of_a_product_are_refused(every, entered, toy):
         torvo.matmul(every.encrypt(np.ones(6)), np.ones((4, 4)), length=4)
     with pytest.raises(TypeError):
         torvo.matmul(ct, np.ones((4, 4)), length=4.0)
-    with pytest.raises(ValueError, match="the 8 rows to the 32"):
-        torvo.rotations_for(np.ones((8, 2)), every.context, slots=4)
+    for slots in (4, 12, 64):
+        with pytest.raises(ValueError, match="the 8 rows to the 32"):
+            torvo.rotations_for(np.ones((8, 2)), every.context, slots=slots)
+    for level in (0, 99):
+        with pytest.raises(torvo.Error, match="level"):
+            torvo.rotations_for(np.ones((8, 2)), every.context, level=level)
+    with pytest.raises(ValueError, match="power of two"):
+        torvo.rotations_for(np.ones((2, 2)), every.context, length=3)
 
 
 def test_a_ciphertext_of_another_ring_is_named(every, entered):

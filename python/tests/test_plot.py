@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import subprocess
 import sys
 from pathlib import Path
@@ -81,7 +82,7 @@ def test_without_matplotlib_one_sentence_says_what_to_do():
         "try:\n    torvo.plot.approximation(torvo.ChebyshevSeries([0, 1]))\n"
         "except ImportError as error:\n    print(error)\n"
     )
-    environment = {"PYTHONPATH": str(Path(torvo.__file__).parent.parent), "PATH": "/usr/bin:/bin"}
+    environment = {**os.environ, "PYTHONPATH": str(Path(torvo.__file__).parent.parent)}
     result = subprocess.run([sys.executable, "-c", program], env=environment, capture_output=True, text=True)
     assert result.returncode == 0, result.stderr
     assert result.stdout == "torvo.plot draws with matplotlib, which is not installed; install matplotlib\n"
