@@ -1,7 +1,8 @@
 """What workers of a Dask cluster on this machine score in a second: threads against processes, and what Dask costs.
 
 Ciphertexts of all slots are scored, sigmoid(w x + b) over blocks of 16 slots, by `torvo.distributed.Pool`; ten
-different ones again and again. Scores are checked. The table is the one of docs/scaling.md.
+different ones again and again. Scores are checked. In the last row ciphertexts and scores are files, and only their
+names travel. The table is the one of docs/scaling.md.
 
     python python/bench_distributed.py [--preset ST11] [--count 200] [--rounds 1]
 
@@ -30,8 +31,9 @@ from torvo.distributed import Pool
 
 FEATURES, BIAS = 16, -0.2
 WEIGHTS = 0.3 * np.cos(0.7 * np.arange(FEATURES))
-#: Workers, Dask threads of each, OpenMP threads of each call.
-ROWS = ((1, 1, 1), (1, 1, 2), (1, 2, 1), (2, 1, 1))
+#: Workers, Dask threads of each, OpenMP threads of each call, whether by files.
+Row = tuple[int, int, int, bool]
+ROWS: tuple[Row, ...] = ((1, 1, 1, False), (1, 1, 2, False), (1, 2, 1, False), (2, 1, 1, False), (2, 1, 1, True))
 
 
 def score(ct: Any, weights: Any, bias: float) -> Any:
@@ -39,22 +41,28 @@ def score(ct: Any, weights: Any, bias: float) -> Any:
     return torvo.functions.sigmoid(total, bound=4, error=1e-3)
 
 
+def score_file(item: Any, weights: Any, bias: float) -> None:
+    ct, path = item
+    score(ct, weights, bias).save(path)
+
+
 def resident_mib() -> float:
     """Memory of this process: of a worker, with the keys that it has read."""
     return int(Path("/proc/self/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE") / 2**20
 
 
-def measure(row: tuple[int, int, int], directory: str, items: list[Any]) -> tuple[float, float, float, list[Any]]:
-    """Seconds, processor seconds of client and scheduler, MiB of the largest worker, scores."""
-    workers, threads, openmp = row
+def measure(row: Row, keys: str, items: list[Any]) -> tuple[float, float, float, list[Any]]:
+    """Seconds, processor seconds of client and scheduler, MiB of the largest worker, first results."""
+    workers, threads, openmp, by_files = row
+    function = score_file if by_files else score
     cluster = LocalCluster(
         n_workers=workers, threads_per_worker=threads, dashboard_address=":0", env={"OMP_NUM_THREADS": str(openmp)}
     )
-    with cluster, Client(cluster, direct_to_workers=True) as client, Pool(client, directory, threads=openmp) as pool:
-        pool.map(score, items[: 4 * workers * threads], WEIGHTS, BIAS, batch=1)  # reads the keys
+    with cluster, Client(cluster, direct_to_workers=True) as client, Pool(client, keys, threads=openmp) as pool:
+        pool.map(function, items[: 4 * workers * threads], WEIGHTS, BIAS, batch=1)  # reads the keys
         start, cpu = time.perf_counter(), time.process_time()
         scores = []
-        for index, result in enumerate(pool.imap(score, items, WEIGHTS, BIAS)):
+        for index, result in enumerate(pool.imap(function, items, WEIGHTS, BIAS)):
             scores += [result] if index < 10 else []
         seconds, cpu = time.perf_counter() - start, time.process_time() - cpu
         return seconds, cpu, max(client.run(resident_mib).values()), scores
@@ -62,7 +70,7 @@ def measure(row: tuple[int, int, int], directory: str, items: list[Any]) -> tupl
 
 def check(keys: torvo.Keys, scores: list[Any], x: Any) -> None:
     expected = 1 / (1 + np.exp(-(x.reshape(len(x), -1, FEATURES) @ WEIGHTS + BIAS)))
-    got = np.array([keys.decrypt(ct) for ct in scores]).reshape(len(x), -1, FEATURES)
+    got = np.array([keys.decrypt(ct).real for ct in scores]).reshape(len(x), -1, FEATURES)
     error = np.abs(got - expected[:, :, None]).max()
     assert error < 2e-3, f"scores are wrong by {error}"
 
@@ -90,10 +98,21 @@ def main() -> None:
     with tempfile.TemporaryDirectory() as directory:
         keys.save(directory)
         key_bytes = sum(path.stat().st_size for path in Path(directory).rglob("*.bin"))
-        best: dict[tuple[int, int, int], tuple[float, float, float]] = {}
+        folder = Path(directory, "batch")
+        folder.mkdir()
+        files = []
+        for index, ct in enumerate(cts):
+            ct.save(str(folder / f"{index}.bin"))
+            files.append((folder / f"{index}.bin", str(folder / f"{index}.score")))
+        best: dict[Row, tuple[float, float, float]] = {}
         for _ in range(options.rounds):
             for row in ROWS:
-                *figures, scores = measure(row, directory, items)
+                sources = [files[index % len(files)] for index in range(options.count)] if row[3] else items
+                *figures, scores = measure(row, directory, sources)
+                if row[3]:
+                    scores = [torvo.Ciphertext(context) for _ in files]
+                    for ct, (_, path) in zip(scores, files):
+                        ct.load(path)
                 check(keys, scores, x)
                 if row not in best or figures[0] < best[row][0]:
                     best[row] = (figures[0], figures[1], figures[2])
@@ -103,14 +122,14 @@ def main() -> None:
     out, back = (len(ct.to_bytes()) / 2**20 for ct in (cts[0], results[0]))
     print(f"a ciphertext: {out:.2f} MiB out, {back:.2f} MiB back")
     print(f"keys: {key_bytes / 2**20:.0f} MiB")
-    columns = ("workers", "threads of each", "OpenMP threads of a call", "seconds", "ciphertexts a second",
+    columns = ("ciphertexts travel", "workers", "threads of each", "OpenMP threads of a call", "seconds", "ciphertexts a second",
                "against the first row", "client and scheduler, ms of processor for each", "MiB of a worker")
     print(f"| {' | '.join(columns)} |\n|{' --- |' * len(columns)}")
     first = best[ROWS[0]][0]
-    for (workers, threads, openmp), (seconds, cpu, memory) in best.items():
+    for (workers, threads, openmp, by_files), (seconds, cpu, memory) in best.items():
         rate, client = options.count / seconds, cpu / options.count * 1e3
-        figures = f"{seconds:.1f} | {rate:.2f} | {first / seconds:.2f} | {client:.0f} | {memory:.0f}"
-        print(f"| {workers} | {threads} | {openmp} | {figures} |")
+        numbers = f"{seconds:.1f} | {rate:.2f} | {first / seconds:.2f} | {client:.0f} | {memory:.0f}"
+        print(f"| {'as files' if by_files else 'through Dask'} | {workers} | {threads} | {openmp} | {numbers} |")
 
 
 if __name__ == "__main__":

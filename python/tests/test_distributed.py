@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import inspect
 import os
 import pickle
 import shutil
@@ -117,6 +118,22 @@ def test_threads_of_the_client_and_of_a_worker_share_a_pool(toy, directory):
             calls = [callers.submit(pool.map, square, [toy.encrypt(row) for row in x], batch=1) for _ in range(4)]
             for call in calls:
                 np.testing.assert_allclose([toy.decrypt(ct) for ct in call.result(60)], x**2, atol=1e-6)
+
+
+def test_no_more_bytes_are_under_way_than_a_scheduler_can_hold(toy, pool, monkeypatch):
+    ct = toy.encrypt([0.5])
+    taken = []
+
+    def items() -> Iterator[Any]:
+        for index in range(20):
+            taken.append(index)
+            yield ct
+
+    monkeypatch.setattr(torvo.distributed, "_BYTES_AHEAD", 1)
+    results = pool.imap(lambda ct: ct + 1, items(), batch=1)
+    next(results)
+    assert len(taken) == 2  # the one whose batch is under way, and the one that ends it
+    np.testing.assert_allclose([toy.decrypt(result)[0] for result in results], [1.5] * 19, atol=1e-6)
 
 
 def test_no_input_gives_no_result_and_no_sum(pool):
@@ -304,6 +321,24 @@ def test_a_process_makes_one_evaluator_for_a_pool_and_forgets_it_with_the_pool(t
     assert not any(name in pools for pools in client.run(kept).values())
 
 
+def test_a_process_reads_a_key_when_it_is_first_needed_and_keeps_it(toy, directory, tmp_path):
+    shutil.copytree(directory, tmp_path / "keys")
+    ct = toy.encrypt([0.5, 0.25])
+    with start(1) as cluster, distributed.Client(cluster) as made, Pool(made, tmp_path / "keys", timeout=60) as pool:
+        pool.map(square, [ct])
+        shutil.rmtree(tmp_path / "keys" / "PK")
+        np.testing.assert_allclose(toy.decrypt(pool.map(square, [ct])[0]), [0.25, 0.0625], atol=1e-6)
+        with pytest.raises(BatchError, match="1 of 1 inputs failed"):
+            pool.map(lambda ct: ct << 1, [ct])
+
+
+def test_arrays_longer_than_a_ciphertext_are_inputs_too(toy, pool):
+    x = np.linspace(-1, 1, 70)
+    arrays = [toy.encrypt(x), toy.encrypt(x + 1)]
+    np.testing.assert_allclose(toy.decrypt(pool.map(square, arrays)[1]), (x + 1) ** 2, atol=1e-5)
+    np.testing.assert_allclose(toy.decrypt(pool.sum(arrays)), 2 * x + 1, atol=1e-5)
+
+
 def test_evaluators_of_pools_that_nobody_closed_do_not_pile_up(toy, client, directory):
     for _ in range(7):
         Pool(client, directory).map(torvo.negative, [toy.encrypt([0.5])] * 4, batch=1)
@@ -478,6 +513,14 @@ def test_a_cluster_without_workers_is_waited_for_as_long_as_one_is_told(toy, dir
         cluster.scale(1)
         result = Pool(made, directory, timeout=60).map(torvo.negative, [toy.encrypt([0.5])])[0]
         np.testing.assert_allclose(toy.decrypt(result), [-0.5], atol=1e-6)
+
+
+def test_everything_public_has_a_docstring():
+    for public in (torvo.distributed, Pool, BatchError, Failure):
+        assert inspect.getdoc(public)
+        for name, member in vars(public).items():
+            if inspect.isfunction(member) and not name.startswith("_"):
+                assert inspect.getdoc(member), name
 
 
 def test_without_dask_the_import_says_what_to_install(tmp_path):

@@ -67,6 +67,11 @@ class Batch:
     def __init__(self, items: list[tuple[int, bytes]]) -> None:
         self.items = items
 
+    @property
+    def size(self) -> int:
+        """Bytes of all."""
+        return sum(len(data) for _, data in self.items)
+
 
 class Partial(NamedTuple):
     """The inputs of a batch, or of many, combined: pickled, or nothing where some of them failed."""

@@ -49,6 +49,8 @@ _MOST_INPUTS = 64
 _MOST_BYTES = 16 << 20
 #: Batches under way for each thread of the cluster. More would only lie in the memory of the scheduler.
 _AHEAD = 3
+#: And so many bytes of them, however many threads there are.
+_BYTES_AHEAD = 2 << 30
 #: How many partial results are combined at a time.
 _FAN_IN = 8
 
@@ -223,7 +225,7 @@ class Pool:
             while True:
                 for batch in batches:
                     waiting.append((batch, self._submit("map", _worker.map_batch, job, batch)))
-                    if len(waiting) >= _AHEAD * self._threads():
+                    if len(waiting) >= _AHEAD * self._threads() or sum(b.size for b, _ in waiting) >= _BYTES_AHEAD:
                         break
                 if not waiting:
                     return
