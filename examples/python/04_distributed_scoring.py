@@ -19,7 +19,7 @@ from torvo.distributed import BatchError, Pool
 
 SMALL = "--small" in sys.argv
 PRESET, COUNT = ("FX", 6) if SMALL else ("ST11", 8)
-FEATURES = 8
+FEATURES = 4
 
 # %% [markdown]
 # ## What workers compute
