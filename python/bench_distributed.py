@@ -68,6 +68,16 @@ def measure(row: Row, keys: str, items: list[Any]) -> tuple[float, float, float,
         return seconds, cpu, max(client.run(resident_mib).values()), scores
 
 
+def empty_task(keys: str) -> float:
+    """Seconds for a task of Dask that does nothing, of many at once on two workers."""
+    cluster = LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=":0")
+    with cluster, Client(cluster) as client, Pool(client, keys) as pool:
+        pool.map(abs, [0] * 4, batch=1)
+        start = time.perf_counter()
+        pool.map(abs, [0] * 500, batch=1)
+        return (time.perf_counter() - start) / 500
+
+
 def check(keys: torvo.Keys, scores: list[Any], x: Any) -> None:
     expected = 1 / (1 + np.exp(-(x.reshape(len(x), -1, FEATURES) @ WEIGHTS + BIAS)))
     got = np.array([keys.decrypt(ct).real for ct in scores]).reshape(len(x), -1, FEATURES)
@@ -98,6 +108,7 @@ def main() -> None:
     with tempfile.TemporaryDirectory() as directory:
         keys.save(directory)
         key_bytes = sum(path.stat().st_size for path in Path(directory).rglob("*.bin"))
+        empty = empty_task(directory)
         folder = Path(directory, "batch")
         folder.mkdir()
         files = []
@@ -121,7 +132,7 @@ def main() -> None:
     print(f"without Dask, one thread: {local * 1e3:.0f} ms for a ciphertext")
     out, back = (len(ct.to_bytes()) / 2**20 for ct in (cts[0], results[0]))
     print(f"a ciphertext: {out:.2f} MiB out, {back:.2f} MiB back")
-    print(f"keys: {key_bytes / 2**20:.0f} MiB")
+    print(f"keys: {key_bytes / 2**20:.0f} MiB; an empty task of Dask: {empty * 1e3:.1f} ms")
     columns = ("ciphertexts travel", "workers", "threads of each", "OpenMP threads of a call", "seconds", "ciphertexts a second",
                "against the first row", "client and scheduler, ms of processor for each", "MiB of a worker")
     print(f"| {' | '.join(columns)} |\n|{' --- |' * len(columns)}")
