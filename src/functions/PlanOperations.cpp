@@ -4,7 +4,7 @@
 #include "context/ContextContent.hpp"
 #include "core/Failure.hpp"
 #include "encoding/Messages.hpp"
-#include "evaluator/Messages.hpp"
+#include "evaluator/EvaluatorUtils.hpp"
 #include "functions/BootstrapPrecision.hpp"
 #include "functions/BootstrapWhereNeeded.hpp"
 #include "functions/CipherOperations.hpp"
@@ -72,7 +72,7 @@ std::complex<double> PlanOperations::cut(std::complex<double> c, u64 level, int 
 void PlanOperations::requireOperand(const PlannedCiphertext& x) const {
     require(x.getMessage().getSize() > 0, message::emptyMessage);
     require(x.impl().numElements == 2, message::sizeNotTwo);
-    require(x.getRescaleCounter() == 0, message::operandOwesRescale);
+    utils::requireNothingOwed(x);
 }
 
 void PlanOperations::bootstrap(PlannedCiphertext& x, bool isComplex) const {
@@ -170,8 +170,8 @@ void PlanOperations::multImagUnit(const PlannedCiphertext& in, PlannedCiphertext
 
 void PlanOperations::multAtLevel(const PlannedCiphertext& in, std::complex<double> c, u64 level,
                                  PlannedCiphertext& out) const {
-    require(in.getLevel() > 0 && level > 0, message::levelZero);
-    require(in.getRescaleCounter() == 0, message::operandOwesRescale);
+    utils::requireReadyToMultiply(in);
+    require(level > 0, message::levelZero);
     plan_->count(Step::ConstantProduct, level);
     const double ratio = scaleRatio(in.getLevel(), level);
     out = in;
@@ -183,8 +183,8 @@ void PlanOperations::multAtLevel(const PlannedCiphertext& in, std::complex<doubl
 
 void PlanOperations::multSlotsAtLevel(const PlannedCiphertext& in, const Message& factors, u64 level,
                                       PlannedCiphertext& out) const {
-    require(in.getLevel() > 0 && level > 0, message::levelZero);
-    require(in.getRescaleCounter() == 0, message::operandOwesRescale);
+    utils::requireReadyToMultiply(in);
+    require(level > 0, message::levelZero);
     require(in.getLogSlots() == factors.getLogSlots(), message::differentLogSlots);
     plan_->requireEncodable(factors, level);
     plan_->count(Step::PlaintextProduct, level);
@@ -203,8 +203,7 @@ void PlanOperations::multSlotsAtLevel(const PlannedCiphertext& in, const Message
 void PlanOperations::tensor(const PlannedCiphertext& a, const PlannedCiphertext& b,
                             PlannedCiphertext& out) const {
     require(a.impl().numElements == 2 && b.impl().numElements == 2, message::sizeAboveTwo);
-    require(a.getLevel() > 0 && b.getLevel() > 0, message::levelZero);
-    require(a.getRescaleCounter() == 0 && b.getRescaleCounter() == 0, message::operandsOweRescale);
+    utils::requireReadyToMultiply(a, b);
     require(a.getLogSlots() == b.getLogSlots(), message::differentLogSlots);
     const u64 level = std::min(a.getLevel(), b.getLevel());
     plan_->count(Step::Tensor, level);
@@ -233,8 +232,8 @@ void PlanOperations::relinearize(PlannedCiphertext& in_out) const {
 }
 
 void PlanOperations::rescale(PlannedCiphertext& in_out) const {
+    utils::requireLevelAboveZero(in_out);
     const u64 level = in_out.getLevel();
-    require(level > 0, message::levelZero);
     require(in_out.getRescaleCounter() > 0, message::ciphertextOwesNoRescale);
     plan_->count(Step::Rescale, level);
     changeBoth(in_out, [&](Message& message) { multiply(message, rescaleGain(level)); });
