@@ -1,9 +1,5 @@
 #include "functions/BootstrapPrecision.hpp"
 
-#include "context/ContextContent.hpp"
-
-#include <Torvo/ParameterPreset.hpp>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -30,8 +26,7 @@ constexpr std::array<Bits, 9> measured{{{ParameterPreset::FVa, 24.2, 25.0, 24.2}
 
 } // namespace
 
-double bootstrapVariance(const Context& context, bool isComplex, bool isExtended) {
-    const ParameterPreset preset = context->parameter.preset;
+double bootstrapVariance(ParameterPreset preset, bool isComplex, bool isExtended) {
     const auto* row = std::ranges::find_if(measured, [&](const Bits& bits) { return bits.preset == preset; });
     if (row == measured.end()) return 0;
     const double bits = isExtended ? row->extended : isComplex ? row->complex : row->real;

@@ -33,7 +33,7 @@ SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 logS
                               BootstrappingEvaluator::Precision precision) {
     SlotNoise noise = noiseOf(context, from, to, logSlots);
     const bool isExtended = precision == BootstrappingEvaluator::Precision::Extended;
-    noise.bootstrap = deviations * std::sqrt(bootstrapVariance(context, true, isExtended));
+    noise.bootstrap = deviations * std::sqrt(bootstrapVariance(context->parameter.preset, true, isExtended));
     return noise;
 }
 

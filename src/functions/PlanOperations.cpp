@@ -80,7 +80,8 @@ void PlanOperations::bootstrap(PlannedCiphertext& x, bool isComplex) const {
     plan_->count(Step::Bootstrap, x.getLevel());
     x.impl().level = BootParameter(plan_->getContext()).levelAfter(plan_->getContext());
     if (!isComplex) changeBoth(x, keepRealParts);
-    plan_->disturb(x.impl().noisy, bootstrapVariance(plan_->getContext(), isComplex, isExtended));
+    const ParameterPreset preset = plan_->getContext()->parameter.preset;
+    plan_->disturb(x.impl().noisy, bootstrapVariance(preset, isComplex, isExtended));
 }
 
 void PlanOperations::prepare(const std::string& what, u64 levels, Range range,
