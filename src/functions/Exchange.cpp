@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace Torvo {
 
@@ -83,8 +84,8 @@ private:
     void chooseFirstReference() {
         const long double low = variable(problem_.lower), high = variable(problem_.upper);
         for (u64 i = 0; i <= terms_; ++i) {
-            const long double y =
-                -std::cos(pi<long double>() * static_cast<long double>(i) / static_cast<long double>(terms_));
+            const long double y = -std::cos(std::numbers::pi_v<long double> * static_cast<long double>(i) /
+                                            static_cast<long double>(terms_));
             const long double u = ((1 - y) * low + (1 + y) * high) / 2;
             const long double x = isSquared_ ? std::sqrt(u) : u;
             reference_.push_back(std::clamp(x, problem_.lower, problem_.upper));

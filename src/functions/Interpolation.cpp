@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace Torvo {
 
@@ -20,9 +21,9 @@ double pointOf(long double y, double lower, double upper) {
 std::vector<double> gridOf(u64 count, double lower, double upper) {
     std::vector<double> points(count + 1);
     for (u64 i = 0; i <= count; ++i)
-        points[i] = pointOf(
-            -std::cos(pi<long double>() * static_cast<long double>(i) / static_cast<long double>(count)),
-            lower, upper);
+        points[i] = pointOf(-std::cos(std::numbers::pi_v<long double> * static_cast<long double>(i) /
+                                      static_cast<long double>(count)),
+                            lower, upper);
     points.erase(std::unique(points.begin(), points.end()), points.end());
     return points;
 }

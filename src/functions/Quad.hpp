@@ -15,7 +15,7 @@ Real magnitude(Real x) {
     return x < 0 ? -x : x;
 }
 
-/// pi, as the sum of three pieces that each fit a double.
+/// pi in 113 bits, which std::numbers does not have: the sum of three pieces that each fit a double.
 template <class Real>
 Real pi() {
     return Real(0x3.243F6A8885A3p0) + Real(0x08D313198A2Ep-96) + Real(0x03707344A409p-144);

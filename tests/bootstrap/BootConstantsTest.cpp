@@ -154,7 +154,8 @@ Matrix inverseFactor(u64 logSlots, u64 s) {
     const auto set = [&](u64 row, u64 col, Complex x) { inverse[col][row] = 0.5 * std::conj(x); };
     for (u64 base = 0; base < n; base += m)
         for (u64 i = 0, e = 1; i < h; ++i, e = 5 * e % (4 * m)) {
-            const Complex w = std::exp(Complex(0.0, static_cast<double>(e) * 6.283185307179586 / (4.0 * m)));
+            const Complex w =
+                std::exp(Complex(0.0, static_cast<double>(e) * (2 * std::numbers::pi) / (4.0 * m)));
             set(base + i, base + i, 1.0);
             set(base + i + h, base + i, 1.0);
             set(base + i, base + i + h, w);

@@ -7,6 +7,7 @@
 #include <complex>
 #include <map>
 #include <memory>
+#include <numbers>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -235,7 +236,7 @@ Ciphertext withoutMultiples(const BootParameter& bp, const Ciphertext& in, doubl
     const double e = static_cast<double>(scales.level_correction[ring().parameter.encryption_level + 1]) -
                      scales.log_scale[0];
     const double f =
-        std::pow(2.0, e) * q0 / static_cast<double>(bp.pre_raise_factor) * factor / 6.283185307179586;
+        std::pow(2.0, e) * q0 / static_cast<double>(bp.pre_raise_factor) * factor / (2 * std::numbers::pi);
     return arcsine(cosine(bp, t, f), bp.arcsine_degree, f);
 }
 

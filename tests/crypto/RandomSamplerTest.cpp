@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cmath>
 #include <new>
+#include <numbers>
 #include <omp.h>
 #include <set>
 #include <thread>
@@ -236,7 +237,7 @@ TEST(SampleGaussian, RoundsTheBoxMullerPairOfEveryWord) {
     Polynomial poly = marked(false, 0);
     const u64 degree = poly.getDegree();
     const auto words = pinnedWords(100 * degree / 2);
-    const long double unit = 0x1p-32L, turn = 2.0L * 3.14159265358979323846264338327950288L;
+    const long double unit = 0x1p-32L, turn = 2 * std::numbers::pi_v<long double>;
     for (u64 round = 0; round < 100; ++round) {
         RandomSampler().sampleGaussian(poly, toy());
         const auto values = smallCoefficients(poly);
@@ -445,7 +446,7 @@ TEST(SampleGaussian, OfAnIntegerIsTheFirstOfThePairOfOneWord) {
         LevelledElement element(plain());
         element.setLevel(n % 3);
         RandomSampler().sampleGaussian(element, plain());
-        const double theta = static_cast<double>(words[n] >> 32) * 0x1p-32 * 6.283185307179586;
+        const double theta = static_cast<double>(words[n] >> 32) * 0x1p-32 * (2 * std::numbers::pi);
         const double r =
             std::sqrt(-2.0 * std::log(static_cast<double>((words[n] & 0xffffffff) + 1) * 0x1p-32));
         const long expected = std::lround(3.2 * r * std::cos(theta));

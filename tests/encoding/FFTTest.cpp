@@ -219,7 +219,7 @@ TEST(FFT, RootsAreEachComputedFromTheirOwnAngleAndTheFirstComesAgain) {
     const auto& roots = fft.getRoots(cpu);
     ASSERT_EQ(roots.size(), 2 * degree + 1);
     for (u64 k = 0; k < 2 * degree; ++k) {
-        const double angle = static_cast<double>(k) * 3.141592653589793 / static_cast<double>(degree);
+        const double angle = static_cast<double>(k) * std::numbers::pi / static_cast<double>(degree);
         ASSERT_EQ(roots[k], Complex(std::cos(angle), std::sin(angle))) << k;
     }
     EXPECT_EQ(roots[2 * degree], Complex(1, 0));

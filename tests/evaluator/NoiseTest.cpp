@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <numbers>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -63,7 +64,7 @@ protected:
     /// Messages of modulus 1, whose squares the model counts as 1.
     Message unitMessage() {
         Message m(getLogFullSlots(context));
-        for (auto& slot : m) slot = std::polar(1.0, random.real(0, 6.28));
+        for (auto& slot : m) slot = std::polar(1.0, random.real(0, 2 * std::numbers::pi));
         return m;
     }
     /// Calls use(secret key, evaluator, a, b, encrypted a, encrypted b) for several keys.
@@ -176,7 +177,7 @@ TEST(LargestDegreeRealPreset, EncodesAndEncryptsUnderTheSecretKeyWithThePredicte
     SCOPED_TRACE(d.random.describe());
     ASSERT_EQ(d.degree, u64{1} << 17);
     Message message(getLogFullSlots(d.context)), got;
-    for (auto& slot : message) slot = std::polar(1.0, d.random.real(0, 6.28));
+    for (auto& slot : message) slot = std::polar(1.0, d.random.real(0, 2 * std::numbers::pi));
     const EnDecoder encoder(d.context);
     const Plaintext plaintext = encoder.encode(message);
     Measured encoded, encrypted;

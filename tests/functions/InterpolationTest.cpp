@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <numbers>
 #include <stdexcept>
 
 namespace Torvo {
@@ -52,7 +53,7 @@ TEST(Interpolation, HasTheValuesOfTheFunctionAtTheZerosOfTheNextChebyshevPolynom
     for (const u64 degree : {0, 1, 2, 7, 64}) {
         const auto series = ChebyshevSeries::interpolate(f, degree, -1, 3);
         for (u64 j = 0; j <= degree; ++j) {
-            const long double angle = std::acos(-1.0L) * static_cast<long double>(2 * j + 1) /
+            const long double angle = std::numbers::pi_v<long double> * static_cast<long double>(2 * j + 1) /
                                       static_cast<long double>(2 * degree + 2);
             const auto x = static_cast<double>(1 + 2 * std::cos(angle));
             EXPECT_LE(std::abs(series.evaluate(x) - f(x)), 1e-13) << degree << " " << j;
