@@ -52,8 +52,8 @@ Message bent(const Context& context, const Message& message) {
 
 class Budget {
 public:
-    Budget(const std::string& name, unsigned long logSlots, bool isComplex)
-        : context_(makeContext(bench::bootstrappable(name))), logSlots_(logSlots), isComplex_(isComplex),
+    Budget(const std::string& name, unsigned long log_slots, bool isComplex)
+        : context_(makeContext(bench::bootstrappable(name))), logSlots_(log_slots), isComplex_(isComplex),
           message_(randomMessage()) {
         if (logSlots_ == allSlots) logSlots_ = getLogFullSlots(context_);
     }
@@ -139,10 +139,10 @@ void printOdds(const std::vector<std::string>& presets) {
         const BootParameter boot(context);
         const Odds odds(context, boot);
         std::printf("| `%s` | %.2f | %.1f |", name.c_str(), odds.deviation, boot.range_bound);
-        const auto logDegree = static_cast<double>(context->parameter.log_degree);
+        const auto log_degree = static_cast<double>(context->parameter.log_degree);
         if (odds.isPossible)
-            std::printf(" %.2f | 2^%.1f | 2^%.1f | 2^%.1f |\n", odds.z, odds.log(logDegree),
-                        odds.logByNormalTail(logDegree), odds.log(9));
+            std::printf(" %.2f | 2^%.1f | 2^%.1f | 2^%.1f |\n", odds.z, odds.log(log_degree),
+                        odds.logByNormalTail(log_degree), odds.log(9));
         else
             std::printf(" | never | | never |\n");
     }
@@ -151,13 +151,13 @@ void printOdds(const std::vector<std::string>& presets) {
 } // namespace
 
 int main(int argc, char** argv) {
-    unsigned long logSlots = allSlots;
+    unsigned long log_slots = allSlots;
     bool isComplex = true, isForOdds = false;
     std::vector<std::string> presets;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         if (argument == "--log-slots" && i + 1 < argc)
-            logSlots = std::stoul(argv[++i]);
+            log_slots = std::stoul(argv[++i]);
         else if (argument == "--real")
             isComplex = false;
         else if (argument == "--odds")
@@ -173,6 +173,6 @@ int main(int argc, char** argv) {
         "| preset | bend | polynomial | scales | slot to coefficient | coefficient to slot | cosine | double "
         "angle | arcsine | all | extended |\n"
         "| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
-    for (const std::string& name : presets) Budget(name, logSlots, isComplex).print(name);
+    for (const std::string& name : presets) Budget(name, log_slots, isComplex).print(name);
     return 0;
 }

@@ -32,9 +32,9 @@ inline ParameterPreset bootstrappable(const std::string& name) {
 }
 
 /// Uniform in the unit disc, or in [-1, 1].
-inline Message randomMessage(std::mt19937_64& random, unsigned long logSlots, bool isComplex) {
+inline Message randomMessage(std::mt19937_64& random, unsigned long log_slots, bool isComplex) {
     std::uniform_real_distribution<double> uniform(-1, 1);
-    Message message(logSlots);
+    Message message(log_slots);
     for (auto& slot : message) {
         do slot = {uniform(random), isComplex ? uniform(random) : 0.0};
         while (std::abs(slot) > 1);

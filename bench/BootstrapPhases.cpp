@@ -44,7 +44,7 @@ struct Options {
     bool isBatched = false;
     bool isReal = false;
     bool isForSizes = false;
-    long logSlots = -1;
+    long log_slots = -1;
     int runs = 1;
     std::vector<int> threads{1, 2};
     std::string constantsFile;
@@ -70,7 +70,7 @@ Options parse(int argc, char** argv) {
         else if (argument == "--sizes")
             options.isForSizes = true;
         else if (argument == "--log-slots" && hasValue)
-            options.logSlots = std::stol(argv[++i]);
+            options.log_slots = std::stol(argv[++i]);
         else if (argument == "--runs" && hasValue)
             options.runs = std::stoi(argv[++i]);
         else if (argument == "--constants" && hasValue)
@@ -91,9 +91,9 @@ u64 bytesOfKey(const Parameter& p) {
     return 2 * p.gadget_rank * (p.chain_length + p.numTP) * p.degree * sizeof(u64);
 }
 
-u64 rotationKeys(const Context& context, u64 logSlots, bool compact) {
+u64 rotationKeys(const Context& context, u64 log_slots, bool compact) {
     std::set<u64> distinct;
-    for (const long index : context->getRotIndicesForBootstrap(logSlots, compact))
+    for (const long index : context->getRotIndicesForBootstrap(log_slots, compact))
         distinct.insert(static_cast<u64>(index) & (context->parameter.num_slots - 1));
     distinct.erase(0);
     return distinct.size();
@@ -111,14 +111,14 @@ u64 bytesOfStages(const Parameter& p, const RadixDecomposition& plan, Level&& le
 void printSizes(ParameterPreset preset) {
     const Context context = makeContext(preset);
     const Parameter& p = context->parameter;
-    const u64 logSlots = getLogFullSlots(context), key = bytesOfKey(p);
-    const u64 batched = rotationKeys(context, logSlots, false),
-              compact = rotationKeys(context, logSlots, true);
-    const RadixDecomposition plan(logSlots);
+    const u64 log_slots = getLogFullSlots(context), key = bytesOfKey(p);
+    const u64 batched = rotationKeys(context, log_slots, false),
+              compact = rotationKeys(context, log_slots, true);
+    const RadixDecomposition plan(log_slots);
     const u64 down = bytesOfStages(p, plan, [](u64 s) { return s + 1; });
     const u64 up = bytesOfStages(p, plan, [&](u64 s) { return p.chain_length - 1 - s; });
     const auto mib = [](u64 bytes) { return static_cast<double>(bytes) / mebibyte; };
-    std::printf("| `%s` | %lu | %.1f | %lu | %.0f | %lu | %.0f | %.0f | %.0f |\n", p.name.c_str(), logSlots,
+    std::printf("| `%s` | %lu | %.1f | %lu | %.0f | %lu | %.0f | %.0f | %.0f |\n", p.name.c_str(), log_slots,
                 mib(key), batched, mib(batched * key), compact, mib(compact * key), mib(down), mib(up));
 }
 
@@ -221,10 +221,10 @@ std::string nameOf(BootstrapperImpl::Step step) {
     return "?";
 }
 
-Message randomMessage(u64 logSlots, bool isReal) {
+Message randomMessage(u64 log_slots, bool isReal) {
     std::mt19937_64 random(1); // NOLINT(bugprone-random-generator-seed): the same message in every run
     std::uniform_real_distribution<double> uniform(-0.7, 0.7);
-    Message message(logSlots);
+    Message message(log_slots);
     for (auto& slot : message) slot = {uniform(random), isReal ? 0.0 : uniform(random)};
     return message;
 }
@@ -264,7 +264,7 @@ private:
                 sparse_ = makeContext(getSparseParameterPresetFor(preset_));
         });
         const Context& c = *context_;
-        logSlots_ = options_.logSlots < 0 ? getLogFullSlots(c) : static_cast<u64>(options_.logSlots);
+        logSlots_ = options_.log_slots < 0 ? getLogFullSlots(c) : static_cast<u64>(options_.log_slots);
         const bool compact = !options_.isBatched;
         secretKey_.emplace(c);
         const KeyPack pack = sparse_ ? KeyPack(c, *sparse_) : KeyPack(c);
@@ -311,7 +311,7 @@ void measure(const std::string& name, const Options& options) {
         malloc_trim(0); // so that the next round does not count what this one gave back
     }
     std::printf("\n`%s`, %s slots, %s, %s\n\n| step |", name.c_str(),
-                options.logSlots < 0 ? "full" : ("2^" + std::to_string(options.logSlots)).c_str(),
+                options.log_slots < 0 ? "full" : ("2^" + std::to_string(options.log_slots)).c_str(),
                 options.isBatched ? "batched" : "sequential", options.isReal ? "real" : "complex");
     for (const int threads : options.threads)
         std::printf(" %d thread%s, s | computing |", threads, threads == 1 ? "" : "s");

@@ -32,7 +32,7 @@ constexpr double tolerance = 1.5;
 
 struct Options {
     int keys = 3;
-    std::vector<unsigned long> logSlots; ///< none: all slots
+    std::vector<unsigned long> log_slots; ///< none: all slots
     bool isBatched = false;
     bool isExtended = false;
     std::vector<std::string> presets;
@@ -45,7 +45,7 @@ Options parse(int argc, char** argv) {
         if (argument == "--keys" && i + 1 < argc)
             options.keys = std::stoi(argv[++i]);
         else if (argument == "--log-slots" && i + 1 < argc)
-            options.logSlots.push_back(std::stoul(argv[++i]));
+            options.log_slots.push_back(std::stoul(argv[++i]));
         else if (argument == "--batched")
             options.isBatched = true;
         else if (argument == "--extended")
@@ -58,7 +58,7 @@ Options parse(int argc, char** argv) {
 
 /// One secret with all keys that bootstrapping needs.
 struct Setup {
-    Setup(const Context& context, const Context& sparse, const std::vector<unsigned long>& logSlots,
+    Setup(const Context& context, const Context& sparse, const std::vector<unsigned long>& log_slots,
           bool isBatched)
         : secretKey(context) {
         const KeyPack pack = sparse ? KeyPack(context, sparse) : KeyPack(context);
@@ -66,13 +66,13 @@ struct Setup {
             sparse ? KeyGenerator(context, sparse, secretKey, pack) : KeyGenerator(context, secretKey, pack);
         generator.genMultKey();
         generator.genConjKey();
-        for (const auto slots : logSlots) generator.genRotKeysForBootstrap(slots, !isBatched);
+        for (const auto slots : log_slots) generator.genRotKeysForBootstrap(slots, !isBatched);
         if (sparse) generator.genSparseSecretEncapsulationKey();
         const HomEvaluator evaluator(context, pack);
         bootstrapper =
-            std::make_unique<Bootstrapper>(sparse ? Bootstrapper(evaluator, sparse, logSlots[0], !isBatched)
-                                                  : Bootstrapper(evaluator, logSlots[0], !isBatched));
-        for (const auto slots : logSlots) bootstrapper->makeBootConstants(slots);
+            std::make_unique<Bootstrapper>(sparse ? Bootstrapper(evaluator, sparse, log_slots[0], !isBatched)
+                                                  : Bootstrapper(evaluator, log_slots[0], !isBatched));
+        for (const auto slots : log_slots) bootstrapper->makeBootConstants(slots);
     }
 
     SecretKey secretKey;
@@ -81,7 +81,7 @@ struct Setup {
 
 /// The results of the bootstraps of messages of one kind.
 struct Series {
-    unsigned long logSlots;
+    unsigned long log_slots;
     bool isComplex;
     test::ErrorBits bits, predicted;
     double seconds = 0;
@@ -95,10 +95,10 @@ public:
           sparse_(isSparseSecretEncapsulationSupported(context_)
                       ? makeContext(getSparseParameterPresetFor(bench::bootstrappable(name_)))
                       : nullptr),
-          constants_(options.logSlots) {
+          constants_(options.log_slots) {
         if (constants_.empty()) constants_.push_back(getLogFullSlots(context_));
-        for (const auto logSlots : constants_)
-            for (const bool isComplex : {true, false}) series_.push_back({logSlots, isComplex, {}, {}});
+        for (const auto log_slots : constants_)
+            for (const bool isComplex : {true, false}) series_.push_back({log_slots, isComplex, {}, {}});
         if (options.isExtended) constants_.push_back(getLogFullSlots(context_)); // for the second pass
     }
 
@@ -118,7 +118,7 @@ public:
 
 private:
     void bootstrap(const Setup& setup, Series& series) {
-        const Message message = bench::randomMessage(random_, series.logSlots, series.isComplex);
+        const Message message = bench::randomMessage(random_, series.log_slots, series.isComplex);
         series.before = setup.bootstrapper->getMinLevelForBootstrap() + (options_.isExtended ? 1 : 0);
         Ciphertext in(context_), out(context_);
         Encryptor(context_).encrypt(message, setup.secretKey, in, series.before, 0);
@@ -140,7 +140,7 @@ private:
 
     /// Repeated for short messages, whose mean varies between runs.
     void predict(const Message& message, Series& series) const {
-        test::SimulatedBootstrap simulated(context_, series.logSlots, !options_.isBatched);
+        test::SimulatedBootstrap simulated(context_, series.log_slots, !options_.isBatched);
         for (u64 slots = 0; slots < 1024; slots += message.getSize())
             series.predicted.take(options_.isExtended ? simulated.bootstrapExtended(message, series.isComplex)
                                                       : simulated.bootstrap(message, series.isComplex),
@@ -149,7 +149,7 @@ private:
 
     void print(const Series& series) const {
         std::printf("| `%s`%s | %lu | %s | %lu | %lu | %.1f | %.1f | %.1f | %.1f | %.1f |\n", name_.c_str(),
-                    options_.isExtended ? " extended" : "", series.logSlots,
+                    options_.isExtended ? " extended" : "", series.log_slots,
                     series.isComplex ? "complex" : "real", series.before, series.after, series.bits.least(),
                     series.bits.onePercent(), series.bits.mean(), series.predicted.mean(), series.seconds);
         std::fflush(stdout);

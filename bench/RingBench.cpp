@@ -54,9 +54,9 @@ struct Rings {
 
 /// As many vectors as the degree of the polynomials, and as many polynomials as the dimension of the vectors.
 struct Batch {
-    Batch(u64 logDegree, u64 dimension, u64 level)
-        : context(makeContext(logDegree, level + 1, 55, 50, 55, 1)),
-          vectors(u64{1} << logDegree, LevelledVector(dimension, level)),
+    Batch(u64 log_degree, u64 dimension, u64 level)
+        : context(makeContext(log_degree, level + 1, 55, 50, 55, 1)),
+          vectors(u64{1} << log_degree, LevelledVector(dimension, level)),
           polynomials(dimension, filled(context, level)), parts(pointersTo<const LevelledVector>(vectors)),
           out(pointersTo<Polynomial>(polynomials)) {
         for (auto& vector : vectors) std::fill(vector.getData().begin(), vector.getData().end(), 1);
@@ -138,9 +138,9 @@ void runMove(benchmark::State& state, const NamedMove& move, const RingShape& sh
     time(state, threads, target.getData().size(), [&] { move.run(rings); });
 }
 
-void runBatch(benchmark::State& state, u64 logDegree, u64 dimension, u64 level, int threads) {
-    Batch batch(logDegree, dimension, level);
-    time(state, threads, (level + 1) * dimension << logDegree,
+void runBatch(benchmark::State& state, u64 log_degree, u64 dimension, u64 level, int threads) {
+    Batch batch(log_degree, dimension, level);
+    time(state, threads, (level + 1) * dimension << log_degree,
          [&] { batch.switcher.combineBatch(batch.parts, batch.out); });
 }
 

@@ -30,9 +30,9 @@ constexpr unsigned long width = 32; // slots per patient: 30 features, a one for
 
 // One patient after the other, `width` slots each, in as many slots as the next power of two.
 Message pack(const std::vector<std::vector<double>>& rows) {
-    unsigned long logSlots = 0;
-    while ((1UL << logSlots) < rows.size() * width) ++logSlots;
-    Message message(logSlots, 0.0);
+    unsigned long log_slots = 0;
+    while ((1UL << log_slots) < rows.size() * width) ++log_slots;
+    Message message(log_slots, 0.0);
     for (std::size_t i = 0; i < rows.size(); ++i) {
         std::copy(rows[i].begin(), rows[i].end(), message.begin() + i * width);
         message[i * width + rows[i].size()] = 1.0;

@@ -36,7 +36,7 @@ unsigned long reversed(unsigned long index, unsigned long bits) {
 int main() {
     // FGb works in a ring of degree 2^16. A message of 2^8 slots needs fewer rotation keys than a full one;
     // the compact set is smaller still, at the price of slower rotations.
-    constexpr unsigned long logSlots = 8;
+    constexpr unsigned long log_slots = 8;
     constexpr bool compact = true;
     const Context context = makeContext(ParameterPreset::FGb);
     const SecretKey secretKey(context);
@@ -45,16 +45,16 @@ int main() {
                     keyGenerator.genEncKey();
                     keyGenerator.genMultKey();
                     keyGenerator.genConjKey();
-                    keyGenerator.genRotKeysForBootstrap(logSlots, compact);
+                    keyGenerator.genRotKeysForBootstrap(log_slots, compact);
                 }));
     const KeyPack keys = keyGenerator.getKeyPack();
     const HomEvaluator evaluator(context, keys);
 
     // The linear transforms of bootstrapping are matrices, encoded once for each number of slots.
-    const Bootstrapper bootstrapper(evaluator, logSlots, compact);
+    const Bootstrapper bootstrapper(evaluator, log_slots, compact);
 
     // Real and imaginary parts must lie in [-1, 1]. Level 3 is the lowest from which a bootstrap can start.
-    Message message(logSlots);
+    Message message(log_slots);
     for (unsigned long i = 0; i < message.getSize(); ++i) message[i] = std::polar(0.9, 0.3 * double(i));
     Ciphertext exhausted(context), coefficients(context), refreshed(context);
     Encryptor(context).encrypt(message, keys, exhausted, bootstrapper.getMinLevelForBootstrap(), 0);
@@ -73,7 +73,7 @@ int main() {
     decryptor.decrypt(coefficients, secretKey, values);
     double error = 0;
     for (unsigned long i = 0; i < message.getSize(); ++i) {
-        const unsigned long k = reversed(i, logSlots);
+        const unsigned long k = reversed(i, log_slots);
         error = std::max(error, std::abs(values[k] - before[i].real()));
         error = std::max(error, std::abs(values[k + message.getSize()] - before[i].imag()));
     }

@@ -22,7 +22,7 @@ using namespace example;
 using Module = CiphertextBase<EncryptionType::MLWE>;
 using ModuleKey = SecretKeyBase<EncryptionType::MLWE>;
 
-constexpr unsigned long clients = 4096, logSlots = 11; // two numbers a slot
+constexpr unsigned long clients = 4096, log_slots = 11; // two numbers a slot
 constexpr bool compact = true;
 
 // Packs `inputs` in groups, each as large as one output can hold.
@@ -39,7 +39,7 @@ void packAll(const std::vector<In>& inputs, const ModPackKeyBundle& keys, std::v
 // The sum of all slots, in every slot.
 Ciphertext sumOfSlots(const HomEvaluator& evaluator, const Ciphertext& in) {
     Ciphertext out(in);
-    evaluator.leftRotateReduce(in, 1, 1UL << logSlots, out);
+    evaluator.leftRotateReduce(in, 1, 1UL << log_slots, out);
     return out;
 }
 
@@ -87,8 +87,8 @@ int main() {
         toLarge = generator.genComposeKey(smallKey);
         generator.genMultKey();
         generator.genConjKey();
-        generator.genRotKeysForBootstrap(logSlots, compact);
-        for (unsigned long i = 0; i < logSlots; ++i) generator.genRotKeyIfNotExist(1L << i);
+        generator.genRotKeysForBootstrap(log_slots, compact);
+        for (unsigned long i = 0; i < log_slots; ++i) generator.genRotKeyIfNotExist(1L << i);
     });
     std::printf("keys to compose and to bootstrap: %.1f s\n", seconds);
 
@@ -119,10 +119,10 @@ int main() {
     // Coefficient c of the small ring becomes coefficient 16 c of the large one: the coefficients of a
     // message of 2048 slots, which half a bootstrap turns into slots.
     const HomEvaluator evaluator(large, generator.getKeyPack());
-    const Bootstrapper bootstrapper(evaluator, logSlots, compact);
+    const Bootstrapper bootstrapper(evaluator, log_slots, compact);
     Ciphertext ciphertext(large);
     RingPacker().compose({&packed[0]}, toLarge, ciphertext);
-    ciphertext.setLogSlots(logSlots);
+    ciphertext.setLogSlots(log_slots);
     seconds = timed("half a bootstrap", [&] { bootstrapper.halfBoot(ciphertext, ciphertext, true); });
     std::printf("on slots at level %lu: %.1f s\n", ciphertext.getLevel(), seconds);
     seconds = timed("statistics", [&] { ciphertext = statistics(evaluator, ciphertext); });

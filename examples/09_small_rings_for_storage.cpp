@@ -21,7 +21,7 @@ namespace {
 using namespace Torvo;
 using namespace example;
 
-constexpr unsigned long logSlots = 11; // 2 * 2^11 coefficients: as many as the small ring has
+constexpr unsigned long log_slots = 11; // 2 * 2^11 coefficients: as many as the small ring has
 constexpr bool compact = true;
 
 double largestError(const std::vector<double>& a, const std::vector<double>& b) {
@@ -82,11 +82,11 @@ double storeAMessage(const Rings& rings) {
     std::printf("keys to bootstrap: %.1f s\n", timed("keys to bootstrap", [&] {
                     rings.generator.genMultKey();
                     rings.generator.genConjKey();
-                    rings.generator.genRotKeysForBootstrap(logSlots, compact);
+                    rings.generator.genRotKeysForBootstrap(log_slots, compact);
                 }));
     const HomEvaluator evaluator(rings.large, rings.generator.getKeyPack());
-    const Bootstrapper bootstrapper(evaluator, logSlots, compact);
-    Message message(logSlots), after;
+    const Bootstrapper bootstrapper(evaluator, log_slots, compact);
+    Message message(log_slots), after;
     for (unsigned long i = 0; i < message.getSize(); ++i) message[i] = std::polar(0.9, 0.3 * double(i));
     Ciphertext whole(rings.large), coefficients(rings.large), piece(rings.small);
     Encryptor(rings.large).encrypt(message, rings.largeKey, whole);
@@ -104,7 +104,7 @@ double storeAMessage(const Rings& rings) {
 
     seconds = timed("up", [&] {
         RingPacker().compose({&piece}, rings.toLarge, whole);
-        whole.setLogSlots(logSlots); // the composed ciphertext knows nothing of slots
+        whole.setLogSlots(log_slots); // the composed ciphertext knows nothing of slots
         bootstrapper.halfBoot(whole, whole, true);
     });
     Decryptor(rings.large).decrypt(whole, rings.largeKey, after);

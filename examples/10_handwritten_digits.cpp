@@ -27,8 +27,8 @@ using namespace example;
 constexpr unsigned long width = 64; // slots of an image
 constexpr int epochs = 24;
 
-Message pack(const std::vector<Digit>& digits, unsigned long logSlots) {
-    Message message(logSlots, 0.0);
+Message pack(const std::vector<Digit>& digits, unsigned long log_slots) {
+    Message message(log_slots, 0.0);
     for (std::size_t i = 0; i < digits.size(); ++i)
         std::copy(digits[i].pixels.begin(), digits[i].pixels.end(), message.begin() + i * width);
     return message;
@@ -37,12 +37,12 @@ Message pack(const std::vector<Digit>& digits, unsigned long logSlots) {
 // The network as the server keeps it. Levels: one for each layer and one for each square.
 class EncryptedNetwork {
 public:
-    EncryptedNetwork(const Context& context, const Network& network, unsigned long logSlots,
+    EncryptedNetwork(const Context& context, const Network& network, unsigned long log_slots,
                      unsigned long level) {
         for (const Layer& layer : network.layers) {
-            transforms_.emplace_back(context, LinearTransform::fromMatrix(layer.matrix()), logSlots, level);
+            transforms_.emplace_back(context, LinearTransform::fromMatrix(layer.matrix()), log_slots, level);
             level -= 2;
-            Message biases(logSlots, 0.0);
+            Message biases(log_slots, 0.0);
             for (unsigned long i = 0; i < biases.getSize(); ++i)
                 if (i % width < layer.outputs) biases[i] = layer.parameters[layer.biases[i % width]];
             biases_.push_back(biases);
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     // The server's model, in the clear.
     const std::vector<Digit> digits = readDigits(argc > 1 ? argv[1] : TORVO_EXAMPLE_DIGITS);
     const Context context = makeContext(ParameterPreset::ST8);
-    const unsigned long logSlots = getLogFullSlots(context), images = (1UL << logSlots) / width;
+    const unsigned long log_slots = getLogFullSlots(context), images = (1UL << log_slots) / width;
     const std::vector<Digit> test(digits.begin(), digits.begin() + images),
         training(digits.begin() + images, digits.end());
     // 64 hidden numbers, and ten logits.
@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
     phase("train in the clear", [&] { network.train(training, epochs); });
     const unsigned long level = getEncryptionLevel(context);
     std::vector<EncryptedNetwork> server;
-    phase("encode the network", [&] { server.emplace_back(context, network, logSlots, level); });
+    phase("encode the network", [&] { server.emplace_back(context, network, log_slots, level); });
 
     // The client's keys: the server said which rotations it needs.
     const SecretKey secretKey(context);
@@ -105,7 +105,7 @@ int main(int argc, char** argv) {
     const KeyPack keys = keyGenerator.getKeyPack();
 
     Ciphertext encrypted(context), answer(context);
-    phase("encode and encrypt", [&] { Encryptor(context).encrypt(pack(test, logSlots), keys, encrypted); });
+    phase("encode and encrypt", [&] { Encryptor(context).encrypt(pack(test, log_slots), keys, encrypted); });
     const HomEvaluator evaluator(context, keys);
     const double seconds = phase("classify on ciphertexts", [&] { server[0](evaluator, encrypted, answer); });
     Message logits;

@@ -59,7 +59,7 @@ void makeKeys(const Context& context, const SecretKey& secretKey, const std::str
     all.genMultKey();
     all.genConjKey();
     all.genRotKeyBundle();
-    for (const u64 logSlots : {fewSlots, fullSlots}) all.genRotKeysForBootstrap(logSlots);
+    for (const u64 log_slots : {fewSlots, fullSlots}) all.genRotKeysForBootstrap(log_slots);
     all.save(directory);
     powers.genRotKeyBundle();
     std::filesystem::create_directory(keysOfPowers(directory));
@@ -85,10 +85,10 @@ struct World {
         makeKeys(context, secretKey, directory.path());
         const KeyPack keys(context, directory.path());
         Seeded random(seed);
-        for (const u64 logSlots : {fewSlots, fullSlots})
+        for (const u64 log_slots : {fewSlots, fullSlots})
             for (const u64 level : {topLevel, lowLevel})
                 for (int i = 0; i < 2; ++i) {
-                    messages.push_back(random.message(logSlots));
+                    messages.push_back(random.message(log_slots));
                     encryptor.encrypt(messages.back(), keys, inputs.emplace_back(context), level, 0);
                 }
     }

@@ -16,31 +16,31 @@ void defineConstants(Class& handle) {
     handle
         .def(
             "is_ready",
-            [](const BootstrapperHandle& self, unsigned long logSlots) {
+            [](const BootstrapperHandle& self, unsigned long log_slots) {
                 const Computing computing{reading(self)};
-                return self.object().isBootstrapReady(logSlots);
+                return self.object().isBootstrapReady(log_slots);
             },
             py::arg("log_slots"), "Whether the constants for 2^log_slots slots exist.")
         .def(
             "make_constants",
-            [](BootstrapperHandle& self, unsigned long logSlots) {
+            [](BootstrapperHandle& self, unsigned long log_slots) {
                 const Computing computing{writing(self)};
-                self.object().makeBootConstants(logSlots);
+                self.object().makeBootConstants(log_slots);
             },
             py::arg("log_slots"), "Builds the constants for 2^log_slots slots unless they exist.")
         .def(
             "save_constants",
-            [](const BootstrapperHandle& self, unsigned long logSlots, const std::string& path) {
+            [](const BootstrapperHandle& self, unsigned long log_slots, const std::string& path) {
                 const Computing computing{reading(self)};
-                self.object().saveBootConstants(logSlots, path);
+                self.object().saveBootConstants(log_slots, path);
             },
             py::arg("log_slots"), py::arg("path"),
             "Writes the constants into a file, to be mapped or read again.")
         .def(
             "map_constants",
-            [](BootstrapperHandle& self, unsigned long logSlots, const std::string& path, bool check) {
+            [](BootstrapperHandle& self, unsigned long log_slots, const std::string& path, bool check) {
                 const Computing computing{writing(self)};
-                self.object().mapBootConstants(logSlots, path, check);
+                self.object().mapBootConstants(log_slots, path, check);
             },
             py::arg("log_slots"), py::arg("path"), py::arg("check") = true,
             "Takes the constants from a file, where they stay: processes that map one file share their "
@@ -73,15 +73,15 @@ void defineRuns(Class& handle) {
 void bindBootstrapper(py::module_& module) {
     Class handle(module, "Bootstrapper", "Gives exhausted ciphertexts their levels back.");
     handle
-        .def(py::init([](const HomEvaluator& evaluator, unsigned long logSlots, bool sequential) {
+        .def(py::init([](const HomEvaluator& evaluator, unsigned long log_slots, bool sequential) {
                  const py::gil_scoped_release released;
-                 return std::make_shared<BootstrapperHandle>(evaluator, logSlots, sequential);
+                 return std::make_shared<BootstrapperHandle>(evaluator, log_slots, sequential);
              }),
              py::arg("evaluator"), py::arg("log_slots"), py::arg("sequential_rotations") = false)
-        .def(py::init([](const HomEvaluator& evaluator, const SharedContext& sparse, unsigned long logSlots,
+        .def(py::init([](const HomEvaluator& evaluator, const SharedContext& sparse, unsigned long log_slots,
                          bool sequential) {
                  const py::gil_scoped_release released;
-                 return std::make_shared<BootstrapperHandle>(evaluator, sparse.context, logSlots, sequential);
+                 return std::make_shared<BootstrapperHandle>(evaluator, sparse.context, log_slots, sequential);
              }),
              py::arg("evaluator"), py::arg("context_sparse"), py::arg("log_slots"),
              py::arg("sequential_rotations") = false);

@@ -164,10 +164,10 @@ void defineMaking(py::class_<SharedContext>& handle) {
         .def(py::init(&ofPreset), py::arg("preset"))
         .def_static(
             "custom",
-            [](unsigned long logDegree, unsigned long chainLength, unsigned long logBase, unsigned long logQ,
-               unsigned long logT, unsigned long gadgetRank) {
+            [](unsigned long log_degree, unsigned long chain_length, unsigned long logBase, unsigned long logQ,
+               unsigned long logT, unsigned long gadget_rank) {
                 return madeBy([&] {
-                    return Torvo::makeContext(logDegree, chainLength, logBase, logQ, logT, gadgetRank);
+                    return Torvo::makeContext(log_degree, chain_length, logBase, logQ, logT, gadget_rank);
                 });
             },
             py::arg("log_degree"), py::arg("chain_length"), py::arg("log_bpsize"), py::arg("log_qpsize"),

@@ -155,9 +155,9 @@ void defineGenerations(Class& handle) {
             py::arg("index"), "The key for a rotation to the left, or to the right for a negative index.")
         .def(
             "gen_rot_keys_for_bootstrap",
-            [](const KeyGenerator& self, unsigned long logSlots, bool compact) {
+            [](const KeyGenerator& self, unsigned long log_slots, bool compact) {
                 const py::gil_scoped_release released;
-                self.genRotKeysForBootstrap(logSlots, compact);
+                self.genRotKeysForBootstrap(log_slots, compact);
             },
             py::arg("log_slots"), py::arg("compact") = false,
             "The rotation keys for bootstrapping messages of 2^log_slots slots; compact ones for a "

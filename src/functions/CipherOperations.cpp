@@ -21,17 +21,17 @@ constexpr double deviations = 6;
 
 } // namespace
 
-SlotNoise noiseOf(const Context& context, u64 from, u64 to, u64 logSlots) {
+SlotNoise noiseOf(const Context& context, u64 from, u64 to, u64 log_slots) {
     const NoiseRules rules(context);
     double variance = 0;
     for (u64 level = to; level < from; ++level)
-        variance = std::max(variance, rules.rescale(level, u64{1} << logSlots));
+        variance = std::max(variance, rules.rescale(level, u64{1} << log_slots));
     return {deviations * std::sqrt(variance), 0};
 }
 
-SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 logSlots,
+SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 log_slots,
                               BootstrappingEvaluator::Precision precision) {
-    SlotNoise noise = noiseOf(context, from, to, logSlots);
+    SlotNoise noise = noiseOf(context, from, to, log_slots);
     const bool isExtended = precision == BootstrappingEvaluator::Precision::Extended;
     noise.bootstrap = deviations * std::sqrt(bootstrapVariance(context->parameter.preset, true, isExtended));
     return noise;
@@ -60,21 +60,21 @@ double CipherOperations::rescaleGain(u64 level) const {
     return rescaleGainOf(evaluator_->getContext(), level);
 }
 
-SlotNoise CipherOperations::noise(u64 from, u64 to, u64 logSlots) const {
-    return noiseOf(evaluator_->getContext(), from, to, logSlots);
+SlotNoise CipherOperations::noise(u64 from, u64 to, u64 log_slots) const {
+    return noiseOf(evaluator_->getContext(), from, to, log_slots);
 }
 
-SlotNoise BootstrappingOperations::noise(u64 from, u64 to, u64 logSlots) const {
-    return noiseWithBootstraps(evaluator().getContext(), from, to, logSlots, bootstrapping_.getPrecision());
+SlotNoise BootstrappingOperations::noise(u64 from, u64 to, u64 log_slots) const {
+    return noiseWithBootstraps(evaluator().getContext(), from, to, log_slots, bootstrapping_.getPrecision());
 }
 
 u64 CipherOperations::mostLogSlots() const {
     return getLogFullSlots(evaluator_->getContext());
 }
 
-void CipherOperations::readWithLogSlots(const Ciphertext& in, u64 logSlots, Ciphertext& out) const {
+void CipherOperations::readWithLogSlots(const Ciphertext& in, u64 log_slots, Ciphertext& out) const {
     out = in;
-    out.setLogSlots(logSlots);
+    out.setLogSlots(log_slots);
 }
 
 // ---- guards

@@ -21,9 +21,9 @@ public:
     u64 logSlots(const Ciphertext& x) const override { return x.getLogSlots(); }
     double scaleRatio(u64 from, u64 to) const override;
     double rescaleGain(u64 level) const override;
-    SlotNoise noise(u64 from, u64 to, u64 logSlots) const override;
+    SlotNoise noise(u64 from, u64 to, u64 log_slots) const override;
     u64 mostLogSlots() const override;
-    void readWithLogSlots(const Ciphertext& in, u64 logSlots, Ciphertext& out) const override;
+    void readWithLogSlots(const Ciphertext& in, u64 log_slots, Ciphertext& out) const override;
 
     void requireOperand(const Ciphertext& x) const override;
     void requireRotations(const std::vector<u64>& indices) const override;
@@ -67,7 +67,7 @@ public:
     explicit BootstrappingOperations(const BootstrappingEvaluator& evaluator)
         : CipherOperations(evaluator.getEvaluator()), bootstrapping_(evaluator) {}
 
-    SlotNoise noise(u64 from, u64 to, u64 logSlots) const override;
+    SlotNoise noise(u64 from, u64 to, u64 log_slots) const override;
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<Ciphertext*> values) const override;
     bool givesLevelsBack() const override { return true; }
@@ -77,8 +77,8 @@ private:
 };
 
 /// `Operations::noise` in a context.
-SlotNoise noiseOf(const Context& context, u64 from, u64 to, u64 logSlots);
-SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 logSlots,
+SlotNoise noiseOf(const Context& context, u64 from, u64 to, u64 log_slots);
+SlotNoise noiseWithBootstraps(const Context& context, u64 from, u64 to, u64 log_slots,
                               BootstrappingEvaluator::Precision precision);
 /// What a rescale from `level` makes larger than the scales say, as `Operations::rescaleGain`.
 double rescaleGainOf(const Context& context, u64 level);

@@ -6,8 +6,8 @@
 
 namespace Torvo {
 
-Message repeated(const Message& message, u64 logSlots) {
-    Message out(logSlots);
+Message repeated(const Message& message, u64 log_slots) {
+    Message out(log_slots);
     for (u64 i = 0; i < out.getSize(); ++i) out[i] = message[i % message.getSize()];
     return out;
 }
@@ -16,8 +16,8 @@ void MessageOperations::requireOperand(const Message& x) const {
     require(!x.isEmpty(), message::emptyMessage);
 }
 
-void MessageOperations::readWithLogSlots(const Message& in, u64 logSlots, Message& out) const {
-    out = repeated(in, logSlots);
+void MessageOperations::readWithLogSlots(const Message& in, u64 log_slots, Message& out) const {
+    out = repeated(in, log_slots);
 }
 
 void MessageOperations::add(const Message& a, const Message& b, Message& out) const {

@@ -10,8 +10,8 @@
 
 namespace Torvo {
 
-/// The slots over and over, up to 2^logSlots; or the first ones.
-Message repeated(const Message& message, u64 logSlots);
+/// The slots over and over, up to 2^log_slots; or the first ones.
+Message repeated(const Message& message, u64 log_slots);
 
 /// In the clear, in double precision: the operations of a function in the order in which they run on ciphertexts.
 /// Messages have no levels, so these never run out.
@@ -26,7 +26,7 @@ public:
     double rescaleGain(u64) const override { return 1; }
     SlotNoise noise(u64, u64, u64) const override { return {}; }
     u64 mostLogSlots() const override { return mostLogSlotsInTheClear; }
-    void readWithLogSlots(const Message& in, u64 logSlots, Message& out) const override;
+    void readWithLogSlots(const Message& in, u64 log_slots, Message& out) const override;
 
     void requireOperand(const Message& x) const override;
     void requireRotations(const std::vector<u64>&) const override {}

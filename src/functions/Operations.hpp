@@ -50,11 +50,11 @@ public:
     /// fresh ciphertexts and below.
     virtual double rescaleGain(u64 level) const = 0;
     /// The largest noise on the way from level `from` down to level `to`.
-    virtual SlotNoise noise(u64 from, u64 to, u64 logSlots) const = 0;
+    virtual SlotNoise noise(u64 from, u64 to, u64 log_slots) const = 0;
     /// log2 of the number of slots that a value can have.
     virtual u64 mostLogSlots() const = 0;
     /// The same numbers read with more slots, and so repeated; or read with fewer, where they repeat.
-    virtual void readWithLogSlots(const Value& in, u64 logSlots, Value& out) const = 0;
+    virtual void readWithLogSlots(const Value& in, u64 log_slots, Value& out) const = 0;
 
     // ---- guards
 

@@ -34,7 +34,7 @@ unsigned long PlannedCiphertext::getLogSlots() const {
     return impl_->exact.getLogSlots();
 }
 int PlannedCiphertext::getRescaleCounter() const {
-    return impl_->rescaleCounter;
+    return impl_->rescale_counter;
 }
 const Message& PlannedCiphertext::getMessage() const {
     return impl_->exact;

@@ -45,20 +45,20 @@ double PlanOperations::rescaleGain(u64 level) const {
     return rescaleGainOf(plan_->getContext(), level);
 }
 
-SlotNoise PlanOperations::noise(u64 from, u64 to, u64 logSlots) const {
+SlotNoise PlanOperations::noise(u64 from, u64 to, u64 log_slots) const {
     const Context& context = plan_->getContext();
-    return plan_->precision() ? noiseWithBootstraps(context, from, to, logSlots, *plan_->precision())
-                              : noiseOf(context, from, to, logSlots);
+    return plan_->precision() ? noiseWithBootstraps(context, from, to, log_slots, *plan_->precision())
+                              : noiseOf(context, from, to, log_slots);
 }
 
 u64 PlanOperations::mostLogSlots() const {
     return getLogFullSlots(plan_->getContext());
 }
 
-void PlanOperations::readWithLogSlots(const PlannedCiphertext& in, u64 logSlots,
+void PlanOperations::readWithLogSlots(const PlannedCiphertext& in, u64 log_slots,
                                       PlannedCiphertext& out) const {
     out = in;
-    changeBoth(out, [&](Message& message) { message = repeated(message, logSlots); });
+    changeBoth(out, [&](Message& message) { message = repeated(message, log_slots); });
 }
 
 std::complex<double> PlanOperations::cut(std::complex<double> c, u64 level, int owed) const {
@@ -177,7 +177,7 @@ void PlanOperations::multAtLevel(const PlannedCiphertext& in, std::complex<doubl
     const double ratio = scaleRatio(in.getLevel(), level);
     out = in;
     out.impl().level = level;
-    out.impl().rescaleCounter = 1;
+    out.impl().rescale_counter = 1;
     multiply(out.impl().exact, c * ratio);
     multiply(out.impl().noisy, cut(c, level, 0) * ratio);
 }
@@ -194,7 +194,7 @@ void PlanOperations::multSlotsAtLevel(const PlannedCiphertext& in, const Message
     plan_->disturb(rounded, plan_->noise().encoding(level, factors.getSize()));
     out = in;
     out.impl().level = level;
-    out.impl().rescaleCounter = 1;
+    out.impl().rescale_counter = 1;
     for (u64 i = 0; i < factors.getSize(); ++i) {
         out.impl().exact[i] *= factors[i] * ratio;
         out.impl().noisy[i] *= rounded[i] * ratio;
@@ -239,7 +239,7 @@ void PlanOperations::rescale(PlannedCiphertext& in_out) const {
     plan_->count(Step::Rescale, level);
     changeBoth(in_out, [&](Message& message) { multiply(message, rescaleGain(level)); });
     in_out.impl().level = level - 1;
-    --in_out.impl().rescaleCounter;
+    --in_out.impl().rescale_counter;
     plan_->disturb(in_out.impl().noisy, plan_->noise().rescale(level - 1, in_out.getMessage().getSize()));
     plan_->reach(level - 1);
 }

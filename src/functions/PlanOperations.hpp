@@ -21,9 +21,9 @@ public:
     u64 logSlots(const PlannedCiphertext& x) const override { return x.getLogSlots(); }
     double scaleRatio(u64 from, u64 to) const override;
     double rescaleGain(u64 level) const override;
-    SlotNoise noise(u64 from, u64 to, u64 logSlots) const override;
+    SlotNoise noise(u64 from, u64 to, u64 log_slots) const override;
     u64 mostLogSlots() const override;
-    void readWithLogSlots(const PlannedCiphertext& in, u64 logSlots, PlannedCiphertext& out) const override;
+    void readWithLogSlots(const PlannedCiphertext& in, u64 log_slots, PlannedCiphertext& out) const override;
 
     void requireOperand(const PlannedCiphertext& x) const override;
     void requireRotations(const std::vector<u64>& /*indices*/) const override {}

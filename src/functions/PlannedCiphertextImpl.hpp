@@ -10,7 +10,7 @@ namespace Torvo {
 class PlannedCiphertextImpl {
 public:
     u64 level = 0;
-    int rescaleCounter = 0;
+    int rescale_counter = 0;
     u64 numElements = 2;
     Message exact;
     Message noisy;

@@ -13,8 +13,8 @@ namespace Torvo {
 
 template <class Value>
 SlotSums<Value>::SlotSums(const Operations<Value>& operations, const std::string& function, u64 length,
-                          u64 logSlots)
-    : operations_(operations), slots_(u64{1} << logSlots), length_(length == 0 ? slots_ : length) {
+                          u64 log_slots)
+    : operations_(operations), slots_(u64{1} << log_slots), length_(length == 0 ? slots_ : length) {
     if (!std::has_single_bit(length_) || length_ > slots_)
         throw RuntimeException(message::blocksGiven(function, length, slots_));
 }

@@ -15,9 +15,9 @@ namespace Torvo {
 template <class Value>
 class SlotSums {
 public:
-    /// Of blocks of `length` slots, 0 for one of all, of values of 2^logSlots slots. Keeps a reference.
+    /// Of blocks of `length` slots, 0 for one of all, of values of 2^log_slots slots. Keeps a reference.
     /// @throws RuntimeException function, " is given blocks of ", ...
-    SlotSums(const Operations<Value>& operations, const std::string& function, u64 length, u64 logSlots);
+    SlotSums(const Operations<Value>& operations, const std::string& function, u64 length, u64 log_slots);
 
     u64 length() const { return length_; }
     /// What `sum` with this factor spends.
