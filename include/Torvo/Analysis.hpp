@@ -15,9 +15,8 @@ namespace Torvo {
 ///
 /// The function is a Chebyshev series of the lowest degree d that suffices, at ceil(log2(d + 1)) levels; or, where the
 /// domain asks for too high a degree, a short series and steps that double its digits (with a bootstrapping evaluator
-/// from degree 128 on). What needs the fewest levels
-/// is taken, and of that what needs the fewest products. docs/functions.md has degrees and levels; a `Plan` says
-/// them for any domain.
+/// from degree 128 on). What needs the fewest levels is taken, and of that what needs the fewest products.
+/// docs/functions.md has degrees and levels; a `Plan` says them for any domain.
 ///
 /// Inputs are on slots, have two elements and owe no rescale. The output owes no rescale, and may be the input. A
 /// refused call leaves it as it was.

@@ -96,9 +96,9 @@ public:
     void mapBootConstants(unsigned long log_slots, const std::string& path, bool check = true);
     /// The same, but the constants are copied to memory of this object's own, and the file may be a pipe. A file must
     /// hold nothing else; in a stream more may follow.
-    /// @throws RuntimeException as `mapBootConstants`, but for a file that cannot be opened "Cannot open file " and the
-    ///         path, and for one that is too long "The file is longer than what is to be loaded: " and so on. A file
-    ///         that ends early fails as other objects do
+    /// @throws RuntimeException what `mapBootConstants` throws. Other texts have a file that cannot be opened, "Cannot
+    ///         open file " and the path, and one that is too long, "The file is longer than what is to be loaded: "
+    ///         and so on. A file that ends early fails as other objects do
     void readBootConstants(unsigned long log_slots, const std::string& path, bool check = true);
     /// @throws RuntimeException also "The stream has no buffer. Give one that is connected to a file or to memory."
     void readBootConstants(unsigned long log_slots, std::istream& stream, bool check = true);

@@ -101,7 +101,7 @@ void Encoding::embed(const Message& message) {
     const EncodingBound limits = bound();
     numbers_ = context_->primes.roundToN(coefficients, limits.scale(), plaintext_.getMx());
     if (limits.holdsAll(partsOf(coefficients))) return;
-    // Infinities come out of the transform as NaN: what the caller gave tells him more.
+    // Infinities come out of the transform as NaN: what the caller gave says more.
     const auto slots = partsOf(message);
     const auto notFinite = std::ranges::find_if_not(slots, [](double x) { return std::isfinite(x); });
     outOfRange_ = notFinite != slots.end()

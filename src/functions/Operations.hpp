@@ -16,10 +16,10 @@ namespace Torvo {
 /// What is known of the numbers in the slots of a ciphertext, without which it cannot be bootstrapped.
 struct Range {
     double bound = 1;    ///< of real and imaginary part
-    bool isReal = false; ///< whether imaginary parts are but errors
+    bool isReal = false; ///< whether imaginary parts are errors alone
 };
 
-/// What the error of a slot stays below, but for a chance of 2^-50 or so.
+/// What the error of a slot stays below, save with a chance of 2^-50 or so.
 struct SlotNoise {
     double rescale = 0;   ///< of one rescale
     double bootstrap = 0; ///< of one bootstrap of numbers in [-1, 1]; 0 where none takes place

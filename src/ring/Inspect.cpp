@@ -384,7 +384,7 @@ constexpr Layout layouts[] = {
     {Kind::EncodedTransform, "encoded transform", encodedTransform},
 };
 
-/// The kinds that the file is whole as; `furthest` tells where the others end.
+/// The kinds that the file is whole as; `furthest` says where the others end.
 std::vector<FileContent> kindsOf(const RegularFile& file, bool isSwapped, std::string& furthest) {
     std::vector<FileContent> kinds;
     u64 end = 0;
