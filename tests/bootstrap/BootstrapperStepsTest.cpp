@@ -1,5 +1,6 @@
 #include "support/BootScheme.hpp"
 #include "support/CiphertextWords.hpp"
+#include "support/UsedOutputs.hpp"
 
 #include <gtest/gtest.h>
 
@@ -440,21 +441,16 @@ struct Flow {
     }
 };
 
-/// Outputs with old content, of which nothing may remain.
-Ciphertext used() {
-    Ciphertext out = toy().encrypt(Message(1, 0.5), 2);
-    out.setNumPoly(3);
-    out.setRescaleCounter(1);
-    out.setEncodingType(EncodingType::Coefficient);
-    for (u64 i = 0; i < 3; ++i) ring().primes.backwardNTT(out.getPoly(i), out.getPoly(i));
-    return out;
-}
-
 class StepsOfABootstrap : public testing::TestWithParam<bool> {
 protected:
     const BootstrapperImpl& b = boot().of(GetParam());
     Flow written{b, GetParam()};
+    const std::vector<Ciphertext> outputs = test::usedOutputs(toy().context);
+    u64 uses = 0;
     Ciphertext out = used(), imag = used();
+
+    /// Each of the used outputs in turn: nothing of it may remain.
+    Ciphertext used() { return outputs[uses++ % outputs.size()]; }
 
     static void expectSame(const Ciphertext& got, const Ciphertext& expected) {
         EXPECT_TRUE(test::sameWords(got, expected));
