@@ -59,9 +59,15 @@ void SeedState::loadBytes(InputArchive& archive) {
     archive(cereal::binary_data(state_.data(), length));
 }
 
-BorrowedGenerator::BorrowedGenerator(const SeedState& seed)
-    : generator_(threadGenerator()), previous_(generator_.getPosition()) {
+BorrowedGenerator::BorrowedGenerator(UniformRandomBitGenerator& generator)
+    : generator_(generator), previous_(generator_.getPosition()) {}
+
+BorrowedGenerator::BorrowedGenerator(const SeedState& seed) : BorrowedGenerator(threadGenerator()) {
     generator_.setState(seed.getState());
+}
+
+BorrowedGenerator::BorrowedGenerator() : BorrowedGenerator(threadGenerator()) {
+    generator_.takeFreshSeed();
 }
 
 BorrowedGenerator::~BorrowedGenerator() {

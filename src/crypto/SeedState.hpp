@@ -39,16 +39,22 @@ private:
     std::string state_;
 };
 
-/// During its lifetime the calling thread draws from the stored state; afterwards it continues from its
-/// previous state.
+/// During its lifetime the calling thread draws from the stored state, or from a fresh seed; afterwards it
+/// continues from its previous state.
 class BorrowedGenerator {
 public:
     explicit BorrowedGenerator(const SeedState& seed);
+    /// For what the library draws for itself, and so must not move the words that a caller's seed gives.
+    /// @throws RuntimeException as `drawSystemSeed` does
+    BorrowedGenerator();
     ~BorrowedGenerator();
     BorrowedGenerator(const BorrowedGenerator&) = delete;
     BorrowedGenerator& operator=(const BorrowedGenerator&) = delete;
 
 private:
+    /// The others call this one, so that the destructor gives the generator back when they throw.
+    explicit BorrowedGenerator(UniformRandomBitGenerator& generator);
+
     UniformRandomBitGenerator& generator_;
     UniformRandomBitGenerator::Position previous_; ///< no string: giving it back allocates nothing
 };

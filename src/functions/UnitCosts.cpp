@@ -4,6 +4,7 @@
 #include "context/ContextContent.hpp"
 #include "context/RadixDecomposition.hpp"
 #include "crypto/OutputShape.hpp"
+#include "crypto/SeedState.hpp"
 #include "functions/CipherOperations.hpp"
 
 #include <Torvo/KeyGenerator.hpp>
@@ -42,6 +43,7 @@ const UnitCosts& UnitCosts::of(const Context& context) {
 }
 
 UnitCosts::UnitCosts(const Context& context) {
+    const BorrowedGenerator apart; // whether a ring was measured before is no matter of the caller's seed
     const SecretKey secretKey(context);
     const KeyGenerator generator(context, secretKey);
     generator.genMultKey();

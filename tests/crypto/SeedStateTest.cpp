@@ -79,6 +79,36 @@ TEST(SeedState, ABorrowedGeneratorIsGivenBackWithTheMarkOfItsSeed) {
     });
 }
 
+TEST(BorrowedGenerator, OfAFreshSeedGoesOnWhereItStood) {
+    test::onNewThread([] {
+        threadGenerator()();
+        for (const bool isSeededBySystem : {true, false}) {
+            if (!isSeededBySystem) setSeed(pinnedSeed);
+            const std::string state = threadGenerator().getState();
+            {
+                const BorrowedGenerator borrowed;
+                EXPECT_TRUE(threadGenerator().isSeededBySystem());
+                EXPECT_NE(threadGenerator().getState(), state);
+                const KeySampling sampling;
+                threadGenerator()();
+            }
+            EXPECT_EQ(threadGenerator().isSeededBySystem(), isSeededBySystem);
+            EXPECT_EQ(threadGenerator().getState(), state);
+        }
+    });
+}
+
+TEST(BorrowedGenerator, WithoutAFreshSeedGoesOnWhereItStood) {
+    setSeed(pinnedSeed);
+    const std::string state = threadGenerator().getState();
+    {
+        const test::ScriptedEntropy entropy({.kernelError = ENOSYS});
+        EXPECT_THROW(BorrowedGenerator{}, RuntimeException);
+    }
+    EXPECT_EQ(threadGenerator().getState(), state);
+    EXPECT_FALSE(threadGenerator().isSeededBySystem());
+}
+
 TEST(SeedState, ADamagedStateIsNotBorrowed) {
     SeedState given; // its state is empty
     setSeed(pinnedSeed);
