@@ -1,6 +1,7 @@
 #include "arithmetic/chain/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "evaluator/RotationDigits.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -61,23 +62,14 @@ void HomEvaluatorImpl::leftRotate(const Ciphertext& in, u64 index, Ciphertext& o
         composeRotation(in, r, out);
 }
 
-/// Rotates by the digits -1, 0, 1 of the non-adjacent signed binary form of `index`, lowest first.
 void HomEvaluatorImpl::composeRotation(const Ciphertext& in, u64 index, Ciphertext& out) const {
     // The digits are powers of two, to the left or to the right: those must have keys of their own.
     if (std::has_single_bit(index) || std::has_single_bit(context_->parameter.num_slots - index))
         throw RuntimeException(message::noKeyToComposeFrom + std::to_string(index));
     Ciphertext rotated = unsetCiphertext(context_);
     const Ciphertext* source = &in;
-    for (u64 rest = index, step = 1; rest != 0;) {
-        if (rest % 2 == 0) {
-            rest /= 2;
-            step *= 2;
-            continue;
-        }
-        const bool toTheLeft = rest % 4 == 1;
-        rotate(toTheLeft ? Direction::Left : Direction::Right, *source, step, rotated);
-        rest = (toTheLeft ? rest - 1 : rest + 1) / 4;
-        step *= 4;
+    for (const u64 digit : rotationDigits(index, context_->parameter.num_slots)) {
+        leftRotate(*source, digit, rotated);
         source = &rotated;
     }
     out = std::move(rotated);

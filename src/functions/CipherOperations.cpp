@@ -4,6 +4,7 @@
 #include "crypto/OutputShape.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "evaluator/RotationDigits.hpp"
 #include "functions/BootstrapPrecision.hpp"
 #include "functions/BootstrapWhereNeeded.hpp"
 #include "functions/Messages.hpp"
@@ -89,7 +90,13 @@ void CipherOperations::requireOperand(const Ciphertext& x) const {
 }
 
 void CipherOperations::requireRotations(const std::vector<u64>& indices) const {
-    evaluator_->requireLeftRotationKeys(indices);
+    const KeyPack& keys = evaluator_->getKeyPack();
+    const auto hasKey = [&](u64 index) { return keys.getLeftRotKey(index) != nullptr; };
+    std::vector<u64> wanted;
+    for (const u64 index : indices)
+        if (!std::ranges::all_of(rotationDigits(index, u64{1} << mostLogSlots()), hasKey))
+            wanted.push_back(index);
+    evaluator_->requireLeftRotationKeys(wanted);
 }
 
 void CipherOperations::prepare(const std::string& what, u64 levels, Range /*range*/,
