@@ -44,6 +44,9 @@ enum class Variance {
 /// | `distance` | 1 and `sqrt` | 2 and `sqrt` | also those of `sqrt` |
 /// | `correlation` | 4 and `inverseSqrt` | 5 and `inverseSqrt` | 3 for each, 2, and those of 2 `inverseSqrt` |
 ///
+/// Without bootstraps a function of several stages asks for the levels of all of them before it computes anything, and
+/// for all keys of rotations.
+///
 /// Inputs are on slots, have two elements and owe no rescale; their levels may differ. The output owes no rescale, and
 /// may be an input. A refused call leaves it as it was.
 ///

@@ -2,6 +2,7 @@
 
 #include "functions/AnalysisGuards.hpp"
 #include "functions/Inverses.hpp"
+#include "functions/SeriesStage.hpp"
 #include "functions/SlotSums.hpp"
 
 #include <Torvo/ChebyshevSeries.hpp>
@@ -34,7 +35,8 @@ void evaluateSymmetric(Evaluating<Value> on, const std::string& name, const Valu
     requireErrorOf(name, error);
     on.operations().requireOperand(in);
     const ChebyshevSeries series = ChebyshevSeries::interpolateWithin(f, error, -bound, bound);
-    out = evaluateFor(on, name, in, termsOfParity(series, parity), std::abs(f(bound)));
+    out = SeriesStage<Value>(on.operations(), termsOfParity(series, parity), std::abs(f(bound)))
+              .evaluate(name, in);
 }
 
 template <class Value, class Function>
@@ -43,8 +45,10 @@ void evaluateOn(Evaluating<Value> on, const std::string& name, const Value& in, 
     requireInterval(name, lower, upper, domain);
     requireErrorOf(name, error);
     on.operations().requireOperand(in);
-    out = evaluateFor(on, name, in, ChebyshevSeries::interpolateWithin(f, error, lower, upper),
-                      std::max(std::abs(f(lower)), std::abs(f(upper))));
+    const double largest = std::max(std::abs(f(lower)), std::abs(f(upper)));
+    out = SeriesStage<Value>(on.operations(), ChebyshevSeries::interpolateWithin(f, error, lower, upper),
+                             largest)
+              .evaluate(name, in);
 }
 
 } // namespace
@@ -116,17 +120,21 @@ void softmax(Evaluating<Value> on, const Value& in, double bound, double error, 
     const SlotSums<Value> sums(operations, name, length, operations.logSlots(in));
     const double smallest = std::exp(-2 * bound);
     const auto power = [bound](double x) { return std::exp(x - bound); };
-    const ChebyshevSeries series =
-        ChebyshevSeries::interpolateWithin(power, error / 4 * smallest, -bound, bound);
+    SeriesStage<Value> exponential(
+        operations, ChebyshevSeries::interpolateWithin(power, error / 4 * smallest, -bound, bound), 1);
     const auto n = static_cast<double>(sums.length());
-    Value powers = evaluateFor(on, name, in, series, 1), sum = powers;
+    // Sums that err by a hundredth leave the interval no more than this.
+    InverseStage<Value> inverse(operations, 0.99 * n * smallest, 1.01 * n, error / 4);
+    operations.requireAtOnce(name, exponential.levels() + sums.levels(1) + inverse.levels() + 1, in);
+    operations.requireRotations(sums.rotations());
+    Value powers = exponential.evaluate(name, in), sum = powers;
     prepareFor(operations, name, sums.levels(1), {1, true}, n, {&sum});
     sums.sum(sum);
-    // Sums that err by a hundredth leave the interval no more than this.
-    Value inverse = inverseWithin(on, name, sum, 0.99 * n * smallest, 1.01 * n, error / 4, 1);
+    Value quotient = inverse.evaluate(name, sum);
     prepareFor(operations, name, 1, {1, true}, 1, {&powers});
-    prepareFor(operations, name, 1, {1.02 / (n * smallest), true}, 1, {&inverse});
-    operations.mult(powers, inverse, out);
+    prepareFor(operations, name, 1, {1.02 / (n * smallest), true}, 1, {&quotient});
+    operations.mult(powers, quotient, powers);
+    out = std::move(powers);
 }
 
 #define TORVO_FOR_VALUE(Value)                                                                               \

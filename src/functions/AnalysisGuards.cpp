@@ -1,9 +1,7 @@
 #include "functions/AnalysisGuards.hpp"
 
 #include "encoding/EncodingBound.hpp"
-#include "functions/SeriesEvaluation.hpp"
 
-#include <Torvo/Polynomials.hpp>
 #include <Torvo/RuntimeException.hpp>
 
 #include <algorithm>
@@ -57,39 +55,5 @@ void requireBound(const std::string& function, double bound) {
 void requireErrorOf(const std::string& function, double error) {
     if (!isPositive(error)) throw RuntimeException(message::errorGiven(function, decimal(error)));
 }
-
-namespace {
-
-/// What `evaluate` spends.
-template <class Value>
-u64 levelsOf(const Operations<Value>& operations, const ChebyshevSeries& f) {
-    const SeriesTerms terms = termsOf(f);
-    return SeriesEvaluation<Value>(operations, {&terms, 1}, intervalOf(f)).levels();
-}
-
-} // namespace
-
-template <class Value>
-Value evaluateFor(Evaluating<Value> on, const std::string& function, const Value& in,
-                  const ChebyshevSeries& f, double resultBound, u64 levelsBehind) {
-    const Operations<Value>& operations = on.operations();
-    const double bound = std::max(std::abs(f.getLowerBound()), std::abs(f.getUpperBound()));
-    Value x = in;
-    prepareFor(operations, function,
-               levelsOf(operations, f) + (operations.givesLevelsBack() ? 0 : levelsBehind), {bound, true},
-               resultBound, {&x});
-    evaluate(on, x, f, x);
-    return x;
-}
-
-#define TORVO_FOR_VALUE(Value)                                                                               \
-    template Value evaluateFor(Evaluating<Value>, const std::string&, const Value&, const ChebyshevSeries&,  \
-                               double, u64)
-
-TORVO_FOR_VALUE(Ciphertext);
-TORVO_FOR_VALUE(Message);
-TORVO_FOR_VALUE(PlannedCiphertext);
-
-#undef TORVO_FOR_VALUE
 
 } // namespace Torvo

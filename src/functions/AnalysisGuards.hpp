@@ -4,9 +4,6 @@
 #include "functions/Messages.hpp"
 #include "functions/Operations.hpp"
 
-#include <Torvo/ChebyshevSeries.hpp>
-#include <Torvo/FunctionEvaluator.hpp>
-
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,19 +21,19 @@ void requireBound(const std::string& function, double bound);
 /// @throws RuntimeException function, " is given the error ", ...
 void requireErrorOf(const std::string& function, double error);
 
+/// Whether `prepareFor` asks what a result is bounded by.
+template <class Value>
+bool dependsOnResult(const Operations<Value>& operations, const Range& range) {
+    return operations.givesLevelsBack() && range.bound <= 1;
+}
+
 /// Makes sure of `levels` for numbers of `range`, of which a result up to `resultBound` is made. Numbers outside the
 /// unit square keep one level more than others, for their own bootstrap: it must be there before the result is.
 template <class Value>
 void prepareFor(const Operations<Value>& operations, const std::string& what, u64 levels, const Range& range,
                 double resultBound, std::vector<Value*> values) {
-    const bool isRaised = operations.givesLevelsBack() && resultBound > 1 && range.bound <= 1;
+    const bool isRaised = dependsOnResult(operations, range) && resultBound > 1;
     operations.prepare(what, levels + (isRaised ? 1 : 0), range, std::move(values));
 }
-
-/// f(in), as a part of a function that spends `levelsBehind` on the result. Where no levels are given back on the
-/// way, a refusal names those of both together.
-template <class Value>
-Value evaluateFor(Evaluating<Value> on, const std::string& function, const Value& in,
-                  const ChebyshevSeries& f, double resultBound, u64 levelsBehind = 0);
 
 } // namespace Torvo

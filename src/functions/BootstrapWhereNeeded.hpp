@@ -18,9 +18,7 @@ namespace Torvo {
 template <class Value>
 void requireLevels(const Operations<Value>& operations, const std::string& what, u64 levels,
                    const std::vector<Value*>& values) {
-    for (const Value* value : values)
-        if (operations.level(*value) < levels)
-            throw RuntimeException(message::tooFewLevels(what, levels, operations.level(*value)));
+    for (const Value* value : values) operations.requireAtOnce(what, levels, *value);
 }
 
 struct BootstrapLevels {

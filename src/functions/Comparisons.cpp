@@ -31,7 +31,7 @@ public:
     const Operations<Value>& operations() const { return operations_; }
 
     /// The sign of numbers like x, with the levels of all stages and `more`.
-    SignEvaluation<Value> sign(Value& x, const Accuracy& accuracy, double bound, u64 more) const {
+    SignEvaluation<Value> sign(const Value& x, const Accuracy& accuracy, double bound, u64 more) const {
         SignEvaluation<Value> evaluation(operations_, what_, x, accuracy, bound);
         evaluation.requireLevels(more, x);
         return evaluation;

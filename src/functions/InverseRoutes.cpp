@@ -8,6 +8,7 @@
 #include <numeric>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace Torvo {
 
@@ -20,6 +21,19 @@ long double arcosh1p(long double x) {
 
 u64 productsOf(u64 degree) {
     return degree == 0 ? 0 : SeriesSplit({degree}, SeriesSplit::Terms::All).cost().relinearizations;
+}
+
+struct DegreeAndSteps {
+    u64 degree, steps;
+};
+
+/// The first of those with the fewest products. A single one needs no split to be searched for.
+DegreeAndSteps ofFewestProducts(const std::vector<DegreeAndSteps>& candidates) {
+    if (candidates.size() == 1) return candidates.front();
+    std::vector<u64> products;
+    for (const DegreeAndSteps& each : candidates)
+        products.push_back(productsOf(each.degree) + 2 * each.steps);
+    return candidates[static_cast<u64>(std::ranges::min_element(products) - products.begin())];
 }
 
 /// T_n(y) / T_n(c), for |y| <= 1 or y = c, and |c| > 1.
@@ -49,22 +63,21 @@ IterationRoute routeOfInverse(double lower, double upper, double relativeError, 
     const long double width = static_cast<long double>(upper) - lower;
     const long double arcosh = arcosh1p(2 * smallest / width);
     const long double logError = -std::log(std::min(relativeError, 0.5));
-    Costs best{std::numeric_limits<u64>::max(), 0};
-    u64 bestDegree = 0, bestSteps = 0, degree = highest;
+    u64 fewest = std::numeric_limits<u64>::max(), degree = highest;
+    std::vector<DegreeAndSteps> candidates; // of the fewest levels
     for (u64 steps = 0; degree > 1; ++steps) {
         const long double ratio =
             std::expm1(logError * std::exp2(-static_cast<long double>(steps))); // 1 / error - 1
         const long double n = std::ceil(arcosh1p(ratio) / arcosh);
         if (n - 1 > static_cast<long double>(highest)) continue;
         degree = std::max<u64>(static_cast<u64>(n), 2) - 1;
-        Costs costs{seriesDepth(degree) + (steps == 0 ? 0 : steps + 1), 0};
-        if (costs.levels > best.levels) continue;
-        costs.products = productsOf(degree) + 2 * steps;
-        if (!(costs < best)) continue;
-        best = costs;
-        bestDegree = degree;
-        bestSteps = steps;
+        const u64 levels = seriesDepth(degree) + (steps == 0 ? 0 : steps + 1);
+        if (levels > fewest) continue;
+        if (levels < fewest) candidates.clear();
+        fewest = levels;
+        candidates.push_back({degree, steps});
     }
+    const auto [bestDegree, bestSteps] = ofFewestProducts(candidates);
     const ChebyshevQuotient quotient{bestDegree + 1, arcosh, lower > 0};
     const auto start = [&](double x) {
         const long double y = (2 * static_cast<long double>(x) - lower - upper) / width;

@@ -2,9 +2,9 @@
 
 #include "core/Integers.hpp"
 #include "functions/Operations.hpp"
+#include "functions/SeriesStage.hpp"
 
 #include <Torvo/ChebyshevSeries.hpp>
-#include <Torvo/FunctionEvaluator.hpp>
 
 #include <string>
 
@@ -31,9 +31,63 @@ IterationRoute routeOfInverse(double lower, double upper, double relativeError, 
 /// e = 1 - x p(x)^2.
 IterationRoute routeOfInverseSqrt(double lower, double upper, double relativeError, u64 highest);
 
-/// 1 / x up to a relative error. `function` is whom a refusal names, and who spends `levelsBehind` on the result.
+/// 1 / x up to a relative error, as a stage of a function: its route is chosen once, for its levels and all of its values.
 template <class Value>
-Value inverseWithin(Evaluating<Value> on, const std::string& function, const Value& in, double lower,
-                    double upper, double relativeError, u64 levelsBehind = 0);
+class InverseStage {
+public:
+    /// For numbers from `lower` to `upper`, of one sign. Keeps a reference to the operations.
+    InverseStage(const Operations<Value>& operations, double lower, double upper, double relativeError);
+
+    /// Of the polynomial and the steps.
+    u64 levels() const { return start_.levels() + levelsOfSteps(); }
+    /// `function` is whom a refusal names.
+    Value evaluate(const std::string& function, const Value& in);
+
+private:
+    InverseStage(const Operations<Value>& operations, const IterationRoute& route, double smallest,
+                 double largest);
+    u64 levelsOfSteps() const { return steps_ == 0 ? 0 : steps_ + 1; }
+
+    const Operations<Value>& operations_;
+    u64 steps_;
+    double argumentBound_, bound_;
+    SeriesStage<Value> start_;
+};
+
+enum class Root { Plain, Inverse };
+
+/// sqrt(x) or 1 / sqrt(x) in the same way, up to an absolute error: a series where one comes down to it.
+template <class Value>
+class RootStage {
+public:
+    /// For numbers from `lower` to `upper`, which are positive, but for a plain root from 0 on. Keeps a reference to the
+    /// operations.
+    /// @throws RuntimeException of `requireRatio`, where there have to be steps
+    RootStage(const Operations<Value>& operations, const std::string& function, double lower, double upper,
+              double error, Root root);
+
+    u64 levels() const { return start_.levels() + levelsOfSteps(); }
+    Value evaluate(const std::string& function, const Value& in);
+
+private:
+    /// What begins it, the root itself or the half of an inverse one, and what it doesn't exceed.
+    struct Route {
+        ChebyshevSeries start;
+        double startBound;
+        bool isRootItself;
+        u64 steps;
+    };
+    static Route routeOf(const Operations<Value>& operations, const std::string& function, double lower,
+                         double upper, double error, Root root);
+    RootStage(const Operations<Value>& operations, const Route& route, double upper, Root root);
+    u64 levelsOfSteps() const;
+
+    const Operations<Value>& operations_;
+    Root root_;
+    bool isRootItself_;
+    u64 steps_;
+    double upper_, startBound_;
+    SeriesStage<Value> start_;
+};
 
 } // namespace Torvo

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "core/Integers.hpp"
+#include "functions/Messages.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Message.hpp>
+#include <Torvo/RuntimeException.hpp>
 
 #include <algorithm>
 #include <complex>
@@ -60,7 +62,7 @@ public:
 
     /// Refuses what a product would refuse of an operand.
     virtual void requireOperand(const Value& x) const = 0;
-    /// Names all keys at once that rotations to the left by powers of two lack.
+    /// Names all keys at once that rotations to the left lack: each its own one, where it cannot be composed of others.
     virtual void requireRotations(const std::vector<u64>& indices) const = 0;
     /// Makes sure that `levels` can be spent on each of `values`, which owe no rescale. `what` says whose levels these
     /// are.
@@ -70,6 +72,11 @@ public:
     /// Whether `prepare` can give levels back. Where it cannot, a function of several stages asks for those of all
     /// stages before it computes, so that a refusal names them together.
     virtual bool givesLevelsBack() const { return false; }
+    /// What a stage asks for beforehand, of `levels` that later stages spend.
+    u64 levelsAtOnce(u64 levels) const { return givesLevelsBack() ? 0 : levels; }
+    /// Refuses a value that has fewer levels than all stages of a function spend on it.
+    /// @throws RuntimeException as `prepare`
+    void requireAtOnce(const std::string& what, u64 levels, const Value& x) const;
 
     // ---- sums
 
@@ -114,6 +121,12 @@ public:
     void mult(const Value& in, std::complex<double> c, Value& out) const;
     void multSlots(const Value& in, const Message& factors, Value& out) const;
 };
+
+template <class Value>
+void Operations<Value>::requireAtOnce(const std::string& what, u64 levels, const Value& x) const {
+    if (level(x) < levelsAtOnce(levels))
+        throw RuntimeException(message::tooFewLevels(what, levels, level(x)));
+}
 
 template <class Value>
 void Operations<Value>::sumMultiplesAtLevel(const std::vector<const Value*>& terms,

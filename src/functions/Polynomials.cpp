@@ -5,6 +5,7 @@
 #include "functions/AnalysisGuards.hpp"
 #include "functions/Messages.hpp"
 #include "functions/SeriesEvaluation.hpp"
+#include "functions/SeriesStage.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -17,11 +18,6 @@ namespace Torvo {
 
 namespace {
 
-/// What numbers of the interval are to one who bootstraps them.
-Range rangeOf(const ChebyshevSeries& f) {
-    return {std::max(std::abs(f.getLowerBound()), std::abs(f.getUpperBound())), true};
-}
-
 std::string intervalText(const ChebyshevSeries& f) {
     return decimal(f.getLowerBound()) + " to " + decimal(f.getUpperBound());
 }
@@ -31,14 +27,6 @@ void requireOneInterval(const std::vector<ChebyshevSeries>& f) {
     for (u64 k = 1; k < f.size(); ++k)
         if (f[k].getLowerBound() != f[0].getLowerBound() || f[k].getUpperBound() != f[0].getUpperBound())
             throw RuntimeException(message::differentIntervals(k, intervalText(f[k]), intervalText(f[0])));
-}
-
-/// The largest value on the interval, less what an approximation of a function up to 1 may exceed that by.
-double largestOf(std::span<const ChebyshevSeries> f) {
-    double largest = 0;
-    for (const ChebyshevSeries& each : f)
-        largest = std::max(largest, each.largestError([](double) { return 0.0; }));
-    return largest * (1 - 0x1p-10);
 }
 
 /// `resultBound()` is what results don't exceed; one who bootstraps them asks for it.
@@ -51,7 +39,7 @@ std::vector<Value> evaluateTerms(Evaluating<Value> on, const Value& in, std::spa
     const u64 degree = std::ranges::max(terms, {}, &SeriesTerms::degree).degree();
     Value x = in;
     prepareFor(operations, message::evaluateOfDegree + std::to_string(degree), evaluation.levels(), range,
-               operations.givesLevelsBack() ? resultBound() : 0, {&x});
+               dependsOnResult(operations, range) ? resultBound() : 0, {&x});
     return evaluation.evaluate(x);
 }
 

@@ -42,6 +42,12 @@ Samples<Value>::Samples(const Operations<Value>& operations, const std::string& 
 }
 
 template <class Value>
+void Samples<Value>::requireAtOnce(u64 levels, std::initializer_list<Span> operands) const {
+    for (const Span& operand : operands)
+        for (const Value& x : operand) operations_.requireAtOnce(function_, levels, x);
+}
+
+template <class Value>
 typename Samples<Value>::Values Samples<Value>::prepared(Span x, u64 levels, bool isReal,
                                                          double resultBound) const {
     Values copies(x.begin(), x.end());
@@ -82,9 +88,15 @@ Value Samples<Value>::sum(Span x, double factor, bool isReal) const {
 }
 
 template <class Value>
+Value Samples<Value>::sumOfPrepared(Span x, double factor) const {
+    Value sum = slotwiseSum(x);
+    sums_.sum(sum, factor);
+    return sum;
+}
+
+template <class Value>
 typename Samples<Value>::Values Samples<Value>::deviations(Span x, double factor) const {
-    Value mean = slotwiseSum(x);
-    sums_.sum(mean, factor / static_cast<double>(size()));
+    const Value mean = sumOfPrepared(x, factor / static_cast<double>(size()));
     Values results(x.begin(), x.end());
     for (Value& each : results) {
         if (factor != 1) operations_.mult(each, factor, each);

@@ -33,6 +33,11 @@ public:
     /// What a sum over the slots times a factor spends.
     u64 levels(double factor) const { return sums_.levels(factor); }
 
+    /// Refuses operands with fewer levels than all stages of a function spend on them.
+    void requireAtOnce(u64 levels, std::initializer_list<Span> operands) const;
+    /// Names all keys at once that sums over the slots lack.
+    void requireRotations() const { operations_.requireRotations(sums_.rotations()); }
+
     /// Copies of `x`, on which `levels` can be spent, and brought to one level. `resultBound` is that of what is made
     /// of them.
     Values prepared(Span x, u64 levels, bool isReal, double resultBound) const;
@@ -40,6 +45,8 @@ public:
     Value sum(Span x, double factor, bool isReal) const;
     /// Adds up the slots of each block. Where that needs a level, it is there.
     void addUpSlots(Value& in_out) const { sums_.sum(in_out); }
+    /// factor times the sum of prepared values.
+    Value sumOfPrepared(Span x, double factor) const;
     double bound() const { return bound_; }
     /// factor times what each number is above the mean; of prepared values, one level below them.
     Values deviations(Span x, double factor) const;

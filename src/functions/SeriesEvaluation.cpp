@@ -37,6 +37,11 @@ SeriesEvaluation<Value>::SeriesEvaluation(const Operations<Value>& operations,
     isMappedByLevel_ = growth() > largestFactor;
 }
 
+template <class Value>
+void SeriesEvaluation<Value>::scale(double factor) {
+    for (SeriesTerms& terms : series_) terms = terms.times(factor);
+}
+
 // ---- factors
 
 template <class Value>

@@ -42,12 +42,14 @@ struct ScaledPower {
 template <class Value>
 class SeriesEvaluation {
 public:
-    /// Neither terms nor operations are copied.
+    /// Keeps a reference to the operations. The split is searched for here, once for as many evaluations as one likes.
     SeriesEvaluation(const Operations<Value>& operations, std::span<const SeriesTerms> series,
                      const IntervalMap& interval);
 
     /// What is spent by the polynomial of the highest degree.
     u64 levels() const { return (isMappedByLevel_ ? 1 : 0) + (isInSquares_ ? 1 : 0) + depth_; }
+    /// Multiplies all polynomials by a factor, which is not 0.
+    void scale(double factor);
     /// The values of all polynomials at `x`, each below the level of `x` by what its own degree spends.
     std::vector<Value> evaluate(const Value& x);
 

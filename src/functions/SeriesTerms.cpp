@@ -22,6 +22,12 @@ SeriesTerms SeriesTerms::inSquares() const {
     return {basis_, std::move(halved)};
 }
 
+SeriesTerms SeriesTerms::times(double factor) const {
+    std::vector<Coefficient> products;
+    for (const Coefficient& c : coefficients_) products.push_back(c.times(factor));
+    return {basis_, std::move(products)};
+}
+
 SeriesTerms SeriesTerms::below(u64 n) const {
     return {basis_, {coefficients_.begin(), coefficients_.begin() + static_cast<std::ptrdiff_t>(n)}};
 }

@@ -28,6 +28,8 @@ public:
     bool lacks(u64 parity) const;
     /// The terms of even degree 2k as those of degree k, in the power of index 2.
     SeriesTerms inSquares() const;
+    /// All of them times a factor, which is not 0.
+    SeriesTerms times(double factor) const;
     /// The terms below degree n.
     SeriesTerms below(u64 n) const;
     /// q and r with q * T_m + r, r of a degree below m. m is at least 1 and at most the degree.

@@ -2,7 +2,6 @@
 
 #include "encoding/EncodingBound.hpp"
 #include "functions/Messages.hpp"
-#include "functions/SeriesEvaluation.hpp"
 #include "functions/SignComposite.hpp"
 #include "functions/SignTables.hpp"
 
@@ -17,12 +16,6 @@
 namespace Torvo {
 
 namespace {
-
-SeriesTerms termsTimes(const SeriesTerms& terms, double factor) {
-    std::vector<Coefficient> coefficients;
-    for (u64 k = 0; k <= terms.degree(); ++k) coefficients.push_back(terms[k].times(factor));
-    return {terms.basis(), std::move(coefficients)};
-}
 
 /// The smallest and the largest value on [low, high], of points that lie as close as the extrema of a polynomial with
 /// equal errors from `low` on do: closer where the numbers are smaller.
@@ -92,9 +85,10 @@ SignEvaluation<Value>::SignEvaluation(const Operations<Value>& operations, std::
     requireAccuracy(what_, accuracy, mostSignExponent, mostSignExponent);
     for (const ChebyshevSeries& each : signComposite(accuracy.margin, accuracy.error)) {
         const double stageBound = stages_.empty() ? bound : 1;
-        SeriesTerms terms = termsOf(each);
-        const u64 levels = SeriesEvaluation<Value>(operations_, {&terms, 1}, {0, stageBound}).levels();
-        stages_.push_back({std::move(terms), stageBound, levels});
+        const SeriesTerms terms = termsOf(each);
+        SeriesEvaluation<Value> evaluation(operations_, {&terms, 1}, {0, stageBound});
+        const u64 levels = evaluation.levels();
+        stages_.push_back({std::move(evaluation), stageBound, levels});
     }
     requireAboveNoise(x, accuracy);
 }
@@ -138,8 +132,13 @@ u64 SignEvaluation<Value>::levels() const {
 }
 
 template <class Value>
-void SignEvaluation<Value>::requireLevels(u64 more, Value& x) const {
-    if (!operations_.givesLevelsBack()) operations_.prepare(what_, levels() + more, {}, {&x});
+void SignEvaluation<Value>::requireLevels(u64 more, const Value& x) const {
+    operations_.requireAtOnce(what_, levels() + more, x);
+}
+
+template <class Value>
+void SignEvaluation<Value>::keepBehind(u64 levels) {
+    if (operations_.givesLevelsBack()) stages_.back().levels += levels;
 }
 
 template <class Value>
@@ -154,8 +153,8 @@ std::vector<Value> SignEvaluation<Value>::evaluate(const std::vector<const Value
     for (u64 i = 0; i < stages_.size(); ++i) {
         const Stage& stage = stages_[i];
         const bool isLast = i + 1 == stages_.size();
-        const SeriesTerms terms = termsTimes(stage.terms, isLast ? factor : 1);
-        SeriesEvaluation<Value> evaluation(operations_, {&terms, 1}, {0, stage.bound});
+        SeriesEvaluation<Value> evaluation = stage.evaluation;
+        if (isLast) evaluation.scale(factor);
         if (i > 0) {
             std::vector<Value*> pointers;
             pointers.reserve(values.size());

@@ -2,7 +2,7 @@
 
 #include "core/Integers.hpp"
 #include "functions/Operations.hpp"
-#include "functions/SeriesTerms.hpp"
+#include "functions/SeriesEvaluation.hpp"
 
 #include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Comparisons.hpp>
@@ -51,12 +51,16 @@ public:
     /// The same of one.
     Value evaluate(const Value& x, double factor) const;
 
-    /// Makes sure of all levels, with `more` beside those of the stages, where `prepare` cannot give levels back.
-    void requireLevels(u64 more, Value& x) const;
+    /// Refuses an x with fewer levels than those of all stages and `more`, where none are given back.
+    void requireLevels(u64 more, const Value& x) const;
+    /// Where levels are given back, the last stage leaves at least so many to spend.
+    void keepBehind(u64 levels);
+    /// What numbers need to be prepared for the first stage.
+    u64 levelsOfFirst() const { return stages_.front().levels; }
 
 private:
     struct Stage {
-        SeriesTerms terms;
+        SeriesEvaluation<Value> evaluation;
         double bound;
         u64 levels;
     };

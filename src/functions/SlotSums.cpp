@@ -7,7 +7,9 @@
 #include <Torvo/Plan.hpp>
 #include <Torvo/RuntimeException.hpp>
 
+#include <algorithm>
 #include <bit>
+#include <iterator>
 
 namespace Torvo {
 
@@ -20,10 +22,24 @@ SlotSums<Value>::SlotSums(const Operations<Value>& operations, const std::string
 }
 
 template <class Value>
+std::vector<u64> SlotSums<Value>::steps(bool toTheLeft) const {
+    std::vector<u64> steps;
+    for (u64 step = 1; step < length_; step *= 2) steps.push_back(toTheLeft ? step : slots_ - step);
+    return steps;
+}
+
+template <class Value>
+std::vector<u64> SlotSums<Value>::rotations() const {
+    std::vector<u64> all = steps(true);
+    if (needsMask()) std::ranges::copy(steps(false), std::back_inserter(all));
+    return all;
+}
+
+template <class Value>
 void SlotSums<Value>::addRotations(Value& in_out, bool toTheLeft) const {
     Value rotated = operations_.unset();
-    for (u64 step = 1; step < length_; step *= 2) {
-        operations_.leftRotate(in_out, toTheLeft ? step : slots_ - step, rotated);
+    for (const u64 step : steps(toTheLeft)) {
+        operations_.leftRotate(in_out, step, rotated);
         operations_.add(in_out, rotated, in_out);
     }
 }

@@ -4,6 +4,7 @@
 #include "functions/Operations.hpp"
 
 #include <string>
+#include <vector>
 
 namespace Torvo {
 
@@ -22,12 +23,15 @@ public:
     u64 length() const { return length_; }
     /// What `sum` with this factor spends.
     u64 levels(double factor) const { return needsMask() || factor != 1 ? 1 : 0; }
+    /// The steps to the left by which `sum` rotates.
+    std::vector<u64> rotations() const;
     /// factor times the sum.
     void sum(Value& in_out, double factor = 1) const;
 
 private:
     bool needsMask() const { return length_ > 1 && length_ < slots_; }
-    /// Adds rotations by 1, 2, 4, ... below the length.
+    /// 1, 2, 4, ... below the length, to the left or to the right.
+    std::vector<u64> steps(bool toTheLeft) const;
     void addRotations(Value& in_out, bool toTheLeft) const;
 
     const Operations<Value>& operations_;

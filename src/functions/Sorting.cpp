@@ -94,9 +94,8 @@ public:
 
     /// To spread the numbers, and of all stages.
     u64 levels() const { return 2 + sign_.levels(); }
-    void requireLevels(u64 more) {
-        if (!pairs_.operations().givesLevelsBack())
-            pairs_.operations().prepare(pairs_.what(), levels() + more, {}, {&columns_});
+    void requireLevels(u64 more) const {
+        pairs_.operations().requireAtOnce(pairs_.what(), levels() + more, columns_);
     }
 
     /// factor * sign of each pair.

@@ -4,10 +4,10 @@
 #include "evaluator/Messages.hpp"
 #include "functions/AnalysisGuards.hpp"
 #include "functions/ChebyshevSeriesImpl.hpp"
+#include "functions/Inverses.hpp"
 #include "functions/Messages.hpp"
 #include "functions/Samples.hpp"
 
-#include <Torvo/Analysis.hpp>
 #include <Torvo/RuntimeException.hpp>
 
 #include <algorithm>
@@ -119,14 +119,19 @@ double largestVariance(const Samples<Value>& samples, Variance kind) {
     return (kind == Variance::Sample ? 2 : 1) * samples.bound() * samples.bound();
 }
 
+/// What variances and covariances spend: one level for the factor or the mask, one for the products, and one for their
+/// mask.
+template <class Value>
+u64 levelsOfVariance(const Samples<Value>& samples, double factor) {
+    return samples.levels(factor / static_cast<double>(samples.size())) + 1 + samples.levels(1);
+}
+
 /// The deviations of x from their mean, times a factor, of which variances up to `resultBound` are made.
 template <class Value>
 std::vector<Value> deviationsOf(const Samples<Value>& samples, Span<Value> x, double factor,
                                 double resultBound) {
-    // One level for the factor or the mask, one for the products, and one for their mask.
-    const double share = factor / static_cast<double>(samples.size());
-    return samples.deviations(
-        samples.prepared(x, samples.levels(share) + 1 + samples.levels(1), true, resultBound), factor);
+    return samples.deviations(samples.prepared(x, levelsOfVariance(samples, factor), true, resultBound),
+                              factor);
 }
 
 template <class Value>
@@ -143,6 +148,7 @@ Value covarianceOf(Evaluating<Value> on, Span<Value> x, Span<Value> y, Variance 
     const Samples<Value> samples(on.operations(), "covariance", blocks, {x, y});
     const double factor = factorOf(samples, kind, "covariance");
     const double bound = largestVariance(samples, kind);
+    samples.requireAtOnce(levelsOfVariance(samples, factor), {x, y});
     std::vector<Value> dx = deviationsOf(samples, x, factor, bound);
     std::vector<Value> dy = deviationsOf(samples, y, factor, bound);
     return samples.sumOfProducts(dx, dy);
@@ -158,14 +164,17 @@ Value correlationOf(Evaluating<Value> on, Span<Value> x, Span<Value> y, double l
     requireInterval(name, lowest, highest, Domain::Positive);
     requireErrorOf(name, error);
     const double factor = factorOf(samples, Variance::Population, name);
+    RootStage<Value> inverseRoot(operations, name, lowest, highest, error / (3 * std::sqrt(highest)),
+                                 Root::Inverse);
+    samples.requireAtOnce(levelsOfVariance(samples, factor) + inverseRoot.levels() + 2, {x, y});
+    samples.requireRotations();
     std::vector<Value> dx = deviationsOf(samples, x, factor, highest);
     std::vector<Value> dy = deviationsOf(samples, y, factor, highest);
     Value result = samples.sumOfProducts(dx, dy);
     // The covariance is at most `highest`, with one root the square root of that.
     const double bound = std::max(1.0, highest);
     for (std::vector<Value>* d : {&dx, &dy}) {
-        Value root = samples.sumOfProducts(*d, *d);
-        inverseSqrt(on, root, lowest, highest, error / (3 * std::sqrt(highest)), root);
+        Value root = inverseRoot.evaluate(name, samples.sumOfProducts(*d, *d));
         prepareFor(operations, name, 1, {1.1 / std::sqrt(lowest), true}, bound, {&root});
         prepareFor(operations, name, 1, {bound, true}, bound, {&result});
         operations.mult(result, root, result);
@@ -180,9 +189,10 @@ Value distanceOf(Evaluating<Value> on, Span<Value> x, Span<Value> y, double lowe
     const Samples<Value> samples(on.operations(), name, blocks, {x, y});
     requireInterval(name, lowest, highest, Domain::FromZero);
     requireErrorOf(name, error);
-    Value square = squaredDistanceOf(samples, x, y, highest);
-    sqrt(on, square, lowest, highest, error, square);
-    return square;
+    RootStage<Value> root(on.operations(), name, lowest, highest, error, Root::Plain);
+    samples.requireAtOnce(1 + samples.levels(1) + root.levels(), {x, y});
+    samples.requireRotations();
+    return root.evaluate(name, squaredDistanceOf(samples, x, y, highest));
 }
 
 } // namespace

@@ -2,13 +2,9 @@
 
 #include "functions/Operations.hpp"
 
-#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
-#include "support/FailingAllocations.hpp"
+#include "support/FunctionRuns.hpp"
 #include "support/Sanitizer.hpp"
-#include "support/Seeded.hpp"
-#include "support/ToyRotations.hpp"
-#include "support/UsedOutputs.hpp"
 
 #include <gtest/gtest.h>
 
@@ -17,11 +13,9 @@
 #include <complex>
 #include <functional>
 #include <limits>
-#include <new>
 #include <ostream>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace Torvo {
@@ -29,10 +23,12 @@ namespace {
 
 using test::boot;
 using test::maxError;
+using test::recordSpending;
 using test::sameWords;
 using test::Scheme;
 using test::Seeded;
 using test::toy;
+using test::toyBootstrapping;
 using test::toyWithRotations;
 
 template <class Value>
@@ -205,7 +201,6 @@ TEST(Analysis, WideDomainsAreReachedByStepsBehindAShortSeries) {
 // ---- bootstraps
 
 TEST(Analysis, AFunctionStartsFromAnyLevelWithABootstrappingEvaluator) {
-    const BootstrappingEvaluator evaluator(toy().evaluator, Bootstrapper(toy().evaluator));
     const Case test = inverseCase(0.25, 1, 1e-5);
     const Message x = pointsOf(test, 5, 1).front();
     for (u64 level = 3; level <= toy().encryptionLevel(); ++level) {
@@ -214,7 +209,7 @@ TEST(Analysis, AFunctionStartsFromAnyLevelWithABootstrappingEvaluator) {
         PlannedCiphertext planned = plan.encrypt(x, level);
         test.onPlans(plan, planned, planned);
         Ciphertext y = toy().encrypt(x, level);
-        test.onCiphertexts(evaluator, y, y);
+        test.onCiphertexts(toyBootstrapping(), y, y);
         EXPECT_EQ(y.getLevel(), planned.getLevel());
         EXPECT_LE(plan.getReport().bootstraps, 1);
         // The slope of 1 / x is at most 16 here.
@@ -224,7 +219,6 @@ TEST(Analysis, AFunctionStartsFromAnyLevelWithABootstrappingEvaluator) {
 }
 
 TEST(Analysis, StepsAreBootstrappedWhereTheirLevelsRunOut) {
-    const BootstrappingEvaluator evaluator(toy().evaluator, Bootstrapper(toy().evaluator));
     const Case test = sqrtCase(0, 1, 0x1p-13);
     const Message x = pointsOf(test, 5, 1).front();
     const Plan plan(toy().context, BootstrappingEvaluator::Precision::Standard);
@@ -232,7 +226,7 @@ TEST(Analysis, StepsAreBootstrappedWhereTheirLevelsRunOut) {
     test.onPlans(plan, planned, planned);
     EXPECT_GT(plan.getReport().bootstraps, 2);
     Ciphertext y = toy().encrypt(x, toy().encryptionLevel());
-    test.onCiphertexts(evaluator, y, y);
+    test.onCiphertexts(toyBootstrapping(), y, y);
     EXPECT_EQ(y.getLevel(), planned.getLevel());
     // A factor of the result that errs by d makes it err by d sqrt(x); each of up to 20 steps has a bootstrap at most,
     // of a factor 4.
@@ -241,7 +235,6 @@ TEST(Analysis, StepsAreBootstrappedWhereTheirLevelsRunOut) {
 }
 
 TEST(Analysis, AnInverseIsBootstrappedBetweenItsSteps) {
-    const BootstrappingEvaluator evaluator(toy().evaluator, Bootstrapper(toy().evaluator));
     const Case test = inverseCase(0x1p-9, 1, 0x1p-11);
     const Message x = pointsOf(test, 5, 1).front();
     const Plan plan(toy().context, BootstrappingEvaluator::Precision::Standard);
@@ -249,7 +242,7 @@ TEST(Analysis, AnInverseIsBootstrappedBetweenItsSteps) {
     test.onPlans(plan, planned, planned);
     EXPECT_GT(plan.getReport().bootstraps, 0);
     Ciphertext y = toy().encrypt(x, toy().encryptionLevel());
-    test.onCiphertexts(evaluator, y, y);
+    test.onCiphertexts(toyBootstrapping(), y, y);
     EXPECT_EQ(y.getLevel(), planned.getLevel());
     // Of each step y, up to 2^9, and a factor of it are bootstrapped at most.
     const double steps = 4;
@@ -272,8 +265,7 @@ Message softmaxOf(const Message& x, u64 length) {
 
 /// Numbers up to `bound`, where one block holds the bound alone, one its negative, and one both.
 Message softmaxInput(Seeded& random, u64 logSlots, u64 length, double bound) {
-    Message m(logSlots);
-    for (auto& slot : m) slot = random.real(-bound, bound);
+    Message m = test::realMessage(random, logSlots, -bound, bound);
     for (u64 i = 0; i < length; ++i) {
         m[i] = bound;
         m[m.getSize() - 1 - i] = i == 0 ? bound : -bound;
@@ -311,7 +303,6 @@ TEST(Analysis, SoftmaxStartsFromAnyLevelWithABootstrappingEvaluator) {
     Seeded random(32);
     SCOPED_TRACE(random.describe());
     const Scheme& scheme = toyWithRotations();
-    const BootstrappingEvaluator evaluator(scheme.evaluator, Bootstrapper(scheme.evaluator));
     constexpr double error = 1e-5;
     const Message x = softmaxInput(random, 5, 8, 1), expected = softmaxOf(x, 8);
     for (u64 level = 3; level <= scheme.encryptionLevel(); ++level) {
@@ -320,7 +311,7 @@ TEST(Analysis, SoftmaxStartsFromAnyLevelWithABootstrappingEvaluator) {
         PlannedCiphertext planned = plan.encrypt(x, level);
         softmax(plan, planned, 1, error, planned, 8);
         Ciphertext y = scheme.encrypt(x, level);
-        softmax(evaluator, y, 1, error, y, 8);
+        softmax(toyBootstrapping(), y, 1, error, y, 8);
         EXPECT_EQ(y.getLevel(), planned.getLevel());
         EXPECT_GT(plan.getReport().bootstraps, 0);
         // With S the sum of E <= 1: an error d of the input makes the result err by d / 2, one of E by d / S, and S is
@@ -435,47 +426,47 @@ TEST(Analysis, MissingLevelsAreNamedTogether) {
     EXPECT_REFUSED(inverse(toy().evaluator, x, 0x1p-30, 1, 1e-3 * 0x1p30, out),
                    "inverse needs 23 levels, but the ciphertext has 12. Bootstrap "
                    "it first, or give a BootstrappingEvaluator in place of the evaluator.");
+    // Of softmax those of the exponentials, of the sum, of its inverse and of the product; before a key is looked for.
+    const HomEvaluator withoutKeys(toy().context, KeyPack(toy().context));
+    const Plan plan(toy().context);
+    PlannedCiphertext planned = plan.encrypt(Message(5, 0.5));
+    softmax(plan, planned, 1, 1e-3, planned, 4);
+    const u64 levels = toy().encryptionLevel() - planned.getLevel();
+    x = toy().encrypt(Message(5, 0.5), levels - 1);
+    EXPECT_REFUSED(softmax(withoutKeys, x, 1, 1e-3, out, 4),
+                   "softmax needs " + std::to_string(levels) + " levels, but the ciphertext has " +
+                       std::to_string(levels - 1) +
+                       ". Bootstrap it first, or give a BootstrappingEvaluator in place of the evaluator.");
+    x = toy().encrypt(Message(5, 0.5), levels);
+    EXPECT_REFUSED(softmax(withoutKeys, x, 1, 1e-3, out, 4),
+                   "Failed to load the left rotation keys for indices 1, 2, 30, 31");
+    softmax(toyWithRotations().evaluator, x, 1, 1e-3, x, 4);
+    EXPECT_EQ(x.getLevel(), 0);
     EXPECT_TRUE(sameWords(out, before));
 }
 
 TEST(Analysis, TwoThreadsAndUsedOutputsGiveTheSameWords) {
     const Ciphertext x = toy().encrypt(Message(5, 0.5), 9);
-    const auto applied = [&](Ciphertext out) {
-        inverse(toy().evaluator, x, 0.25, 1, 1e-4, out);
-        return out;
-    };
-    const Ciphertext first = applied(Ciphertext(toy().context));
-    for (const Ciphertext& used : test::usedOutputs(toy().context))
-        EXPECT_TRUE(sameWords(applied(used), first));
-    Ciphertext fromThread(toy().context);
-    std::thread thread([&] { fromThread = applied(Ciphertext(toy().context)); });
-    const Ciphertext beside = applied(Ciphertext(toy().context));
-    thread.join();
-    EXPECT_TRUE(sameWords(fromThread, first));
-    EXPECT_TRUE(sameWords(beside, first));
+    test::expectSameWordsInEach(test::anyOutputs(),
+                                [&](Ciphertext& out) { inverse(toy().evaluator, x, 0.25, 1, 1e-4, out); });
 }
 
 TEST(Analysis, AFailedAllocationLeavesTheOutputAlone) {
     SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
     SKIP_WHERE_NEW_CANNOT_THROW();
-    const Scheme& scheme = toyWithRotations();
-    const Ciphertext x = scheme.encrypt(Message(5, 0.75), 5), before = scheme.encrypt(Message(5, 0.5), 2);
-    Ciphertext out = before;
-    bool hasFailed = true;
-    u64 failures = 0;
+    const Ciphertext x = toy().encrypt(Message(5, 0.75), 5), before = toy().encrypt(Message(5, 0.5), 2);
     // Every third allocation: there are hundreds.
-    for (u64 count = 0; hasFailed; count += 3) {
-        const test::FailingAllocation failing(count, test::FailingAllocation::Thread::Calling);
-        try {
-            inverse(scheme.evaluator, x, 0.5, 1, 0.1, out);
-        } catch (const std::bad_alloc&) {
-            ++failures;
-            ASSERT_TRUE(sameWords(out, before)) << count;
-        }
-        hasFailed = failing.hasFailed();
-    }
-    EXPECT_GT(failures, 10);
-    EXPECT_FALSE(sameWords(out, before));
+    test::expectUnchangedByFailedAllocations(
+        before, 3, [&](Ciphertext& out) { inverse(toy().evaluator, x, 0.5, 1, 0.1, out); });
+}
+
+TEST(Analysis, AFailedAllocationInASoftmaxLeavesTheOutputAlone) {
+    SKIP_WHERE_ALLOCATIONS_CANNOT_BE_WATCHED();
+    SKIP_WHERE_NEW_CANNOT_THROW();
+    const Scheme& scheme = toyWithRotations();
+    const Ciphertext x = scheme.encrypt(Message(5, 0.75), 8), before = scheme.encrypt(Message(5, 0.5), 2);
+    test::expectUnchangedByFailedAllocations(
+        before, 7, [&](Ciphertext& out) { softmax(scheme.evaluator, x, 0.5, 0.1, out, 4); });
 }
 
 // ---- real degrees
@@ -498,11 +489,8 @@ TEST_P(AnalysisRealPreset, ErrsAsThePlanPredicts) {
     EXPECT_GE(measured, planned.getLargestError() / 4);
     EXPECT_LE(errorOf(test, x, scheme.decrypt(y)), test.error + 4 * planned.getLargestError());
     RecordProperty("domain", std::to_string(test.lower) + " to " + std::to_string(test.upper));
-    RecordProperty("levels", std::to_string(scheme.encryptionLevel() - y.getLevel()));
-    RecordProperty("products", std::to_string(plan.getReport().relinearizations));
     RecordProperty("log2_error_wanted", std::to_string(std::log2(test.error)));
-    RecordProperty("log2_error_predicted", std::to_string(std::log2(planned.getLargestError())));
-    RecordProperty("log2_error_measured", std::to_string(std::log2(measured)));
+    recordSpending(scheme.encryptionLevel() - y.getLevel(), plan, planned.getLargestError(), measured);
 }
 
 INSTANTIATE_TEST_SUITE_P(Analysis, AnalysisRealPreset, testing::ValuesIn(cases()), nameOf);
@@ -527,10 +515,7 @@ TEST(SoftmaxRealPreset, OfManyBlocksErrsAsThePlanPredicts) {
     EXPECT_LE(measured, 4 * planned.getLargestError());
     EXPECT_GE(measured, planned.getLargestError() / 4);
     EXPECT_LE(maxError(scheme.decrypt(y), expected), error + measured);
-    RecordProperty("levels", std::to_string(scheme.encryptionLevel() - y.getLevel()));
-    RecordProperty("products", std::to_string(plan.getReport().relinearizations));
-    RecordProperty("log2_error_predicted", std::to_string(std::log2(planned.getLargestError())));
-    RecordProperty("log2_error_measured", std::to_string(std::log2(measured)));
+    recordSpending(scheme.encryptionLevel() - y.getLevel(), plan, planned.getLargestError(), measured);
 }
 
 } // namespace

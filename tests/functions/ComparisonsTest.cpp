@@ -4,13 +4,9 @@
 #include "functions/SignComposite.hpp"
 #include "functions/SignEvaluation.hpp"
 #include "functions/SignTables.hpp"
-#include "support/BootScheme.hpp"
-#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
-#include "support/FailingAllocations.hpp"
+#include "support/FunctionRuns.hpp"
 #include "support/Sanitizer.hpp"
-#include "support/Seeded.hpp"
-#include "support/UsedOutputs.hpp"
 
 #include <Torvo/Polynomials.hpp>
 
@@ -20,9 +16,7 @@
 #include <bit>
 #include <cmath>
 #include <functional>
-#include <new>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace Torvo {
@@ -30,10 +24,12 @@ namespace {
 
 using test::boot;
 using test::maxError;
+using test::realMessage;
 using test::sameWords;
 using test::Scheme;
 using test::Seeded;
 using test::toy;
+using test::toyBootstrapping;
 
 constexpr u64 least = 3;  ///< level of a ciphertext to be bootstrapped
 constexpr u64 after = 12; ///< level that the toy's bootstrap ends at
@@ -59,20 +55,6 @@ Message denseMessage(double bound, u64 margin) {
     m[3] = bound;
     m[4] = -bound;
     return m;
-}
-
-Message realMessage(Seeded& random, u64 logSlots, double lower, double upper) {
-    Message m(logSlots);
-    for (auto& slot : m) slot = random.real(lower, upper);
-    return m;
-}
-
-const BootstrappingEvaluator& bootstrapping() {
-    static const BootstrappingEvaluator made = [] {
-        boot(); // the keys
-        return BootstrappingEvaluator(toy().evaluator, Bootstrapper(toy().evaluator));
-    }();
-    return made;
 }
 
 /// One function with two inputs, of which it may pass over the second, for each kind of value.
@@ -319,7 +301,7 @@ TEST(Comparisons, EveryFunctionStartsFromAnyLevelWithBootstraps) {
             Plan plan(toy().context, BootstrappingEvaluator::Precision::Standard);
             PlannedCiphertext p = plan.encrypt(a, level);
             function.planned(plan, p, plan.encrypt(b, after), 1, p, accuracy);
-            function.encrypted(bootstrapping(), x, y, 1, x, accuracy);
+            function.encrypted(toyBootstrapping(), x, y, 1, x, accuracy);
             EXPECT_EQ(x.getLevel(), p.getLevel());
             EXPECT_GE(plan.getReport().bootstraps, 1);
             // A stage takes an error of 2^-20 of its input; numbers themselves are bootstrapped too.
@@ -399,7 +381,7 @@ TEST(Comparisons, RefusalsComeInOrderAndLeaveTheOutputAlone) {
                    "Two operands have different logSlots");
     const Ciphertext tooLow = toy().encrypt(Message(5, 0.5), 2);
     EXPECT_REFUSED(
-        sign(bootstrapping(), tooLow, 1, out),
+        sign(toyBootstrapping(), tooLow, 1, out),
         "sign has to bootstrap first, which needs a ciphertext at level 3 or above, but this one is at level "
         "2. Stop using its levels earlier.");
     EXPECT_TRUE(sameWords(out, before));
@@ -538,40 +520,26 @@ TEST(Comparisons, AFailedAllocationLeavesTheOutputAlone) {
     Seeded random(408);
     const Ciphertext a = toy().encrypt(realMessage(random, 5, -1, 1), 12),
                      b = toy().encrypt(realMessage(random, 5, -1, 1), 12);
-    Ciphertext out = toy().encrypt(Message(5, 0.5), 2);
-    const Ciphertext before = out;
-    u64 failures = 0;
-    for (u64 allocations = 0;; allocations += 37) {
-        const test::FailingAllocation failing(allocations);
-        try {
+    test::expectUnchangedByFailedAllocations(
+        toy().encrypt(Message(5, 0.5), 2), 37,
+        [&](Ciphertext& out) {
             max(toy().evaluator, a, b, 1, out, {4, 4});
-        } catch (const std::bad_alloc&) {
-        }
-        if (!failing.hasFailed()) break;
-        ++failures;
-        ASSERT_TRUE(sameWords(out, before)) << allocations;
-    }
-    EXPECT_GT(failures, 5);
-    EXPECT_FALSE(sameWords(out, before)); // the last one was not refused
+        },
+        test::FailingAllocation::Thread::Any);
 }
 
 TEST(Comparisons, TwoThreadsAndUsedOutputsGiveTheSameWords) {
     Seeded random(407);
     const Ciphertext a = toy().encrypt(realMessage(random, 5, -1, 1), 12),
                      b = toy().encrypt(realMessage(random, 5, -1, 1), 11);
-    Ciphertext first(toy().context), fromThread(toy().context), beside(toy().context), overA = a, overB = b;
-    max(toy().evaluator, a, b, 1, first, {4, 4});
-    for (Ciphertext& used : test::usedOutputs(toy().context)) {
-        max(toy().evaluator, a, b, 1, used, {4, 4});
-        EXPECT_TRUE(sameWords(first, used));
-    }
+    const Ciphertext first = test::expectSameWordsInEach(test::anyOutputs(), [&](Ciphertext& out) {
+        max(toy().evaluator, a, b, 1, out, {4, 4});
+    });
+    Ciphertext overA = a, overB = b;
     max(toy().evaluator, overA, b, 1, overA, {4, 4});
     max(toy().evaluator, a, overB, 1, overB, {4, 4});
-    std::thread thread([&] { max(toy().evaluator, a, b, 1, fromThread, {4, 4}); });
-    max(toy().evaluator, a, b, 1, beside, {4, 4});
-    thread.join();
-    for (const Ciphertext* other : {&overA, &overB, &fromThread, &beside})
-        EXPECT_TRUE(sameWords(first, *other));
+    EXPECT_TRUE(sameWords(first, overA));
+    EXPECT_TRUE(sameWords(first, overB));
 }
 
 } // namespace

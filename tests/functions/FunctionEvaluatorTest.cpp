@@ -2,10 +2,8 @@
 
 #include "functions/Operations.hpp"
 
-#include "support/BootScheme.hpp"
-#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
-#include "support/Seeded.hpp"
+#include "support/FunctionRuns.hpp"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +16,7 @@ namespace {
 
 using test::boot;
 using test::maxError;
+using test::realMessage;
 using test::sameWords;
 using test::Seeded;
 using test::toy;
@@ -39,12 +38,6 @@ const Operations<Ciphertext>& bootstrapping(BootstrappingEvaluator::Precision pr
         BootstrappingEvaluator(toy().evaluator, bootstrapper())),
         extended(BootstrappingEvaluator(toy().evaluator, bootstrapper(), Precision::Extended));
     return (precision == Precision::Standard ? standard : extended).operations();
-}
-
-Message realMessage(Seeded& random, double bound) {
-    Message m(toy().logFullSlots());
-    for (auto& slot : m) slot = random.real(-bound, bound);
-    return m;
 }
 
 TEST(FunctionEvaluatorTest, AnEvaluatorAloneSaysHowManyLevelsAreMissing) {
@@ -95,7 +88,7 @@ TEST(FunctionEvaluatorTest, TwoRealCiphertextsAreBootstrappedAsOne) {
         std::vector<Ciphertext> xs;
         std::vector<PlannedCiphertext> plannedXs;
         for (u64 k = 0; k < count; ++k) {
-            messages.push_back(realMessage(random, 1.5));
+            messages.push_back(realMessage(random, 5, -1.5, 1.5));
             xs.push_back(toy().encrypt(messages.back(), 4 + k));
             plannedXs.push_back(plan.encrypt(messages.back(), 4 + k));
         }
@@ -116,7 +109,7 @@ TEST(FunctionEvaluatorTest, TwoRealCiphertextsAreBootstrappedAsOne) {
         }
     }
     // One that is there twice is bootstrapped once.
-    Ciphertext x = toy().encrypt(realMessage(random, 1), 3);
+    Ciphertext x = toy().encrypt(realMessage(random, 5, -1, 1), 3);
     bootstrapping().prepare("f", 6, {1, true}, {&x, &x});
     EXPECT_EQ(x.getLevel(), after);
 }

@@ -1,10 +1,7 @@
 #include <Torvo/Polynomials.hpp>
 
-#include "support/BootScheme.hpp"
-#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
-#include "support/Seeded.hpp"
-#include "support/UsedOutputs.hpp"
+#include "support/FunctionRuns.hpp"
 
 #include <gtest/gtest.h>
 
@@ -22,6 +19,7 @@ namespace {
 using Complex = std::complex<double>;
 using test::boot;
 using test::maxError;
+using test::realMessage;
 using test::sameWords;
 using test::Scheme;
 using test::Seeded;
@@ -29,12 +27,6 @@ using test::toy;
 
 double sigmoid(double x) {
     return 1 / (1 + std::exp(-x));
-}
-
-Message realMessage(Seeded& random, u64 logSlots, double lower, double upper) {
-    Message m(logSlots);
-    for (auto& slot : m) slot = random.real(lower, upper);
-    return m;
 }
 
 template <class Function>
@@ -251,18 +243,8 @@ TEST(Polynomials, RefusalsComeInOrderAndLeaveTheOutputAlone) {
 TEST(Polynomials, TwoThreadsAndUsedOutputsGiveTheSameWords) {
     Seeded random(16);
     const Ciphertext x = toy().encrypt(realMessage(random, 5, -8, 8), 9);
-    Ciphertext first(toy().context), fromThread(toy().context);
-    evaluate(toy().evaluator, x, sigmoidSeries(), first);
-    for (Ciphertext& used : test::usedOutputs(toy().context)) {
-        evaluate(toy().evaluator, x, sigmoidSeries(), used);
-        EXPECT_TRUE(sameWords(first, used));
-    }
-    std::thread thread([&] { evaluate(toy().evaluator, x, sigmoidSeries(), fromThread); });
-    Ciphertext beside(toy().context);
-    evaluate(toy().evaluator, x, sigmoidSeries(), beside);
-    thread.join();
-    EXPECT_TRUE(sameWords(first, fromThread));
-    EXPECT_TRUE(sameWords(first, beside));
+    test::expectSameWordsInEach(test::anyOutputs(),
+                                [&](Ciphertext& out) { evaluate(toy().evaluator, x, sigmoidSeries(), out); });
 }
 
 TEST(PolynomialsRealPreset, ASigmoidOfManySlotsErrsAsThePlanPredicts) {

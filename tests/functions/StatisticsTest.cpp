@@ -1,11 +1,9 @@
 #include <Torvo/Statistics.hpp>
 
-#include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
-#include "support/FailingAllocations.hpp"
+#include "support/FunctionRuns.hpp"
 #include "support/Sanitizer.hpp"
-#include "support/Seeded.hpp"
-#include "support/ToyRotations.hpp"
+#include "support/StatisticsOracle.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,26 +11,15 @@
 #include <complex>
 #include <functional>
 #include <limits>
-#include <new>
 #include <ostream>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace Torvo {
 namespace {
 
-using test::boot;
-using test::maxError;
-using test::sameWords;
-using test::Scheme;
-using test::Seeded;
-using test::toy;
-using test::toyWithRotations;
-
-using Exact = std::complex<long double>;
-using Numbers = std::vector<Exact>;
+using namespace test;
 
 template <class Value>
 using Apply = std::function<void(const FunctionEvaluator<Value>&, const std::vector<Value>&,
@@ -57,37 +44,6 @@ Case made(const std::string& name, bool isReal, u64 levels, u64 levelsOfBlocks,
 
 void PrintTo(const Case& test, std::ostream* stream) {
     *stream << test.name;
-}
-
-Exact sumOf(const Numbers& x) {
-    Exact sum = 0;
-    for (const Exact& each : x) sum += each;
-    return sum;
-}
-
-Exact meanOf(const Numbers& x) {
-    return sumOf(x) / static_cast<long double>(x.size());
-}
-
-Exact productsOf(const Numbers& x, const Numbers& y) {
-    Exact sum = 0;
-    for (u64 i = 0; i < x.size(); ++i) sum += x[i] * y[i];
-    return sum;
-}
-
-Numbers centred(Numbers x) {
-    const Exact mean = meanOf(x);
-    for (Exact& each : x) each -= mean;
-    return x;
-}
-
-Exact covarianceOf(const Numbers& x, const Numbers& y, long double divisor) {
-    return productsOf(centred(x), centred(y)) / divisor;
-}
-
-Exact squaredDistanceOf(Numbers x, const Numbers& y) {
-    for (u64 i = 0; i < x.size(); ++i) x[i] -= y[i];
-    return productsOf(x, x);
 }
 
 #define OPERANDS [](const auto& on, const auto& x, const auto& y, auto& out, const SlotBlocks& blocks)
@@ -144,53 +100,6 @@ std::vector<Case> cases() {
             }),
     };
 }
-
-/// The numbers of the block of slot `first` in all messages.
-Numbers blockOf(const std::vector<Message>& x, u64 first, u64 length) {
-    Numbers numbers;
-    for (const Message& each : x)
-        for (u64 i = first; i < first + length; ++i) numbers.emplace_back(each[i]);
-    return numbers;
-}
-
-Message expectedOf(const std::function<Exact(const Numbers&, const Numbers&)>& exact,
-                   const std::vector<Message>& x, const std::vector<Message>& y, u64 length) {
-    Message out = x.front();
-    for (u64 first = 0; first < out.getSize(); first += length) {
-        const Exact value = exact(blockOf(x, first, length), blockOf(y, first, length));
-        for (u64 i = first; i < first + length; ++i) out[i] = std::complex<double>(value);
-    }
-    return out;
-}
-
-std::vector<Message> messagesOf(Seeded& random, u64 logSlots, u64 count, bool isReal) {
-    std::vector<Message> messages;
-    for (u64 k = 0; k < count; ++k) {
-        messages.push_back(random.message(logSlots));
-        if (isReal)
-            for (auto& slot : messages.back()) slot = slot.real();
-    }
-    return messages;
-}
-
-std::vector<Ciphertext> encrypted(const Scheme& scheme, const std::vector<Message>& messages, u64 level) {
-    std::vector<Ciphertext> out;
-    for (const Message& each : messages) out.push_back(scheme.encrypt(each, level));
-    return out;
-}
-
-std::vector<PlannedCiphertext> planned(const Plan& plan, const std::vector<Message>& messages, u64 level) {
-    std::vector<PlannedCiphertext> out;
-    for (const Message& each : messages) out.push_back(plan.encrypt(each, level));
-    return out;
-}
-
-/// The predicted errors are those of one run, so that another run may err by a few times the largest of them.
-constexpr double runs = 6;
-
-/// A block of all slots has one error alone, and the predicted one may be small by chance; this is a few times what
-/// it is on average: 2^-33 for a product, times the root of up to 32 * 3 of them.
-constexpr double fewErrors = 0x1p-28;
 
 class EveryStatistic : public testing::TestWithParam<Case> {};
 
@@ -281,34 +190,44 @@ TEST(Statistics, TheVarianceOfNumbersFarFromZeroLosesNoBits) {
     EXPECT_LT(maxError(scheme.decrypt(out), expected), 0x1p-28);
 }
 
-TEST(Statistics, WeightsAreDividedByTheirSumInTheBlock) {
-    const Scheme& scheme = toyWithRotations();
-    Seeded random(45);
-    SCOPED_TRACE(random.describe());
-    for (const u64 count : {1, 3}) {
-        for (const u64 length : {0, 1, 8}) {
-            const u64 real = length == 0 ? 32 : length;
-            const auto x = messagesOf(random, 5, count, false);
-            auto weights = messagesOf(random, 5, count, true);
-            for (Message& each : weights)
-                for (auto& slot : each) slot += 1.5;
-            const Message expected =
-                expectedOf([](const Numbers& a, const Numbers& w) { return productsOf(a, w) / sumOf(w); }, x,
-                           weights, real);
-            Ciphertext out(scheme.context);
-            Message inTheClear;
-            if (count == 1) {
-                weightedMean(scheme.evaluator, scheme.encrypt(x[0], 5), weights[0], out, {length});
-                weightedMean(scheme.evaluator, x[0], weights[0], inTheClear, {length});
-            } else {
-                weightedMean(scheme.evaluator, encrypted(scheme, x, 5), weights, out, {length});
-                weightedMean(scheme.evaluator, x, weights, inTheClear, {length});
-            }
-            EXPECT_EQ(out.getLevel(), length == 8 ? 3 : 4);
-            EXPECT_LT(maxError(inTheClear, expected), 1e-12);
-            EXPECT_LT(maxError(scheme.decrypt(out), expected), 0x1p-24);
-        }
+TEST(Statistics, MissingLevelsAndKeysAreNamedTogetherBeforeAnythingIsComputed) {
+    const Scheme& scheme = toy();
+    const HomEvaluator withoutKeys(scheme.context, KeyPack(scheme.context));
+    using Call = std::function<void(const FunctionEvaluator<Ciphertext>&, const Ciphertext&,
+                                    const Ciphertext&, Ciphertext&)>;
+    using PlannedCall = std::function<void(const Plan&, PlannedCiphertext&)>;
+    struct Stages {
+        std::string name;
+        Call call;
+        PlannedCall planned;
+    };
+#define STAGES(name, ...)                                                                                    \
+    Stages {                                                                                                 \
+#name, [](const auto& on, const auto& x, const auto& y, auto& out) { name(on, x, y, __VA_ARGS__); }, \
+            [](const Plan& on, PlannedCiphertext& out) {                                                     \
+                const PlannedCiphertext x = out, y = out;                                                    \
+                name(on, x, y, __VA_ARGS__);                                                                 \
+            }       \
     }
+    for (const Stages& each :
+         {STAGES(correlation, 0.25, 1, 1e-2, out, {8}), STAGES(distance, 0.25, 1, 1e-2, out, {8})}) {
+        const Plan plan(scheme.context);
+        PlannedCiphertext p = plan.encrypt(Message(5, 0.5));
+        each.planned(plan, p);
+        const u64 levels = scheme.encryptionLevel() - p.getLevel();
+        const Ciphertext enough = scheme.encrypt(Message(5, 0.5), levels),
+                         low = scheme.encrypt(Message(5, 0.5), levels - 1);
+        Ciphertext out = low;
+        EXPECT_REFUSED(
+            each.call(withoutKeys, enough, low, out),
+            each.name + " needs " + std::to_string(levels) + " levels, but the ciphertext has " +
+                std::to_string(levels - 1) +
+                ". Bootstrap it first, or give a BootstrappingEvaluator in place of the evaluator.");
+        EXPECT_REFUSED(each.call(withoutKeys, enough, enough, out),
+                       "Failed to load the left rotation keys for indices 1, 2, 4, 28, 30, 31");
+        EXPECT_TRUE(sameWords(out, low));
+    }
+#undef STAGES
 }
 
 /// x, and y = 0.8 x + noise, so that both have variances in [0.05, 1].
@@ -363,7 +282,6 @@ TEST(Statistics, CorrelationsAndDistancesAreWithinTheirError) {
 
 TEST(Statistics, ACorrelationStartsFromAnyLevelWithABootstrappingEvaluator) {
     const Scheme& scheme = toyWithRotations();
-    const BootstrappingEvaluator evaluator(scheme.evaluator, Bootstrapper(scheme.evaluator));
     Seeded random(47);
     SCOPED_TRACE(random.describe());
     const auto [x, y] = correlated(random);
@@ -375,7 +293,8 @@ TEST(Statistics, ACorrelationStartsFromAnyLevelWithABootstrappingEvaluator) {
         PlannedCiphertext p;
         correlation(plan, plan.encrypt(x, level), plan.encrypt(y, level), 0.05, 1, error, p);
         Ciphertext out(scheme.context);
-        correlation(evaluator, scheme.encrypt(x, level), scheme.encrypt(y, level), 0.05, 1, error, out);
+        correlation(toyBootstrapping(), scheme.encrypt(x, level), scheme.encrypt(y, level), 0.05, 1, error,
+                    out);
         EXPECT_EQ(out.getLevel(), p.getLevel());
         EXPECT_EQ(plan.getReport().bootstraps == 0, level == scheme.encryptionLevel());
         // Numbers that err by d make a root of a variance v err by 2 d / sqrt(v) at most; each of the factors 1 /
@@ -464,21 +383,13 @@ TEST(Statistics, RefusalsComeInOrderAndLeaveTheOutputAlone) {
     EXPECT_REFUSED(sum(on, empty, empty), "The message has no slots. Give one with at least one slot.");
 }
 
-TEST(Statistics, TwoThreadsGiveTheSameWords) {
+TEST(Statistics, TwoThreadsAndUsedOutputsGiveTheSameWords) {
     const Scheme& scheme = toyWithRotations();
     Seeded random(48);
     const Ciphertext x = scheme.encrypt(random.message(5), 6);
-    const auto applied = [&] {
-        Ciphertext out(scheme.context);
+    expectSameWordsInEach(anyOutputs(), [&](Ciphertext& out) {
         variance(scheme.evaluator, x, Variance::Population, out, {4});
-        return out;
-    };
-    const Ciphertext first = applied();
-    Ciphertext fromThread(scheme.context);
-    std::thread thread([&] { fromThread = applied(); });
-    EXPECT_TRUE(sameWords(applied(), first));
-    thread.join();
-    EXPECT_TRUE(sameWords(fromThread, first));
+    });
 }
 
 TEST(Statistics, AFailedAllocationLeavesTheOutputAlone) {
@@ -486,44 +397,29 @@ TEST(Statistics, AFailedAllocationLeavesTheOutputAlone) {
     SKIP_WHERE_NEW_CANNOT_THROW();
     const Scheme& scheme = toyWithRotations();
     const Ciphertext x = scheme.encrypt(Message(5, 0.75), 5), before = scheme.encrypt(Message(5, 0.5), 2);
-    Ciphertext out = before;
-    bool hasFailed = true;
-    u64 failures = 0;
     // Every third allocation: there are hundreds.
-    for (u64 count = 0; hasFailed; count += 3) {
-        const test::FailingAllocation failing(count, test::FailingAllocation::Thread::Calling);
-        try {
-            variance(scheme.evaluator, x, Variance::Population, out, {4});
-        } catch (const std::bad_alloc&) {
-            ++failures;
-            ASSERT_TRUE(sameWords(out, before)) << count;
-        }
-        hasFailed = failing.hasFailed();
-    }
-    EXPECT_GT(failures, 10);
-    EXPECT_FALSE(sameWords(out, before));
+    expectUnchangedByFailedAllocations(
+        before, 3, [&](Ciphertext& out) { variance(scheme.evaluator, x, Variance::Population, out, {4}); });
 }
 
 TEST(StatisticsRealPreset, AVarianceOfManySlotsErrsAsThePlanPredicts) {
     const Scheme& scheme = Scheme::of(ParameterPreset::ST11);
-    const KeyPack pack(scheme.context);
-    const KeyGenerator generator(scheme.context, scheme.secretKey, pack);
-    generator.genMultKey();
     Seeded random(49);
     SCOPED_TRACE(random.describe());
     const Message x = messagesOf(random, scheme.logFullSlots(), 1, true).front();
     const Plan plan(scheme.context);
     PlannedCiphertext p = plan.encrypt(x, 4);
     variance(plan, p, Variance::Sample, p);
-    for (const unsigned long index : plan.getReport().leftRotations) generator.genLeftRotKey(index);
     Ciphertext y = scheme.encrypt(x, 4);
-    variance(HomEvaluator(scheme.context, pack), y, Variance::Sample, y);
+    variance(evaluatorFor(plan), y, Variance::Sample, y);
     EXPECT_EQ(y.getLevel(), p.getLevel());
     const auto n = static_cast<long double>(x.getSize());
     const Message expected = expectedOf(
         [n](const Numbers& a, const Numbers&) { return covarianceOf(a, a, n - 1); }, {x}, {x}, x.getSize());
     // All slots have one error, and the predicted one may be small by chance: some key switches at this scale.
-    EXPECT_LE(maxError(scheme.decrypt(y), expected), runs * p.getLargestError() + 0x1p-16);
+    const double measured = maxError(scheme.decrypt(y), expected);
+    EXPECT_LE(measured, runs * p.getLargestError() + 0x1p-16);
+    recordSpending(4 - y.getLevel(), plan, p.getLargestError(), measured);
 }
 
 } // namespace
