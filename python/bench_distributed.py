@@ -125,6 +125,7 @@ def main() -> None:
                     for ct, (_, path) in zip(scores, files):
                         ct.load(path)
                 check(keys, scores, x)
+                print(f"  {row}: {figures[0]:.1f} s, load {os.getloadavg()[0]:.1f}", file=sys.stderr, flush=True)
                 if row not in best or figures[0] < best[row][0]:
                     best[row] = (figures[0], figures[1], figures[2])
 

@@ -11,8 +11,9 @@
     keys.decrypt(result)
 
 `keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has polynomials,
-analysis, statistics, comparisons and sorting. Classes with output parameters, as the C++ headers have them, are here
-too: `HomEvaluator`, `Encryptor`, `Message` and so on; a `Ciphertext` serves as theirs.
+analysis, statistics, comparisons and sorting; `torvo.learn` runs models of scikit-learn, `torvo.plot` draws, and
+`torvo.distributed`, imported by itself, computes on a cluster. Classes with output parameters, as the C++ headers have
+them, are here too: `HomEvaluator`, `Encryptor`, `Message` and so on; a `Ciphertext` serves as theirs.
 
 What the library refuses is a `torvo.Error`, with its text; what Python would refuse is a TypeError or a
 ValueError.
