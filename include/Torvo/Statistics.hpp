@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Torvo/Comparisons.hpp>
 #include <Torvo/Export.hpp>
 #include <Torvo/FunctionEvaluator.hpp>
 #include <Torvo/Message.hpp>
@@ -43,6 +44,7 @@ enum class Variance {
 /// | `weightedMean` | 1 | 2 | |
 /// | `distance` | 1 and `sqrt` | 2 and `sqrt` | also those of `sqrt` |
 /// | `correlation` | 4 and `inverseSqrt` | 5 and `inverseSqrt` | 3 for each, 2, and those of 2 `inverseSqrt` |
+/// | `histogram` | those of a sign | 1 more | those of a sign, for each number and each edge |
 ///
 /// Without bootstraps a function of several stages asks for the levels of all of them before it computes anything, and
 /// for all keys of rotations.
@@ -138,6 +140,30 @@ template <class Value>
 TORVO_API void distance(Evaluating<Value> on, const std::vector<Value>& x, const std::vector<Value>& y,
                         double lowest, double highest, double error, Value& out,
                         const SlotBlocks& blocks = {});
+
+/// outs[k] = how many of the numbers lie between edges[k] and edges[k + 1]: one output less than there are edges.
+///
+/// The numbers lie within the bound of `blocks`. Each edge within it is compared with all numbers, once for both of its
+/// bins, by a sign (`Comparisons.hpp`) of numbers up to B, which is the bound and the largest magnitude of these edges
+/// together. An edge at the bound or beyond, an infinite one too, takes no comparison.
+///
+/// A number that is 2^-margin B or more from every edge counts as 1 in its bin and as 0 in the others, within 2^-error;
+/// one that is closer to an edge counts partly in both of its bins, and in all bins together as 1, if the first and the
+/// last edge are farther from it. So the count of a bin errs by n 2^-error at most, beside the numbers close to its
+/// edges; and all counts together are n, without such an error, where the first and the last edge are not within the
+/// bound. Bins should be wider than 2^(1 - margin) B: in narrower ones a number may count as anything from -1 to 1.
+/// @throws RuntimeException behind the text of the bound: that of bounds of `Comparisons.hpp`; "histogram takes two
+///         edges or more, but is given ", a number, "; give both ends of each bin"; "histogram is given edge ", its
+///         number, " at ", a number, ", but the one in front of it at ", a number, "; give edges in ascending order";
+///         the texts of `Comparisons.hpp` for accuracies and noise
+template <class Value>
+TORVO_API void histogram(Evaluating<Value> on, const Value& x, const std::vector<double>& edges,
+                         std::vector<Value>& outs, const Accuracy& accuracy = {},
+                         const SlotBlocks& blocks = {});
+template <class Value>
+TORVO_API void histogram(Evaluating<Value> on, const std::vector<Value>& x, const std::vector<double>& edges,
+                         std::vector<Value>& outs, const Accuracy& accuracy = {},
+                         const SlotBlocks& blocks = {});
 /// @}
 
 } // namespace Torvo

@@ -100,6 +100,20 @@ inline std::string weightsGiven(std::string function, u64 block, const std::stri
         .append("; give finite ones with a sum that is not 0");
 }
 
+inline std::string edgesGiven(u64 count) {
+    std::string text = "histogram takes two edges or more, but is given ";
+    return text.append(std::to_string(count)).append("; give both ends of each bin");
+}
+inline std::string edgeGiven(u64 k, const std::string& edge, const std::string& before) {
+    std::string text = "histogram is given edge ";
+    return text.append(std::to_string(k))
+        .append(" at ")
+        .append(edge)
+        .append(", but the one in front of it at ")
+        .append(before)
+        .append("; give edges in ascending order");
+}
+
 /// In the texts of comparisons and sorting `what` is the name of the function.
 inline std::string boundOutside(std::string what, const std::string& bound) {
     return what.append(" is given the bound ")
