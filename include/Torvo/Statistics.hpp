@@ -42,6 +42,7 @@ enum class Variance {
 /// | `innerProduct`, `squaredDistance` | 1 | 2 | 1 for each, and one relinearisation for all |
 /// | `variance`, `covariance` | 2, or 1 for a single number | 3 | the same |
 /// | `weightedMean` | 1 | 2 | |
+/// | of encrypted weights | 1 and `inverse` | 2 and `inverse` | 1 for each, 1, and those of `inverse` |
 /// | `distance` | 1 and `sqrt` | 2 and `sqrt` | also those of `sqrt` |
 /// | `correlation` | 4 and `inverseSqrt` | 5 and `inverseSqrt` | 3 for each, 2, and those of 2 `inverseSqrt` |
 /// | `histogram` | those of a sign | 1 more | those of a sign, for each number and each edge |
@@ -83,6 +84,19 @@ TORVO_API void weightedMean(Evaluating<Value> on, const Value& x, const Message&
 template <class Value>
 TORVO_API void weightedMean(Evaluating<Value> on, const std::vector<Value>& x,
                             const std::vector<Message>& weights, Value& out, const SlotBlocks& blocks = {});
+
+/// The same of encrypted weights: real numbers, all of them 0 or more, or all of them 0 or less. Their sum in each block
+/// lies between `lowest` and `highest`, which are both positive or both negative. The error is that of the division;
+/// with a bootstrapping evaluator the error of a bootstrap grows with the largest 1 / sum.
+/// @throws RuntimeException behind the text of the bound: those of `inverse` for an interval and an error, with this
+///         name
+template <class Value>
+TORVO_API void weightedMean(Evaluating<Value> on, const Value& x, const Value& weights, double lowest,
+                            double highest, double error, Value& out, const SlotBlocks& blocks = {});
+template <class Value>
+TORVO_API void weightedMean(Evaluating<Value> on, const std::vector<Value>& x,
+                            const std::vector<Value>& weights, double lowest, double highest, double error,
+                            Value& out, const SlotBlocks& blocks = {});
 
 /// The sum of x y, of real or complex numbers, none of them conjugated.
 template <class Value>

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <numbers>
 #include <span>
 #include <string>
 #include <utility>
@@ -75,6 +76,38 @@ Value weightedMeanOf(Evaluating<Value> on, Span<Value> x, std::span<const Messag
     operations.rescale(products[0]);
     samples.addUpSlots(products[0]);
     return std::move(products[0]);
+}
+
+/// An inverse that errs by a part d of itself makes the mean err by the same part, and with weights of one sign that is
+/// no larger than the largest number.
+template <class Value>
+Value weightedMeanOf(Evaluating<Value> on, Span<Value> x, Span<Value> weights, double lowest, double highest,
+                     double error, const SlotBlocks& blocks) {
+    const std::string name = "weightedMean";
+    const Operations<Value>& operations = on.operations();
+    const Samples<Value> samples(operations, name, blocks, {x, weights});
+    requireInterval(name, lowest, highest, Domain::OneSign);
+    requireErrorOf(name, error);
+    requireRatio(name, lowest, highest);
+    const double relativeError = error / (std::numbers::sqrt2 * samples.bound());
+    InverseStage<Value> inverse(operations, lowest, highest, relativeError);
+    samples.requireAtOnce(samples.levels(1) + inverse.levels() + 1, {weights});
+    samples.requireAtOnce(1 + samples.levels(1) + 1, {x});
+    samples.requireRotations();
+
+    const double largest = std::max(std::abs(lowest), std::abs(highest));
+    const double productBound = samples.bound() * largest;
+    const u64 levels = 1 + samples.levels(1);
+    std::vector<Value> w = samples.prepared(weights, levels, true, std::max(largest, productBound));
+    std::vector<Value> numbers = samples.prepared(x, levels, false, productBound);
+    const Value sum = samples.sumOfPrepared(w, 1);
+    Value mean = samples.sumOfProducts(numbers, w), quotient = inverse.evaluate(name, sum);
+    prepareFor(operations, name, 1, {productBound, false}, samples.bound(), {&mean});
+    const double smallest = std::min(std::abs(lowest), std::abs(highest));
+    prepareFor(operations, name, 1, {(1 + std::min(relativeError, 1.0)) / smallest, true}, samples.bound(),
+               {&quotient});
+    operations.mult(mean, quotient, mean);
+    return mean;
 }
 
 // ---- sums of products
@@ -232,6 +265,18 @@ void weightedMean(Evaluating<Value> on, const std::vector<Value>& x, const std::
 }
 
 template <class Value>
+void weightedMean(Evaluating<Value> on, const Value& x, const Value& weights, double lowest, double highest,
+                  double error, Value& out, const SlotBlocks& blocks) {
+    out = weightedMeanOf<Value>(on, only(x), only(weights), lowest, highest, error, blocks);
+}
+
+template <class Value>
+void weightedMean(Evaluating<Value> on, const std::vector<Value>& x, const std::vector<Value>& weights,
+                  double lowest, double highest, double error, Value& out, const SlotBlocks& blocks) {
+    out = weightedMeanOf<Value>(on, x, weights, lowest, highest, error, blocks);
+}
+
+template <class Value>
 void innerProduct(Evaluating<Value> on, const Value& x, const Value& y, Value& out,
                   const SlotBlocks& blocks) {
     out = innerProductOf<Value>(on, only(x), only(y), blocks);
@@ -309,6 +354,8 @@ void distance(Evaluating<Value> on, const std::vector<Value>& x, const std::vect
     template TORVO_API void mean(Evaluating<Value>, const Operand&, Value&, const SlotBlocks&);              \
     template TORVO_API void weightedMean(Evaluating<Value>, const Operand&, const Weights&, Value&,          \
                                          const SlotBlocks&);                                                 \
+    template TORVO_API void weightedMean(Evaluating<Value>, const Operand&, const Operand&, double, double,  \
+                                         double, Value&, const SlotBlocks&);                                 \
     template TORVO_API void innerProduct(Evaluating<Value>, const Operand&, const Operand&, Value&,          \
                                          const SlotBlocks&);                                                 \
     template TORVO_API void variance(Evaluating<Value>, const Operand&, Variance, Value&,                    \

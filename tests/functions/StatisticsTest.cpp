@@ -210,7 +210,8 @@ TEST(Statistics, MissingLevelsAndKeysAreNamedTogetherBeforeAnythingIsComputed) {
             }       \
     }
     for (const Stages& each :
-         {STAGES(correlation, 0.25, 1, 1e-2, out, {8}), STAGES(distance, 0.25, 1, 1e-2, out, {8})}) {
+         {STAGES(correlation, 0.25, 1, 1e-2, out, {8}), STAGES(distance, 0.25, 1, 1e-2, out, {8}),
+          STAGES(weightedMean, 0.25, 1, 1e-2, out, {8})}) {
         const Plan plan(scheme.context);
         PlannedCiphertext p = plan.encrypt(Message(5, 0.5));
         each.planned(plan, p);
@@ -360,6 +361,17 @@ TEST(Statistics, RefusalsComeInOrderAndLeaveTheOutputAlone) {
         "weightedMean is given weights whose sum in block 1 is 0; give finite ones with a sum that is not 0");
     weights[9] = nan;
     EXPECT_THROW(weightedMean(on, x, weights, out, {8}), RuntimeException);
+    EXPECT_REFUSED(weightedMean(on, two, none, -1, 1, -1, out, {3, nan}),
+                   "weightedMean is given 2 ciphertexts, and 0 to go with them; give as many of both");
+    EXPECT_REFUSED(weightedMean(on, x, x, -1, 1, -1, out),
+                   "weightedMean is given the interval from -1 to 1; give bounds of one sign, the lower one "
+                   "first, and both finite and not 0");
+    EXPECT_REFUSED(weightedMean(on, x, x, 0x1p-40, 1, nan, out),
+                   "weightedMean is given the error nan; give a positive, finite one");
+    EXPECT_REFUSED(
+        weightedMean(on, x, x, 0.125, 0x1p30, 1, out),
+        "weightedMean is given the interval from 0.125 to 1073741824; give bounds with a ratio of 2^32 "
+        "at most, or allow a larger error for a square root near 0");
     EXPECT_REFUSED(
         correlation(on, x, x, 0, 1, -1, out),
         "correlation is given the interval from 0 to 1; give positive, finite bounds, the lower one first");
