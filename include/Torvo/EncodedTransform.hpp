@@ -75,6 +75,16 @@ public:
     static void apply(const HomEvaluator& evaluator, const Ciphertext& in,
                       const std::vector<EncodedTransform>& transforms, std::vector<Ciphertext>& outs);
 
+    /// The sum over k of the transforms `transforms[k]` of `ins[k]`, divided by the temporary primes and rescaled once.
+    /// The transforms are encoded for one level and number of slots; the levels of the inputs may differ. `out` may be
+    /// an input.
+    /// @throws RuntimeException "applySum is given no ciphertext; give at least one"; "applySum is given 3 ciphertexts,
+    ///         and 2 to go with them; give as many of both", with the numbers at hand; as the form for one ciphertext,
+    ///         for the first input of which that is so; "[EncodedTransform] the transforms of one call differ in level
+    ///         or log slots: " and so on; all missing keys are named
+    static void applySum(const HomEvaluator& evaluator, const std::vector<Ciphertext>& ins,
+                         const std::vector<EncodedTransform>& transforms, Ciphertext& out);
+
     /// Format: docs/files.md.
     /// @throws RuntimeException "[EncodedTransform] It is empty" and so on; "Cannot open file " and the path; "Cannot
     ///         finish writing file ", the path and the reason. The file that stood there still stands then

@@ -172,10 +172,9 @@ std::vector<Ciphertext> KeySwitcher::rotate(const Ciphertext& in, std::span<cons
     return all;
 }
 
-std::vector<Ciphertext> KeySwitcher::sumDiagonals(const Ciphertext& in, std::span<const KeyOfMap> rotations,
-                                                  std::span<const std::vector<RotatedSum>> results) const {
+std::vector<Ciphertext> KeySwitcher::diagonalProducts(const SummedDiagonals& operand) const {
+    const auto& [in, rotations, results] = operand;
     const Polynomial &a = in.getPoly(1), &b = in.getPoly(0);
-    for (const Polynomial* element : {&a, &b}) requireAddend(*element, element == &a ? b : a);
     const Polynomial scaled = timesGadgetFactors(a);
     std::map<long, Automorphism> maps;
     const auto mapOf = [&](const KeyOfMap& step) -> const Automorphism* {
@@ -200,16 +199,28 @@ std::vector<Ciphertext> KeySwitcher::sumDiagonals(const Ciphertext& in, std::spa
     DiagonalSums diagonals = baseConv_.sumDiagonals(input, babies, sums);
     diagonals.run();
     Polynomial quotient = a.sameShape();
-    std::vector<Ciphertext> outs;
-    outs.reserve(results.size());
-    for (u64 r = 0; r < results.size(); ++r) {
+    for (u64 r = 0; r < results.size(); ++r)
         for (u64 g = 0; g < results[r].size(); ++g) {
             if (results[r][g].step.key == nullptr) continue;
             diagonals.quotient(r, g, quotient);
             multiplyDigits(quotient, *results[r][g].step.key, true, products[r]);
         }
-        modDown(products[r], outs.emplace_back(unsetCiphertext(context_)), true);
+    return products;
+}
+
+std::vector<Ciphertext> KeySwitcher::sumDiagonals(std::span<const SummedDiagonals> operands) const {
+    for (const SummedDiagonals& operand : operands)
+        for (u64 i = 0; i < 2; ++i) requireAddend(operands.front().in.getPoly(1), operand.in.getPoly(i));
+    std::vector<Ciphertext> sums = diagonalProducts(operands.front());
+    for (const SummedDiagonals& operand : operands.subspan(1)) {
+        const std::vector<Ciphertext> products = diagonalProducts(operand);
+        for (u64 r = 0; r < sums.size(); ++r)
+            for (u64 i = 0; i < 2; ++i)
+                context_->primes.add(sums[r].getPoly(i), products[r].getPoly(i), sums[r].getPoly(i));
     }
+    std::vector<Ciphertext> outs;
+    outs.reserve(sums.size());
+    for (const Ciphertext& sum : sums) modDown(sum, outs.emplace_back(unsetCiphertext(context_)), true);
     return outs;
 }
 

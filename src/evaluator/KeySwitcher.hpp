@@ -27,6 +27,13 @@ struct RotatedSum {
     std::vector<DiagonalTerm> terms;
 };
 
+/// A ciphertext, the rotations of it that take part, and for each result the sums that it adds to that.
+struct SummedDiagonals {
+    const Ciphertext& in;
+    std::span<const KeyOfMap> rotations;
+    std::span<const std::vector<RotatedSum>> results;
+};
+
 /// Turns a product of a polynomial and one secret into a ciphertext under another, by the hybrid gadget
 /// method: `modUpPQ` splits the polynomial into digits and raises each to the full basis, `multEvalKey`
 /// multiplies them with a key and sums, `modDown` divides by the temporary primes. Immutable, thread-safe.
@@ -60,12 +67,12 @@ public:
     /// For each key the ciphertext `in`, of two elements in NTT form, under X -> X^galois, switched back to the
     /// secret that it is under. The automorphism commutes with the decomposition, which so is paid once for all.
     std::vector<Ciphertext> rotate(const Ciphertext& in, std::span<const KeyOfMap> keys) const;
-    /// For each of `results` a ciphertext at the level of `in`, the sum of its rotated sums, with one decomposition for
-    /// all `rotations` and one division by the temporary primes for each sum and each result (`DiagonalSums`). A
-    /// rotation with a null key is `in` itself. `in` has two elements in NTT form. Log slots, encoding and what is
-    /// owed for the products are for the caller to set.
-    std::vector<Ciphertext> sumDiagonals(const Ciphertext& in, std::span<const KeyOfMap> rotations,
-                                         std::span<const std::vector<RotatedSum>> results) const;
+    /// For each result a ciphertext at the level of the operands, the sum of its rotated sums of all operands: with one
+    /// decomposition for the rotations of an operand, and one division by the temporary primes for each rotated sum and
+    /// for each result (`DiagonalSums`). A rotation with a null key is the operand itself. Operands, one or more, are at
+    /// one level and have two elements in NTT form, and equally many results. Log slots, encoding and what is owed for
+    /// the products are for the caller to set.
+    std::vector<Ciphertext> sumDiagonals(std::span<const SummedDiagonals> operands) const;
     /// The first two steps in one pass: what `multEvalKey` returns for the digits of `poly`, which with
     /// `accumulate` is added to `sum`, a product of that level.
     void multiplyDigits(const Polynomial& poly, EvaluationKey& key, bool accumulate, Ciphertext& sum) const;
@@ -80,6 +87,8 @@ private:
     KeyRows rowsFor(const Polynomial& poly, EvaluationKey& key) const;
     /// The guard before a polynomial is added to what `poly` is switched to.
     void requireAddend(const Polynomial& poly, const Polynomial& addend) const;
+    /// What one operand adds to each result, before the division.
+    std::vector<Ciphertext> diagonalProducts(const SummedDiagonals& operand) const;
     /// A ciphertext with room for products at the level and on the device of `like`.
     Ciphertext unsetProduct(const Polynomial& like) const;
 

@@ -56,4 +56,13 @@ void requireErrorOf(const std::string& function, double error) {
     if (!isPositive(error)) throw RuntimeException(message::errorGiven(function, decimal(error)));
 }
 
+void requireAsMany(const std::string& function, u64 first, u64 second) {
+    if (first != second) throw RuntimeException(message::unequalCounts(function, first, second));
+}
+
+void requirePairs(const std::string& function, u64 first, u64 second) {
+    if (first == 0) throw RuntimeException(message::nothingGiven(function));
+    requireAsMany(function, first, second);
+}
+
 } // namespace Torvo

@@ -21,6 +21,12 @@ void requireBound(const std::string& function, double bound);
 /// @throws RuntimeException function, " is given the error ", ...
 void requireErrorOf(const std::string& function, double error);
 
+/// @throws RuntimeException function, " is given ", first, " ciphertexts, and ", second, ...
+void requireAsMany(const std::string& function, u64 first, u64 second);
+/// The same for one pair or more.
+/// @throws RuntimeException function, " is given no ciphertext; give at least one"; as `requireAsMany`
+void requirePairs(const std::string& function, u64 first, u64 second);
+
 /// Whether `prepareFor` asks what a result is bounded by.
 template <class Value>
 bool dependsOnResult(const Operations<Value>& operations, const Range& range) {

@@ -8,6 +8,7 @@
 #include "functions/EncodedTransformImpl.hpp"
 #include "functions/Messages.hpp"
 
+#include <array>
 #include <map>
 #include <memory>
 #include <set>
@@ -31,11 +32,13 @@ void requireAlike(Transforms transforms) {
 /// The keys of all rotations, in use as long as this lives.
 class RotationKeys {
 public:
-    RotationKeys(const HomEvaluatorImpl& evaluator, const Device& device, Transforms transforms)
+    RotationKeys(const HomEvaluatorImpl& evaluator, const Device& device,
+                 std::span<const TransformedInput> inputs)
         : evaluator_(evaluator), device_(device) {
         std::set<u64> indices;
-        for (const EncodedTransformImpl* transform : transforms)
-            for (const u64 index : transform->rotationIndices()) indices.insert(index);
+        for (const TransformedInput& input : inputs)
+            for (const EncodedTransformImpl* transform : input.transforms)
+                for (const u64 index : transform->rotationIndices()) indices.insert(index);
         evaluator.requireLeftRotationKeys({indices.begin(), indices.end()});
         for (const u64 index : indices) keys_[index] = evaluator.leftRotationKey(index);
     }
@@ -53,7 +56,7 @@ private:
     std::map<u64, std::shared_ptr<EvaluationKey>> keys_;
 };
 
-/// The steps of all transforms; of the terms of a giant step the one of the ciphertext itself comes first.
+/// The steps of all transforms of one input; of the terms of a giant step the one of the ciphertext itself comes first.
 struct Steps {
     std::vector<KeyOfMap> babies;
     std::vector<std::vector<RotatedSum>> results;
@@ -99,16 +102,32 @@ void requireTransformable(const HomEvaluatorImpl& evaluator, const Ciphertext& i
 std::vector<Ciphertext> applyTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& in,
                                         Transforms transforms) {
     if (transforms.empty()) return {};
-    requireTransformable(evaluator, in, transforms);
-    const RotationKeys keys(evaluator, in.getDevice(), transforms);
-    const Steps steps = stepsOf(keys, transforms);
-    const u64 level = transforms.front()->getPlace().level;
-    Ciphertext lowered = unsetCiphertext(evaluator.getContext());
-    const bool isAbove = in.getLevel() > level;
-    if (isAbove) evaluator.levelDown(in, level, lowered);
-    std::vector<Ciphertext> outs =
-        evaluator.getKeySwitcher().sumDiagonals(isAbove ? lowered : in, steps.babies, steps.results);
-    const Stamp stamp = Stamp::of(in).owing(1);
+    const TransformedInput input{&in, {transforms.begin(), transforms.end()}};
+    return sumTransforms(evaluator, std::span(&input, 1));
+}
+
+std::vector<Ciphertext> sumTransforms(const HomEvaluatorImpl& evaluator,
+                                      std::span<const TransformedInput> inputs) {
+    for (const TransformedInput& input : inputs) requireTransformable(evaluator, *input.in, input.transforms);
+    const TransformedInput& first = inputs.front();
+    for (const TransformedInput& input : inputs)
+        requireAlike(std::array{first.transforms[0], input.transforms[0]});
+    const RotationKeys keys(evaluator, first.in->getDevice(), inputs);
+    const u64 level = first.transforms.front()->getPlace().level;
+    std::vector<Ciphertext> lowered;
+    std::vector<Steps> steps;
+    std::vector<SummedDiagonals> operands;
+    lowered.reserve(inputs.size()); // the operands point into them
+    steps.reserve(inputs.size());
+    for (const auto& [in, transforms] : inputs) {
+        const bool isAbove = in->getLevel() > level;
+        if (isAbove)
+            evaluator.levelDown(*in, level, lowered.emplace_back(unsetCiphertext(evaluator.getContext())));
+        const auto& [babies, results] = steps.emplace_back(stepsOf(keys, transforms));
+        operands.push_back({isAbove ? lowered.back() : *in, babies, results});
+    }
+    std::vector<Ciphertext> outs = evaluator.getKeySwitcher().sumDiagonals(operands);
+    const Stamp stamp = Stamp::of(*first.in).owing(1);
     for (Ciphertext& out : outs) {
         stamp.putOn(out);
         evaluator.rescale(out);

@@ -1,6 +1,7 @@
 #include <Torvo/EncodedTransform.hpp>
 
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/AnalysisGuards.hpp"
 #include "functions/EncodedTransformImpl.hpp"
 #include "persistence/SavedSize.hpp"
 #include "persistence/Serialize.hpp"
@@ -50,6 +51,14 @@ void EncodedTransform::apply(const HomEvaluator& evaluator, const Ciphertext& in
     impls.reserve(transforms.size());
     for (const EncodedTransform& transform : transforms) impls.push_back(transform.impl_.get());
     outs = applyTransforms(*evaluator.getImpl(), in, impls);
+}
+
+void EncodedTransform::applySum(const HomEvaluator& evaluator, const std::vector<Ciphertext>& ins,
+                                const std::vector<EncodedTransform>& transforms, Ciphertext& out) {
+    requirePairs("applySum", ins.size(), transforms.size());
+    std::vector<TransformedInput> inputs;
+    for (u64 k = 0; k < ins.size(); ++k) inputs.push_back({&ins[k], {transforms[k].impl_.get()}});
+    out = std::move(sumTransforms(*evaluator.getImpl(), inputs).front());
 }
 
 void EncodedTransform::save(const std::string& path) const {

@@ -18,16 +18,19 @@ EncodedTransformImpl::EncodedTransformImpl(const Context& context) : context_(re
 
 EncodedTransformImpl::EncodedTransformImpl(const Context& context, const LinearTransformImpl& transform,
                                            const TransformPlace& place, u64 maxKeys)
-    : context_(context), place_(place) {
-    const TransformPlan plan(context, transform, place, maxKeys);
+    : EncodedTransformImpl(context, transform, TransformPlan(context, transform, place, maxKeys), place, 1) {}
+
+EncodedTransformImpl::EncodedTransformImpl(const Context& context, const LinearTransformImpl& transform,
+                                           const TransformPlan& plan, const TransformPlace& place,
+                                           double factor)
+    : context_(context), place_(place), steps_(plan.getSteps()) {
     const Ring ring = ringOf(context);
-    steps_ = plan.getSteps();
     std::vector<u64> primes;
     for (u64 t = 0; t < ring.total(); ++t)
         if (t <= place.level || t >= ring.numBase) primes.push_back(t);
     for (const TransformMask& mask : plan.getMasks())
         diagonals_.push_back({mask.rotation, DeviceSpecificArray<u64>(wordCount())});
-    const double factor = productCorrection(context, place.level);
+    factor *= productCorrection(context, place.level);
     // A message that repeats has the polynomial of one period.
     forEachIndexOrThrow(diagonals_.size(), [&](u64 k) {
         const TransformMask& mask = plan.getMasks()[k];
@@ -37,9 +40,13 @@ EncodedTransformImpl::EncodedTransformImpl(const Context& context, const LinearT
     });
 }
 
-u64 EncodedTransformImpl::wordCount() const {
-    const Ring ring = ringOf(context_);
-    return (place_.level + 1 + ring.numTemp) * ring.degree;
+u64 EncodedTransformImpl::wordCount(const Context& context, u64 level) {
+    const Ring ring = ringOf(context);
+    return (level + 1 + ring.numTemp) * ring.degree;
+}
+
+u64 EncodedTransformImpl::byteCount(const Context& context, u64 rotations, u64 level) {
+    return rotations * wordCount(context, level) * sizeof(u64);
 }
 
 std::vector<u64> EncodedTransformImpl::rotationIndices() const {

@@ -13,10 +13,6 @@
 
 namespace Torvo {
 
-void requireAsMany(const std::string& function, u64 first, u64 second) {
-    if (first != second) throw RuntimeException(message::unequalCounts(function, first, second));
-}
-
 namespace {
 
 /// What has to hold before the slots of the first value can be counted.

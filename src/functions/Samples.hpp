@@ -13,9 +13,6 @@
 
 namespace Torvo {
 
-/// @throws RuntimeException function, " is given ", first, " ciphertexts, and ", second, ...
-void requireAsMany(const std::string& function, u64 first, u64 second);
-
 /// The numbers that a statistic is about: those of a block, in each of many values.
 template <class Value>
 class Samples {

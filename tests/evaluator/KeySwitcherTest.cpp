@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 
 using namespace Torvo;
@@ -280,6 +281,12 @@ protected:
         for (u64 i = 0; i < 2; ++i) pair.getPoly(i) = uniform(level);
         return pair;
     }
+    /// The sums of one operand with at most one rotation.
+    std::vector<Ciphertext> sumsOf(const Ciphertext& in, const KeyOfMap& step,
+                                   const std::vector<std::vector<RotatedSum>>& results) const {
+        const SummedDiagonals operand{in, {&step, 1}, results};
+        return switcher.sumDiagonals({&operand, 1});
+    }
     /// In NTT form the constant c is c in every word.
     std::vector<u64> constant(u64 level, u64 c) const {
         return std::vector<u64>((level + 1 + parameter.numTP) * parameter.degree, c);
@@ -293,7 +300,7 @@ TEST_F(DiagonalSumming, ABabyStepTimesOneHasTheWordsOfTheRotation) {
         const Ciphertext in = pairAt(level);
         const std::vector<u64> one = constant(level, 1);
         const std::vector<std::vector<RotatedSum>> results{{{none, {{0, one.data()}}}}};
-        const auto sums = switcher.sumDiagonals(in, std::span(&rotation, 1), results);
+        const auto sums = sumsOf(in, rotation, results);
         ASSERT_EQ(sums.size(), 1u);
         EXPECT_TRUE(sameWords(sums[0], switcher.rotate(in, std::span(&rotation, 1))[0])) << level;
     }
@@ -304,7 +311,7 @@ TEST_F(DiagonalSumming, AGiantStepTimesOneHasTheWordsOfTheRotation) {
         const Ciphertext in = pairAt(level);
         const std::vector<u64> one = constant(level, 1);
         const std::vector<std::vector<RotatedSum>> results{{{rotation, {{0, one.data()}}}}};
-        const auto sums = switcher.sumDiagonals(in, std::span(&none, 1), results);
+        const auto sums = sumsOf(in, none, results);
         EXPECT_TRUE(sameWords(sums.at(0), switcher.rotate(in, std::span(&rotation, 1))[0])) << level;
     }
 }
@@ -315,7 +322,7 @@ TEST_F(DiagonalSumming, TheCiphertextItselfIsMultipliedExactly) {
     const std::vector<u64> three = constant(level, 3), eight = constant(level, 8);
     const std::vector<std::vector<RotatedSum>> results{{{none, {{0, three.data()}}}},
                                                        {{none, {{0, eight.data()}}}}};
-    const auto sums = switcher.sumDiagonals(in, std::span(&none, 1), results);
+    const auto sums = sumsOf(in, none, results);
     ASSERT_EQ(sums.size(), 2u);
     for (u64 element = 0; element < 2; ++element)
         for (u64 i = 0; i <= level; ++i)
@@ -326,12 +333,34 @@ TEST_F(DiagonalSumming, TheCiphertextItselfIsMultipliedExactly) {
             }
 }
 
+TEST_F(DiagonalSumming, SeveralOperandsAddUpBeforeOneDivision) {
+    const u64 level = 6;
+    const Ciphertext first = pairAt(level), second = pairAt(level);
+    const std::vector<u64> three = constant(level, 3), eight = constant(level, 8);
+    const std::vector<std::vector<RotatedSum>> ofFirst{{{none, {{0, three.data()}}}},
+                                                       {{none, {{0, eight.data()}}}}},
+        ofSecond{{{none, {{0, eight.data()}}}}, {{none, {{0, three.data()}}}}};
+    const std::array<SummedDiagonals, 2> operands{SummedDiagonals{first, {&none, 1}, ofFirst},
+                                                  SummedDiagonals{second, {&none, 1}, ofSecond}};
+    const auto sums = switcher.sumDiagonals(operands);
+    ASSERT_EQ(sums.size(), 2u);
+    for (u64 element = 0; element < 2; ++element)
+        for (u64 i = 0; i <= level; ++i)
+            for (u64 k = 0; k < parameter.degree; ++k) {
+                const u128 a = first.getPoly(element).getRow(i)[k], b = second.getPoly(element).getRow(i)[k];
+                ASSERT_EQ(sums[0].getPoly(element).getRow(i)[k], (3 * a + 8 * b) % primes.getPrime(i));
+                ASSERT_EQ(sums[1].getPoly(element).getRow(i)[k], (8 * a + 3 * b) % primes.getPrime(i));
+            }
+    const Ciphertext lower = pairAt(level - 1);
+    const std::array<SummedDiagonals, 2> unlike{SummedDiagonals{first, {&none, 1}, ofFirst},
+                                                SummedDiagonals{lower, {&none, 1}, ofSecond}};
+    EXPECT_REFUSED(switcher.sumDiagonals(unlike), "Operands are not of the ring of the generated context.");
+}
+
 TEST_F(DiagonalSumming, OperandsThatAreNotOfTheRingOrNotInNTTFormAreRefused) {
     const std::vector<u64> one = constant(6, 1);
     const std::vector<std::vector<RotatedSum>> results{{{none, {{0, one.data()}}}}};
-    const auto sum = [&](const Ciphertext& in) {
-        switcher.sumDiagonals(in, std::span(&rotation, 1), results);
-    };
+    const auto sum = [&](const Ciphertext& in) { sumsOf(in, rotation, results); };
     const char* const text = "Operands are not of the ring of the generated context.";
     for (u64 element = 0; element < 2; ++element) {
         Ciphertext onCoefficients = pairAt(6), lower = pairAt(6), foreign = pairAt(6);

@@ -167,6 +167,64 @@ TEST_F(EncodedTransforms, OfOneCiphertextHaveTheWordsOfSingleCalls) {
     EXPECT_TRUE(outs.empty());
 }
 
+TEST_F(EncodedTransforms, OfSeveralCiphertextsAddUp) {
+    const std::vector<Matrix> matrices{randomMatrix(random, 8, 8), randomMatrix(random, 16, 16),
+                                       randomMatrix(random, 1, 1)};
+    std::vector<EncodedTransform> transforms;
+    std::vector<Ciphertext> ins;
+    Message expected(4, 0.0);
+    for (u64 k = 0; k < 3; ++k) {
+        transforms.emplace_back(context, LinearTransform::fromMatrix(matrices[k]), 4, 5);
+        const Message message = random.message(4), part = productOf(matrices[k], matrices[k].size(), message);
+        ins.push_back(scheme.encrypt(message, 5 + k));
+        for (u64 i = 0; i < 16; ++i) expected[i] += part[i];
+    }
+    Ciphertext sum(context), single(context), alone(context);
+    EncodedTransform::applySum(evaluator, ins, transforms, sum);
+    EXPECT_EQ(sum.getLevel(), 4U);
+    EXPECT_EQ(sum.getLogSlots(), 4U);
+    EXPECT_EQ(sum.getRescaleCounter(), 0);
+    EXPECT_LT(maxError(scheme.decrypt(sum), expected), 3 * transformBound(context, 5, 32));
+    for (Ciphertext& used : usedOutputs(context)) {
+        EncodedTransform::applySum(evaluator, ins, transforms, used);
+        EXPECT_TRUE(sameWords(used, sum));
+    }
+    transforms[0].apply(evaluator, ins[0], single);
+    EncodedTransform::applySum(evaluator, {ins[0]}, {transforms[0]}, alone);
+    EXPECT_TRUE(sameWords(alone, single));
+    EncodedTransform::applySum(evaluator, ins, transforms, ins[2]);
+    EXPECT_TRUE(sameWords(ins[2], sum));
+}
+
+TEST_F(EncodedTransforms, OfSeveralCiphertextsRefuseInTheirOrder) {
+    const HomEvaluator keyless(context, KeyPack(context));
+    const EncodedTransform transform = dense(8, 4, 3), lower = dense(8, 4, 2), empty(context);
+    const Ciphertext in = scheme.encrypt(random.message(4), 3), low = scheme.encrypt(random.message(4), 2);
+    const Ciphertext before = usedLonger(context);
+    Ciphertext out = before;
+    const auto applySum = [&](const std::vector<Ciphertext>& ins, const std::vector<EncodedTransform>& all) {
+        EncodedTransform::applySum(keyless, ins, all, out);
+    };
+    EXPECT_REFUSED(applySum({}, {empty}), "applySum is given no ciphertext; give at least one");
+    EXPECT_REFUSED(applySum({in, in}, {empty}),
+                   "applySum is given 2 ciphertexts, and 1 to go with them; give as many of both");
+    EXPECT_REFUSED(
+        applySum({in, in}, {lower, empty}),
+        "[EncodedTransform] It is empty, so there is nothing to apply or save; assign one that was "
+        "encoded, or load a file first");
+    EXPECT_REFUSED(applySum({low, low}, {lower, transform}),
+                   "[EncodedTransform] the ciphertext is at level 2, but the transform is encoded for level "
+                   "3; encode it for level 2, or give a ciphertext of level 3 or above");
+    EXPECT_REFUSED(applySum({in, in}, {transform, lower}),
+                   "[EncodedTransform] the transforms of one call differ in level or log slots: 3 and 4, but "
+                   "2 and 4; encode them alike");
+    const EncodedTransform swap(context, LinearTransform::fromPermutation({1, 0}), 4, 3),
+        turn(context, LinearTransform::fromPermutation({2, 3, 0, 1}), 4, 3);
+    EXPECT_REFUSED(applySum({in, in}, {swap, turn}),
+                   "Failed to load the left rotation keys for indices 1, 2, 14, 15");
+    EXPECT_TRUE(sameWords(out, before));
+}
+
 TEST_F(EncodedTransforms, WriteWhateverTheOutputHeld) {
     const EncodedTransform transform = dense(8, 5, 4);
     const Ciphertext in = scheme.encrypt(random.message(5), 4);
