@@ -22,7 +22,7 @@ struct TransformOptions {
 
 /// A linear map of slots: out[i] is the sum over j of M[i][j] in[j], for a square matrix M of complex numbers whose
 /// size n is a power of two. It knows no context, so it serves every ring, number of slots and level. To apply it to
-/// ciphertexts, encode it (`EncodedTransform`).
+/// ciphertexts, give it to a function (`applyTransform`), or encode it for one level (`EncodedTransform`).
 ///
 /// On more than n slots the map is that of each block of n: slot b n + i of the output is made of the slots
 /// b n, ..., b n + n - 1 of the input. So a batch of vectors, one after the other, is mapped at once.
@@ -77,6 +77,7 @@ public:
     void apply(const Message& in, Message& out) const;
 
 private:
+    friend class CachedTransform;
     friend class EncodedTransform;
     /// Takes ownership.
     explicit LinearTransform(LinearTransformImpl* impl);

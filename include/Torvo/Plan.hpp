@@ -53,10 +53,12 @@ private:
 struct PlanReport {
     unsigned long tensors = 0; ///< products of two ciphertexts
     unsigned long relinearizations = 0;
-    unsigned long rotations = 0; ///< key switches of rotations
+    unsigned long rotations =
+        0; ///< key switches of rotations, those of the steps of linear transforms included
     unsigned long conjugations = 0;
-    unsigned long plaintextProducts = 0; ///< with a number for each slot
-    unsigned long constantProducts = 0;  ///< with one number
+    unsigned long plaintextProducts =
+        0; ///< with a number for each slot, and with the diagonals of linear transforms
+    unsigned long constantProducts = 0; ///< with one number
     unsigned long rescales = 0;
     unsigned long bootstraps = 0;
     /// The lowest level that a ciphertext came to.
@@ -66,6 +68,10 @@ struct PlanReport {
     /// The bytes in memory of the keys that are needed: for products, conjugation and the rotations above, and for
     /// bootstraps with batched rotations of all slots.
     unsigned long keyBytes = 0;
+    /// The bytes in memory of the constants that are kept: those of linear transforms, each once for a `CachedTransform`,
+    /// a number of slots and a level, or for a call that is given a `LinearTransform`; and those of bootstraps, for all
+    /// slots and for every other number of slots that is bootstrapped.
+    unsigned long constantBytes = 0;
 
     /// All but those inside a bootstrap.
     unsigned long keySwitches() const { return relinearizations + rotations + conjugations; }
@@ -99,7 +105,8 @@ public:
     PlanReport getReport() const;
     /// Seconds that the real functions would take on this machine with as many threads as OpenMP gives now: the counts
     /// times what single steps take, which is measured when it is first asked for in a process, in some seconds for each
-    /// ring. An estimate: within a factor of two on a quiet machine.
+    /// ring. Without what is done once: keys, and the encoding of constants. An estimate: within a factor of two on a
+    /// quiet machine.
     /// @throws RuntimeException as the generation of keys
     double estimateSeconds() const;
     void reset();

@@ -5,6 +5,8 @@
 #include <Torvo/Analysis.hpp>
 #include <Torvo/Bootstrapper.hpp>
 #include <Torvo/BootstrappingEvaluator.hpp>
+#include <Torvo/CachedMatrixProduct.hpp>
+#include <Torvo/CachedTransform.hpp>
 #include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/CompactCiphertext.hpp>
@@ -33,6 +35,7 @@
 #include <Torvo/LWEHomEvaluator.hpp>
 #include <Torvo/LWEParameterPreset.hpp>
 #include <Torvo/LWESecretKey.hpp>
+#include <Torvo/LinearFunctions.hpp>
 #include <Torvo/LinearTransform.hpp>
 #include <Torvo/MatrixProduct.hpp>
 #include <Torvo/Message.hpp>

@@ -4,14 +4,17 @@
 #include "crypto/OutputShape.hpp"
 #include "evaluator/EvaluatorUtils.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "evaluator/Messages.hpp"
 #include "evaluator/RotationDigits.hpp"
 #include "functions/BootstrapPrecision.hpp"
 #include "functions/BootstrapWhereNeeded.hpp"
+#include "functions/CachedTransformImpl.hpp"
 #include "functions/Messages.hpp"
 #include "functions/NoiseRules.hpp"
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 namespace Torvo {
 
@@ -97,6 +100,20 @@ void CipherOperations::requireRotations(const std::vector<u64>& indices) const {
         if (!std::ranges::all_of(rotationDigits(index, u64{1} << mostLogSlots()), hasKey))
             wanted.push_back(index);
     evaluator_->requireLeftRotationKeys(wanted);
+}
+
+void CipherOperations::requireTransforms(const TransformTable& transforms, u64 logSlots) const {
+    std::set<u64> indices;
+    for (const auto& ofInput : transforms)
+        for (const auto& transform : ofInput)
+            for (const u64 index : transform->plan(evaluator_->getContext(), logSlots)->rotationIndices())
+                indices.insert(index);
+    // Rotations that share one decomposition are made of no others.
+    evaluator_->requireLeftRotationKeys({indices.begin(), indices.end()});
+}
+
+void CipherOperations::requireMultiplicationKey() const {
+    require(evaluator_->getKeyPack().getMultKey() != nullptr, message::noMultiplicationKey);
 }
 
 void CipherOperations::prepare(const std::string& what, u64 levels, Range /*range*/,
@@ -199,6 +216,24 @@ void CipherOperations::leftRotate(const Ciphertext& in, const std::vector<u64>& 
 
 void CipherOperations::conjugate(const Ciphertext& in, Ciphertext& out) const {
     evaluator_->conjugate(in, out);
+}
+
+// ---- linear transforms
+
+std::vector<Ciphertext> CipherOperations::transform(const std::vector<const Ciphertext*>& ins,
+                                                    const TransformTable& transforms, u64 level,
+                                                    double factor) const {
+    const TransformPlace place{ins.front()->getLogSlots(), level};
+    std::vector<std::shared_ptr<const EncodedTransformImpl>> used; // whatever is cleared meanwhile
+    std::vector<TransformedInput> inputs;
+    for (u64 i = 0; i < ins.size(); ++i) {
+        auto& input = inputs.emplace_back(TransformedInput{ins[i], {}});
+        for (const auto& transform : transforms[i]) {
+            used.push_back(transform->encoded(evaluator_->getContext(), place, factor));
+            input.transforms.push_back(used.back().get());
+        }
+    }
+    return sumTransforms(*evaluator_, inputs);
 }
 
 } // namespace Torvo

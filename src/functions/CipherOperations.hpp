@@ -27,6 +27,8 @@ public:
 
     void requireOperand(const Ciphertext& x) const override;
     void requireRotations(const std::vector<u64>& indices) const override;
+    void requireTransforms(const TransformTable& transforms, u64 logSlots) const override;
+    void requireMultiplicationKey() const override;
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<Ciphertext*> values) const override;
 
@@ -53,6 +55,10 @@ public:
     void leftRotate(const Ciphertext& in, const std::vector<u64>& indices,
                     std::vector<Ciphertext>& outs) const override;
     void conjugate(const Ciphertext& in, Ciphertext& out) const override;
+
+    std::vector<Ciphertext> transform(const std::vector<const Ciphertext*>& ins,
+                                      const TransformTable& transforms, u64 level,
+                                      double factor) const override;
 
 protected:
     const HomEvaluatorImpl& evaluator() const { return *evaluator_; }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <utility>
 
 namespace Torvo {
@@ -55,6 +56,13 @@ void LinearTransformImpl::apply(const Message& in, Message& out) const {
             for (const auto& [row, value] : entries)
                 sum[block + row] += value * in[block + (row + diagonal) % size_];
     out = std::move(sum);
+}
+
+double LinearTransformImpl::largestRow() const {
+    std::vector<double> sums(size_);
+    for (const auto& [diagonal, entries] : diagonals_)
+        for (const auto& [row, value] : entries) sums[row] += std::abs(value.real()) + std::abs(value.imag());
+    return std::ranges::max(sums);
 }
 
 } // namespace Torvo

@@ -41,6 +41,8 @@ public:
     Message numbers(const TransformMask& mask, u64 shift) const;
 
     void apply(const Message& in, Message& out) const;
+    /// The largest sum of the parts of a row: what a part of the result is at most, for parts of at most 1.
+    double largestRow() const;
 
 private:
     u64 size_;

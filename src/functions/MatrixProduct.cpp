@@ -1,6 +1,5 @@
 #include <Torvo/MatrixProduct.hpp>
 
-#include "evaluator/HomEvaluatorImpl.hpp"
 #include "functions/MatrixProductImpl.hpp"
 
 namespace Torvo {
@@ -45,7 +44,7 @@ std::vector<unsigned long> MatrixProduct::getRotationIndices(const Context& cont
 
 void MatrixProduct::mult(const HomEvaluator& evaluator, const Ciphertext& a, const Ciphertext& b,
                          Ciphertext& out) const {
-    out = impl_->mult(*evaluator.getImpl(), a, b);
+    out = impl_->mult(evaluator, a, b);
 }
 
 LinearTransform MatrixProduct::transposition(unsigned long dimension) {

@@ -5,6 +5,7 @@
 #include "core/RequireContext.hpp"
 #include "crypto/OutputShape.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/CipherOperations.hpp"
 #include "functions/Messages.hpp"
 #include "persistence/Limits.hpp"
 
@@ -17,16 +18,11 @@ namespace Torvo {
 
 namespace {
 
-/// Shifts that are made at once. With more, what they keep until the division would fill as much memory as whole
-/// digits; with fewer, the operand would be decomposed more often.
-constexpr u64 shiftsAtOnce = 8;
-
-constexpr u64 levelsSpent = 3;
-
 void requireLevel(const Context& context, u64 level) {
     const u64 top = context->parameter.chain_length - 1;
-    if (level < levelsSpent || level > top)
-        throw RuntimeException(message::matrixProductLevel(level, context->parameter.name, levelsSpent, top));
+    if (level < levelsOfMatrixProduct || level > top)
+        throw RuntimeException(
+            message::matrixProductLevel(level, context->parameter.name, levelsOfMatrixProduct, top));
 }
 
 /// The transforms of a product, and where they are applied.
@@ -164,33 +160,21 @@ std::vector<Ciphertext> MatrixProductImpl::shifted(const HomEvaluatorImpl& evalu
     return applyTransforms(evaluator, sheared, shifts);
 }
 
-Ciphertext MatrixProductImpl::mult(const HomEvaluatorImpl& evaluator, const Ciphertext& a,
-                                   const Ciphertext& b) const {
+Ciphertext MatrixProductImpl::mult(const HomEvaluator& on, const Ciphertext& a, const Ciphertext& b) const {
+    const HomEvaluatorImpl& evaluator = *on.getImpl();
     const EncodedTransformImpl *const ofFirst = &first_.shear, *const ofSecond = &second_.shear;
     requireTransformable(evaluator, a, std::span(&ofFirst, 1));
     requireTransformable(evaluator, b, std::span(&ofSecond, 1));
+    const CipherOperations operations(on);
     const std::set<u64> indices = rotationIndices();
-    evaluator.requireLeftRotationKeys({indices.begin(), indices.end()});
-    require(evaluator.getKeyPack().getMultKey() != nullptr, message::noMultiplicationKey);
+    operations.requireRotations({indices.begin(), indices.end()});
+    operations.requireMultiplicationKey();
 
     const Ciphertext first = std::move(applyTransforms(evaluator, a, std::span(&ofFirst, 1)).front());
     const Ciphertext second = std::move(applyTransforms(evaluator, b, std::span(&ofSecond, 1)).front());
-    const Context& context = evaluator.getContext();
-    Ciphertext sum = unsetCiphertext(context, 3), product = unsetCiphertext(context, 3);
-    for (u64 begin = 0; begin < dimension_; begin += shiftsAtOnce) {
-        const u64 end = std::min(begin + shiftsAtOnce, dimension_);
-        const auto left = shifted(evaluator, first, first_, begin, end);
-        const auto right = shifted(evaluator, second, second_, begin, end);
-        for (u64 k = 0; k < left.size(); ++k) {
-            const bool isFirst = begin + k == 0;
-            evaluator.tensor(left[k], right[k], isFirst ? sum : product);
-            if (!isFirst) evaluator.addWithoutCheck(sum, product, sum);
-        }
-    }
-    Ciphertext out = unsetCiphertext(context);
-    evaluator.relinearize(sum, out);
-    evaluator.rescale(out);
-    return out;
+    return sumOfShiftedProducts(operations, dimension_, [&](bool isFirst, u64 begin, u64 end) {
+        return shifted(evaluator, isFirst ? first : second, isFirst ? first_ : second_, begin, end);
+    });
 }
 
 } // namespace Torvo

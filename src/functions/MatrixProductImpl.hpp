@@ -3,10 +3,13 @@
 #include "core/Integers.hpp"
 #include "functions/EncodedTransformImpl.hpp"
 #include "functions/LinearTransformImpl.hpp"
+#include "functions/Operations.hpp"
 
 #include <Torvo/Ciphertext.hpp>
 #include <Torvo/Context.hpp>
+#include <Torvo/HomEvaluator.hpp>
 
+#include <algorithm>
 #include <set>
 #include <vector>
 
@@ -48,7 +51,7 @@ public:
     std::set<u64> rotationIndices() const;
     static std::set<u64> rotationIndices(const Context& context, u64 dimension, const TransformPlace& place);
 
-    Ciphertext mult(const HomEvaluatorImpl& evaluator, const Ciphertext& a, const Ciphertext& b) const;
+    Ciphertext mult(const HomEvaluator& on, const Ciphertext& a, const Ciphertext& b) const;
 
 private:
     struct Side {
@@ -64,5 +67,31 @@ private:
 
 /// @throws RuntimeException "[MatrixProduct] the matrices have ", the number and so on
 void requireMatrixDimension(u64 dimension);
+
+/// Those of the shears, of the shifts and of the sum of products.
+inline constexpr u64 levelsOfMatrixProduct = 3;
+
+/// The last step of a product: the sum over k of the products of the k-th shifts, relinearised and rescaled together.
+/// shifted(isFirst, begin, end) gives those from `begin` to `end` - 1 of one operand.
+template <class Value, class Shifted>
+Value sumOfShiftedProducts(const Operations<Value>& operations, u64 dimension, Shifted shifted) {
+    // With more at once, what they keep until the division would fill as much memory as whole digits; with fewer, the
+    // operand would be decomposed more often.
+    constexpr u64 shiftsAtOnce = 8;
+    Value sum = operations.unset(), product = operations.unset();
+    for (u64 begin = 0; begin < dimension; begin += shiftsAtOnce) {
+        const u64 end = std::min(begin + shiftsAtOnce, dimension);
+        const auto left = shifted(true, begin, end);
+        const auto right = shifted(false, begin, end);
+        for (u64 k = 0; k < left.size(); ++k) {
+            const bool isFirst = begin + k == 0;
+            operations.tensor(left[k], right[k], isFirst ? sum : product);
+            if (!isFirst) operations.add(sum, product, sum);
+        }
+    }
+    operations.relinearize(sum);
+    operations.rescale(sum);
+    return sum;
+}
 
 } // namespace Torvo

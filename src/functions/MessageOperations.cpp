@@ -2,7 +2,10 @@
 
 #include "core/Failure.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
+#include "functions/CachedTransformImpl.hpp"
 #include "functions/Messages.hpp"
+
+#include <Torvo/RuntimeException.hpp>
 
 namespace Torvo {
 
@@ -14,6 +17,13 @@ Message repeated(const Message& message, u64 log_slots) {
 
 void MessageOperations::requireOperand(const Message& x) const {
     require(!x.isEmpty(), message::emptyMessage);
+}
+
+void MessageOperations::requireTransforms(const TransformTable& transforms, u64 log_slots) const {
+    for (const auto& ofInput : transforms)
+        for (const auto& transform : ofInput)
+            if (const u64 size = transform->transform()->getSize(); size > u64{1} << log_slots)
+                throw RuntimeException(message::blocksAboveSlots(size, log_slots));
 }
 
 void MessageOperations::readWithLogSlots(const Message& in, u64 log_slots, Message& out) const {
@@ -75,6 +85,20 @@ void MessageOperations::leftRotate(const Message& in, const std::vector<u64>& in
 
 void MessageOperations::conjugate(const Message& in, Message& out) const {
     evaluator_->conjugate(in, out);
+}
+
+std::vector<Message> MessageOperations::transform(const std::vector<const Message*>& ins,
+                                                  const TransformTable& transforms, u64 /*level*/,
+                                                  double factor) const {
+    std::vector<Message> outs(transforms.front().size());
+    Message image;
+    for (u64 i = 0; i < ins.size(); ++i)
+        for (u64 r = 0; r < outs.size(); ++r) {
+            transforms[i][r]->transform()->apply(*ins[i], image);
+            i == 0 ? void(outs[r] = image) : add(outs[r], image, outs[r]);
+        }
+    for (Message& out : outs) multAtLevel(out, factor, 0, out);
+    return outs;
 }
 
 } // namespace Torvo

@@ -30,6 +30,8 @@ public:
 
     void requireOperand(const Message& x) const override;
     void requireRotations(const std::vector<u64>&) const override {}
+    void requireTransforms(const TransformTable& transforms, u64 logSlots) const override;
+    void requireMultiplicationKey() const override {}
     void prepare(const std::string&, u64, Range, std::vector<Message*>) const override {}
 
     void add(const Message& a, const Message& b, Message& out) const override;
@@ -51,6 +53,9 @@ public:
     void leftRotate(const Message& in, const std::vector<u64>& indices,
                     std::vector<Message>& outs) const override;
     void conjugate(const Message& in, Message& out) const override;
+
+    std::vector<Message> transform(const std::vector<const Message*>& ins, const TransformTable& transforms,
+                                   u64 level, double factor) const override;
 
 private:
     /// More than any function spends.

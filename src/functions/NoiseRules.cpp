@@ -38,13 +38,17 @@ double NoiseRules::rescale(u64 level, u64 slots) const {
     return ofSlot(1.0 / 12 + weight_ / 12, level, slots);
 }
 
-double NoiseRules::keySwitch(u64 level, u64 slots) const {
+double NoiseRules::ofDivision() const {
+    const auto temporary = static_cast<double>(context_->parameter.numTP);
+    return temporary / 12 + temporary * weight_ / 12;
+}
+
+double NoiseRules::ofDigits(u64 level) const {
     const Parameter& parameter = context_->parameter;
     const PrimeModuli& primes = context_->primes;
     const u64 alpha = parameter.numTP;
     const auto logPrime = [&](u64 i) { return std::log2(static_cast<double>(primes.getPrime(i))); };
-    const double temporary = static_cast<double>(parameter.numTP);
-    double variance = temporary / 12 + temporary * weight_ / 12;
+    double variance = 0;
     for (u64 first = 0; first <= level; first += alpha) {
         double logRatio = 0; // of the product of a whole digit to that of the temporary primes
         for (u64 i = 0; i < alpha; ++i)
@@ -52,7 +56,7 @@ double NoiseRules::keySwitch(u64 level, u64 slots) const {
         const auto live = static_cast<double>(std::min(alpha, level + 1 - first));
         variance += degree_ * errorVariance(parameter.gaussian_stddev) * live * std::exp2(2 * logRatio) / 12;
     }
-    return ofSlot(variance, level, slots);
+    return variance;
 }
 
 } // namespace Torvo

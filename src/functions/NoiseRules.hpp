@@ -18,9 +18,17 @@ public:
     /// Of a rescale that ends at `level`.
     double rescale(u64 level, u64 slots) const;
     /// Of data of the scale of `level`.
-    double keySwitch(u64 level, u64 slots) const;
+    double keySwitch(u64 level, u64 slots) const {
+        return ofSlot(ofDigits(level) + ofDivision(), level, slots);
+    }
+    /// The same before the division by the temporary primes, as a part of what is divided by them.
+    double undividedKeySwitch(u64 level, u64 slots) const { return ofSlot(ofDigits(level), level, slots); }
 
 private:
+    /// Of a coefficient, what the errors of a key add.
+    double ofDigits(u64 level) const;
+    /// Of a coefficient, what the division by the temporary primes rounds.
+    double ofDivision() const;
     /// Of a coefficient, as an error of a slot at `level`: decoding reads 2 coefficients for each slot.
     double ofSlot(double variance, u64 level, u64 slots) const;
 

@@ -9,11 +9,17 @@
 
 #include <algorithm>
 #include <complex>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace Torvo {
+
+class CachedTransformImpl;
+
+/// Linear transforms of several inputs: for each input those that are added to the results, the same number for each.
+using TransformTable = std::vector<std::vector<std::shared_ptr<const CachedTransformImpl>>>;
 
 /// What is known of the numbers in the slots of a ciphertext, without which it cannot be bootstrapped.
 struct Range {
@@ -64,6 +70,11 @@ public:
     virtual void requireOperand(const Value& x) const = 0;
     /// Names all keys at once that rotations to the left lack: each its own one, where it cannot be composed of others.
     virtual void requireRotations(const std::vector<u64>& indices) const = 0;
+    /// Refuses transforms that do not fit the slots, or need more keys than they may; then names all keys at once that
+    /// they lack.
+    virtual void requireTransforms(const TransformTable& transforms, u64 logSlots) const = 0;
+    /// @throws RuntimeException "Failed to load the multiplication key"
+    virtual void requireMultiplicationKey() const = 0;
     /// Makes sure that `levels` can be spent on each of `values`, which owe no rescale. `what` says whose levels these
     /// are.
     /// @throws RuntimeException what, " needs ", `levels`, " levels, but ..."
@@ -113,6 +124,14 @@ public:
     virtual void leftRotate(const Value& in, const std::vector<u64>& indices,
                             std::vector<Value>& outs) const = 0;
     virtual void conjugate(const Value& in, Value& out) const = 0;
+
+    // ---- linear transforms
+
+    /// outs[r] = factor times the sum over i of the transform transforms[i][r] of *ins[i], rescaled to the level below
+    /// `level`. There is at least one of each. Inputs above `level` are lowered to it.
+    virtual std::vector<Value> transform(const std::vector<const Value*>& ins,
+                                         const TransformTable& transforms, u64 level,
+                                         double factor) const = 0;
 
     // ---- what follows from these
 

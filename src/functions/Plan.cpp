@@ -1,3 +1,4 @@
+#include "bootstrap/BootConstants.hpp"
 #include "bootstrap/Messages.hpp"
 #include "context/ContextContent.hpp"
 #include "context/RadixDecomposition.hpp"
@@ -125,9 +126,18 @@ void PlanImpl::reach(u64 level) {
     lowestLevel_ = std::min(lowestLevel_, level);
 }
 
-void PlanImpl::countRotation(u64 index, u64 level) {
-    count(Step::Rotate, level);
+void PlanImpl::countRotation(Step step, u64 index, u64 level) {
+    count(step, level);
     leftRotations_.insert(index);
+}
+
+void PlanImpl::countBootstrap(u64 level, u64 logSlots) {
+    count(Step::Bootstrap, level);
+    bootstrapped_.insert(logSlots);
+}
+
+void PlanImpl::countEncoding(u64 id, const TransformPlace& place, double factor, u64 bytes) {
+    encodingBytes_[{id, place.log_slots, place.level, factor}] = bytes;
 }
 
 u64 PlanImpl::total(Step step) const {
@@ -141,15 +151,16 @@ PlanReport PlanImpl::getReport() const {
     PlanReport report;
     report.tensors = total(Step::Tensor);
     report.relinearizations = total(Step::Relinearize);
-    report.rotations = total(Step::Rotate);
+    report.rotations = total(Step::Rotate) + total(Step::BabyStep) + total(Step::GiantStep);
     report.conjugations = total(Step::Conjugate);
-    report.plaintextProducts = total(Step::PlaintextProduct);
+    report.plaintextProducts = total(Step::PlaintextProduct) + total(Step::DiagonalProduct);
     report.constantProducts = total(Step::ConstantProduct);
     report.rescales = total(Step::Rescale);
     report.bootstraps = total(Step::Bootstrap);
     report.lowestLevel = lowestLevel_;
     report.leftRotations = leftRotations_;
     report.keyBytes = keysOf(report) * bytesOfKey(context_->parameter);
+    report.constantBytes = bytesOfConstants();
     return report;
 }
 
@@ -166,9 +177,24 @@ u64 PlanImpl::keysOf(const PlanReport& report) const {
            (bootstraps || report.conjugations > 0 ? 1 : 0);
 }
 
+/// Of transforms, and those that a bootstrapper makes: for all slots, and for the numbers of slots in use.
+u64 PlanImpl::bytesOfConstants() const {
+    u64 bytes = 0;
+    for (const auto& [encoding, ofEncoding] : encodingBytes_) bytes += ofEncoding;
+    if (bootstrapped_.empty()) return bytes;
+    std::set<u64> made = bootstrapped_;
+    made.insert(getLogFullSlots(context_));
+    const Parameter& parameter = context_->parameter;
+    for (const u64 logSlots : made)
+        bytes += BootShapes(logSlots, parameter.chain_length).rowCount() * parameter.degree * sizeof(u64);
+    return bytes;
+}
+
 void PlanImpl::reset() {
     counts_.clear();
     leftRotations_.clear();
+    bootstrapped_.clear();
+    encodingBytes_.clear();
     lowestLevel_ = context_->parameter.chain_length - 1;
     engine_.seed(1);
 }

@@ -77,7 +77,7 @@ void PlanOperations::requireOperand(const PlannedCiphertext& x) const {
 
 void PlanOperations::bootstrap(PlannedCiphertext& x, bool isComplex) const {
     const bool isExtended = plan_->precision() == BootstrappingEvaluator::Precision::Extended;
-    plan_->count(Step::Bootstrap, x.getLevel());
+    plan_->countBootstrap(x.getLevel(), x.getLogSlots());
     x.impl().level = BootParameter(plan_->getContext()).levelAfter(plan_->getContext());
     if (!isComplex) changeBoth(x, keepRealParts);
     const ParameterPreset preset = plan_->getContext()->parameter.preset;
@@ -260,7 +260,7 @@ void PlanOperations::leftRotate(const PlannedCiphertext& in, u64 index, PlannedC
     const u64 r = index % in.getMessage().getSize();
     out = in;
     if (r == 0) return;
-    plan_->countRotation(r, in.getLevel());
+    plan_->countRotation(Step::Rotate, r, in.getLevel());
     changeBoth(out, [&](Message& message) {
         std::rotate(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(r), message.end());
     });

@@ -27,6 +27,8 @@ public:
 
     void requireOperand(const PlannedCiphertext& x) const override;
     void requireRotations(const std::vector<u64>& /*indices*/) const override {}
+    void requireTransforms(const TransformTable& transforms, u64 logSlots) const override;
+    void requireMultiplicationKey() const override {}
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<PlannedCiphertext*> values) const override;
     bool givesLevelsBack() const override { return plan_->precision().has_value(); }
@@ -53,6 +55,10 @@ public:
     void leftRotate(const PlannedCiphertext& in, const std::vector<u64>& indices,
                     std::vector<PlannedCiphertext>& outs) const override;
     void conjugate(const PlannedCiphertext& in, PlannedCiphertext& out) const override;
+
+    std::vector<PlannedCiphertext> transform(const std::vector<const PlannedCiphertext*>& ins,
+                                             const TransformTable& transforms, u64 level,
+                                             double factor) const override;
 
 private:
     using Step = PlanImpl::Step;

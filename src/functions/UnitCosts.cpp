@@ -5,6 +5,7 @@
 #include "context/RadixDecomposition.hpp"
 #include "crypto/OutputShape.hpp"
 #include "crypto/SeedState.hpp"
+#include "evaluator/HomEvaluatorImpl.hpp"
 #include "functions/CipherOperations.hpp"
 
 #include <Torvo/KeyGenerator.hpp>
@@ -12,8 +13,11 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <list>
 #include <mutex>
+#include <span>
+#include <utility>
 
 namespace Torvo {
 
@@ -60,8 +64,7 @@ UnitCosts::UnitCosts(const Context& context) {
         operations.tensor(x, x, product);
         operations.multAtLevel(x, 0.5, level, owing);
         const auto measure = [&](Step step, const std::function<void()>& run) {
-            std::vector<Sample>& samples = samples_[step];
-            if (samples.empty() || samples.back().level < level) samples.push_back({level, timeOf(run)});
+            add(step, level, [&] { return timeOf(run); });
         };
         measure(Step::Tensor, [&] { operations.tensor(x, x, out); });
         measure(Step::Relinearize, [&] { evaluator.relinearize(product, out); });
@@ -74,8 +77,50 @@ UnitCosts::UnitCosts(const Context& context) {
             out = owing;
             operations.rescale(out);
         });
+        measureTransforms(*evaluator.getImpl(), x);
     }
     if (context->parameter.has_bootstrap) samples_[Step::Bootstrap] = {{0, ofBootstrap(context)}};
+}
+
+void UnitCosts::add(Step step, u64 level, const std::function<double()>& seconds) {
+    std::vector<Sample>& samples = samples_[step];
+    if (samples.empty() || samples.back().level < level) samples.push_back({level, seconds()});
+}
+
+/// By what sums take longer that have more of a step.
+void UnitCosts::measureTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& x) {
+    constexpr u64 more = 4;
+    const Context& context = evaluator.getContext();
+    const auto key = evaluator.leftRotationKey(1);
+    const KeyOfMap none{1, nullptr},
+        rotation{static_cast<long>(context->fft.getGaloisElement(1, x.getDevice())), key.get()};
+    const u64 level = x.getLevel();
+    const std::vector<u64> rows((level + 1 + context->parameter.numTP) * context->parameter.degree, 1);
+    const auto timeOfSum = [&](const std::vector<KeyOfMap>& babies, std::vector<RotatedSum> sums) {
+        const std::vector<std::vector<RotatedSum>> results{std::move(sums)};
+        const SummedDiagonals operand{x, babies, results};
+        return timeOf([&] { evaluator.getKeySwitcher().sumDiagonals(std::span(&operand, 1)); });
+    };
+    const RotatedSum one{none, {{0, rows.data()}}}, moved{rotation, {{0, rows.data()}}};
+    RotatedSum ofMany{none, {}}, ofOneBaby = one;
+    for (u64 k = 0; k <= more; ++k) ofMany.terms.push_back({k, rows.data()});
+    for (u64 k = 0; k < more; ++k) ofOneBaby.terms.push_back({0, rows.data()});
+    const auto share = [](double longer, double shorter) { return std::max(0.0, (longer - shorter) / more); };
+
+    const double least = timeOfSum({none}, {one}), withBaby = timeOfSum({rotation}, {one});
+    const double product = share(timeOfSum({none}, {ofOneBaby}), least);
+    const double baby =
+        share(timeOfSum(std::vector<KeyOfMap>(more + 1, rotation), {ofMany}), withBaby) - product;
+    const double giant =
+        share(timeOfSum({none}, std::vector<RotatedSum>(more + 1, moved)), timeOfSum({none}, {moved})) -
+        product;
+    const std::initializer_list<std::pair<Step, double>> steps{{Step::DiagonalProduct, product},
+                                                               {Step::BabyStep, baby},
+                                                               {Step::GiantStep, giant},
+                                                               {Step::Decompose, withBaby - least - baby},
+                                                               {Step::Divide, least - product}};
+    for (const auto& [step, seconds] : steps)
+        add(step, level, [&, seconds = seconds] { return std::max(0.0, seconds); });
 }
 
 double UnitCosts::of(Step step, u64 level) const {

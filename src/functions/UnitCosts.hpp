@@ -3,13 +3,17 @@
 #include "core/Integers.hpp"
 #include "functions/PlanImpl.hpp"
 
+#include <Torvo/Ciphertext.hpp>
 #include <Torvo/Context.hpp>
 
+#include <functional>
 #include <map>
 #include <utility>
 #include <vector>
 
 namespace Torvo {
+
+class HomEvaluatorImpl;
 
 /// What the steps of a plan take on this machine, with the threads that OpenMP gives now: each is timed at three levels,
 /// with keys made for that, and those between are interpolated.
@@ -30,6 +34,10 @@ private:
     };
 
     explicit UnitCosts(const Context& context);
+    /// Unless the step was measured at that level before.
+    void add(Step step, u64 level, const std::function<double()>& seconds);
+    /// The steps of linear transforms of `x`, which has a rotation key for 1.
+    void measureTransforms(const HomEvaluatorImpl& evaluator, const Ciphertext& x);
     /// From the steps that a bootstrap of full slots consists of.
     double ofBootstrap(const Context& context) const;
 

@@ -1,6 +1,11 @@
 #include "support/LinearMaps.hpp"
 
+#include <Torvo/LinearFunctions.hpp>
+
 #include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
 
 namespace Torvo {
 namespace {
@@ -29,6 +34,41 @@ TEST(EncodedTransformRealPreset, GivesTheProductWithAMatrixOf64Diagonals) {
                   transformBound(scheme.context, level, 128))
             << log_slots;
     }
+}
+
+/// What the function makes of it, beside its plan.
+TEST(EncodedTransformRealPreset, APlanOfTheFunctionPredictsErrorAndTime) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::ST11);
+    const Context& context = scheme.context;
+    const u64 level = 8, log_full = scheme.logFullSlots();
+    Seeded random(92);
+    SCOPED_TRACE(random.describe());
+    const Matrix matrix = randomMatrix(random, 64, 64);
+    const CachedTransform transform = LinearTransform::fromMatrix(matrix);
+    const KeyPack pack(context);
+    const KeyGenerator generator(context, scheme.secretKey, pack);
+    for (const u64 index : transform.getRotationIndices(context, log_full)) generator.genLeftRotKey(index);
+    const HomEvaluator evaluator(context, pack);
+    const Message message = random.message(log_full), expected = productOf(matrix, 64, message);
+    const Plan plan(context);
+    PlannedCiphertext planned = plan.encrypt(message, level);
+    applyTransform(plan, planned, transform, planned);
+    const double estimate = plan.estimateSeconds();
+    const Ciphertext in = scheme.encrypt(message, level);
+    Ciphertext out(context);
+    applyTransform(evaluator, in, transform, out);
+    EXPECT_EQ(plan.getReport().constantBytes, transform.getEncodedBytes());
+    const Message got = scheme.decrypt(out);
+    double sum = 0;
+    for (u64 i = 0; i < got.getSize(); ++i) sum += std::norm(got[i] - expected[i]);
+    const double error = std::sqrt(sum / static_cast<double>(got.getSize()));
+    EXPECT_LT(std::abs(std::log2(error / planned.getError())), 0.5);
+    const auto start = std::chrono::steady_clock::now();
+    applyTransform(evaluator, in, transform, out);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    // Other programs may take the processor from either.
+    EXPECT_GT(estimate, 0.1 * seconds);
+    EXPECT_LT(estimate, 10 * seconds);
 }
 
 } // namespace

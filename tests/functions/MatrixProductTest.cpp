@@ -5,7 +5,10 @@
 #include "support/Contexts.hpp"
 #include "support/Expect.hpp"
 #include "support/LinearMaps.hpp"
+#include "support/MatrixProducts.hpp"
 #include "support/UsedOutputs.hpp"
+
+#include <Torvo/LinearFunctions.hpp>
 
 #include <gtest/gtest.h>
 
@@ -18,33 +21,6 @@ namespace {
 using namespace test;
 
 using Indices = std::vector<unsigned long>;
-
-/// The products of the d x d matrices that lie in two messages, row by row, in long double.
-Message productOfMatrices(u64 d, const Message& a, const Message& b) {
-    Message out = a;
-    for (u64 block = 0; block < a.getSize(); block += d * d)
-        for (u64 i = 0; i < d; ++i)
-            for (u64 j = 0; j < d; ++j) {
-                std::complex<long double> sum = 0;
-                for (u64 k = 0; k < d; ++k)
-                    sum += std::complex<long double>(a[block + i * d + k]) *
-                           std::complex<long double>(b[block + k * d + j]);
-                out[block + i * d + j] = {static_cast<double>(sum.real()), static_cast<double>(sum.imag())};
-            }
-    return out;
-}
-
-/// An operand after its shear and its shift has an error e of at most the bounds of two transforms; each of the d
-/// products of operands of modulus sqrt(2) at most has 2 sqrt(2) e + e^2, and the sum of them one key switch, at the
-/// square of the scale, and one rescale.
-double productBound(const Context& context, u64 d, u64 level) {
-    const NoiseModel model(context);
-    const double e = transformBound(context, level, 2 * d) + transformBound(context, level - 1, 4);
-    const u64 last = level - 2;
-    const Variance switched = 1 / std::pow(model.scale(last), 2) * model.slots(model.keySwitch(last), last);
-    return static_cast<double>(d) * (2 * std::sqrt(2.0) * e + e * e) +
-           model.bound(switched + model.slots(model.rescale(), last - 1));
-}
 
 class MatrixProducts : public testing::Test {
 protected:
@@ -188,6 +164,49 @@ TEST(MatrixTransposition, TurnsRowsIntoColumns) {
         for (u64 block = 0; block < 32; block += d * d)
             for (u64 i = 0; i < d; ++i)
                 for (u64 j = 0; j < d; ++j) EXPECT_EQ(out[block + i * d + j], in[block + j * d + i]);
+    }
+}
+
+/// Eight rows, alone and beside each other in all slots, encoded and by the function.
+TEST(MatrixProductRealPreset, IsThatOfTheMatrices) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::ST7);
+    const Context& context = scheme.context;
+    Seeded random(87);
+    SCOPED_TRACE(random.describe());
+    constexpr u64 d = 8;
+    const u64 level = scheme.encryptionLevel();
+    const KeyPack pack(context);
+    const KeyGenerator generator(context, scheme.secretKey, pack);
+    generator.genMultKey();
+    const HomEvaluator evaluator(context, pack);
+    for (const u64 log_slots : {u64{6}, scheme.logFullSlots()}) {
+        SCOPED_TRACE(log_slots);
+        const MatrixProduct product(context, d, log_slots, level);
+        const CachedMatrixProduct cached(d);
+        for (const auto& indices :
+             {product.getRotationIndices(), cached.getRotationIndices(context, log_slots)})
+            for (const u64 index : indices) generator.genRotKeyIfNotExist(static_cast<long>(index));
+        const Message a = random.message(log_slots), b = random.message(log_slots);
+        const Message expected = productOfMatrices(d, a, b);
+        const Ciphertext x = scheme.encrypt(a, level), y = scheme.encrypt(b, level);
+        const double bound = productBound(context, d, level);
+        Ciphertext out(context);
+        product.mult(evaluator, x, y, out);
+        EXPECT_EQ(out.getLevel(), level - 3);
+        EXPECT_LT(maxError(scheme.decrypt(out), expected), bound);
+        const Plan plan(context);
+        PlannedCiphertext planned;
+        multiplyMatrices(plan, plan.encrypt(a, level), plan.encrypt(b, level), cached, planned);
+        multiplyMatrices(evaluator, x, y, cached, out);
+        EXPECT_EQ(out.getLevel(), planned.getLevel());
+        EXPECT_LT(maxError(planned.getMessage(), expected), bound);
+        EXPECT_EQ(plan.getReport().constantBytes, cached.getEncodedBytes());
+        const Message got = scheme.decrypt(out);
+        EXPECT_LT(maxError(got, expected), bound);
+        double sum = 0;
+        for (u64 i = 0; i < got.getSize(); ++i) sum += std::norm(got[i] - expected[i]);
+        const double error = std::sqrt(sum / static_cast<double>(got.getSize()));
+        EXPECT_LT(std::abs(std::log2(error / planned.getError())), 1);
     }
 }
 

@@ -15,4 +15,14 @@ inline const Scheme& toyWithRotations() {
     return made;
 }
 
+/// The same with those of all indices.
+inline const Scheme& toyWithAllRotations() {
+    static const Scheme& made = []() -> const Scheme& {
+        const KeyGenerator generator(toy().context, toy().secretKey, toy().keys);
+        for (long index = 1; index < 32; ++index) generator.genRotKeyIfNotExist(index);
+        return toy();
+    }();
+    return made;
+}
+
 } // namespace Torvo::test
