@@ -1,6 +1,8 @@
 #include "Handles.hpp"
 #include "Module.hpp"
 
+#include <pybind11/stl.h>
+
 #include <string>
 
 namespace TorvoPython {
@@ -45,7 +47,15 @@ void defineConstants(Class& handle) {
             py::arg("log_slots"), py::arg("path"), py::arg("check") = true,
             "Takes the constants from a file, where they stay: processes that map one file share their "
             "memory. The file "
-            "must not be changed meanwhile.");
+            "must not be changed meanwhile.")
+        .def(
+            "read_constants",
+            [](BootstrapperHandle& self, unsigned long logSlots, const std::string& path, bool check) {
+                const Computing computing{writing(self)};
+                self.object().readBootConstants(logSlots, path, check);
+            },
+            py::arg("log_slots"), py::arg("path"), py::arg("check") = true,
+            "The same, but into memory of this object's own; the file may change afterwards.");
 }
 
 template <void (Bootstrapper::*Member)(const Torvo::Ciphertext&, Torvo::Ciphertext&, bool) const>
@@ -54,8 +64,37 @@ void run(const BootstrapperHandle& self, const CiphertextHandle& in, CiphertextH
     (self.object().*Member)(in.object(), out.object(), isComplex);
 }
 
+/// Real and imaginary parts apart.
+template <void (Bootstrapper::*Member)(const Torvo::Ciphertext&, Torvo::Ciphertext&, Torvo::Ciphertext&)
+              const>
+void runParts(const BootstrapperHandle& self, const CiphertextHandle& in, CiphertextHandle& real,
+              CiphertextHandle& imaginary) {
+    if (&real == &imaginary)
+        throw py::value_error("One output is named for both parts; give two ciphertexts");
+    const Computing computing{reading(self), reading(in), writing(real), writing(imaginary)};
+    (self.object().*Member)(in.object(), real.object(), imaginary.object());
+}
+
+constexpr const char* partsText =
+    "Real and imaginary parts, each as a real message, in two outputs that are not the same.";
+
 void defineRuns(Class& handle) {
     handle
+        .def("bootstrap_parts", &runParts<&Bootstrapper::bootstrap>, py::arg("operand"), py::arg("out_real"),
+             py::arg("out_imag"), partsText)
+        .def("bootstrap_extended_parts", &runParts<&Bootstrapper::bootstrapExtended>, py::arg("operand"),
+             py::arg("out_real"), py::arg("out_imag"), partsText)
+        .def(
+            "slot_to_coeff",
+            [](const BootstrapperHandle& self, const CiphertextHandle& in, CiphertextHandle& out) {
+                const Computing computing{reading(self), reading(in), writing(out)};
+                self.object().slotToCoeff(in.object(), out.object());
+            },
+            py::arg("operand"), py::arg("out"),
+            "The first half of a bootstrap: a ciphertext of coefficients, at level 0.")
+        .def("half_boot", &run<&Bootstrapper::halfBoot>, py::arg("operand"), py::arg("out"),
+             py::arg("is_complex") = false,
+             "The second half: coefficients in the order of slot_to_coeff to slots at a high level.")
         .def("bootstrap", &run<&Bootstrapper::bootstrap>, py::arg("operand"), py::arg("out"),
              py::arg("is_complex") = false,
              "out = the operand with its levels back. Parts lie in [-1, 1]; imaginary ones are dropped "
@@ -93,6 +132,14 @@ void bindBootstrapper(py::module_& module) {
 
 void bindBootstrap(py::module_& module) {
     bindBootstrapper(module);
+    module.def(
+        "get_rot_indices_for_bootstrap",
+        [](const SharedContext& context, unsigned long logSlots) {
+            const py::gil_scoped_release released;
+            return Torvo::getRotIndicesForBootstrap(context.context, logSlots);
+        },
+        py::arg("context"), py::arg("log_slots"),
+        "The rotations that bootstrapping 2^log_slots slots needs keys for; negative ones are to the right.");
     using Torvo::BootstrappingEvaluator;
     py::enum_<BootstrappingEvaluator::Precision>(module, "Precision", "Which form of bootstrapping is used.")
         .value("Standard", BootstrappingEvaluator::Precision::Standard)
@@ -109,6 +156,12 @@ void bindBootstrap(py::module_& module) {
              }),
              py::arg("evaluator"), py::arg("bootstrapper").none(false),
              py::arg("precision") = BootstrappingEvaluator::Precision::Standard)
+        .def_property_readonly(
+            "evaluator", [](const BootstrappingHandle& self) { return self.evaluator.getEvaluator(); },
+            "What computes.")
+        .def_property_readonly(
+            "bootstrapper", [](const BootstrappingHandle& self) { return self.bootstrapper; },
+            "What bootstraps.")
         .def_property_readonly(
             "precision", [](const BootstrappingHandle& self) { return self.evaluator.getPrecision(); },
             "Which form of bootstrapping is used.");

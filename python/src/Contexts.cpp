@@ -2,6 +2,7 @@
 #include "Module.hpp"
 #include "Streams.hpp"
 
+#include <Torvo/EncryptionType.hpp>
 #include <Torvo/ParameterPreset.hpp>
 #include <Torvo/SecurityLevel.hpp>
 
@@ -114,6 +115,15 @@ void bindPresets(py::module_& module) {
                                       "and their digits are the number of multiplications in a row. FX is a "
                                       "toy for tests, without security.");
     for (const auto& [name, value] : presets) preset.value(name, value);
+    py::enum_<Torvo::EncryptionType>(module, "EncryptionType",
+                                     "The lattice problem behind a key: RLWE works on one ring element, MLWE "
+                                     "on a vector of several.")
+        .value("MLWE", Torvo::EncryptionType::MLWE)
+        .value("RLWE", Torvo::EncryptionType::RLWE);
+    module.def("get_encryption_type", &Torvo::getEncryptionType, py::arg("preset"),
+               "The lattice problem that a preset works on.");
+    module.def("get_sparse_parameter_preset_for", &Torvo::getSparseParameterPresetFor, py::arg("preset"),
+               "The preset of the second context for sparse secret encapsulation.");
     py::enum_<Torvo::SecurityLevel>(module, "SecurityLevel",
                                     "A claim of security; the value is the claim in bits.")
         .value("None_", Torvo::SecurityLevel::None)

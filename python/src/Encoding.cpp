@@ -5,6 +5,8 @@
 
 #include <pybind11/stl.h>
 
+#include <vector>
+
 namespace TorvoPython {
 
 using Torvo::EnDecoder;
@@ -16,6 +18,13 @@ std::unique_ptr<PlaintextHandle> encode(const EnDecoder& self, const MessageHand
                                         unsigned long level, int owed) {
     const Computing computing{reading(message)};
     return std::make_unique<PlaintextHandle>(self.encode(message.object(), level, owed));
+}
+
+std::unique_ptr<PlaintextHandle> encodeWithoutNTT(const EnDecoder& self, const MessageHandle& message,
+                                                  unsigned long level, int owed) {
+    const Computing computing{reading(message)};
+    return std::make_unique<PlaintextHandle>(
+        self.encodeWithoutNTT(static_cast<const Torvo::Message&>(message.object()), level, owed));
 }
 
 void bindEnDecoder(py::module_& module) {
@@ -33,6 +42,17 @@ void bindEnDecoder(py::module_& module) {
              "A plaintext of the message, at the encryption level or at `level`. Raises Error for numbers "
              "that are too "
              "large for level and scale, infinite or NaN, and for a size that is no power of two.")
+        .def("encode_without_ntt", &encodeWithoutNTT, py::arg("message"), py::arg("level"),
+             py::arg("rescale_counter") = 0)
+        .def(
+            "encode_without_ntt",
+            [](const EnDecoder& self, const std::vector<double>& coefficients, unsigned long level,
+               int owed) {
+                const py::gil_scoped_release released;
+                return std::make_unique<PlaintextHandle>(self.encodeWithoutNTT(coefficients, level, owed));
+            },
+            py::arg("coefficients"), py::arg("level"), py::arg("rescale_counter") = 0,
+            "The same outside of NTT form, of a message or of real coefficients.")
         .def(
             "decode",
             [](const EnDecoder& self, const PlaintextHandle& plaintext) {

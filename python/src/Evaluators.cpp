@@ -30,8 +30,8 @@ using WithIndex = void (HomEvaluator::*)(const LibraryOf<T>&, unsigned long, Lib
 template <class T>
 using WithCounts = void (HomEvaluator::*)(const LibraryOf<T>&, unsigned long, unsigned long,
                                           LibraryOf<T>&) const;
-template <class Other>
-using CipherWith = void (HomEvaluator::*)(const Ciphertext&, const Other&, Ciphertext&) const;
+template <class T, class Other>
+using CipherWith = void (HomEvaluator::*)(const T&, const Other&, T&) const;
 
 template <class T>
 void defineUnary(Class& handle, const char* name, Unary<T> member, const char* text) {
@@ -91,22 +91,21 @@ void defineReduce(Class& handle, const char* name, WithCounts<T> member) {
         "The sum of the rotations by 0, gap, ..., (count - 1) gap.");
 }
 
-template <class Other>
-void defineCipherWith(Class& handle, const char* name, CipherWith<LibraryOf<Other>> member,
+template <class T, class Other>
+void defineCipherWith(Class& handle, const char* name, CipherWith<T, LibraryOf<Other>> member,
                       const char* text) {
     handle.def(
         name,
-        [member](const HomEvaluator& self, const CiphertextHandle& a, const Guarded<Other>& b,
-                 CiphertextHandle& out) {
+        [member](const HomEvaluator& self, const Guarded<T>& a, const Guarded<Other>& b, Guarded<T>& out) {
             const Computing computing{reading(a), reading(b), writing(out)};
             (self.*member)(a.object(), inputOf(b), out.object());
         },
         py::arg("a"), py::arg("b"), py::arg("out"), text);
 }
 
-/// What all three kinds of operands have.
+/// What all kinds of operands have, ciphertexts of modules too.
 template <class T>
-void defineCommon(Class& handle) {
+void defineLinear(Class& handle) {
     defineUnary<T>(handle, "negate", &HomEvaluator::negate, "out = -operand");
     defineConstant<T>(handle, "add", &HomEvaluator::add, "out = operand + constant");
     defineBinary<T>(handle, "add", &HomEvaluator::add,
@@ -116,11 +115,17 @@ void defineCommon(Class& handle) {
                     "out = a - b; of ciphertexts, at the lower of the levels.");
     defineConstant<T>(handle, "mult", &HomEvaluator::mult,
                       "out = operand constant, for one level; none for integers, and for messages.");
+    defineUnary<T>(handle, "mult_imag_unit", &HomEvaluator::multImagUnit,
+                   "out = i operand, without a level.");
+}
+
+/// What messages, plaintexts and ciphertexts have.
+template <class T>
+void defineCommon(Class& handle) {
+    defineLinear<T>(handle);
     defineBinary<T>(handle, "mult", &HomEvaluator::mult,
                     "out = a b slot by slot, for one level; none for messages.");
     defineUnary<T>(handle, "square", &HomEvaluator::square, "out = operand^2, at the cost of a product.");
-    defineUnary<T>(handle, "mult_imag_unit", &HomEvaluator::multImagUnit,
-                   "out = i operand, without a level.");
     defineIndexed<T>(
         handle, "left_rotate", &HomEvaluator::leftRotate, "index",
         "Slot i of out is slot i + index of the operand, cyclically. Ciphertexts need the key for it.");
@@ -144,11 +149,10 @@ void defineInPlace(Class& handle, const char* name, void (HomEvaluator::*member)
         py::arg("operand"), text);
 }
 
+/// What plaintexts and all ciphertexts have.
 template <class T>
-void defineLevels(Class& handle) {
+void defineRescale(Class& handle) {
     defineInPlace<T>(handle, "rescale", &HomEvaluator::rescale, "Pays one owed rescale, for one level.");
-    defineInPlace<T>(handle, "inverse_rescale", &HomEvaluator::inverseRescale,
-                     "Multiplies by the next prime: one rescale more is owed, and the level rises by one.");
     handle.def(
         "mult_integer",
         [](const HomEvaluator& self, const Guarded<T>& in, long n, Guarded<T>& out) {
@@ -158,17 +162,34 @@ void defineLevels(Class& handle) {
         py::arg("operand"), py::arg("n"), py::arg("out"), "out = n operand, without a level.");
 }
 
-void defineCiphertexts(Class& handle) {
-    defineCipherWith<ViewedMessage>(handle, "add", &HomEvaluator::add, "out = a + message");
-    defineCipherWith<Plaintext>(handle, "add", &HomEvaluator::add, "out = a + plaintext");
-    defineCipherWith<ViewedMessage>(handle, "sub", &HomEvaluator::sub, "out = a - message");
-    defineCipherWith<Plaintext>(handle, "sub", &HomEvaluator::sub, "out = a - plaintext");
-    defineCipherWith<ViewedMessage>(handle, "mult", &HomEvaluator::mult, "out = a message, for one level.");
-    defineCipherWith<Plaintext>(handle, "mult", &HomEvaluator::mult, "out = a plaintext, for one level.");
-    defineCipherWith<Plaintext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
-                                "out = a plaintext, which owes one rescale.");
-    defineConstant<Ciphertext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
-                               "out = operand constant, which owes one rescale.");
+template <class T>
+void defineInverseRescale(Class& handle) {
+    defineInPlace<T>(handle, "inverse_rescale", &HomEvaluator::inverseRescale,
+                     "Multiplies by the next prime: one rescale more is owed, and the level rises by one.");
+}
+
+/// What all ciphertexts have, those of modules too.
+template <class T>
+void defineWithClear(Class& handle) {
+    defineCipherWith<T, ViewedMessage>(handle, "add", &HomEvaluator::add, "out = a + message");
+    defineCipherWith<T, Plaintext>(handle, "add", &HomEvaluator::add, "out = a + plaintext");
+    defineCipherWith<T, ViewedMessage>(handle, "sub", &HomEvaluator::sub, "out = a - message");
+    defineCipherWith<T, Plaintext>(handle, "sub", &HomEvaluator::sub, "out = a - plaintext");
+    defineCipherWith<T, ViewedMessage>(handle, "mult", &HomEvaluator::mult,
+                                       "out = a message, for one level.");
+    defineCipherWith<T, Plaintext>(handle, "mult", &HomEvaluator::mult, "out = a plaintext, for one level.");
+    defineCipherWith<T, Plaintext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
+                                   "out = a plaintext, which owes one rescale.");
+    defineConstant<T>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
+                      "out = operand constant, which owes one rescale.");
+    defineIndexed<T>(handle, "level_down", &HomEvaluator::levelDown, "target_level",
+                     "Brings a ciphertext down to a level.");
+    defineUnary<T>(handle, "level_down_one", &HomEvaluator::levelDownOne,
+                   "Brings a ciphertext down by one level.");
+    defineRescale<T>(handle);
+}
+
+void defineProducts(Class& handle) {
     defineBinary<Ciphertext>(handle, "mult_without_rescale", &HomEvaluator::multWithoutRescale,
                              "out = a b, which owes one rescale. The levels must be equal.");
     defineBinary<Ciphertext>(handle, "tensor", &HomEvaluator::tensor,
@@ -177,8 +198,26 @@ void defineCiphertexts(Class& handle) {
                             "Removes the top element, with the multiplication key.");
     defineUnary<Ciphertext>(handle, "kill_imag", &HomEvaluator::killImag,
                             "out = the real parts, for one level.");
-    defineIndexed<Ciphertext>(handle, "level_down", &HomEvaluator::levelDown, "target_level",
-                              "Brings a ciphertext down to a level.");
+}
+
+using RotateMany = void (HomEvaluator::*)(const Ciphertext&, const std::vector<unsigned long>&,
+                                          std::vector<Ciphertext>&) const;
+
+void defineRotateMany(Class& handle, const char* name, RotateMany member, const char* text) {
+    handle.def(
+        name,
+        [member](const HomEvaluator& self, const CiphertextHandle& in,
+                 const std::vector<unsigned long>& indices) {
+            std::vector<Ciphertext> outs;
+            {
+                const Computing computing{reading(in)};
+                (self.*member)(in.object(), indices, outs);
+            }
+            py::list result;
+            for (Ciphertext& out : outs) result.append(std::make_unique<CiphertextHandle>(std::move(out)));
+            return result;
+        },
+        py::arg("operand"), py::arg("indices"), text);
 }
 
 void defineRotSum(Class& handle) {
@@ -191,21 +230,10 @@ void defineRotSum(Class& handle) {
         },
         py::arg("operands"), py::arg("indices"), py::arg("out"),
         "out = the sum of the operands, each rotated to the left by its index.");
-    handle.def(
-        "left_rotate_many",
-        [](const HomEvaluator& self, const CiphertextHandle& in, const std::vector<unsigned long>& indices) {
-            std::vector<Ciphertext> outs;
-            {
-                const Computing computing{reading(in)};
-                self.leftRotate(in.object(), indices, outs);
-            }
-            py::list result;
-            for (Ciphertext& out : outs) result.append(std::make_unique<CiphertextHandle>(std::move(out)));
-            return result;
-        },
-        py::arg("operand"), py::arg("indices"),
-        "A list of the operand rotated to the left by each index. The costly half of a rotation is done "
-        "once.");
+    defineRotateMany(handle, "left_rotate_many", &HomEvaluator::leftRotate,
+                     "A list of the operand rotated to the left by each index. The costly half of a rotation "
+                     "is done once.");
+    defineRotateMany(handle, "right_rotate_many", &HomEvaluator::rightRotate, "The same to the right.");
 }
 
 } // namespace
@@ -232,9 +260,15 @@ void bindEvaluator(py::module_& module) {
     defineCommon<Ciphertext>(handle);
     defineCommon<Plaintext>(handle);
     defineCommon<ViewedMessage>(handle);
-    defineCiphertexts(handle);
-    defineLevels<Ciphertext>(handle);
-    defineLevels<Plaintext>(handle);
+    defineLinear<ModuleCiphertext>(handle);
+    defineWithClear<Ciphertext>(handle);
+    defineWithClear<ModuleCiphertext>(handle);
+    defineProducts(handle);
+    defineRescale<Plaintext>(handle);
+    defineInverseRescale<Ciphertext>(handle);
+    defineInverseRescale<Plaintext>(handle);
+    defineIndexed<Plaintext>(handle, "relevel", &HomEvaluator::relevel, "target_level",
+                             "Brings a plaintext to another level.");
     defineReduce<Ciphertext>(handle, "left_rotate_reduce", &HomEvaluator::leftRotateReduce);
     defineReduce<Ciphertext>(handle, "right_rotate_reduce", &HomEvaluator::rightRotateReduce);
     defineReduce<ViewedMessage>(handle, "left_rotate_reduce", &HomEvaluator::leftRotateReduce);

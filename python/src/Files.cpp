@@ -22,6 +22,7 @@ void bindFiles(py::module_& module) {
         .def_readonly("degree", &FileContent::degree, "The degree of the ring.")
         .def_readonly("log_slots", &FileContent::logSlots, "log2 of the number of slots.")
         .def_readonly("count", &FileContent::count, "How many parts of its kind there are.")
+        .def_readonly("key_type", &FileContent::keyType, "The letter of an evaluation key.")
         .def_readonly("rotation_index", &FileContent::rotationIndex, "The rotation of a rotation key.")
         .def_readonly("is_seed_only", &FileContent::isSeedOnly,
                       "Of a secret key: whether it is the seed alone.");

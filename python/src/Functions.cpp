@@ -192,6 +192,18 @@ void defineStatistics(py::module_& module) {
     defineOfTwoIn<On>(module, "correlation", TORVO_STATISTIC(correlation),
                       "out = the correlation; both variances lie between `lowest` and `highest`.");
     module.def(
+        "weighted_mean",
+        [](typename On::Handle& on, const ValueOperands<On>& x, const Operands<ViewedMessage>& weights,
+           ValueHandle<On>& out, unsigned long length, double bound) {
+            compute<On>(on, joined(readingAll(x), readingAll(weights)), out,
+                        [&](Of<On> evaluator, auto& result) {
+                            Torvo::weightedMean(evaluator, copiesOf(x), copiesOf(weights), result,
+                                                blocksOf(length, bound));
+                        });
+        },
+        py::arg("on"), py::arg("x"), py::arg("weights"), py::arg("out"), py::arg("length") = 0,
+        py::arg("bound") = 1.0, "out = the sum of the weights times x over the sum of the weights.");
+    module.def(
         "variance",
         [](typename On::Handle& on, const ValueOperands<On>& x, Variance kind, ValueHandle<On>& out,
            unsigned long length, double bound) {

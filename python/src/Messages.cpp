@@ -1,8 +1,7 @@
 #include "Messages.hpp"
+#include "Handles.hpp"
 #include "Module.hpp"
 #include "Streams.hpp"
-
-#include <Torvo/Device.hpp>
 
 #include <pybind11/complex.h>
 
@@ -12,7 +11,6 @@
 
 namespace TorvoPython {
 
-using Torvo::Device;
 using Torvo::DeviceType;
 using Complex = std::complex<double>;
 
@@ -111,6 +109,8 @@ void defineSlots(py::class_<MessageHandle>& handle) {
             "Changes the number of slots and keeps the leading ones; new slots are 0. Raises BufferError "
             "while an array "
             "looks at the slots.")
+        .def_property_readonly("is_empty", getter<ViewedMessage>(&ViewedMessage::isEmpty),
+                               "Whether it has no slots.")
         .def_property_readonly("log_slots", getter<ViewedMessage>(&ViewedMessage::getLogSlots),
                                "log2 of the number of slots, rounded down.");
 }
@@ -137,28 +137,13 @@ void defineStorage(py::class_<MessageHandle>& handle) {
                 readAll(data, "message", {}, [&](std::istream& stream) { loaded->object().load(stream); });
                 return loaded;
             },
-            py::arg("data"), "The message whose `to_bytes` gave these.")
-        .def(
-            "to",
-            [](MessageHandle& self, DeviceType type) {
-                const Computing computing{writing(self)};
-                self.object().requireNoView();
-                self.object().to(Device{.type = type});
-            },
-            py::arg("device"),
-            "Moves the slots to another device; this build computes on the CPU only. Raises BufferError "
-            "while an array "
-            "looks at the slots.");
+            py::arg("data"), "The message whose `to_bytes` gave these.");
     defineSave<ViewedMessage>(handle, "Writes the slots into a file, which is replaced as a whole.");
 }
 
 } // namespace
 
 void bindMessage(py::module_& module) {
-    py::enum_<DeviceType>(module, "DeviceType", "Kinds of devices that numbers can be on.")
-        .value("CPU", DeviceType::CPU)
-        .value("GPU", DeviceType::GPU)
-        .value("PinnedHost", DeviceType::PinnedHost);
     py::class_<MessageHandle> handle(module, "Message",
                                      "Numbers in the clear: complex slots, as many as a power of two. "
                                      "Message(3) has 8 slots of 0, Message(3, 0.5) "
@@ -184,6 +169,7 @@ void bindMessage(py::module_& module) {
     });
     defineSlots(handle);
     defineStorage(handle);
+    defineDevice<ViewedMessage>(handle);
     enableViews(handle);
 }
 

@@ -10,6 +10,7 @@ PYBIND11_MODULE(_torvo, module) {
     options.disable_function_signatures();
     using namespace TorvoPython;
     bindErrors(module);
+    bindDevices(module);
     bindContext(module);
     bindMessage(module);
     bindEncoding(module);
@@ -24,6 +25,8 @@ PYBIND11_MODULE(_torvo, module) {
     bindLinear(module);
     bindComparisons(module);
     bindAdvice(module);
+    bindLWE(module);
+    bindPacking(module);
     bindFiles(module);
     bindThreads(module);
 }

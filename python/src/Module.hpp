@@ -12,6 +12,7 @@ py::handle errorClass();
 void bindContext(py::module_& module);
 void bindMessage(py::module_& module);
 void bindEncoding(py::module_& module);
+void bindDevices(py::module_& module);
 void bindCiphertext(py::module_& module);
 void bindKeys(py::module_& module);
 void bindCrypto(py::module_& module);
@@ -23,6 +24,8 @@ void bindFunctions(py::module_& module);
 void bindLinear(py::module_& module);
 void bindComparisons(py::module_& module);
 void bindAdvice(py::module_& module);
+void bindLWE(py::module_& module);
+void bindPacking(py::module_& module);
 void bindFiles(py::module_& module);
 void bindThreads(py::module_& module);
 

@@ -135,7 +135,17 @@ void defineValues(Class& handle) {
                 const py::gil_scoped_release released;
                 return series.largestError(f);
             },
-            py::arg("f"), "The largest difference to a function on the interval.");
+            py::arg("f"))
+        .def(
+            "largest_error",
+            [](const SeriesHandle& self, const Function& f, double lower, double upper) {
+                const ChebyshevSeries series = copyOf(self);
+                const py::gil_scoped_release released;
+                return series.largestError(f, lower, upper);
+            },
+            py::arg("f"), py::arg("lower"), py::arg("upper"),
+            "The largest difference to a function on the interval, or from `lower` to `upper`.");
+    handle.attr("max_degree") = ChebyshevSeries::maxDegree;
 }
 
 } // namespace

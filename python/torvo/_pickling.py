@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Optional
+from typing import Any, Optional
 
 from . import _torvo
 from ._ciphertext import Ciphertext, CiphertextArray
@@ -51,3 +51,8 @@ def public_keys(context: _torvo.Context, directory: Optional[str], data: bytes) 
     pack = _torvo.KeyPack(context)
     pack.load_bytes(data)
     return PublicKeys(context, pack)
+
+
+def loaded(kind: str, arguments: tuple[Any, ...]) -> Any:
+    """An object of this class of the module, from what its `from_bytes` takes."""
+    return getattr(_torvo, kind).from_bytes(*arguments)

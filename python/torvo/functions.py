@@ -18,6 +18,7 @@ from typing import Any, Callable, Sequence, Union
 
 from . import _current, _torvo
 from ._ciphertext import Ciphertext, CiphertextArray, _match, _settled
+from ._numbers import as_numbers, padded
 
 __all__ = [
     "Accuracy",
@@ -60,6 +61,7 @@ __all__ = [
     "tanh",
     "top_k",
     "variance",
+    "weighted_mean",
 ]
 
 Accuracy = _torvo.Accuracy
@@ -262,6 +264,33 @@ def sum(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
 def mean(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
     """The mean over each block."""
     return _statistic([x], length, out, lambda on, xs, b: _torvo.mean(on, xs[0], b, length, bound))
+
+
+def weighted_mean(x: Any, weights: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
+    """The sum of the weights times x over the sum of the weights, over each block.
+
+    `weights` are numbers in the clear, as many as x has; for several ciphertexts a sequence of arrays, one for each.
+    The weights of a block have a sum that is not 0.
+    """
+    operands = _operands(x)
+    arrays = [weights] if isinstance(x, (Ciphertext, *_PLAIN)) else list(weights)
+    if len(arrays) != len(operands):
+        raise ValueError(f"{len(operands)} operands and {len(arrays)} arrays of weights are given; give as many")
+    messages = [_weights_for(one, array) for one, array in zip(operands, arrays)]
+    return _statistic(
+        [operands], length, out, lambda on, xs, b: _torvo.weighted_mean(on, xs[0], messages, b, length, bound)
+    )
+
+
+def _weights_for(x: Any, weights: Any) -> _torvo.Message:
+    """Weights as a message of the slots of an operand."""
+    if isinstance(weights, _torvo.Message):
+        return weights
+    array = as_numbers(weights)
+    count = (x.shape[0] if x.shape else 1) if isinstance(x, Ciphertext) else 1 << x.log_slots
+    if array.size != count:
+        raise ValueError(f"{array.size} weights are given for {count} numbers; give as many")
+    return padded(array, x.log_slots)
 
 
 def variance(
