@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import numpy as np
 import pytest
+from sanitizer import not_sanitized
 
 import torvo
 
@@ -151,6 +152,7 @@ def test_presets_and_sizes_that_do_not_exist_are_refused():
         torvo.Context(1.5)
 
 
+@not_sanitized
 def test_no_memory_is_a_memory_error(toy):
     with pytest.raises(MemoryError):
         torvo.Message(50)
@@ -214,3 +216,31 @@ def test_an_exception_of_a_sequence_passes_through(toy, evaluator):
     ct = toy.encrypt([1.0])
     with pytest.raises(ZeroDivisionError):
         evaluator.native.rot_sum(Failing(), [0], ct)
+
+
+def test_an_object_that_was_never_initialised_is_refused(toy):
+    looked_at = 0
+    for kind in vars(torvo._torvo).values():
+        if not isinstance(kind, type) or kind.__name__.startswith("_") or hasattr(kind, "__members__"):
+            continue
+        if issubclass(kind, Exception):
+            continue
+        bare = kind.__new__(kind)
+        for name, value in vars(kind).items():
+            if isinstance(value, property):
+                looked_at += 1
+                with pytest.raises(TypeError, match="made by __new__ alone"):
+                    getattr(bare, name)
+    assert looked_at > 100
+    message = torvo.Message.__new__(torvo.Message)
+    with pytest.raises(TypeError, match="made by __new__ alone"):
+        torvo.Encryptor(toy.context).encrypt(message, toy.keys.pack, toy.encrypt([1.0]))
+    with pytest.raises(BufferError, match="made by __new__ alone"):
+        memoryview(message)
+    with pytest.raises(TypeError, match="__init__"):
+
+        class Forgetful(torvo.SecretKey):
+            def __init__(self) -> None:
+                pass
+
+        Forgetful()
