@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import inspect
+import re
 import subprocess
 import sys
 from pathlib import Path
@@ -76,3 +77,11 @@ def test_the_names_of_the_package_are_those_it_lists():
     wanted = {"Ciphertext", "Context", "Error", "Evaluator", "Keys", "Message", "keygen", "functions"}
     assert wanted <= set(torvo.__all__)
     assert all(hasattr(torvo, name) for name in torvo.__all__)
+
+
+@pytest.mark.parametrize("module", [torvo, torvo.functions], ids=lambda module: module.__name__)
+def test_the_manual_names_everything_public(module):
+    manual = (Path(__file__).resolve().parents[2] / "docs" / "python.md").read_text()
+    code = re.findall(r"```.*?```|`[^`]*`", manual, re.S)
+    named = set(re.findall(r"\w+", " ".join(code)))
+    assert set(module.__all__) - named == set()
