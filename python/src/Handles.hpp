@@ -130,7 +130,7 @@ void defineSecretFiles(Class& handle, const char* name) {
                 const Computing computing{reading(self)};
                 self.object().saveSeedOnly(path);
             },
-            py::arg("path"), "Writes only what the key was drawn from, 71 bytes, as secret as the key.")
+            py::arg("path"), "Writes only what the key was drawn from, some 70 bytes, as secret as the key.")
         .def_property_readonly("saved_size", getter<T>(&T::savedSize),
                                "The number of bytes that `save` writes.")
         .def("__reduce__", [name](const Guarded<T>&) -> py::tuple {
