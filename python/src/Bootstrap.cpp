@@ -120,7 +120,8 @@ void bindBootstrapper(py::module_& module) {
         .def(py::init([](const HomEvaluator& evaluator, const SharedContext& sparse, unsigned long log_slots,
                          bool sequential) {
                  const py::gil_scoped_release released;
-                 return std::make_shared<BootstrapperHandle>(evaluator, sparse.context, log_slots, sequential);
+                 return std::make_shared<BootstrapperHandle>(evaluator, sparse.context, log_slots,
+                                                             sequential);
              }),
              py::arg("evaluator"), py::arg("context_sparse"), py::arg("log_slots"),
              py::arg("sequential_rotations") = false);

@@ -174,8 +174,8 @@ void defineMaking(py::class_<SharedContext>& handle) {
         .def(py::init(&ofPreset), py::arg("preset"))
         .def_static(
             "custom",
-            [](unsigned long log_degree, unsigned long chain_length, unsigned long logBase, unsigned long logQ,
-               unsigned long logT, unsigned long gadget_rank) {
+            [](unsigned long log_degree, unsigned long chain_length, unsigned long logBase,
+               unsigned long logQ, unsigned long logT, unsigned long gadget_rank) {
                 return madeBy([&] {
                     return Torvo::makeContext(log_degree, chain_length, logBase, logQ, logT, gadget_rank);
                 });

@@ -48,8 +48,7 @@ LinearTransform fromMatrix(const Numbers& matrix) {
 
 LinearTransform fromDiagonals(unsigned long size, const std::map<unsigned long, Numbers>& diagonals) {
     std::map<unsigned long, std::vector<Complex>> rows;
-    for (const auto& [index, numbers] : diagonals)
-        rows.emplace(index, rowOf(numbers.data(), numbers.size()));
+    for (const auto& [index, numbers] : diagonals) rows.emplace(index, rowOf(numbers.data(), numbers.size()));
     const py::gil_scoped_release released;
     return LinearTransform::fromDiagonals(size, rows);
 }
