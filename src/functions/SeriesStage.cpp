@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 
 namespace Torvo {
 
@@ -17,8 +18,11 @@ Range rangeOf(const ChebyshevSeries& f) {
 
 double largestOf(std::span<const ChebyshevSeries> f) {
     double largest = 0;
-    for (const ChebyshevSeries& each : f)
-        largest = std::max(largest, each.largestError([](double) { return 0.0; }));
+    for (const ChebyshevSeries& each : f) {
+        double sum = 0; // no value exceeds it
+        for (const std::complex<double>& c : each.getCoefficients()) sum += std::abs(c);
+        largest = std::max(largest, sum <= 1 ? sum : each.largestError([](double) { return 0.0; }));
+    }
     return largest * (1 - 0x1p-10);
 }
 

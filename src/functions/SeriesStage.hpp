@@ -13,7 +13,8 @@ namespace Torvo {
 
 /// What numbers of the interval are to one who bootstraps them.
 Range rangeOf(const ChebyshevSeries& f);
-/// The largest value on the interval, less what an approximation of a function up to 1 may exceed that by.
+/// The largest value on the interval, or a bound of it up to 1; less what an approximation of a function up to 1 may
+/// exceed that by.
 double largestOf(std::span<const ChebyshevSeries> f);
 
 /// A series as a stage of a function of real numbers: made ready once, for its levels and for all of its values.

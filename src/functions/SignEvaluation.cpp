@@ -106,7 +106,10 @@ bool SignEvaluation<Value>::isPromised(const Value& x, u64 margin, u64 error) co
         slotNoise.push_back(operations_.noise(from, to, operations_.logSlots(x)));
         if (!operations_.givesLevelsBack()) from = to;
     }
-    const std::vector<double> noise = noiseOfStages(stages, slotNoise);
+    std::vector<double> noise = noiseOfStages(stages, slotNoise);
+    // A bootstrap divides by the bound only where that is above 1: of a small one its error is a larger part.
+    const double bound = stages_.front().bound;
+    noise.front() *= std::max(1.0, std::ceil(bound) / (2 * bound));
     // The tables allow for as much in front of each stage.
     const bool isTabled =
         std::all_of(noise.begin(), noise.end() - 1, [](double each) { return each <= signNoise; });

@@ -403,6 +403,18 @@ TEST(Comparisons, NoiseIsFollowedThroughTheStages) {
     }
 }
 
+TEST(Comparisons, NumbersThatABootstrapWouldDrownAreRefused) {
+    const Plan plan(toy().context, BootstrappingEvaluator::Precision::Standard);
+    const PlannedCiphertext x = plan.encrypt(Message(5, 0x1p-24), 4);
+    PlannedCiphertext out;
+    EXPECT_REFUSED(
+        sign(plan, x, 0x1p-12, out, {12, 4}),
+        "sign needs signs from 2^-12 on, within 2^-4, but the noise of this parameter lets no error be "
+        "promised there. Take a larger margin or a parameter with a larger scale.");
+    sign(plan, x, 0x1p-3, out, {12, 4});
+    sign(Plan(toy().context), plan.encrypt(Message(5, 0x1p-24)), 0x1p-12, out, {5, 4}); // none there
+}
+
 /// Numbers on both sides of the margin and up to 1.
 Message typicalMessage(u64 logSlots, u64 margin, Seeded& random) {
     Message m(logSlots);
