@@ -1,7 +1,6 @@
+#include "CountedSteps.hpp"
 #include "TimedOperation.hpp"
 #include "evaluator/HomEvaluatorImpl.hpp"
-#include "functions/CipherOperations.hpp"
-#include "functions/PlanImpl.hpp"
 
 #include <Torvo/Encryptor.hpp>
 #include <Torvo/KeyGenerator.hpp>
@@ -18,7 +17,7 @@
 
 /// Polynomials of ciphertexts, at the level of encryption, with teams of one and of two threads. `evaluate` is the whole
 /// function; `counted` is its products and rescales alone, each at the level where the plan of the function has it, and
-/// so what `evaluate` takes if all else is free. Names are form/preset/degree/threads.
+/// so what `evaluate` takes if all else is free; `shared` and `countedShared` are those of three series. Names are form/preset/degree/threads.
 namespace Torvo {
 namespace {
 
@@ -37,6 +36,7 @@ struct Workbench {
     Encryptor encryptor{context};
     Message message = Message(getLogFullSlots(context));
     Ciphertext x{context}, out{context};
+    std::vector<Ciphertext> outs;
 };
 
 ChebyshevSeries seriesOf(u64 degree) {
@@ -45,53 +45,14 @@ ChebyshevSeries seriesOf(u64 degree) {
     return ChebyshevSeries(std::move(c));
 }
 
-/// Takes each step of the plan of a function as often as it does, on operands of its level.
-class CountedSteps {
-public:
-    CountedSteps(const Workbench& w, u64 degree) : operations_(w.evaluator), plan_(w.context) {
-        PlannedCiphertext planned = plan_.encrypt(Message(getLogFullSlots(w.context), 0.5));
-        evaluate(plan_, planned, seriesOf(degree), planned);
-        for (const auto& [step, times] : plan_.getImpl()->counts()) {
-            const u64 level = step.second;
-            if (operands_.contains(level)) continue;
-            Operands& at = operands_.try_emplace(level, w.x, w.x, w.x).first->second;
-            at.two.setLevel(level);
-            operations_.tensor(at.two, at.two, at.three);
-            operations_.multAtLevel(at.two, 0.5, level, at.owing);
-        }
-    }
-
-    void run() {
-        using Step = PlanImpl::Step;
-        for (const auto& [step, times] : plan_.getImpl()->counts())
-            for (u64 k = 0; k < times; ++k) {
-                const Operands& at = operands_.at(step.second);
-                if (step.first == Step::Tensor) operations_.tensor(at.two, at.two, out_);
-                if (step.first == Step::ConstantProduct)
-                    operations_.multAtLevel(at.two, 0.5, step.second, out_);
-                if (step.first == Step::Relinearize) {
-                    out_ = at.three;
-                    operations_.relinearize(out_);
-                }
-                if (step.first == Step::Rescale) {
-                    out_ = at.owing;
-                    operations_.rescale(out_);
-                }
-            }
-    }
-
-private:
-    struct Operands {
-        Ciphertext two, three, owing;
-        Operands(const Ciphertext& a, const Ciphertext& b, const Ciphertext& c)
-            : two(a), three(b), owing(c) {}
-    };
-
-    CipherOperations operations_;
-    Plan plan_;
-    std::map<u64, Operands> operands_;
-    Ciphertext out_ = operations_.unset();
-};
+/// The steps of the plan of `count` series that share the powers of one argument.
+CountedSteps stepsOf(const Workbench& w, u64 degree, u64 count) {
+    const Plan plan(w.context);
+    std::vector<PlannedCiphertext> outs;
+    evaluate(plan, plan.encrypt(Message(getLogFullSlots(w.context), 0.5)),
+             std::vector(count, seriesOf(degree)), outs);
+    return CountedSteps(w.evaluator, w.x, plan);
+}
 
 struct Operation {
     std::function<void(Workbench&)> run;
@@ -105,35 +66,46 @@ Workbench& workbenchOf(ParameterPreset preset) {
     return *workbench;
 }
 
+struct Form {
+    const char* name;
+    u64 count; ///< of series
+    bool isCounted;
+};
+
+/// Three series on powers that are made once: two of them have their basis before they begin.
+constexpr Form forms[] = {
+    {"evaluate", 1, false}, {"counted", 1, true}, {"shared", 3, false}, {"countedShared", 3, true}};
+
+void run(benchmark::State& state, const Form& form, Workbench& w, u64 degree, int threads) {
+    const std::vector<ChebyshevSeries> f(form.count, seriesOf(degree));
+    if (form.isCounted) {
+        CountedSteps steps = stepsOf(w, degree, form.count);
+        timeOperation(state, w, Operation{[&](Workbench&) { steps.run(); }}, threads);
+    } else if (form.count == 1) {
+        timeOperation(state, w, Operation{[&](Workbench&) { evaluate(w.evaluator, w.x, f[0], w.out); }},
+                      threads);
+    } else {
+        timeOperation(state, w, Operation{[&](Workbench&) { evaluate(w.evaluator, w.x, f, w.outs); }},
+                      threads);
+    }
+}
+
 void registerAll() {
     const std::vector<std::pair<std::string, ParameterPreset>> presets{{"ST11", ParameterPreset::ST11},
                                                                        {"FGb", ParameterPreset::FGb}};
     for (const auto& [name, preset] : presets)
         for (const u64 degree : {7, 31, 63})
-            for (const int threads : {1, 2}) {
-                const std::string suffix =
-                    "/" + name + "/" + std::to_string(degree) + "/" + std::to_string(threads);
-                const ParameterPreset p = preset;
-                benchmark::RegisterBenchmark(
-                    ("evaluate" + suffix).c_str(),
-                    [=](benchmark::State& state) {
-                        const ChebyshevSeries f = seriesOf(degree);
-                        timeOperation(state, workbenchOf(p),
-                                      Operation{[&](Workbench& w) { evaluate(w.evaluator, w.x, f, w.out); }},
-                                      threads);
-                    })
-                    ->Unit(benchmark::kMillisecond)
-                    ->UseRealTime();
-                benchmark::RegisterBenchmark(("counted" + suffix).c_str(),
-                                             [=](benchmark::State& state) {
-                                                 CountedSteps steps(workbenchOf(p), degree);
-                                                 timeOperation(state, workbenchOf(p),
-                                                               Operation{[&](Workbench&) { steps.run(); }},
-                                                               threads);
-                                             })
-                    ->Unit(benchmark::kMillisecond)
-                    ->UseRealTime();
-            }
+            for (const int threads : {1, 2})
+                for (const Form& form : forms) {
+                    const std::string row = std::string(form.name) + "/" + name + "/" +
+                                            std::to_string(degree) + "/" + std::to_string(threads);
+                    const ParameterPreset p = preset;
+                    benchmark::RegisterBenchmark(
+                        row.c_str(),
+                        [=](benchmark::State& state) { run(state, form, workbenchOf(p), degree, threads); })
+                        ->Unit(benchmark::kMillisecond)
+                        ->UseRealTime();
+                }
 }
 
 } // namespace
