@@ -145,8 +145,9 @@ def main() -> None:
     out, back = (len(ct.to_bytes()) / 2**20 for ct in (cts[0], results[0]))
     print(f"a ciphertext: {out:.2f} MiB out, {back:.2f} MiB back")
     print(f"keys: {key_bytes / 2**20:.0f} MiB; an empty task of Dask: {empty * 1e3:.1f} ms")
-    columns = ("ciphertexts travel", "workers", "threads of each", "OpenMP threads of a call", "seconds", "ciphertexts a second",
-               "against the first row", "ms of processor for each: workers", "client and scheduler", "MiB of a worker")
+    columns = ("ciphertexts travel", "workers", "threads of each", "OpenMP threads of a call", "seconds",
+               "ciphertexts a second", "against the first row", "ms of processor for each: workers",
+               "client and scheduler", "MiB of a worker")
     print(f"| {' | '.join(columns)} |\n|{' --- |' * len(columns)}")
     for (workers, threads, openmp, by_files), of in best.items():
         times = f"{of.seconds:.1f} | {options.count / of.seconds:.2f} | {best[ROWS[0]].seconds / of.seconds:.2f}"

@@ -11,6 +11,7 @@ import pickle
 import socket
 import threading
 import traceback
+import zlib
 from collections.abc import Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass
@@ -178,6 +179,11 @@ def _guarded(index: int, call: Callable[[], Any]) -> Any:
         return Failure(index, type(error).__name__, str(error), traceback.format_exc())
 
 
+def _unpacked(data: bytes) -> Any:
+    """A function that the client compressed."""
+    return pickle.loads(zlib.decompress(data))
+
+
 def _apply(function: Optional[Callable[..., Any]], data: bytes, shared: Any) -> Any:
     """The function of a pickled input, or the input itself where there is none."""
     value = _read(pickle.loads(data))
@@ -187,16 +193,16 @@ def _apply(function: Optional[Callable[..., Any]], data: bytes, shared: Any) -> 
 def map_batch(setup: Setup, job: bytes, batch: Batch) -> list[Union[bytes, Failure]]:
     """The pickled results of the inputs, or why there is none."""
     with _computing(setup):
-        function, shared = pickle.loads(job)
-        shared = _read(shared)
+        packed, shared = pickle.loads(job)
+        function, shared = _unpacked(packed), _read(shared)
         return [_guarded(index, lambda: pickle.dumps(_apply(function, data, shared))) for index, data in batch.items]
 
 
 def reduce_batch(setup: Setup, job: bytes, batch: Batch) -> Partial:
     """The results of the inputs, combined in their order."""
     with _computing(setup):
-        function, shared, combine = pickle.loads(job)
-        shared = _read(shared)
+        packed, shared, packed_combine = pickle.loads(job)
+        function, shared, combine = _unpacked(packed), _read(shared), _unpacked(packed_combine)
         first = batch.items[0][0]
         total: Any = None
         failures: list[Failure] = []
@@ -218,7 +224,7 @@ def combine_partials(setup: Setup, combine: bytes, partials: list[Partial]) -> P
     if failures:
         return Partial(first, None, failures)
     with _computing(setup):
-        function = pickle.loads(combine)
+        function = _unpacked(combine)
         total = _loaded(partials[0])
         for partial in partials[1:]:
             total = _guarded(partial.first, lambda: function(total, _loaded(partial)))

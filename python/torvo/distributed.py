@@ -24,6 +24,7 @@ import pickle
 import time
 import uuid
 import warnings
+import zlib
 from collections import deque
 from collections.abc import Iterable, Iterator, Sized
 from itertools import count
@@ -145,7 +146,7 @@ class Pool:
         Where the iteration is left early, batches that have not begun are given up.
         """
         self._require_open()
-        job = cloudpickle.dumps((function, shared))
+        job = cloudpickle.dumps((_packed(function), shared))
         return self._results(job, self._batches(items, batch))
 
     def map_reduce(
@@ -289,7 +290,7 @@ class Pool:
     ) -> tuple[Any, int]:
         """What the items come to, and how many they are."""
         self._require_open()
-        job = cloudpickle.dumps((function, shared, combine))
+        job = cloudpickle.dumps((_packed(function), shared, _packed(combine)))
         batches: list[Batch] = []
         leaves: list[Any] = []
         futures: list[Any] = []
@@ -300,8 +301,8 @@ class Pool:
             if not batches:
                 raise ValueError("no input is given to combine; give at least one")
             number = batches[-1].items[-1][0] + 1
-            root = self._combined(cloudpickle.dumps(combine), leaves, futures)
-            partial = self._partial(root, batches, leaves, cloudpickle.dumps((function, shared)))
+            root = self._combined(_packed(combine), leaves, futures)
+            partial = self._partial(root, batches, leaves, cloudpickle.dumps((_packed(function), shared)))
         finally:
             _release(leaves + futures)
         if partial.failures:
@@ -330,6 +331,13 @@ class Pool:
             raise _torvo.Error(
                 "workers died over a batch whose inputs pass one by one; give a smaller batch, or workers more memory"
             ) from None
+
+
+def _packed(function: Any) -> bytes:
+    """The function, pickled and compressed: where Dask finds the name of a script's module in a task, it pickles the
+    whole task once more, megabytes of ciphertexts too.
+    """
+    return zlib.compress(cloudpickle.dumps(function))
 
 
 def _release(futures: Iterable[Any]) -> None:
