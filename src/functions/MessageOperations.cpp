@@ -95,7 +95,10 @@ std::vector<Message> MessageOperations::transform(const std::vector<const Messag
     for (u64 i = 0; i < ins.size(); ++i)
         for (u64 r = 0; r < outs.size(); ++r) {
             transforms[i][r]->transform()->apply(*ins[i], image);
-            i == 0 ? void(outs[r] = image) : add(outs[r], image, outs[r]);
+            if (i == 0)
+                outs[r] = image;
+            else
+                add(outs[r], image, outs[r]);
         }
     for (Message& out : outs) multAtLevel(out, factor, 0, out);
     return outs;

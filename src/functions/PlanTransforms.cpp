@@ -85,7 +85,10 @@ private:
     /// nothing has to be encoded to know that it can be.
     Message encoded(Message numbers) {
         double largest = 0;
-        for (auto& slot : numbers) largest = std::max(largest, std::abs(slot *= factor_));
+        for (auto& slot : numbers) {
+            slot *= factor_;
+            largest = std::max(largest, std::abs(slot));
+        }
         const Context& context = plan_.getContext();
         if (!EncodingBound(context->primes, context->scale_factors, level_, 0).holds(2 * largest))
             plan_.requireEncodable(numbers, level_);

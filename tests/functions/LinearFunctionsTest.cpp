@@ -1,7 +1,7 @@
 #include <Torvo/LinearFunctions.hpp>
 
 #include "bootstrap/BootConstants.hpp"
-#include "functions/Operations.hpp"
+#include "functions/PlannedCiphertextImpl.hpp"
 #include "support/CiphertextWords.hpp"
 #include "support/Expect.hpp"
 #include "support/LinearMaps.hpp"
@@ -271,14 +271,30 @@ TEST_F(LinearFunctions, AProductIsThatOfTheMatricesFromEveryLevel) {
             }
 }
 
-TEST_F(LinearFunctions, APlanTakesAProductAboveTheEncryptionLevelForWhatItIs) {
-    // There a rescale makes numbers grow, which the shifts have to meet.
-    const Message a = random.message(4), b = random.message(4);
-    const Ciphertext x = encryptAt(scheme, random, a, 15), y = encryptAt(scheme, random, b, 15);
-    Ciphertext out(context);
-    multiplyMatrices(evaluator, x, y, 4, out);
-    EXPECT_EQ(out.getLevel(), 12U);
-    EXPECT_LT(maxError(scheme.decrypt(out), productOfMatrices(4, a, b)), productBound(context, 4, 15));
+TEST_F(LinearFunctions, AboveTheEncryptionLevelWhatARescaleMakesLargerIsMetOnCiphertextsAndPlans) {
+    const Message a = random.message(4), b = random.message(4), product = productOfMatrices(4, a, b);
+    const Matrix matrix = matrixOf(16);
+    const CachedTransform transform = LinearTransform::fromMatrix(matrix);
+    for (const u64 level : {13UL, 14UL, 15UL}) {
+        Ciphertext x = encryptAt(scheme, random, a, level), y = encryptAt(scheme, random, b, level);
+        PlannedCiphertext p(PlannedCiphertextImpl{level, 0, 2, a, a}),
+            q(PlannedCiphertextImpl{level, 0, 2, b, b});
+        const Plan plan(context);
+        multiplyMatrices(evaluator, x, y, 4, y);
+        multiplyMatrices(plan, p, q, 4, q);
+        EXPECT_EQ(y.getLevel(), level - 3);
+        EXPECT_EQ(q.getLevel(), level - 3);
+        EXPECT_LT(maxError(scheme.decrypt(y), product), productBound(context, 4, level));
+        EXPECT_LT(maxError(q.getMessage(), product), 0x1p-40);
+        EXPECT_LT(q.getLargestError(), productBound(context, 4, level));
+        if (level > 13) continue;
+        applyTransform(evaluator, x, transform, x);
+        applyTransform(plan, p, transform, p);
+        const Message expected = productOf(matrix, 16, a);
+        EXPECT_LT(maxError(scheme.decrypt(x), expected), transformBound(context, level, 16));
+        EXPECT_LT(maxError(p.getMessage(), expected), 0x1p-40);
+        EXPECT_LT(p.getLargestError(), transformBound(context, level, 16));
+    }
 }
 
 TEST_F(LinearFunctions, ATranspositionTurnsRowsIntoColumns) {
