@@ -33,6 +33,7 @@ enum class ObjectKind {
     BootConstants, ///< of a `Bootstrapper`
     ChebyshevSeries,
     EncodedTransform,
+    LinearTransform,
 };
 #pragma GCC diagnostic pop
 
@@ -54,7 +55,7 @@ struct FileContent {
     /// How many there are: slots of a message, ring elements of a ciphertext or of a secret key in full,
     /// digits of an evaluation, ring-switching or encapsulation key, keys of a bundle or a pack, ciphertext
     /// primes of a context, plaintexts of bootstrapping constants, coefficients of a series,
-    /// rotations of an encoded transform.
+    /// rotations of an encoded transform, diagonals of a linear one.
     std::optional<unsigned long> count = std::nullopt;
     /// The letter of an evaluation key (docs/files.md) and its rotation index.
     std::optional<char> keyType = std::nullopt;

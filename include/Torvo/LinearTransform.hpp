@@ -6,7 +6,9 @@
 #include <Torvo/Pointer.hpp>
 
 #include <complex>
+#include <iosfwd>
 #include <map>
+#include <string>
 #include <vector>
 
 namespace Torvo {
@@ -34,6 +36,8 @@ struct TransformOptions {
 /// Copies copy the data. One thread may write, or many read.
 class TORVO_API LinearTransform {
 public:
+    /// The zero map of one slot: for a later load.
+    LinearTransform();
     /// The map of a matrix, given row by row. A matrix that is not square, or whose size is no power of two, is
     /// padded with zeros.
     /// @throws RuntimeException with a text that begins with "[LinearTransform] ", in this order: for a matrix
@@ -75,6 +79,19 @@ public:
     /// @throws RuntimeException "[LinearTransform] a message of 6 slots is given, but the transform maps blocks of 4;
     ///         give a multiple of 4 slots", with the numbers at hand
     void apply(const Message& in, Message& out) const;
+
+    /// Writes the diagonals (format: docs/files.md), as secret as the matrix is.
+    /// @throws RuntimeException as `Message::save`
+    void save(const std::string& path) const;
+    void save(std::ostream& stream) const;
+    /// The bytes that `save` writes.
+    unsigned long savedSize() const;
+    /// Replaces the transform by the saved one. Where the load fails, nothing has changed.
+    /// @throws RuntimeException "Cannot open file " and the path; "[Verifier::load] Validation failed during
+    ///         deserializing objects." for a file of another kind, and for diagonals that no transform has; the
+    ///         archive's exception on a short read
+    void load(const std::string& path);
+    void load(std::istream& stream);
 
 private:
     friend class CachedTransform;

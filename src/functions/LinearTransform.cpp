@@ -5,7 +5,8 @@
 #include "functions/LinearTransformImpl.hpp"
 #include "functions/Messages.hpp"
 #include "functions/TransformPlan.hpp"
-#include "persistence/Limits.hpp"
+#include "persistence/SavedSize.hpp"
+#include "persistence/Serialize.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -19,7 +20,7 @@ namespace {
 using Complex = std::complex<double>;
 using Diagonals = LinearTransformImpl::Diagonals;
 
-constexpr u64 mostSlots = limit::degree / 2;
+constexpr u64 mostSlots = LinearTransformImpl::mostSlots;
 
 /// Keeps the entry unless it is zero. `place` describes it in a refusal.
 template <class Place>
@@ -31,8 +32,7 @@ void addEntry(Diagonals& diagonals, u64 diagonal, u64 row, const Complex& value,
 }
 
 void requireSize(u64 size) {
-    if (!std::has_single_bit(size) || size > mostSlots)
-        throw RuntimeException(message::transformSize(size, mostSlots));
+    if (!LinearTransformImpl::isSize(size)) throw RuntimeException(message::transformSize(size, mostSlots));
 }
 
 } // namespace
@@ -82,6 +82,7 @@ LinearTransform LinearTransform::fromPermutation(const std::vector<unsigned long
     return LinearTransform(new LinearTransformImpl(LinearTransformImpl::permutation(sources, 1.0)));
 }
 
+LinearTransform::LinearTransform() : LinearTransform(new LinearTransformImpl(1, {})) {}
 LinearTransform::LinearTransform(LinearTransformImpl* impl) : impl_(impl) {}
 
 LinearTransform::LinearTransform(const LinearTransform& other) = default;
@@ -111,6 +112,26 @@ std::vector<unsigned long> LinearTransform::getRotationIndices(const Context& co
 
 void LinearTransform::apply(const Message& in, Message& out) const {
     impl_->apply(in, out);
+}
+
+void LinearTransform::save(const std::string& path) const {
+    Serialize::save(path, *impl_);
+}
+
+void LinearTransform::save(std::ostream& stream) const {
+    Serialize::save(stream, *impl_);
+}
+
+unsigned long LinearTransform::savedSize() const {
+    return detail::savedSize(*this);
+}
+
+void LinearTransform::load(const std::string& path) {
+    Serialize::load(path, *impl_);
+}
+
+void LinearTransform::load(std::istream& stream) {
+    Serialize::load(stream, *impl_);
 }
 
 } // namespace Torvo

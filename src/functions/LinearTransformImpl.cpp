@@ -1,6 +1,8 @@
 #include "functions/LinearTransformImpl.hpp"
 
 #include "functions/Messages.hpp"
+#include "persistence/Archive.hpp"
+#include "persistence/Verifier.hpp"
 
 #include <Torvo/RuntimeException.hpp>
 
@@ -10,6 +12,24 @@
 #include <utility>
 
 namespace Torvo {
+
+namespace {
+
+/// A count of at most `most`, and as many numbers.
+template <class T, class Scalar>
+std::vector<T> loadedArray(InputArchive& archive, u64 most) {
+    u64 count = 0;
+    archive(count);
+    verify(count <= most);
+    std::vector<T> numbers;
+    detail::readPieces<T, Scalar>(archive, count, [&](u64 size) {
+        numbers.resize(size);
+        return numbers.data();
+    });
+    return numbers;
+}
+
+} // namespace
 
 LinearTransformImpl::LinearTransformImpl(u64 size, Diagonals diagonals)
     : size_(size), diagonals_(std::move(diagonals)) {
@@ -63,6 +83,44 @@ double LinearTransformImpl::largestRow() const {
     for (const auto& [diagonal, entries] : diagonals_)
         for (const auto& [row, value] : entries) sums[row] += std::abs(value.real()) + std::abs(value.imag());
     return std::ranges::max(sums);
+}
+
+void LinearTransformImpl::save(OutputArchive& archive) const {
+    saveTag(archive, ObjectTag::LinearTransform);
+    archive(size_, static_cast<u64>(diagonals_.size()));
+    for (const auto& [index, entries] : diagonals_) {
+        const auto count = static_cast<u64>(entries.size());
+        archive(index, count);
+        for (const Entry& entry : entries) archive(entry.row);
+        archive(count);
+        for (const Entry& entry : entries) archive(entry.value.real(), entry.value.imag());
+    }
+}
+
+void LinearTransformImpl::load(InputArchive& archive) {
+    verifyTag(archive, ObjectTag::LinearTransform);
+    u64 size = 0, count = 0;
+    archive(size, count);
+    verify(isSize(size) && 0 < count && count <= size);
+    Diagonals diagonals;
+    for (u64 k = 0, least = 0; k < count; ++k) {
+        u64 index = 0;
+        archive(index);
+        verify(least <= index && index < size);
+        least = index + 1;
+        const std::vector<u64> rows = loadedArray<u64, u64>(archive, size);
+        const auto values = loadedArray<std::complex<double>, double>(archive, rows.size());
+        // Where all numbers are zero, diagonal 0 says so.
+        verify(values.size() == rows.size() && (!rows.empty() || (count == 1 && index == 0)));
+        std::vector<Entry>& entries = diagonals[index];
+        entries.reserve(rows.size());
+        for (u64 i = 0; i < rows.size(); ++i) {
+            verify(rows[i] < size && (i == 0 || rows[i - 1] < rows[i]));
+            verify(std::isfinite(values[i].real()) && std::isfinite(values[i].imag()) && values[i] != 0.0);
+            entries.push_back({rows[i], values[i]});
+        }
+    }
+    *this = LinearTransformImpl(size, std::move(diagonals));
 }
 
 } // namespace Torvo

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "core/Integers.hpp"
+#include "persistence/ArchiveForward.hpp"
+#include "persistence/Limits.hpp"
 
 #include <Torvo/Message.hpp>
 
+#include <bit>
 #include <complex>
 #include <map>
 #include <vector>
@@ -27,6 +30,9 @@ public:
     /// By index, rows ascending.
     using Diagonals = std::map<u64, std::vector<Entry>>;
 
+    static constexpr u64 mostSlots = limit::degree / 2;
+    static bool isSize(u64 size) { return std::has_single_bit(size) && size <= mostSlots; }
+
     LinearTransformImpl(u64 size, Diagonals diagonals);
     /// out[i] = factor * in[sources[i]].
     static LinearTransformImpl permutation(const std::vector<u64>& sources, double factor);
@@ -43,6 +49,11 @@ public:
     void apply(const Message& in, Message& out) const;
     /// The largest sum of the parts of a row: what a part of the result is at most, for parts of at most 1.
     double largestRow() const;
+
+    /// Tag, size, diagonals (docs/files.md).
+    void save(OutputArchive& archive) const;
+    /// Where the load fails, nothing has changed.
+    void load(InputArchive& archive);
 
 private:
     u64 size_;

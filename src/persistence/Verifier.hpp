@@ -23,6 +23,7 @@ enum class ObjectTag : std::uint32_t {
     BootConstants = 6,
     ChebyshevSeries = 7,
     EncodedTransform = 8,
+    LinearTransform = 9,
 };
 #pragma GCC diagnostic pop
 

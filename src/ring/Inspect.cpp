@@ -355,6 +355,20 @@ FileContent encodedTransform(FileWalk& walk) {
     return found;
 }
 
+FileContent linearTransform(FileWalk& walk) {
+    walk.tag(ObjectTag::LinearTransform);
+    const auto size =
+        walk.number<u64>([](u64 n) { return std::has_single_bit(n) && n <= limit::degree / 2; });
+    const auto count = walk.number<u64>([&](u64 found) { return 0 < found && found <= size; });
+    for (u64 k = 0, least = 0; k < count; ++k) {
+        least = 1 + walk.number<u64>([&](u64 index) { return least <= index && index < size; });
+        const u64 entries = walk.array(sizeof(u64));
+        walk.require(entries <= size && (entries > 0 || (count == 1 && least == 1)));
+        walk.require(walk.array(sizeof(std::complex<double>)) == entries);
+    }
+    return {.kind = Kind::LinearTransform, .count = count};
+}
+
 struct Layout {
     ObjectKind kind;
     const char* name;
@@ -382,6 +396,7 @@ constexpr Layout layouts[] = {
     {Kind::BootConstants, "bootstrapping constants", bootConstants},
     {Kind::ChebyshevSeries, "Chebyshev series", chebyshevSeries},
     {Kind::EncodedTransform, "encoded transform", encodedTransform},
+    {Kind::LinearTransform, "linear transform", linearTransform},
 };
 
 /// The kinds that the file is whole as; `furthest` says where the others end.

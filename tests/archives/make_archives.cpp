@@ -146,6 +146,8 @@ public:
             .save(path("encoded_transform.bin"));
     }
 
+    void writeLinearTransform() const { archives::linearTransform().save(path("linear_transform.bin")); }
+
 private:
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
 
@@ -198,4 +200,5 @@ int main(int argc, char** argv) {
     archives.writeBootConstants();
     archives.writeSeries();
     archives.writeEncodedTransform();
+    archives.writeLinearTransform();
 }

@@ -350,6 +350,18 @@ TEST(Archives, AChebyshevSeriesHoldsItsNumbers) {
     EXPECT_EQ(series.getUpperBound(), 6);
 }
 
+TEST(Archives, ALinearTransformHasItsNumbers) {
+    const LinearTransform expected = archives::linearTransform(),
+                          transform = loadedFrom("linear_transform.bin", LinearTransform());
+    EXPECT_EQ(transform.getSize(), 8u);
+    EXPECT_EQ(transform.getDiagonalIndices(), expected.getDiagonalIndices());
+    const Message in = archives::message(4);
+    Message out, wanted;
+    transform.apply(in, out);
+    expected.apply(in, wanted);
+    EXPECT_EQ(maxError(out, wanted), 0);
+}
+
 TEST(Archives, ContextsOfPlainLWEHaveThePrimesTheyHad) {
     const auto expectContext = [](const std::string& name, u64 dimension, const std::vector<u64>& primes) {
         const TemporaryDirectory directory;

@@ -109,6 +109,7 @@ const std::map<std::string, Kinds> kindsOfArchives{
     {"boot_constants.bin", {Kind::BootConstants}},
     {"chebyshev_series.bin", {Kind::ChebyshevSeries}},
     {"encoded_transform.bin", {Kind::EncodedTransform}},
+    {"linear_transform.bin", {Kind::LinearTransform}},
     {"ring.context", {Kind::Context}},
     {"partner.context", {Kind::Context}},
     {"narrow.context", {Kind::Context}},
@@ -334,6 +335,23 @@ TEST_F(Inspect, TellsObjectsOfNothing) {
     EXPECT_EQ(kindsOf(inspect(path)), (Kinds{Kind::EvaluationKey, Kind::ModPackKeyBundle}));
 }
 
+TEST_F(Inspect, TellsTheNumbersOfLinearTransforms) {
+    const std::string file = contentOf(archivesPath + "linear_transform.bin");
+    const FileContent transform = only(inspect(archivesPath + "linear_transform.bin"));
+    EXPECT_EQ(transform.count, 3u);
+    EXPECT_FALSE(transform.contextHash || transform.level || transform.degree || transform.logSlots);
+    const auto expectRefused = [&](std::size_t offset, u64 value, const std::string& reason) {
+        std::string damaged = file;
+        FileMap::write(damaged, offset, 8, value);
+        EXPECT_EQ(refusalOf(damaged), whole("linear transform it fails at byte " + reason))
+            << offset << " " << value;
+    };
+    const std::string impossible = ": this number cannot be";
+    for (const u64 count : {u64{0}, u64{9}}) expectRefused(13, count, "13" + impossible);
+    for (const u64 index : {u64{8}, ~u64{0}}) expectRefused(21, index, "21" + impossible);
+    expectRefused(21 + 8 + 8 + 8 * 8 + 8 + 8 * 16, 0, "237" + impossible); // the second index
+}
+
 // Files that are made on the spot are as sound as those kept.
 TEST_F(Inspect, TellsWhatIsMadeOnTheSpot) {
     for (const std::string& file : fileKind("packing_keys").made())
@@ -349,6 +367,7 @@ TEST_F(Inspect, HasAWordForEachKind) {
     EXPECT_EQ(toString(Kind::BootConstants), "bootstrapping constants");
     EXPECT_EQ(toString(Kind::ChebyshevSeries), "Chebyshev series");
     EXPECT_EQ(toString(Kind::EncodedTransform), "encoded transform");
+    EXPECT_EQ(toString(Kind::LinearTransform), "linear transform");
     EXPECT_REFUSED(toString(static_cast<Kind>(99)), "No such kind of object: 99");
 }
 

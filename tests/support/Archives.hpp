@@ -5,6 +5,7 @@
 #include <Torvo/ChebyshevSeries.hpp>
 #include <Torvo/Context.hpp>
 #include <Torvo/LWEContext.hpp>
+#include <Torvo/LinearTransform.hpp>
 #include <Torvo/Message.hpp>
 
 #include <complex>
@@ -80,5 +81,14 @@ inline std::map<unsigned long, std::vector<std::complex<double>>> diagonals() {
 
 constexpr unsigned long rotation = 5;
 constexpr double plainNumber = 0.640625;
+
+/// On eight slots: a full diagonal, and parts of two others.
+inline LinearTransform linearTransform() {
+    std::map<unsigned long, std::vector<std::complex<double>>> all;
+    for (const unsigned long d : {0UL, 3UL, 7UL})
+        for (unsigned long i = 0; i < 8; ++i)
+            all[d].push_back(d == 0 || i >= d ? std::complex<double>(number(i + d) + 2, number(5 * i)) : 0.0);
+    return LinearTransform::fromDiagonals(8, all);
+}
 
 } // namespace Torvo::test::archives

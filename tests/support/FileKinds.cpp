@@ -79,6 +79,7 @@ const std::vector<FileKind>& fileKinds() {
         {"encoded_transform", uses::encodedTransform, {"encoded_transform.bin"}, none},
         {"generator_state", uses::generatorState, {}, uses::madeGeneratorStates},
         {"chebyshev_series", uses::chebyshevSeries, {"chebyshev_series.bin"}, none},
+        {"linear_transform", uses::linearTransform, {"linear_transform.bin"}, none},
     };
     return kinds;
 }

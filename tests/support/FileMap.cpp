@@ -35,6 +35,7 @@ FileMap::Layout FileMap::layoutOf(const std::string& kind) {
         {"encoded_transform", &FileMap::encodedTransformFile},
         {"generator_state", &FileMap::generatorFile},
         {"chebyshev_series", &FileMap::chebyshevSeriesFile},
+        {"linear_transform", &FileMap::linearTransformFile},
     };
     const auto found = layouts.find(kind);
     if (found == layouts.end()) throw std::out_of_range("the layout of " + kind + " is not known");
@@ -243,6 +244,16 @@ void FileMap::encodedTransformFile() {
     list([this] {
         number(8);
         array(8);
+    });
+}
+
+void FileMap::linearTransformFile() {
+    number(4, true);
+    number(8);
+    list([this] {
+        number(8);
+        array(8);
+        array(16);
     });
 }
 

@@ -77,6 +77,7 @@ private:
     void plainContextFile();
     void bootConstantsFile();
     void encodedTransformFile();
+    void linearTransformFile();
     void generatorFile();
     void chebyshevSeriesFile();
 

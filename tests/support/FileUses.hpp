@@ -38,6 +38,7 @@ void bootConstants(const std::string& file);
 void encodedTransform(const std::string& file);
 void generatorState(const std::string& file);
 void chebyshevSeries(const std::string& file);
+void linearTransform(const std::string& file);
 
 /// Keys of a ring of degree 64, where those kept belong to one of degree 4096.
 std::vector<std::string> madePackingKeys();

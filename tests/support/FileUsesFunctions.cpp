@@ -22,6 +22,21 @@ void chebyshevSeries(const std::string& file) {
     expectLoadsAgain(series, ChebyshevSeries());
 }
 
+void linearTransform(const std::string& file) {
+    const ToyRing<EncryptionType::RLWE>& ring = toyRing();
+    LinearTransform transform;
+    load(file, transform);
+    const unsigned long size = transform.getSize();
+    if (size == 0 || size > (1UL << 19) || (size & (size - 1)) != 0) throw Finding{"a transform of no size"};
+    if (transform.getDiagonalIndices().empty() || transform.getDiagonalIndices().back() >= size)
+        throw Finding{"a transform without diagonals, or with one that it cannot have"};
+    Message out;
+    attempt([&] { transform.apply(archives::message(5), out); });
+    for (const unsigned long log_slots : {0UL, 5UL})
+        attempt([&] { EncodedTransform(ring.context, transform, log_slots, 1).getRotationIndices(); });
+    expectLoadsAgain(transform, LinearTransform());
+}
+
 void encodedTransform(const std::string& file) {
     const ToyRing<EncryptionType::RLWE>& ring = toyRing();
     EncodedTransform transform(ring.context);
