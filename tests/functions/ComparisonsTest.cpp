@@ -24,6 +24,7 @@ namespace {
 
 using test::boot;
 using test::maxError;
+using test::powerOfHalf;
 using test::realMessage;
 using test::sameWords;
 using test::Scheme;
@@ -31,18 +32,13 @@ using test::Seeded;
 using test::toy;
 using test::toyBootstrapping;
 
-constexpr u64 least = 3;  ///< level of a ciphertext to be bootstrapped
-constexpr u64 after = 12; ///< level that the toy's bootstrap ends at
-
-long double powerOfHalf(u64 exponent) {
-    return std::ldexp(1.0L, -static_cast<int>(exponent));
-}
+constexpr u64 least = test::leastToBootstrap, after = test::afterBootstrap;
 
 /// Numbers of [-bound, bound]: evenly, and evenly in the logarithm of their magnitude, with 0, both ends and both
 /// sides of the margin.
 Message denseMessage(double bound, u64 margin) {
     Message m(12);
-    const double edge = bound * static_cast<double>(powerOfHalf(margin));
+    const double edge = bound * powerOfHalf(margin);
     for (u64 i = 0; i < m.getSize(); ++i) {
         const double part = static_cast<double>(i / 2) / 2047;
         m[i] = i % 2 == 0
@@ -420,7 +416,7 @@ Message typicalMessage(u64 logSlots, u64 margin, Seeded& random) {
     Message m(logSlots);
     for (u64 i = 0; i < m.getSize(); ++i) {
         const double size = std::exp2(random.real(-static_cast<double>(margin), 0));
-        m[i] = i % 8 == 0 ? static_cast<double>(powerOfHalf(margin)) : i % 8 == 1 ? 1 : size;
+        m[i] = i % 8 == 0 ? powerOfHalf(margin) : i % 8 == 1 ? 1 : size;
         if (i % 16 > 7) m[i] = -m[i];
     }
     return m;
@@ -522,7 +518,7 @@ TEST(ComparisonsRealPreset, ManySlotsErrAsPromised) {
     abs(scheme.evaluator, x, 1, x, accuracy);
     EXPECT_EQ(x.getLevel(), planned.getLevel());
     expectWithin(functions()[5], scheme.decrypt(x), a, a, 1, accuracy,
-                 static_cast<double>(powerOfHalf(accuracy.error)) * noiseShare);
+                 powerOfHalf(accuracy.error) * noiseShare);
 }
 
 // ---- threads, memory and outputs

@@ -21,8 +21,7 @@ using test::sameWords;
 using test::Seeded;
 using test::toy;
 
-constexpr u64 least = 3;  ///< level of a ciphertext to be bootstrapped
-constexpr u64 after = 12; ///< level that the toy's bootstrap ends at
+constexpr u64 least = test::leastToBootstrap, after = test::afterBootstrap;
 
 const Bootstrapper& bootstrapper() {
     static const Bootstrapper made = [] {

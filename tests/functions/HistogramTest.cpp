@@ -19,6 +19,7 @@ namespace Torvo {
 namespace {
 
 using test::boot;
+using test::powerOfHalf;
 using test::realMessage;
 using test::sameWords;
 using test::Scheme;
@@ -31,10 +32,6 @@ using Edges = std::vector<double>;
 using Real = long double;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
-
-double powerOfHalf(unsigned exponent) {
-    return std::ldexp(1.0, -static_cast<int>(exponent));
-}
 
 /// Those between the bounds, at which alone numbers are compared.
 Edges within(const Edges& edges, double bound) {

@@ -19,6 +19,7 @@ namespace {
 
 using test::boot;
 using test::maxError;
+using test::powerOfHalf;
 using test::sameWords;
 using test::Scheme;
 using test::Seeded;
@@ -28,12 +29,7 @@ using test::toyWithRotations;
 using Reals = std::vector<double>;
 using Precision = BootstrappingEvaluator::Precision;
 
-constexpr u64 least = 3;  ///< level of a ciphertext to be bootstrapped
-constexpr u64 after = 12; ///< level that the toy's bootstrap ends at
-
-double powerOfHalf(u64 exponent) {
-    return std::ldexp(1.0, -static_cast<int>(exponent));
-}
+constexpr u64 least = test::leastToBootstrap, after = test::afterBootstrap;
 
 /// What numbers have to differ by to be told apart.
 double marginOf(const Accuracy& accuracy, double bound) {

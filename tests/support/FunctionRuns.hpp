@@ -28,6 +28,14 @@ inline Message realMessage(Seeded& random, u64 logSlots, double lower, double up
     return m;
 }
 
+/// What accuracies are given in.
+inline double powerOfHalf(u64 exponent) {
+    return std::ldexp(1.0, -static_cast<int>(exponent));
+}
+
+/// Levels of the toy scheme: of a ciphertext to be bootstrapped, and of the result.
+inline constexpr u64 leastToBootstrap = 3, afterBootstrap = 12;
+
 /// Of the toy scheme, for all of its slots.
 inline const BootstrappingEvaluator& toyBootstrapping() {
     static const BootstrappingEvaluator made(toyWithRotations().evaluator,
