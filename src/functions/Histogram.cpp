@@ -60,6 +60,7 @@ std::vector<Value> halfSums(const Operations<Value>& operations, const Samples<V
             for (const double edge : edges)
                 operations.add(numbers[j], -edge, differences.emplace_back(operations.unset()));
         std::vector<const Value*> pointers;
+        pointers.reserve(differences.size());
         for (const Value& each : differences) pointers.push_back(&each);
         std::vector<Value> signs = sign.evaluate(pointers, 0.5);
         for (u64 i = 0; i < signs.size(); ++i) {

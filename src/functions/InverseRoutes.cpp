@@ -31,6 +31,7 @@ struct DegreeAndSteps {
 DegreeAndSteps ofFewestProducts(const std::vector<DegreeAndSteps>& candidates) {
     if (candidates.size() == 1) return candidates.front();
     std::vector<u64> products;
+    products.reserve(candidates.size());
     for (const DegreeAndSteps& each : candidates)
         products.push_back(productsOf(each.degree) + 2 * each.steps);
     return candidates[static_cast<u64>(std::ranges::min_element(products) - products.begin())];
