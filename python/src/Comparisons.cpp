@@ -145,10 +145,9 @@ void bindAccuracy(py::module_& module) {
                  return "torvo.Accuracy(margin=" + std::to_string(self.margin) +
                         ", error=" + std::to_string(self.error) + ")";
              })
-        .def(py::pickle([](const Accuracy& self) { return py::make_tuple(self.margin, self.error); },
-                        [](const py::tuple& state) {
-                            return Accuracy{py::cast<unsigned>(state[0]), py::cast<unsigned>(state[1])};
-                        }));
+        .def("__reduce__", [](const Accuracy& self) {
+            return py::make_tuple(py::type::of<Accuracy>(), py::make_tuple(self.margin, self.error));
+        });
     py::enum_<Order>(module, "Order", "The order of a sort.")
         .value("Ascending", Order::Ascending)
         .value("Descending", Order::Descending);

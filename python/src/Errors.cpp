@@ -19,6 +19,10 @@ void translate(std::exception_ptr thrown) {
         std::rethrow_exception(std::move(thrown));
     } catch (const py::error_already_set&) {
         throw;
+    } catch (const py::cast_error&) {
+        PyErr_SetString(PyExc_TypeError,
+                        "A function that was given returned something else than a number; give one "
+                        "that returns numbers.");
     } catch (const py::builtin_exception&) {
         throw;
     } catch (const std::bad_alloc&) {

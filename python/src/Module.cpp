@@ -1,6 +1,7 @@
 #include "Module.hpp"
 
 #include <cstddef>
+#include <string>
 
 namespace py = pybind11;
 
@@ -13,11 +14,35 @@ void* refuseUninitialised(std::size_t) {
         "The object was made by __new__ alone, so it has no content; make it by calling its class");
 }
 
-void guardAgainstUninitialised(const py::module_& module) {
+/// How an enumeration is pickled: as its number.
+py::tuple reducedNumber(const py::object& self) {
+    return py::make_tuple(py::type::of(self), py::make_tuple(py::int_(self)));
+}
+
+/// The refusal of every class that says nothing of pickles. Python's own answer to the oldest formats would end the
+/// process.
+py::tuple refusePickle(const py::object& self) {
+    const auto name = py::cast<std::string>(py::type::of(self).attr("__name__"));
+    const char* const instead = py::hasattr(self, "to_bytes") ? "; send what its to_bytes gives"
+                                                              : "; make it again where it is needed";
+    throw py::type_error("An object of class " + name + " is not pickled" + instead);
+}
+
+void guardType(py::handle type, py::detail::type_info& info) {
+    info.operator_new = &refuseUninitialised;
+    const bool isEnumeration = py::hasattr(type, "__members__");
+    if (!isEnumeration && type.attr("__dict__").contains("__reduce__")) return;
+    const py::is_method method(type);
+    type.attr("__reduce__") = isEnumeration ? py::cpp_function(&reducedNumber, py::name("__reduce__"), method)
+                                            : py::cpp_function(&refusePickle, py::name("__reduce__"), method);
+}
+
+/// Completes what pybind11 leaves open in the classes of the module.
+void guardTypes(const py::module_& module) {
     for (const auto& entry : py::reinterpret_borrow<py::dict>(module.attr("__dict__")))
         if (PyType_Check(entry.second.ptr()))
-            if (auto* type = py::detail::get_type_info(reinterpret_cast<PyTypeObject*>(entry.second.ptr())))
-                type->operator_new = &refuseUninitialised;
+            if (auto* info = py::detail::get_type_info(reinterpret_cast<PyTypeObject*>(entry.second.ptr())))
+                guardType(entry.second, *info);
 }
 
 } // namespace
@@ -49,5 +74,5 @@ PYBIND11_MODULE(_torvo, module) {
     bindPacking(module);
     bindFiles(module);
     bindThreads(module);
-    guardAgainstUninitialised(module);
+    guardTypes(module);
 }

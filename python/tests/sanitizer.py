@@ -7,6 +7,5 @@ import os
 import pytest
 
 #: The sanitizer keeps freed memory, and ends the process where there is none.
-not_sanitized = pytest.mark.skipif(
-    "libasan" in os.environ.get("LD_PRELOAD", ""), reason="the address sanitizer has memory of its own"
-)
+SANITIZED = "libasan" in os.environ.get("LD_PRELOAD", "")
+not_sanitized = pytest.mark.skipif(SANITIZED, reason="the address sanitizer has memory of its own")

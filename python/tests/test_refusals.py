@@ -188,6 +188,13 @@ def test_an_exception_of_a_function_of_python_passes_through():
         torvo.ChebyshevSeries.interpolate(lambda x: 1 / 0, 5)
     with pytest.raises(torvo.Error, match="finite"):
         torvo.ChebyshevSeries.interpolate(lambda x: float("nan"), 5)
+    for make in (torvo.ChebyshevSeries.interpolate, torvo.ChebyshevSeries.minimax):
+        for wrong in (lambda x: "a", lambda x: None, lambda x: [1.0]):
+            with pytest.raises(TypeError, match="returned something else than a number"):
+                make(wrong, 5)
+        for wrong in (None, 1.0, "f"):
+            with pytest.raises((TypeError, torvo.Error)):
+                make(wrong, 5)
 
 
 @pytest.mark.parametrize("wrong", [None, 1.0, "text", object()])
