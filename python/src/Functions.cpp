@@ -10,6 +10,7 @@
 #include <pybind11/stl.h>
 
 #include <complex>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -203,6 +204,36 @@ void defineStatistics(py::module_& module) {
         },
         py::arg("on"), py::arg("x"), py::arg("weights"), py::arg("out"), py::arg("length") = 0,
         py::arg("bound") = 1.0, "out = the sum of the weights times x over the sum of the weights.");
+    module.def(
+        "weighted_mean",
+        [](typename On::Handle& on, const ValueOperands<On>& x, const ValueOperands<On>& weights,
+           double lowest, double highest, double error, ValueHandle<On>& out, unsigned long length,
+           double bound) {
+            compute<On>(on, joined(readingAll(x), readingAll(weights)), out,
+                        [&](Of<On> evaluator, auto& result) {
+                            Torvo::weightedMean(evaluator, copiesOf(x), copiesOf(weights), lowest, highest,
+                                                error, result, blocksOf(length, bound));
+                        });
+        },
+        py::arg("on"), py::arg("x"), py::arg("weights"), py::arg("lowest"), py::arg("highest"),
+        py::arg("error"), py::arg("out"), py::arg("length") = 0, py::arg("bound") = 1.0,
+        "The same of encrypted weights, whose sum lies between `lowest` and `highest`.");
+    module.def(
+        "histogram",
+        [](typename On::Handle& on, const ValueOperands<On>& x, const std::vector<double>& edges,
+           const Torvo::Accuracy& accuracy, unsigned long length, double bound) {
+            std::vector<ValueOf<On>> counts;
+            {
+                const Computing computing(joined(readingAll(x), On::wanted(on)));
+                const Torvo::FunctionEvaluator<ValueOf<On>> evaluator(On::of(on));
+                Torvo::histogram(evaluator, copiesOf(x), edges, counts, accuracy, blocksOf(length, bound));
+            }
+            py::list result;
+            for (auto& count : counts) result.append(std::make_unique<ValueHandle<On>>(std::move(count)));
+            return result;
+        },
+        py::arg("on"), py::arg("x"), py::arg("edges"), py::arg("accuracy"), py::arg("length") = 0,
+        py::arg("bound") = 1.0, "A list: how many of the numbers lie between each edge and the next one.");
     module.def(
         "variance",
         [](typename On::Handle& on, const ValueOperands<On>& x, Variance kind, ValueHandle<On>& out,

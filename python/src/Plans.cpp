@@ -34,6 +34,8 @@ void bindReport(py::module_& module) {
         .def_readonly("left_rotations", &PlanReport::leftRotations,
                       "The rotations to the left that need a key, besides those inside a bootstrap.")
         .def_readonly("key_bytes", &PlanReport::keyBytes, "Bytes in memory of the keys that are needed.")
+        .def_readonly("constant_bytes", &PlanReport::constantBytes,
+                      "Bytes in memory of encoded constants, of transforms and of bootstraps.")
         .def_property_readonly("key_switches", &PlanReport::keySwitches, "All but those inside a bootstrap.");
 }
 

@@ -11,8 +11,8 @@ import pytest
 import torvo
 from torvo import _torvo
 
-#: Headers whose classes are not bound yet. Take out a name when they are.
-PENDING = {"EncodedTransform.hpp", "LinearTransform.hpp", "MatrixProduct.hpp"}
+#: Headers, and members, that are not bound yet. Take out a name when it is.
+PENDING = {"CachedMatrixProduct.hpp", "CachedTransform.hpp", "LinearFunctions.hpp", "EncodedTransform.applySum"}
 
 #: What has another name in Python.
 RENAMED = {
@@ -43,6 +43,9 @@ RENAMED = {
     "KeyPack.isRightRotKeyLoaded": "KeyPack.is_right_rotation_key_loaded",
     "KeyPack.load": "KeyPack.load_bytes",
     "Message.getSize": "Message.__len__",
+    "EncodedTransform.getRotationIndices": "EncodedTransform.rotations",
+    "LinearTransform.getRotationIndices": "LinearTransform.rotations",
+    "MatrixProduct.getRotationIndices": "MatrixProduct.rotations",
     "getDefaultScaleFactorList": "Context.scale_factors",
     "getDegree": "Context.degree",
     "getEncryptionLevel": "Context.encryption_level",
@@ -129,7 +132,7 @@ EXCEPTIONS = {
 
 
 def names(things: dict[str, str]) -> list[str]:
-    return sorted(name for name, header in things.items() if header not in PENDING)
+    return sorted(name for name, header in things.items() if not {header, name} & PENDING)
 
 
 FOUND = headers.declared()
@@ -209,8 +212,9 @@ def test_no_entry_of_the_lists_is_left_over():
     assert set(EXCEPTIONS) - used == set()
     needless = [name for name in EVERYTHING if exception_of(name) == name and is_there(name)]
     assert needless == []
-    for header in PENDING:
-        assert (headers.HEADERS / header).exists()
+    for name in PENDING:
+        assert (headers.HEADERS / name).exists() or name in FOUND.members
+        assert name.endswith(".hpp") or not is_there(name)
 
 
 def test_the_package_names_every_class_of_the_module():

@@ -272,6 +272,46 @@ def test_weighted_means_are_those_of_numpy(toy, evaluator, rng):
             call()
 
 
+def test_encrypted_weights_give_the_mean_of_numpy(toy, evaluator, rng):
+    x, w = rng.uniform(-1, 1, 16), rng.uniform(0.2, 1, 16)
+    a, b = toy.encrypt(x), toy.encrypt(w)
+    expected = np.average(x, weights=w)
+    mean = F.weighted_mean(a, b, lowest=3, highest=16)
+    np.testing.assert_allclose(toy.decrypt(mean), expected, atol=1e-3)
+    both = F.weighted_mean([a, a], [b, b], lowest=6, highest=32)
+    np.testing.assert_allclose(toy.decrypt(both), expected, atol=1e-3)
+    with torvo.Plan(toy.context) as plan:
+        planned = F.weighted_mean(plan.encrypt(x), plan.encrypt(w), lowest=3, highest=16)
+        np.testing.assert_allclose(np.asarray(planned.message).real, expected, atol=1e-3)
+        assert plan.report.constant_bytes >= 0
+    with pytest.raises(torvo.Error, match="weightedMean"):
+        F.weighted_mean(a, b)  # no bounds on the sum
+
+
+def test_numbers_are_counted_in_bins(toy, rng):
+    x = np.array([-0.8, -0.7, -0.2, 0.3, 0.4, 0.6, 0.7, 0.9])
+    edges = [-1, -0.5, 0.05, 0.5, 1]
+    expected = np.histogram(x, edges)[0]
+    few = torvo.Accuracy(5, 6)
+    keys = torvo.keygen(toy.context, bootstrap=True, rotations="all")
+    with torvo.Evaluator(keys, bootstrap=True):
+        counts = F.histogram(keys.encrypt(np.tile(x, 4)), edges, accuracy=few)
+        assert all(isinstance(count, torvo.Ciphertext) and count.shape == (32,) for count in counts)
+        for count, number in zip(counts, 4 * expected):
+            np.testing.assert_allclose(keys.decrypt(count), number, atol=32 * 2.0**-6)
+        message = message_of(x)
+        for count, number in zip(F.histogram(message, edges, accuracy=few), expected):
+            np.testing.assert_allclose(np.asarray(count), number, atol=8 * 2.0**-6)
+        with pytest.raises(torvo.Error, match="two edges or more"):
+            F.histogram(message, [0.5])
+        with pytest.raises(torvo.Error, match="ascending order"):
+            F.histogram(message, [0.5, float("nan")])
+        with pytest.raises(TypeError, match="give ciphertexts"):
+            F.histogram([0.5], edges)
+        with pytest.raises(ValueError, match="no ciphertext"):
+            F.histogram([], edges)
+
+
 @pytest.mark.parametrize(
     "make",
     [

@@ -920,6 +920,8 @@ class PlanReport(metaclass=_pybind11_type):
     @property
     def key_bytes(self) -> int: ...
     @property
+    def constant_bytes(self) -> int: ...
+    @property
     def key_switches(self) -> int: ...
     @property
     def left_rotations(self) -> set[int]: ...
@@ -1003,6 +1005,7 @@ def evaluate_monomials(
 ) -> None: ...
 def sum(on: _Source, x: Sequence[_Value], out: _Value, length: int = ..., bound: float = ...) -> None: ...
 def mean(on: _Source, x: Sequence[_Value], out: _Value, length: int = ..., bound: float = ...) -> None: ...
+@overload
 def weighted_mean(
     on: _Source,
     x: Sequence[_Value],
@@ -1011,6 +1014,26 @@ def weighted_mean(
     length: int = ...,
     bound: float = ...,
 ) -> None: ...
+@overload
+def weighted_mean(
+    on: _Source,
+    x: Sequence[_Value],
+    weights: Sequence[_Value],
+    lowest: float,
+    highest: float,
+    error: float,
+    out: _Value,
+    length: int = ...,
+    bound: float = ...,
+) -> None: ...
+def histogram(
+    on: _Source,
+    x: Sequence[_Value],
+    edges: Sequence[float],
+    accuracy: Accuracy,
+    length: int = ...,
+    bound: float = ...,
+) -> list[_Value]: ...
 def variance(
     on: _Source,
     x: Sequence[_Value],

@@ -36,6 +36,7 @@ __all__ = [
     "evaluate_blockwise",
     "exp",
     "gelu",
+    "histogram",
     "inner_product",
     "inverse",
     "inverse_sqrt",
@@ -269,13 +270,31 @@ def mean(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
     return _statistic([x], length, out, lambda on, xs, b: _torvo.mean(on, xs[0], b, length, bound))
 
 
-def weighted_mean(x: Any, weights: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
+def weighted_mean(
+    x: Any,
+    weights: Any,
+    length: int = 0,
+    bound: float = 1.0,
+    out: Any = None,
+    *,
+    lowest: float = 0.0,
+    highest: float = 0.0,
+    error: float = _ERROR,
+) -> Any:
     """The sum of the weights times x over the sum of the weights, over each block.
 
     `weights` are numbers in the clear, as many as x has; for several ciphertexts a sequence of arrays, one for each.
-    The weights of a block have a sum that is not 0.
+    The weights of a block have a sum that is not 0. Or they are encrypted, as x is, none of them of another sign than
+    the others; then their sum lies between `lowest` and `highest`, of one sign, and `error` is that of the division.
     """
     operands = _operands(x)
+    if isinstance(weights, (Ciphertext, CiphertextArray, _torvo.PlannedCiphertext)) or _holds_ciphertexts(weights):
+        return _statistic(
+            [operands, weights],
+            length,
+            out,
+            lambda on, xs, b: _torvo.weighted_mean(on, xs[0], xs[1], lowest, highest, error, b, length, bound),
+        )
     arrays = [weights] if isinstance(x, (Ciphertext, *_PLAIN)) else list(weights)
     if len(arrays) != len(operands):
         raise ValueError(f"{len(operands)} operands and {len(arrays)} arrays of weights are given; give as many")
@@ -283,6 +302,36 @@ def weighted_mean(x: Any, weights: Any, length: int = 0, bound: float = 1.0, out
     return _statistic(
         [operands], length, out, lambda on, xs, b: _torvo.weighted_mean(on, xs[0], messages, b, length, bound)
     )
+
+
+def _holds_ciphertexts(weights: Any) -> bool:
+    return isinstance(weights, (list, tuple)) and any(
+        isinstance(one, (Ciphertext, _torvo.PlannedCiphertext)) for one in weights
+    )
+
+
+def histogram(
+    x: Any, edges: Sequence[float], bound: float = 1.0, accuracy: _torvo.Accuracy = _CLOSE, length: int = 0
+) -> list[Any]:
+    """How many of the numbers of each block lie between each edge and the next one: a list of ciphertexts.
+
+    Edges ascend; those at the bound or beyond take no comparison. A number that is closer to an edge than the margin of
+    `accuracy` counts partly in both bins.
+    """
+    operands = _operands(x)
+    if not operands:
+        raise ValueError("no ciphertext is given; give at least one")
+    _require_whole_blocks(operands, length)
+    first = operands[0]
+    if isinstance(first, _PLAIN):
+        on: Any = _current.plan() if isinstance(first, _torvo.PlannedCiphertext) else _current.evaluator().native
+        return _torvo.histogram(on, operands, [float(edge) for edge in edges], accuracy, length, bound)
+    _require_ciphertexts(operands)
+    settled = [_settled(one) for one in operands]
+    counts = _torvo.histogram(
+        _current.evaluator().on, settled, [float(edge) for edge in edges], accuracy, length, bound
+    )
+    return [Ciphertext.from_native(count, first._shape, "f") for count in counts]
 
 
 def _weights_for(x: Any, weights: Any) -> _torvo.Message:
