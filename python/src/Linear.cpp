@@ -12,6 +12,7 @@
 #include <complex>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,15 +54,55 @@ LinearTransform fromDiagonals(unsigned long size, const std::map<unsigned long, 
     return LinearTransform::fromDiagonals(size, rows);
 }
 
+py::bytes bytesOf(const LinearTransform& transform) {
+    std::ostringstream stream;
+    {
+        const py::gil_scoped_release released;
+        transform.save(stream);
+    }
+    return stream.str();
+}
+
+LinearTransform fromBytes(const py::bytes& data) {
+    LinearTransform transform;
+    readAll(data, "transform", {}, [&](std::istream& stream) { transform.load(stream); });
+    return transform;
+}
+
+LinearTransform fromFile(const std::string& path) {
+    LinearTransform transform;
+    transform.load(path);
+    return transform;
+}
+
+/// A transform never changes in Python, so it needs no lock: a load makes another one.
+void defineFiles(py::class_<LinearTransform>& handle) {
+    handle
+        .def("save", py::overload_cast<const std::string&>(&LinearTransform::save, py::const_),
+             py::arg("path"), py::call_guard<py::gil_scoped_release>(),
+             "Writes the matrix into a file, which is replaced as a whole.")
+        .def("to_bytes", &bytesOf, "What `save` writes into a file, as bytes.")
+        .def_property_readonly("saved_size", &LinearTransform::savedSize,
+                               "The number of bytes that `save` writes.")
+        .def_static("load", &fromFile, py::arg("path"), py::call_guard<py::gil_scoped_release>(),
+                    "The transform of a file that `save` wrote.")
+        .def_static("from_bytes", &fromBytes, py::arg("data"), "The transform whose `to_bytes` gave these.")
+        .def("__reduce__", [](const LinearTransform& self) {
+            return restoredBy("LinearTransform", py::make_tuple(bytesOf(self)));
+        });
+}
+
 void bindTransform(py::module_& module) {
     py::class_<TransformOptions>(module, "TransformOptions", "What a linear transform may cost.")
         .def(py::init([](unsigned long maxKeys) { return TransformOptions{.maxKeys = maxKeys}; }),
              py::arg("max_keys") = TransformOptions().maxKeys)
         .def_readwrite("max_keys", &TransformOptions::maxKeys, "Rotation keys that it may need at most.");
-    py::class_<LinearTransform>(
+    py::class_<LinearTransform> handle(
         module, "LinearTransform",
         "A linear map of slots: a square matrix whose size is a power of two. On more slots it is the map of "
-        "each block. It knows no context; EncodedTransform applies it to ciphertexts.")
+        "each block. It knows no context; EncodedTransform applies it to ciphertexts.");
+    defineFiles(handle);
+    handle
         .def_static("from_matrix", &fromMatrix, py::arg("matrix"),
                     "The map of a matrix, padded with zeros to a square one.")
         .def_static("from_diagonals", &fromDiagonals, py::arg("size"), py::arg("diagonals"),

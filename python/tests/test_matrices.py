@@ -348,6 +348,25 @@ def test_a_child_that_was_forked_while_the_cache_was_locked_multiplies(every, rn
     np.testing.assert_allclose(every.decrypt(result), x @ matrix, atol=TOLERANCE)
 
 
+def test_a_transform_in_the_clear_comes_back_from_files_bytes_and_pickles(rng, tmp_path):
+    transform = torvo.LinearTransform.from_matrix(random(rng, 8, 8))
+    transform.save(str(tmp_path / "transform"))
+    data = transform.to_bytes()
+    assert len(data) == transform.saved_size == (tmp_path / "transform").stat().st_size
+    x, expected, result = torvo.Message(random(rng, 8)), torvo.Message(), torvo.Message()
+    transform.apply(x, expected)
+    for same in (
+        torvo.LinearTransform.load(str(tmp_path / "transform")),
+        torvo.LinearTransform.from_bytes(data),
+        pickle.loads(pickle.dumps(transform)),
+    ):
+        same.apply(x, result)
+        np.testing.assert_array_equal(np.asarray(result), np.asarray(expected))
+    for damaged in (b"", data[:-1], data + b"x"):
+        with pytest.raises(torvo.Error):
+            torvo.LinearTransform.from_bytes(damaged)
+
+
 def test_the_classes_of_the_library_map_messages_and_ciphertexts_alike(every, entered, rng, tmp_path):
     matrix, x = random(rng, 4, 4), random(rng, 8)
     transform = torvo.LinearTransform.from_matrix(matrix)

@@ -61,12 +61,15 @@ class Activation:
 
     def exact(self, z: Array) -> Array:
         """The function itself."""
-        return np.vectorize(_FUNCTIONS[self.name], otypes=[float])(z)
+        values: Array = np.vectorize(_FUNCTIONS[self.name], otypes=[float])(z)
+        return values
 
     def __call__(self, z: Array) -> Array:
         """The polynomial in the clear."""
         coefficients = np.array(self.series.coefficients).real
-        return np.polynomial.chebyshev.chebval((z - self.centre) / self.radius, coefficients)
+        y = (z - self.centre) / self.radius
+        values: Array = np.polynomial.chebyshev.chebval(y, coefficients)  # type: ignore[no-untyped-call]
+        return values
 
     def __repr__(self) -> str:
         return (

@@ -248,7 +248,7 @@ class Pool:
 
         Dask blames all that a dead worker had, so nothing else runs meanwhile: an input that fails now did it.
         """
-        self._patiently(lambda: distributed.wait(running, timeout=self._timeout))
+        self._patiently(lambda: distributed.wait(running, timeout=self._timeout))  # type: ignore[no-untyped-call]
         outcomes: list[Any] = []
         for index, data in batch.items:
             try:
@@ -322,7 +322,7 @@ class Pool:
         try:
             return self._wait_for(root)
         except distributed.KilledWorker:
-            self._patiently(lambda: distributed.wait(leaves, timeout=self._timeout))
+            self._patiently(lambda: distributed.wait(leaves, timeout=self._timeout))  # type: ignore[no-untyped-call]
             dead = [one for one, leaf in zip(batches, leaves) if leaf.status == "error"]
             outcomes = [outcome for one in dead for outcome in self._alone(job, one, [])]
             failures = [outcome for outcome in outcomes if isinstance(outcome, Failure)]

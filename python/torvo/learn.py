@@ -134,14 +134,14 @@ class Model:
 
     def labels(self, answers: Any) -> Array:
         """The classes that answers, one a row, stand for; the numbers themselves for a regressor."""
-        rows = np.asarray(answers).real.reshape(-1, self.outputs)
+        rows: Array = np.asarray(answers).real.reshape(-1, self.outputs)
         if self.classes is None:
             return rows[:, 0] if self.outputs == 1 else rows
         if self.outputs > 1:
-            return self.classes[rows.argmax(axis=1)]
+            return np.asarray(self.classes[rows.argmax(axis=1)])
         last = self._layers[-1].activation
         threshold = 0.5 if last is not None and last.name == "logistic" else 0.0
-        return self.classes[(rows[:, 0] > threshold).astype(int)]
+        return np.asarray(self.classes[(rows[:, 0] > threshold).astype(int)])
 
     def encrypt_predict(self, ciphertext: Any) -> Any:
         """The encrypted answers for one encrypted sample, or for a batch that `pack` laid out.
@@ -292,7 +292,8 @@ def _noisy(
     parts = [numbers[i : i + size] for i in range(0, len(numbers), size)]
     with plan:
         results = [np.asarray(function(plan.encrypt(part, level=level)).noisy_message)[: len(part)] for part in parts]
-    return np.concatenate(results).real.reshape(rows.shape)
+    together: Array = np.concatenate(results).real.reshape(rows.shape)
+    return together
 
 
 def _encoded_bytes(context: _torvo.Context, level: int, one: _Map) -> int:
