@@ -28,6 +28,7 @@ public:
     double of(Step step, u64 level) const;
 
 private:
+    struct Measured;
     struct Sample {
         u64 level;
         double seconds;
