@@ -63,7 +63,9 @@ IterationRoute routeOfInverse(double lower, double upper, double relativeError, 
     const auto smallest = static_cast<long double>(std::min(std::abs(lower), std::abs(upper)));
     const long double width = static_cast<long double>(upper) - lower;
     const long double arcosh = arcosh1p(2 * smallest / width);
-    const long double logError = -std::log(std::min(relativeError, 0.5));
+    // An error that is too small to be a number is one that no number of steps reaches.
+    const long double logError =
+        -std::log(std::clamp(relativeError, std::numeric_limits<double>::min(), 0.5));
     u64 fewest = std::numeric_limits<u64>::max(), degree = highest;
     std::vector<DegreeAndSteps> candidates; // of the fewest levels
     for (u64 steps = 0; degree > 1; ++steps) {

@@ -1,5 +1,6 @@
 #include <Torvo/Analysis.hpp>
 
+#include "functions/Inverses.hpp"
 #include "functions/Operations.hpp"
 
 #include "support/Expect.hpp"
@@ -350,6 +351,15 @@ TEST(Analysis, SoftmaxNeedsThePlannedRotationsAndNoOthers) {
 }
 
 // ---- refusals
+
+// The product of error and bound is no number any more: it is 0.
+TEST(Analysis, AnInverseOfTheSmallestErrorTakesAFewStepsAndEnds) {
+    for (const double error : {0.0, 5e-324, 1e-300}) {
+        const IterationRoute route = routeOfInverse(0.25, 1, error, 63);
+        EXPECT_LE(route.steps, 11); // 63 is reached from 1 - 2^-1022 by halving log(error) so often
+        EXPECT_LE(route.start.getDegree(), 63);
+    }
+}
 
 TEST(Analysis, WhatNoFunctionIsComputedOnIsRefusedInOrder) {
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
