@@ -7,6 +7,8 @@
 
 #include <Torvo/RuntimeException.hpp>
 
+#include <bit>
+
 namespace Torvo {
 
 Message repeated(const Message& message, u64 log_slots) {
@@ -15,8 +17,14 @@ Message repeated(const Message& message, u64 log_slots) {
     return out;
 }
 
+void requireSlots(const Message& message) {
+    require(!message.isEmpty(), message::emptyMessage);
+    if (!std::has_single_bit(message.getSize()))
+        throw RuntimeException(message::slotsNotPowerOfTwo(message.getSize()));
+}
+
 void MessageOperations::requireOperand(const Message& x) const {
-    require(!x.isEmpty(), message::emptyMessage);
+    requireSlots(x);
 }
 
 void MessageOperations::requireTransforms(const TransformTable& transforms, u64 log_slots) const {

@@ -13,6 +13,10 @@ namespace Torvo {
 /// The slots over and over, up to 2^log_slots; or the first ones.
 Message repeated(const Message& message, u64 log_slots);
 
+/// Refuses a message without slots, and one whose slots are no power of two: it would be taken for a shorter one.
+/// @throws RuntimeException "The message has no slots. ..."; "The message has 6 slots, but ..."
+void requireSlots(const Message& message);
+
 /// In the clear, in double precision: the operations of a function in the order in which they run on ciphertexts.
 /// Messages have no levels, so these never run out.
 class MessageOperations : public Operations<Message> {

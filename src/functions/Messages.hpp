@@ -10,6 +10,11 @@ namespace Torvo::message {
 
 inline constexpr const char* emptyMessage = "The message has no slots. Give one with at least one slot.";
 
+inline std::string slotsNotPowerOfTwo(u64 slots) {
+    return "The message has " + std::to_string(slots) +
+           " slots, but functions take a power of two. Resize it to one.";
+}
+
 inline std::string tooManySlots(u64 log_slots, u64 most) {
     return "The ciphertext says that it has log slots " + std::to_string(log_slots) + ", but its ring has " +
            std::to_string(most) + "; set its log slots to those that it was encrypted with";

@@ -5,6 +5,7 @@
 #include "functions/AnalysisGuards.hpp"
 #include "functions/ChebyshevSeriesImpl.hpp"
 #include "functions/Inverses.hpp"
+#include "functions/MessageOperations.hpp"
 #include "functions/Messages.hpp"
 #include "functions/Samples.hpp"
 
@@ -65,8 +66,10 @@ Value weightedMeanOf(Evaluating<Value> on, Span<Value> x, std::span<const Messag
     const Operations<Value>& operations = on.operations();
     if (!x.empty()) requireAsMany(name, x.size(), weights.size());
     const Samples<Value> samples(operations, name, blocks, {x});
-    for (const Message& each : weights)
+    for (const Message& each : weights) {
+        requireSlots(each);
         require(each.getLogSlots() == operations.logSlots(x.front()), message::differentLogSlots);
+    }
     const std::vector<Message> factors = normalized(weights, samples.blockLength());
     std::vector<Value> products = samples.prepared(x, 1 + samples.levels(1), false, samples.bound());
     for (u64 k = 0; k < products.size(); ++k) {

@@ -393,6 +393,15 @@ TEST(Statistics, RefusalsComeInOrderAndLeaveTheOutputAlone) {
     EXPECT_TRUE(sameWords(out, before));
     Message empty;
     EXPECT_REFUSED(sum(on, empty, empty), "The message has no slots. Give one with at least one slot.");
+    Message six;
+    six.resize(6);
+    const char* const notSix =
+        "The message has 6 slots, but functions take a power of two. Resize it to one.";
+    EXPECT_REFUSED(sum(on, six, six), notSix);
+    EXPECT_REFUSED(weightedMean(on, x, six, out), notSix);
+    EXPECT_REFUSED(weightedMean(on, x, empty, out),
+                   "The message has no slots. Give one with at least one slot.");
+    EXPECT_TRUE(sameWords(out, before));
 }
 
 TEST(Statistics, TwoThreadsAndUsedOutputsGiveTheSameWords) {
