@@ -521,6 +521,29 @@ TEST(ComparisonsRealPreset, ManySlotsErrAsPromised) {
                  powerOfHalf(accuracy.error) * noiseShare);
 }
 
+TEST(ComparisonsRealPreset, EveryFunctionErrsAsPromised) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::ST11);
+    Seeded random(407);
+    SCOPED_TRACE(random.describe());
+    const Accuracy accuracy{7, 8};
+    const Message a = typicalMessage(scheme.logFullSlots(), accuracy.margin, random),
+                  b = typicalMessage(scheme.logFullSlots(), accuracy.margin, random);
+    const Plan plan(scheme.context);
+    const PlannedCiphertext plannedA = plan.encrypt(a), plannedB = plan.encrypt(b);
+    const Ciphertext x = scheme.encrypt(a, scheme.encryptionLevel()),
+                     y = scheme.encrypt(b, scheme.encryptionLevel());
+    for (const Function& function : functions()) {
+        SCOPED_TRACE(function.name);
+        PlannedCiphertext planned;
+        function.planned(plan, plannedA, plannedB, 1, planned, accuracy);
+        Ciphertext out(scheme.context);
+        function.encrypted(scheme.evaluator, x, y, 1, out, accuracy);
+        EXPECT_EQ(out.getLevel(), planned.getLevel());
+        expectWithin(function, scheme.decrypt(out), a, b, 1, accuracy,
+                     powerOfHalf(accuracy.error) * noiseShare);
+    }
+}
+
 // ---- threads, memory and outputs
 
 TEST(Comparisons, AFailedAllocationLeavesTheOutputAlone) {

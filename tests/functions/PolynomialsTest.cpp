@@ -247,6 +247,49 @@ TEST(Polynomials, TwoThreadsAndUsedOutputsGiveTheSameWords) {
                                 [&](Ciphertext& out) { evaluate(toy().evaluator, x, sigmoidSeries(), out); });
 }
 
+// Six times the predicted error: both are the largest of one run.
+TEST(PolynomialsRealPreset, SeveralSeriesBlocksAndMonomialsErrAsThePlanPredicts) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::SS7);
+    Seeded random(18);
+    SCOPED_TRACE(random.describe());
+    std::vector<ChebyshevSeries> f;
+    for (const double k : {1, 2, 3, 4})
+        f.push_back(ChebyshevSeries::interpolate([k](double x) { return std::cos(k * x / 4); }, 7, -2, 2));
+    const std::vector<Complex> c{0.5, {0, 0.25}, -0.125, 0.25, {0.125, -0.25}};
+    const Message x = realMessage(random, scheme.logFullSlots(), -2, 2),
+                  z = random.message(scheme.logFullSlots(), 0.7);
+    const Plan plan(scheme.context);
+    const PlannedCiphertext plannedX = plan.encrypt(x), plannedZ = plan.encrypt(z);
+    const Ciphertext encryptedX = scheme.encrypt(x, scheme.encryptionLevel()),
+                     encryptedZ = scheme.encrypt(z, scheme.encryptionLevel());
+    const auto expectAsPlanned = [&](const Ciphertext& got, const PlannedCiphertext& planned,
+                                     const Message& expected) {
+        EXPECT_EQ(got.getLevel(), planned.getLevel());
+        EXPECT_LE(maxError(scheme.decrypt(got), expected), 6 * planned.getLargestError());
+    };
+    std::vector<PlannedCiphertext> plans;
+    std::vector<Ciphertext> outs;
+    evaluate(plan, plannedX, f, plans);
+    evaluate(scheme.evaluator, encryptedX, f, outs);
+    for (u64 k = 0; k < f.size(); ++k)
+        expectAsPlanned(outs.at(k), plans.at(k),
+                        mapped(x, [&](Complex slot) { return f[k].evaluate(slot); }));
+
+    PlannedCiphertext planned;
+    Ciphertext out(scheme.context);
+    evaluateBlockwise(plan, plannedX, f, planned);
+    evaluateBlockwise(scheme.evaluator, encryptedX, f, out);
+    Message blocks = x;
+    for (u64 i = 0; i < x.getSize(); ++i) blocks[i] = f[i / (x.getSize() / f.size())].evaluate(x[i]);
+    expectAsPlanned(out, planned, blocks);
+
+    evaluateMonomials(plan, plannedZ, c, planned);
+    evaluateMonomials(scheme.evaluator, encryptedZ, c, out);
+    expectAsPlanned(out, planned, mapped(z, [&](Complex slot) {
+                        return c[0] + slot * (c[1] + slot * (c[2] + slot * (c[3] + slot * c[4])));
+                    }));
+}
+
 TEST(PolynomialsRealPreset, ASigmoidOfManySlotsErrsAsThePlanPredicts) {
     const Scheme& scheme = Scheme::of(ParameterPreset::ST11);
     Seeded random(17);

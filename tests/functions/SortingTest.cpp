@@ -401,6 +401,35 @@ TEST(SortingRealPreset, APlanSortsSixtyFourNumbersOfALargeRing) {
               2 * 6 + 2 * 6 + 1 + 1 + 1 + 6); // to spread, rows, one, places, columns
 }
 
+TEST(SortingRealPreset, FourNumbersAreSortedWithoutBootstraps) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::ST19);
+    const KeyGenerator generator(scheme.context, scheme.secretKey, scheme.keys);
+    for (const u64 index : {1, 2, 4, 8}) generator.genLeftRotKey(index);
+    Seeded random(512);
+    SCOPED_TRACE(random.describe());
+    const Accuracy accuracy{4, 4};
+    const Message m = separateNumbers(random, 2, accuracy, 1), descending = sorted(m, Order::Descending);
+    const Ciphertext x = scheme.encrypt(m, scheme.encryptionLevel());
+    Ciphertext out(scheme.context);
+    const auto expectOut = [&](const Message& expected) {
+        EXPECT_LT(maxError(scheme.decrypt(out), expected), 1.125 * powerOfHalf(accuracy.error));
+    };
+    rank(scheme.evaluator, x, 1, out, accuracy);
+    expectOut(ranksOf(m, Order::Ascending));
+    sort(scheme.evaluator, x, 1, out, accuracy);
+    expectOut(sorted(m, Order::Ascending));
+    topK(scheme.evaluator, x, 2, 1, out, accuracy);
+    Message two = descending;
+    two[2] = two[3] = 0;
+    expectOut(two);
+    argmax(scheme.evaluator, x, 1, out, accuracy);
+    Message largest(2);
+    largest[orderOf(m, Order::Descending)[0]] = 1;
+    expectOut(largest);
+    max(scheme.evaluator, x, 1, out, accuracy);
+    expectOut(Message(2, descending[0]));
+}
+
 TEST(SortingFull, FourNumbersOnFGbErrAsPromised) {
     const Scheme& scheme = Scheme::of(ParameterPreset::FGb);
     const KeyGenerator generator(scheme.context, scheme.secretKey, scheme.keys);

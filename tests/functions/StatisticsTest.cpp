@@ -232,8 +232,8 @@ TEST(Statistics, MissingLevelsAndKeysAreNamedTogetherBeforeAnythingIsComputed) {
 }
 
 /// x, and y = 0.8 x + noise, so that both have variances in [0.05, 1].
-std::pair<Message, Message> correlated(Seeded& random) {
-    Message x(5), y(5);
+std::pair<Message, Message> correlated(Seeded& random, u64 logSlots = 5) {
+    Message x(logSlots), y(logSlots);
     for (u64 i = 0; i < x.getSize(); ++i) {
         x[i] = (i % 2 == 0 ? 0.4 : -0.4) + random.real(-0.4, 0.4);
         y[i] = 0.8 * x[i] + random.real(-0.2, 0.2);
@@ -421,6 +421,68 @@ TEST(Statistics, AFailedAllocationLeavesTheOutputAlone) {
     // Every third allocation: there are hundreds.
     expectUnchangedByFailedAllocations(
         before, 3, [&](Ciphertext& out) { variance(scheme.evaluator, x, Variance::Population, out, {4}); });
+}
+
+class EveryStatisticRealPreset : public testing::TestWithParam<Case> {};
+
+TEST_P(EveryStatisticRealPreset, OfShortBlocksOfTwoCiphertextsErrsAsThePlanPredicts) {
+    const Case& test = GetParam();
+    const Scheme& scheme = Scheme::of(ParameterPreset::ST11);
+    Seeded random(50);
+    SCOPED_TRACE(random.describe());
+    const auto x = messagesOf(random, scheme.logFullSlots(), 2, test.isReal),
+               y = messagesOf(random, scheme.logFullSlots(), 2, test.isReal);
+    const Plan plan(scheme.context);
+    PlannedCiphertext p;
+    test.onPlans(plan, planned(plan, x, 4), planned(plan, y, 4), p, {4});
+    Ciphertext out(scheme.context);
+    test.onCiphertexts(evaluatorFor(plan), encrypted(scheme, x, 4), encrypted(scheme, y, 4), out, {4});
+    EXPECT_EQ(out.getLevel(), 4 - test.levelsOfBlocks);
+    EXPECT_EQ(out.getLevel(), p.getLevel());
+    EXPECT_LE(maxError(scheme.decrypt(out), expectedOf(test.exact, x, y, 4)), runs * p.getLargestError());
+    EXPECT_LT(p.getLargestError(), 0x1p-20);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statistics, EveryStatisticRealPreset, testing::ValuesIn(cases()),
+                         [](const auto& each) { return each.param.name; });
+
+TEST(StatisticsRealPreset, CorrelationsDistancesAndWeightedMeansAreWithinTheirError) {
+    const Scheme& scheme = Scheme::of(ParameterPreset::ST11);
+    Seeded random(51);
+    SCOPED_TRACE(random.describe());
+    const auto [x, y] = correlated(random, scheme.logFullSlots());
+    Message weights = x;
+    for (auto& slot : weights) slot = random.real(0.1, 2);
+    constexpr double error = 1e-2;
+    constexpr u64 length = 64; // of fewer numbers the variances may leave [0.05, 1]
+    const Plan plan(scheme.context);
+    PlannedCiphertext plannedR, plannedD, plannedW;
+    const PlannedCiphertext plannedX = plan.encrypt(x), plannedY = plan.encrypt(y);
+    correlation(plan, plannedX, plannedY, 0.05, 1, error, plannedR, {length});
+    distance(plan, plannedX, plannedY, 0.01, 8, error, plannedD, {length});
+    weightedMean(plan, plannedX, weights, plannedW, {length});
+    const HomEvaluator evaluator = evaluatorFor(plan);
+    const Ciphertext a = scheme.encrypt(x, scheme.encryptionLevel()),
+                     b = scheme.encrypt(y, scheme.encryptionLevel());
+    Ciphertext gotR(scheme.context), gotD(scheme.context), gotW(scheme.context);
+    correlation(evaluator, a, b, 0.05, 1, error, gotR, {length});
+    distance(evaluator, a, b, 0.01, 8, error, gotD, {length});
+    weightedMean(evaluator, a, weights, gotW, {length});
+    EXPECT_EQ(gotR.getLevel(), plannedR.getLevel());
+    EXPECT_EQ(gotD.getLevel(), plannedD.getLevel());
+    EXPECT_EQ(gotW.getLevel(), plannedW.getLevel());
+    EXPECT_LE(maxError(scheme.decrypt(gotR), expectedOf(correlationOf, {x}, {y}, length)),
+              error + runs * plannedR.getLargestError());
+    const auto distanceOf = [](const Numbers& p, const Numbers& q) {
+        return std::sqrt(squaredDistanceOf(p, q));
+    };
+    EXPECT_LE(maxError(scheme.decrypt(gotD), expectedOf(distanceOf, {x}, {y}, length)),
+              error + runs * plannedD.getLargestError());
+    const auto meanOfWeighted = [](const Numbers& p, const Numbers& w) {
+        return productsOf(p, w) / sumOf(w);
+    };
+    EXPECT_LE(maxError(scheme.decrypt(gotW), expectedOf(meanOfWeighted, {x}, {weights}, length)),
+              runs * plannedW.getLargestError());
 }
 
 TEST(StatisticsRealPreset, AVarianceOfManySlotsErrsAsThePlanPredicts) {
