@@ -106,11 +106,12 @@ def main() -> None:
     context = torvo.Context(options.preset)
     keys = torvo.keygen(context, rotations=[sign << i for i in range(4) for sign in (1, -1)])
     x = np.random.default_rng(1).uniform(-1, 1, (min(10, options.count), context.slots))
-    cts = [keys.encrypt(row) for row in x]
-    items = [cts[index % len(cts)] for index in range(options.count)]
-
     torvo.set_thread_count(1)
     with torvo.Evaluator(keys):
+        # At the level that the circuit spends: what is above it would only travel.
+        level = context.encryption_level - score(keys.encrypt(x[0]), WEIGHTS, BIAS).level
+        cts = [keys.encrypt(row, level=level) for row in x]
+        items = [cts[index % len(cts)] for index in range(options.count)]
         score(cts[0], WEIGHTS, BIAS)
         start = time.perf_counter()
         results = [score(ct, WEIGHTS, BIAS) for ct in cts]
