@@ -171,7 +171,6 @@ def evaluate(x: _Number, series: _torvo.ChebyshevSeries, out: Any = None) -> Any
 def evaluate_blockwise(x: Any, series: Sequence[_torvo.ChebyshevSeries], out: Any = None) -> Any:
     """Another series in each of equally long blocks of slots, on one interval; a padding counts as slots."""
     series = list(series)
-    _require_whole_blocks([x] if isinstance(x, _torvo.Message) else [], 0)
     is_complex = not all(f.is_real for f in series)
     return _slotwise(x, out, lambda on, a, b: _torvo.evaluate_blockwise(on, a, series, b), is_complex)
 
@@ -205,15 +204,12 @@ def bootstrap(x: Union[Ciphertext, CiphertextArray], extended: bool = False, out
 def _require_whole_blocks(operands: Sequence[Any], length: int) -> None:
     """A padding would count as numbers, so blocks must end where the numbers do."""
     for x in operands:
-        if isinstance(x, _torvo.Message) and (len(x) & (len(x) - 1)) != 0:
-            raise ValueError(f"a message of {len(x)} slots has no blocks; resize it to a power of two")
         if isinstance(x, Ciphertext):
             block = length if length > 0 else x.slots
             count = x.shape[0] if x.shape else 1
             if count % block != 0:
                 raise ValueError(
                     f"{count} numbers stand in {x.slots} slots, so that the padding would count in blocks of {block}; "
-                    ""
                     "encrypt as many numbers as a power of two, or give a length that divides their number"
                 )
 
