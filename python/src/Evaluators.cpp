@@ -1,5 +1,6 @@
 #include "Handles.hpp"
 #include "Module.hpp"
+#include "Results.hpp"
 
 #include <pybind11/complex.h>
 #include <pybind11/stl.h>
@@ -213,9 +214,7 @@ void defineRotateMany(Class& handle, const char* name, RotateMany member, const 
                 const Computing computing{reading(in)};
                 (self.*member)(in.object(), indices, outs);
             }
-            py::list result;
-            for (Ciphertext& out : outs) result.append(std::make_unique<CiphertextHandle>(std::move(out)));
-            return result;
+            return listOf<Ciphertext>(std::move(outs));
         },
         py::arg("operand"), py::arg("indices"), text);
 }

@@ -1,4 +1,5 @@
 #include "Module.hpp"
+#include "Results.hpp"
 #include "Series.hpp"
 #include "Sources.hpp"
 
@@ -228,9 +229,7 @@ void defineStatistics(py::module_& module) {
                 const Torvo::FunctionEvaluator<ValueOf<On>> evaluator(On::of(on));
                 Torvo::histogram(evaluator, copiesOf(x), edges, counts, accuracy, blocksOf(length, bound));
             }
-            py::list result;
-            for (auto& count : counts) result.append(std::make_unique<ValueHandle<On>>(std::move(count)));
-            return result;
+            return listOf<typename On::Object>(std::move(counts));
         },
         py::arg("on"), py::arg("x"), py::arg("edges"), py::arg("accuracy"), py::arg("length") = 0,
         py::arg("bound") = 1.0, "A list: how many of the numbers lie between each edge and the next one.");

@@ -1,7 +1,9 @@
-#include "Handles.hpp"
 #include "Module.hpp"
+#include "Results.hpp"
+#include "Sources.hpp"
 
 #include <Torvo/EncodedTransform.hpp>
+#include <Torvo/LinearFunctions.hpp>
 #include <Torvo/LinearTransform.hpp>
 #include <Torvo/MatrixProduct.hpp>
 
@@ -18,9 +20,12 @@
 
 namespace TorvoPython {
 
+using Torvo::CachedMatrixProduct;
+using Torvo::CachedTransform;
 using Torvo::Ciphertext;
 using Torvo::EncodedTransform;
 using Torvo::HomEvaluator;
+using Torvo::LinearBounds;
 using Torvo::LinearTransform;
 using Torvo::MatrixProduct;
 using Torvo::TransformOptions;
@@ -100,7 +105,7 @@ void bindTransform(py::module_& module) {
     py::class_<LinearTransform> handle(
         module, "LinearTransform",
         "A linear map of slots: a square matrix whose size is a power of two. On more slots it is the map of "
-        "each block. It knows no context; EncodedTransform applies it to ciphertexts.");
+        "each block. It knows no context; EncodedTransform and CachedTransform apply it to ciphertexts.");
     defineFiles(handle);
     handle
         .def_static("from_matrix", &fromMatrix, py::arg("matrix"),
@@ -141,9 +146,7 @@ py::list applyMany(const HomEvaluator& evaluator, const CiphertextHandle& in,
         const Computing computing(joined(readingAll(transforms), {reading(in)}));
         EncodedTransform::apply(evaluator, in.object(), copiesOf(transforms), outs);
     }
-    py::list result;
-    for (Ciphertext& out : outs) result.append(std::make_unique<CiphertextHandle>(std::move(out)));
-    return result;
+    return listOf<Ciphertext>(std::move(outs));
 }
 
 void bindEncoded(py::module_& module) {
@@ -184,7 +187,17 @@ void bindEncoded(py::module_& module) {
             py::arg("evaluator"), py::arg("operand"), py::arg("out"),
             "out = the transform of a ciphertext, for one level.")
         .def_static("apply_many", &applyMany, py::arg("evaluator"), py::arg("operand"), py::arg("transforms"),
-                    "A list of several transforms of one ciphertext, which share its decomposition.");
+                    "A list of several transforms of one ciphertext, which share its decomposition.")
+        .def_static(
+            "apply_sum",
+            [](const HomEvaluator& evaluator, const Operands<Ciphertext>& ins,
+               const Operands<EncodedTransform>& transforms, CiphertextHandle& out) {
+                const Computing computing(
+                    joined(joined(readingAll(ins), readingAll(transforms)), {writing(out)}));
+                EncodedTransform::applySum(evaluator, copiesOf(ins), copiesOf(transforms), out.object());
+            },
+            py::arg("evaluator"), py::arg("operands"), py::arg("transforms"), py::arg("out"),
+            "out = the sum of the transforms, one for each ciphertext, rescaled once.");
     handle.def("__reduce__", [](const EncodedHandle& self) {
         const py::object restore = py::module_::import("torvo._pickling").attr("encoded_transform");
         return py::make_tuple(restore, py::make_tuple(contextOf(self), savedBytes(self)));
@@ -236,12 +249,131 @@ void bindProduct(py::module_& module) {
                     "The linear transform of each matrix to its transpose.");
 }
 
+/// What both kinds of cached encodings have. They lock themselves, and nobody changes what they stand for.
+template <class Cached>
+void defineCache(py::class_<Cached>& handle) {
+    handle
+        .def(
+            "rotations",
+            [](const Cached& self, const SharedContext& context, unsigned long logSlots) {
+                const py::gil_scoped_release released;
+                return self.getRotationIndices(context.context, logSlots);
+            },
+            py::arg("context"), py::arg("log_slots"),
+            "The rotations to the left that it needs keys for on 2^log_slots slots, at any level.")
+        .def_property_readonly("encoded_bytes", &Cached::getEncodedBytes,
+                               "The bytes of all that was encoded.")
+        .def("clear", &Cached::clear, py::call_guard<py::gil_scoped_release>(),
+             "Gives up what was encoded. Calls that use it go on with what they have.");
+}
+
+void bindCached(py::module_& module) {
+    py::class_<CachedTransform> transform(
+        module, "CachedTransform",
+        "A linear transform for functions, which choose the level: it is encoded for a ring, a number of "
+        "slots and a level when it is first applied there, and keeps what was encoded. One set of rotation "
+        "keys serves every level. Threads may share it.");
+    transform
+        .def(py::init([](const LinearTransform& matrix, const TransformOptions& options) {
+                 const py::gil_scoped_release released;
+                 return std::make_unique<CachedTransform>(matrix, options);
+             }),
+             py::arg("transform"), py::arg("options") = TransformOptions())
+        .def_property_readonly("size", &CachedTransform::getSize, "Rows and columns of the matrix.");
+    defineCache(transform);
+    py::class_<CachedMatrixProduct> product(
+        module, "CachedMatrixProduct",
+        "The product of encrypted square matrices for functions, which choose the level: its transforms are "
+        "encoded when they are first applied at a level, and kept. The dimension is a power of two.");
+    product
+        .def(py::init([](unsigned long dimension) {
+                 const py::gil_scoped_release released;
+                 return std::make_unique<CachedMatrixProduct>(dimension);
+             }),
+             py::arg("dimension"))
+        .def_property_readonly("dimension", &CachedMatrixProduct::getDimension, "Rows of a matrix.");
+    defineCache(product);
+}
+
+LinearBounds boundsOf(double bound, bool isReal, double resultBound) {
+    return {.bound = bound, .isReal = isReal, .resultBound = resultBound};
+}
+
+/// A linear function: behind its own arguments stands what it is told of the numbers.
+template <class Function, class... Arguments>
+void defineLinear(py::module_& module, const char* name, Function function, const char* text,
+                  const Arguments&... arguments) {
+    module.def(name, function, arguments..., py::arg("bound") = LinearBounds{}.bound,
+               py::arg("is_real") = LinearBounds{}.isReal,
+               py::arg("result_bound") = LinearBounds{}.resultBound, text);
+}
+
+template <class On>
+void defineTransforms(py::module_& module) {
+    using Value = ValueOf<On>;
+    defineLinear(
+        module, "apply_transform",
+        [](typename On::Handle& on, const ValueHandle<On>& in, const CachedTransform& transform,
+           ValueHandle<On>& out, double bound, bool isReal, double resultBound) {
+            compute<On>(on, {reading(in)}, out, [&](Of<On> evaluator, Value& result) {
+                Torvo::applyTransform<Value>(evaluator, inputOf(in), transform, result,
+                                             boundsOf(bound, isReal, resultBound));
+            });
+        },
+        "out = the linear transform of each block of slots, for one level.", py::arg("on"),
+        py::arg("operand"), py::arg("transform"), py::arg("out"));
+    defineLinear(
+        module, "apply_transforms",
+        [](typename On::Handle& on, const ValueHandle<On>& in, const std::vector<CachedTransform>& transforms,
+           double bound, bool isReal, double resultBound) {
+            std::vector<Value> outs;
+            {
+                const Computing computing(joined({reading(in)}, On::wanted(on)));
+                const Torvo::FunctionEvaluator<Value> evaluator(On::of(on));
+                Torvo::applyTransform<Value>(evaluator, inputOf(in), transforms, outs,
+                                             boundsOf(bound, isReal, resultBound));
+            }
+            return listOf<typename On::Object>(std::move(outs));
+        },
+        "A list of several transforms of one operand, which share its decomposition.", py::arg("on"),
+        py::arg("operand"), py::arg("transforms"));
+    defineLinear(
+        module, "sum_of_transforms",
+        [](typename On::Handle& on, const ValueOperands<On>& ins,
+           const std::vector<CachedTransform>& transforms, ValueHandle<On>& out, double bound, bool isReal,
+           double resultBound) {
+            compute<On>(on, readingAll(ins), out, [&](Of<On> evaluator, Value& result) {
+                Torvo::sumOfTransforms<Value>(evaluator, copiesOf(ins), transforms, result,
+                                              boundsOf(bound, isReal, resultBound));
+            });
+        },
+        "out = the sum of the transforms, one for each operand, rescaled once.", py::arg("on"),
+        py::arg("operands"), py::arg("transforms"), py::arg("out"));
+    defineLinear(
+        module, "multiply_matrices",
+        [](typename On::Handle& on, const ValueHandle<On>& a, const ValueHandle<On>& b,
+           const CachedMatrixProduct& product, ValueHandle<On>& out, double bound, bool isReal,
+           double resultBound) {
+            compute<On>(on, {reading(a), reading(b)}, out, [&](Of<On> evaluator, Value& result) {
+                Torvo::multiplyMatrices<Value>(evaluator, inputOf(a), inputOf(b), product, result,
+                                               boundsOf(bound, isReal, resultBound));
+            });
+        },
+        "out = the products of the matrices of a with those of b, for three levels.", py::arg("on"),
+        py::arg("a"), py::arg("b"), py::arg("product"), py::arg("out"));
+}
+
 } // namespace
 
 void bindLinear(py::module_& module) {
     bindTransform(module);
     bindEncoded(module);
     bindProduct(module);
+    bindCached(module);
+    defineTransforms<OnEvaluator>(module);
+    defineTransforms<OnBootstrapping>(module);
+    defineTransforms<OnPlan>(module);
+    defineTransforms<OnMessages>(module);
 }
 
 } // namespace TorvoPython

@@ -12,7 +12,7 @@ import torvo
 from torvo import _torvo
 
 #: Headers, and members, that are not bound yet. Take out a name when it is.
-PENDING = {"CachedMatrixProduct.hpp", "CachedTransform.hpp", "LinearFunctions.hpp", "EncodedTransform.applySum"}
+PENDING: set[str] = set()
 
 #: What has another name in Python.
 RENAMED = {
@@ -43,6 +43,8 @@ RENAMED = {
     "KeyPack.isRightRotKeyLoaded": "KeyPack.is_right_rotation_key_loaded",
     "KeyPack.load": "KeyPack.load_bytes",
     "Message.getSize": "Message.__len__",
+    "CachedMatrixProduct.getRotationIndices": "CachedMatrixProduct.rotations",
+    "CachedTransform.getRotationIndices": "CachedTransform.rotations",
     "EncodedTransform.getRotationIndices": "EncodedTransform.rotations",
     "LinearTransform.getRotationIndices": "LinearTransform.rotations",
     "MatrixProduct.getRotationIndices": "MatrixProduct.rotations",
@@ -126,6 +128,8 @@ EXCEPTIONS = {
     "ObjectKind.*": "FileContent.kind is the kind in words",
     "toString": "FileContent.kind is the kind in words",
     "Pointer": "a pointer of C++ that copies what it points to",
+    "LinearBounds": "its numbers are the arguments bound, is_real and result_bound",
+    "LinearBounds.*": "its numbers are the arguments bound, is_real and result_bound",
     "SlotBlocks": "its numbers are the arguments length and bound",
     "SlotBlocks.*": "its numbers are the arguments length and bound",
 }

@@ -105,7 +105,16 @@ class Caller:
             keys.encrypt([0.25] * 32), keys.encrypt([0.1] * 8, level=3), torvo.Ciphertext(other), torvo.RingPacker(),
             torvo.EnDecoder(context), torvo.Encryptor(context), torvo.Decryptor(context), torvo.LWEEncryptor(self.numbers),
             torvo.LWEDecryptor(self.numbers), torvo.LWEHomEvaluator(self.numbers), torvo.Accuracy(4, 4), torvo.Device(),
-            keys.pack.get_mult_key(), keys.pack.get_enc_key(), torvo.inspect(str(self.folder)), plan.report,
+            *self.transforms(), keys.pack.get_mult_key(), keys.pack.get_enc_key(), torvo.inspect(str(self.folder)),
+            plan.report,
+        ]  # fmt: skip
+
+    def transforms(self) -> list[Any]:
+        context, swap = self.contexts[0], torvo.LinearTransform.from_permutation([1, 0])
+        return [
+            swap, torvo.TransformOptions(4), torvo.CachedTransform(swap), torvo.CachedMatrixProduct(2),
+            torvo.EncodedTransform(context, swap, 2, 12), torvo.EncodedTransform(context),
+            torvo.MatrixProduct(context, 2, 2, 12),
         ]  # fmt: skip
 
     def pick(self, things: list[Any]) -> Any:

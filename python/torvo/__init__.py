@@ -10,8 +10,8 @@
         result = ct * ct + 1.5
     keys.decrypt(result)
 
-`keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has polynomials,
-analysis, statistics, comparisons and sorting; `torvo.learn` runs models of scikit-learn, `torvo.plot` draws, and
+`keys.public()` is what a server gets: everything that computes, and no secret. `torvo.functions` has linear
+functions, polynomials, analysis, statistics, comparisons and sorting; `torvo.learn` runs models of scikit-learn, `torvo.plot` draws, and
 `torvo.distributed`, imported by itself, computes on a cluster. Classes with output parameters, as the C++ headers have
 them, are here too: `HomEvaluator`, `Encryptor`, `Message` and so on; a `Ciphertext` serves as theirs.
 
@@ -40,6 +40,8 @@ from ._torvo import (
     Accuracy,
     Bootstrapper,
     BootstrappingEvaluator,
+    CachedMatrixProduct,
+    CachedTransform,
     ChebyshevSeries,
     CompactCiphertext,
     Context,
@@ -113,6 +115,8 @@ __all__ = [
     "Accuracy",
     "Bootstrapper",
     "BootstrappingEvaluator",
+    "CachedMatrixProduct",
+    "CachedTransform",
     "ChebyshevSeries",
     "Ciphertext",
     "CiphertextArray",

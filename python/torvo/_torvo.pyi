@@ -1203,6 +1203,13 @@ class EncodedTransform(metaclass=_pybind11_type):
     def apply_many(
         evaluator: HomEvaluator, operand: Ciphertext, transforms: Sequence[EncodedTransform]
     ) -> list[Ciphertext]: ...
+    @staticmethod
+    def apply_sum(
+        evaluator: HomEvaluator,
+        operands: Sequence[Ciphertext],
+        transforms: Sequence[EncodedTransform],
+        out: Ciphertext,
+    ) -> None: ...
     def __reduce__(self) -> tuple[Any, ...]: ...
     def save(self, path: str) -> None: ...
     def to_bytes(self) -> bytes: ...
@@ -1229,6 +1236,61 @@ class MatrixProduct(metaclass=_pybind11_type):
     def mult(self, evaluator: HomEvaluator, a: Ciphertext, b: Ciphertext, out: Ciphertext) -> None: ...
     @staticmethod
     def transposition(dimension: int) -> LinearTransform: ...
+
+class CachedTransform(metaclass=_pybind11_type):
+    def __init__(self, transform: LinearTransform, options: TransformOptions = ...) -> None: ...
+    @property
+    def size(self) -> int: ...
+    def rotations(self, context: Context, log_slots: int) -> list[int]: ...
+    @property
+    def encoded_bytes(self) -> int: ...
+    def clear(self) -> None: ...
+
+class CachedMatrixProduct(metaclass=_pybind11_type):
+    def __init__(self, dimension: int) -> None: ...
+    @property
+    def dimension(self) -> int: ...
+    def rotations(self, context: Context, log_slots: int) -> list[int]: ...
+    @property
+    def encoded_bytes(self) -> int: ...
+    def clear(self) -> None: ...
+
+def apply_transform(
+    on: _Source,
+    operand: _Value,
+    transform: CachedTransform,
+    out: _Value,
+    bound: float = ...,
+    is_real: bool = ...,
+    result_bound: float = ...,
+) -> None: ...
+def apply_transforms(
+    on: _Source,
+    operand: _Value,
+    transforms: Sequence[CachedTransform],
+    bound: float = ...,
+    is_real: bool = ...,
+    result_bound: float = ...,
+) -> list[_Value]: ...
+def sum_of_transforms(
+    on: _Source,
+    operands: Sequence[_Value],
+    transforms: Sequence[CachedTransform],
+    out: _Value,
+    bound: float = ...,
+    is_real: bool = ...,
+    result_bound: float = ...,
+) -> None: ...
+def multiply_matrices(
+    on: _Source,
+    a: _Value,
+    b: _Value,
+    product: CachedMatrixProduct,
+    out: _Value,
+    bound: float = ...,
+    is_real: bool = ...,
+    result_bound: float = ...,
+) -> None: ...
 
 class LWEContext(metaclass=_pybind11_type):
     def __init__(self, preset: LWEParameterPreset) -> None: ...
