@@ -56,6 +56,20 @@ def evaluator(toy: Scheme) -> Iterator[torvo.Evaluator]:
         yield entered
 
 
+@pytest.fixture(scope="session")
+def every() -> torvo.Keys:
+    """The toy with the keys of every rotation, so that any matrix finds its own."""
+    context = torvo.Context("FX")
+    return torvo.keygen(context, rotations=range(1, context.slots))
+
+
+@pytest.fixture
+def entered(every: torvo.Keys) -> Iterator[torvo.Evaluator]:
+    """Its evaluator, entered."""
+    with torvo.Evaluator(every) as evaluator:
+        yield evaluator
+
+
 @pytest.fixture
 def rng(request: pytest.FixtureRequest) -> np.random.Generator:
     """Random numbers of a seed that a failure prints."""

@@ -21,19 +21,6 @@ def random(rng: np.random.Generator, *shape: int, is_complex: bool = False) -> n
     return real + 1j * rng.uniform(-1, 1, shape) if is_complex else real
 
 
-@pytest.fixture(scope="module")
-def every():
-    """The toy with the keys of every rotation, so that any matrix finds its own."""
-    context = torvo.Context("FX")
-    return torvo.keygen(context, rotations=range(1, context.slots))
-
-
-@pytest.fixture
-def entered(every):
-    with torvo.Evaluator(every) as evaluator:
-        yield evaluator
-
-
 SHAPES = [(1, 1), (1, 5), (5, 1), (4, 4), (3, 5), (5, 3), (7, 2), (2, 7), (32, 32), (32, 3), (3, 32), (17, 9), (9, 17)]
 
 

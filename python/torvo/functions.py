@@ -1,4 +1,4 @@
-"""Functions of encrypted numbers: polynomials, analysis, statistics, comparisons and sorting.
+"""Functions of encrypted numbers: linear ones, polynomials, analysis, statistics, comparisons and sorting.
 
 They take a `Ciphertext` and, but for statistics of blocks and sorting, a `CiphertextArray`, and compute with the
 evaluator of `with torvo.Evaluator(keys):`. One that was made with `bootstrap` bootstraps where levels would run out.
@@ -14,17 +14,36 @@ how many.
 
 from __future__ import annotations
 
-from typing import Any, Callable, Sequence, Union
+import operator
+from typing import Any, Callable, Optional, Sequence, Union
+
+import numpy.typing as npt
 
 from . import _current, _torvo
-from ._ciphertext import Ciphertext, CiphertextArray, _match, _settled
+from ._ciphertext import Ciphertext, CiphertextArray, _settled
 from ._numbers import as_numbers, padded
+from ._operands import (
+    _PLAIN,
+    _are_real,
+    _cached,
+    _combined,
+    _computing,
+    _operands,
+    _pairwise,
+    _require_ciphertexts,
+    _require_matrix_blocks,
+    _require_whole_blocks,
+    _slotwise,
+    _statistic,
+)
 
 __all__ = [
     "Accuracy",
     "Order",
     "Variance",
     "abs",
+    "apply_transform",
+    "apply_transforms",
     "argmax",
     "bootstrap",
     "clamp",
@@ -47,6 +66,7 @@ __all__ = [
     "maximum",
     "mean",
     "minimum",
+    "multiply_matrices",
     "polynomial",
     "rank",
     "relu",
@@ -59,6 +79,7 @@ __all__ = [
     "squared_distance",
     "step",
     "sum",
+    "sum_of_transforms",
     "tanh",
     "top_k",
     "variance",
@@ -69,39 +90,115 @@ Accuracy = _torvo.Accuracy
 Order = _torvo.Order
 Variance = _torvo.Variance
 _Number = Union[Ciphertext, CiphertextArray, _torvo.PlannedCiphertext, _torvo.Message]
-#: What is computed on without a ciphertext of Python's, and so without a shape.
-_PLAIN = (_torvo.PlannedCiphertext, _torvo.Message)
+#: A linear transform: of the library, or a square or other matrix in the clear.
+_Transform = Union[_torvo.CachedTransform, _torvo.LinearTransform, npt.ArrayLike]
 #: The accuracy of a comparison where nobody says otherwise.
 _CLOSE = _torvo.Accuracy()
 #: What a function is computed to where nobody says otherwise.
 _ERROR = 1e-5
 
 
-def _plainly(kind: Any, out: Any, call: Callable[[Any, Any], None]) -> Any:
-    """`call(on, out)` for a planned ciphertext, with the plan, or for a message, with the evaluator."""
-    made = kind() if out is None else out
-    call(_current.plan() if kind is _torvo.PlannedCiphertext else _current.evaluator().native, made)
-    return made
+def apply_transform(
+    x: _Number,
+    transform: _Transform,
+    bound: float = 1.0,
+    *,
+    is_real: Optional[bool] = None,
+    result_bound: float = 0.0,
+    out: Any = None,
+) -> Any:
+    """The linear transform of each block of slots, of as many as a power of two takes for the matrix; for one level.
+
+    `transform` is a matrix in the clear or a `torvo.LinearTransform`, which is encoded for this call, or a
+    `torvo.CachedTransform`, which keeps what was encoded. `CachedTransform.rotations` tells the rotation keys.
+
+    `bound` is what real and imaginary parts of the numbers do not exceed, and `result_bound` those of the results, or
+    0 for what follows; `is_real` says that imaginary parts are but errors, as they are by default where real numbers
+    were encrypted. Only an evaluator that bootstraps asks. The same holds for all linear functions.
+    """
+    cached, is_complex = _cached(transform)
+    _require_matrix_blocks(x, cached.size)
+    real = _are_real([x], is_real)
+    return _slotwise(
+        x, out, lambda on, a, b: _torvo.apply_transform(on, a, cached, b, bound, real, result_bound), is_complex
+    )
 
 
-def _slotwise(x: Any, out: Any, call: Callable[[Any, Any, Any], None], is_complex: bool = False) -> Any:
-    """`call(on, x, out)` for a ciphertext, for each part of an array, or for a planned ciphertext."""
-    if isinstance(x, CiphertextArray):
-        if out is not None:
-            raise TypeError("a CiphertextArray has no single out to write; give none")
-        return x.map(lambda part: _slotwise(part, None, call, is_complex))
-    if isinstance(x, _PLAIN):
-        return _plainly(type(x), out, lambda on, made: call(on, x, made))
-    if not isinstance(x, Ciphertext):
-        raise TypeError(
-            f"the operand is a {type(x).__name__}; "
-            "give a Ciphertext, a CiphertextArray, a Message or what Plan.encrypt gives"
-        )
-    made = Ciphertext(x.context) if out is None else out
-    shape, kind = x._shape, "c" if is_complex or x._kind == "c" else "f"
-    call(_current.evaluator().on, _settled(x), made)
-    made._describe(shape, kind)
-    return made
+def apply_transforms(
+    x: Any,
+    transforms: Sequence[_Transform],
+    bound: float = 1.0,
+    *,
+    is_real: Optional[bool] = None,
+    result_bound: float = 0.0,
+) -> list[Any]:
+    """Several transforms of one operand, which share its decomposition and rotations: a list of as many results."""
+    cached = [_cached(transform) for transform in transforms]
+    real = _are_real([x], is_real)
+    for one, _ in cached:
+        _require_matrix_blocks(x, one.size)
+    kept = [one for one, _ in cached]
+    rows = []
+    for part in x.parts if isinstance(x, CiphertextArray) else _operands([x]):
+        results = _torvo.apply_transforms(_computing(part), _settled(part), kept, bound, real, result_bound)
+        if isinstance(part, Ciphertext):
+            kinds = ["c" if is_complex else part._kind for _, is_complex in cached]
+            results = [Ciphertext.from_native(one, part._shape, kind) for one, kind in zip(results, kinds)]
+        rows.append(results)
+    return [CiphertextArray(row, x.length) for row in zip(*rows)] if isinstance(x, CiphertextArray) else rows[0]
+
+
+def sum_of_transforms(
+    xs: Any,
+    transforms: Sequence[_Transform],
+    bound: float = 1.0,
+    *,
+    is_real: Optional[bool] = None,
+    result_bound: float = 0.0,
+    out: Any = None,
+) -> Any:
+    """The sum of the transforms, one for each operand, rescaled once: what a matrix makes of a longer vector."""
+    operands, cached = _operands(xs), [_cached(transform) for transform in transforms]
+    for x, (one, _) in zip(operands, cached):
+        _require_matrix_blocks(x, one.size)
+    shapes = sorted({x.shape for x in operands if isinstance(x, Ciphertext)})
+    if len(shapes) > 1:
+        raise ValueError(f"operands of shapes {', '.join(map(str, shapes))} are given; give equal ones")
+    real = _are_real(operands, is_real)
+    kept = [one for one, _ in cached]
+    return _combined(
+        [operands],
+        out,
+        lambda on, a, b: _torvo.sum_of_transforms(on, a[0], kept, b, bound, real, result_bound),
+        any(is_complex for _, is_complex in cached),
+    )
+
+
+def multiply_matrices(
+    a: Any,
+    b: Any,
+    product: Union[int, _torvo.CachedMatrixProduct],
+    bound: float = 1.0,
+    *,
+    is_real: Optional[bool] = None,
+    result_bound: float = 0.0,
+    out: Any = None,
+) -> Any:
+    """The products of the encrypted matrices of `a` with those of `b`, row by row in the slots; for three levels.
+
+    `product` is the rows of a matrix, a power of two, or a `torvo.CachedMatrixProduct`, which keeps what it encodes
+    and tells the rotation keys. Several matrices may lie one behind the other.
+    """
+    if isinstance(product, _torvo.CachedMatrixProduct):
+        kept = product
+    else:
+        kept = _torvo.CachedMatrixProduct(operator.index(product))
+    for x in (a, b):
+        _require_matrix_blocks(x, kept.dimension**2)
+    real = _are_real([a, b], is_real)
+    return _pairwise(
+        a, b, out, lambda on, x, y, made: _torvo.multiply_matrices(on, x, y, kept, made, bound, real, result_bound)
+    )
 
 
 def inverse(x: _Number, lower: float, upper: float, error: float = _ERROR, out: Any = None) -> Any:
@@ -201,56 +298,6 @@ def bootstrap(x: Union[Ciphertext, CiphertextArray], extended: bool = False, out
     return _slotwise(x, out, lambda on, a, b: run(a, b, is_complex))
 
 
-def _require_whole_blocks(operands: Sequence[Any], length: int) -> None:
-    """A padding would count as numbers, so blocks must end where the numbers do."""
-    for x in operands:
-        if isinstance(x, Ciphertext):
-            block = length if length > 0 else x.slots
-            count = x.shape[0] if x.shape else 1
-            if count % block != 0:
-                raise ValueError(
-                    f"{count} numbers stand in {x.slots} slots, so that the padding would count in blocks of {block}; "
-                    "encrypt as many numbers as a power of two, or give a length that divides their number"
-                )
-
-
-def _operands(x: Any) -> list[Any]:
-    """One operand or many as a list."""
-    if isinstance(x, CiphertextArray):
-        return list(x.parts)
-    operands = [x] if isinstance(x, (Ciphertext, *_PLAIN)) else list(x)
-    for one in operands:
-        if not isinstance(one, (Ciphertext, *_PLAIN)):
-            raise TypeError(f"an operand is a {type(one).__name__}; give ciphertexts")
-    return operands
-
-
-def _require_ciphertexts(operands: Sequence[Any]) -> None:
-    for one in operands:
-        if not isinstance(one, Ciphertext):
-            raise TypeError(f"a Ciphertext and a {type(one).__name__} are given together; give operands of one kind")
-
-
-def _statistic(
-    lists: Sequence[Any], length: int, out: Any, call: Callable[[Any, list[list[Any]], Any], None]
-) -> Any:
-    """`call(on, operands, out)` for lists of operands. The result has the shape of the first operand."""
-    operands = [_operands(x) for x in lists]
-    everything = [one for some in operands for one in some]
-    _require_whole_blocks(everything, length)
-    if not everything:
-        raise ValueError("no ciphertext is given; give at least one")
-    first = everything[0]
-    if isinstance(first, _PLAIN):
-        return _plainly(type(first), out, lambda on, made: call(on, operands, made))
-    _require_ciphertexts(everything)
-    made = Ciphertext(first.context) if out is None else out
-    shape, kind = first._shape, "c" if any(one._kind == "c" for one in everything) else "f"
-    call(_current.evaluator().on, [[_settled(one) for one in some] for some in operands], made)
-    made._describe(shape, kind)
-    return made
-
-
 def sum(x: Any, length: int = 0, bound: float = 1.0, out: Any = None) -> Any:
     """The sum over each block of `length` slots, 0 for all slots, in every slot of the block.
 
@@ -318,15 +365,12 @@ def histogram(
     if not operands:
         raise ValueError("no ciphertext is given; give at least one")
     _require_whole_blocks(operands, length)
-    first = operands[0]
+    first, numbers = operands[0], [float(edge) for edge in edges]
     if isinstance(first, _PLAIN):
-        on: Any = _current.plan() if isinstance(first, _torvo.PlannedCiphertext) else _current.evaluator().native
-        return _torvo.histogram(on, operands, [float(edge) for edge in edges], accuracy, length, bound)
+        return _torvo.histogram(_computing(first), operands, numbers, accuracy, length, bound)
     _require_ciphertexts(operands)
     settled = [_settled(one) for one in operands]
-    counts = _torvo.histogram(
-        _current.evaluator().on, settled, [float(edge) for edge in edges], accuracy, length, bound
-    )
+    counts = _torvo.histogram(_computing(first), settled, numbers, accuracy, length, bound)
     return [Ciphertext.from_native(count, first._shape, "f") for count in counts]
 
 
@@ -455,32 +499,6 @@ def is_in_interval(
 ) -> Any:
     """1 where lower < x < upper, 0 outside, for |x| up to `bound`."""
     return _slotwise(x, out, lambda on, a, b: _torvo.is_in_interval(on, a, lower, upper, bound, b, accuracy))
-
-
-def _pairwise(x: Any, y: Any, out: Any, call: Callable[[Any, Any, Any, Any], None]) -> Any:
-    """`call(on, x, y, out)` for two operands of one kind, as numpy would broadcast them."""
-    if isinstance(x, CiphertextArray) and isinstance(y, (CiphertextArray, Ciphertext)):
-        if out is not None:
-            raise TypeError("a CiphertextArray has no single out to write; give none")
-        if isinstance(y, Ciphertext):
-            return x.map(lambda part: _pairwise(part, y, None, call))
-        return x._zip(y, lambda part, other: _pairwise(part, other, None, call))
-    if isinstance(y, CiphertextArray) and isinstance(x, Ciphertext):
-        if out is not None:
-            raise TypeError("a CiphertextArray has no single out to write; give none")
-        return y.map(lambda part: _pairwise(x, part, None, call))
-    for one in (x, y):
-        if not isinstance(one, (Ciphertext, *_PLAIN)):
-            raise TypeError(f"an operand is a {type(one).__name__}; give ciphertexts")
-    if isinstance(x, _PLAIN):
-        return _plainly(type(x), out, lambda on, made: call(on, x, y, made))
-    _require_ciphertexts([x, y])
-    made = Ciphertext(x.context) if out is None else out
-    kind = "c" if "c" in (x._kind, y._kind) else "f"
-    left, right, shape = _match(x, y)
-    call(_current.evaluator().on, _settled(left), _settled(right), made)
-    made._describe(shape, kind)
-    return made
 
 
 def is_below(
