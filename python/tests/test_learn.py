@@ -209,6 +209,56 @@ def test_the_plan_tells_the_keys_and_levels_that_a_prediction_takes(rng, samples
         model.encrypt_predict(ct)
 
 
+def lines(rng: np.random.Generator, widths: list[int], samples: int) -> tuple[MLP, np.ndarray]:
+    """A network whose activations are lines, and so exact, and samples for it: all errors are of what is encrypted."""
+    given = network(rng, widths, "relu")
+    given.coefs_ = [np.abs(weights) for weights in given.coefs_]
+    given.intercepts_ = [np.abs(biases) + 1 for biases in given.intercepts_]
+    x = rng.uniform(0, 1, (samples, widths[0]))
+    model = MLP.from_sklearn(given, data=x)
+    assert np.abs(model.clear(x) - model.exact(x)).max() < 1e-12
+    return model, x
+
+
+@pytest.mark.parametrize("widths, samples", [
+    ([32, 32], 1),  # a transform alone
+    ([64, 10], 32), ([9, 5], 4),  # of blocks
+    ([100, 3], 1),  # sums of rotations behind it
+    ([3, 700], 1),  # a ciphertext that is read with more slots
+    ([64, 2, 64], 1), ([8, 64, 2], 1), ([8, 64, 2], 4),  # and activations
+])  # fmt: skip
+def test_the_plan_predicts_the_error_of_products_and_activations(rng, widths, samples):
+    model, x = lines(rng, widths, 20)  # more than the ciphertexts that errors are drawn for
+    plan = model.plan("SD3", samples=samples, data=x)
+    assert plan.levels <= plan.level == 3  # all levels are spent, and the sums come at the last one
+    keys = plan.keygen()
+    errors = []
+    with torvo.Evaluator(keys):
+        for part in np.split(x, len(x) // samples if samples <= len(x) else 1):
+            ct = keys.encrypt(part[0] if samples == 1 else model.pack(part), slots=plan.slots)
+            answer = keys.decrypt(model.encrypt_predict(ct))
+            answers = answer[None, :] if samples == 1 else model.unpack(answer)
+            errors.append(np.abs(answers - model.exact(part)).max())
+    assert plan.largest_error / 3 < max(errors) < 3 * plan.largest_error
+
+
+def test_the_plan_counts_one_ciphertext_whatever_data_there_are(rng):
+    model, x = lines(rng, [8, 64, 2], 20)
+    few, many = model.plan("SD3"), model.plan("SD3", data=x)
+    for report in (few._counted.report, many._counted.report):
+        # Two products and a line between them; 32 slots of each answer are summed by 5 rotations.
+        assert (report.rescales, report.relinearizations) == (3, 0)
+        assert report.left_rotations >= {1, 2, 4, 8, 16}
+    assert few._counted.report.rotations == many._counted.report.rotations > 5
+
+
+def test_weights_that_no_level_can_hold_are_refused_by_the_plan(rng):
+    given = network(rng, [4, 2], "identity")
+    given.coefs_[0][1, 1] = 1e200
+    with pytest.raises(torvo.Error, match="Cannot encode"):
+        MLP.from_sklearn(given).plan("SD3")
+
+
 def test_a_smaller_batch_takes_the_keys_of_the_plan_with_its_slots(rng):
     context = torvo.Context.custom(6, 25, 55, 42, 58, 5)
     model = MLP.from_sklearn(network(rng, [3, 4, 2]), bound=3.0, error=0.05)

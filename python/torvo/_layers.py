@@ -66,8 +66,11 @@ class Activation:
 
     def __call__(self, z: Array) -> Array:
         """The polynomial in the clear."""
+        return self.polynomial((z - self.centre) / self.radius)
+
+    def polynomial(self, y: Array) -> Array:
+        """The same of y = (z - centre) / radius."""
         coefficients = np.array(self.series.coefficients).real
-        y = (z - self.centre) / self.radius
         values: Array = np.polynomial.chebyshev.chebval(y, coefficients)  # type: ignore[no-untyped-call]
         return values
 

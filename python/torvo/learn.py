@@ -18,13 +18,13 @@ Neither scikit-learn nor torch is needed: fitted attributes and arrays are all t
 from __future__ import annotations
 
 from dataclasses import dataclass
-from functools import partial
-from typing import Any, Callable, Mapping, Optional, Sequence, Union
+from typing import Any, Mapping, Optional, Sequence, Union
 
 import numpy as np
 
 from . import _torvo, functions
 from ._ciphertext import Ciphertext, CiphertextArray, matmul
+from ._dry_run import DRAWN, Prediction, _Steps, counted
 from ._keys import Keys, keygen
 from ._layers import CORNER_DEGREE, ERROR, Activation, Dense, layers_of, rows_of, through, torch_layers
 from ._linear import _Map
@@ -56,11 +56,10 @@ class ModelPlan:
     encoded_bytes: int
     ciphertext_bytes: int
     #: The largest error on the data that was given to `plan`, against the model in the clear with its exact
-    #: activations; None where there was none. Errors of the matrix products themselves are not in it.
+    #: activations: those of encryption, of products with matrices and of polynomials. None where there was no data.
     largest_error: Optional[float]
-    #: One plan for each activation, and rotations and level of each product with a matrix.
-    _activations: tuple[Plan, ...]
-    _products: tuple[tuple[int, int], ...]
+    #: What is done to one ciphertext.
+    _counted: Plan
 
     def keygen(self, **options: Any) -> Keys:
         """Keys for the model; `options` as for `torvo.keygen`."""
@@ -70,14 +69,9 @@ class ModelPlan:
         """Seconds that `encrypt_predict` takes here for one ciphertext, once its matrices are encoded.
 
         Single steps are measured at the first call, in some seconds for each ring. Within a factor of three on a
-        quiet machine: the rotations of a matrix share work, which is not counted here.
+        quiet machine.
         """
-        seconds = sum(plan.estimate_seconds() for plan in self._activations)
-        for rotations, level in self._products:
-            with Plan(self.context) as plan:
-                functions.sum(plan.encrypt(np.zeros(2), level=level), length=2)
-            seconds += rotations * plan.estimate_seconds()
-        return seconds
+        return self._counted.estimate_seconds()
 
 
 class Model:
@@ -227,8 +221,14 @@ class Model:
         context, name = self._context(preset, samples)
         steps = self._walk(context, samples, None)
         rotations = sorted({index for found, _, _ in steps for index in found})
-        key, largest_error, plans = self._dry_run(context, steps, data)
-        level = context.encryption_level
+        with Plan(context) as plan:
+            functions.sum(plan.encrypt(np.zeros(2)), length=2)
+        key = plan.report.key_bytes
+        largest_error, level = None, context.encryption_level
+        if data is not None:
+            rows = rows_of(data, self.inputs)
+            errors = self.clear(rows) - self.exact(rows) + self._predicted(context, steps, rows, samples)
+            largest_error = float(np.abs(errors).max())
         return ModelPlan(
             context=context,
             preset=name,
@@ -241,9 +241,22 @@ class Model:
             encoded_bytes=sum(_encoded_bytes(context, at, one) for _, at, one in steps),
             ciphertext_bytes=2 * (level + 1) * context.degree * 8,
             largest_error=largest_error,
-            _activations=plans,
-            _products=tuple((len(found), at) for found, at, _ in steps),
+            _counted=counted(context, self._layers, steps),
         )
+
+    def _predicted(self, context: _torvo.Context, steps: _Steps, rows: Array, samples: int) -> Array:
+        """The errors that `encrypt_predict` adds to what `clear` gives for samples."""
+        prediction = Prediction(context, self._layers, steps, 0 if samples == 1 else self.length)
+        errors = []
+        for begin in range(0, min(len(rows), DRAWN * samples), samples):
+            some = rows[begin : begin + samples]
+            packed = np.zeros(self._slots(samples))
+            numbers = some[0] if samples == 1 else self.pack(some)
+            packed[: len(numbers)] = numbers
+            answer = prediction.answer(packed).real
+            answers = answer[None, : self.outputs] if samples == 1 else self.unpack(answer)[: len(some)]
+            errors.append(answers - self.clear(some))
+        return np.resize(np.concatenate(errors), (len(rows), self.outputs))
 
     def _context(self, preset: Union[None, str, _torvo.Context], samples: int) -> tuple[_torvo.Context, str]:
         if preset is not None:
@@ -264,36 +277,6 @@ class Model:
             f"the model needs {self.levels} levels and {self._needed_slots(samples)} slots, which no preset without "
             "bootstraps has; give a larger error or a lower degree to the activations, or fewer samples"
         )
-
-    def _dry_run(
-        self, context: _torvo.Context, steps: Sequence[tuple[list[int], int, _Map]], data: Any
-    ) -> tuple[int, Optional[float], tuple[Plan, ...]]:
-        """Bytes of one key, the predicted error, and a plan for each activation."""
-        with Plan(context) as plan:
-            functions.sum(plan.encrypt(np.zeros(2)), length=2)
-        key = plan.report.key_bytes
-        rows = np.zeros((1, self.inputs)) if data is None else rows_of(data, self.inputs)
-        noisy, plans = _noisy(Plan(context), context, rows, context.encryption_level, lambda x: x), []
-        for layer, (_, level, _) in zip(self._layers, steps):
-            weights, biases = layer.scaled()
-            noisy = noisy @ weights.T + biases if data is not None else np.zeros((1, len(biases)))
-            if layer.activation is not None:
-                plans.append(Plan(context))
-                evaluate = partial(functions.evaluate, series=layer.activation.series)
-                noisy = _noisy(plans[-1], context, noisy, level - 1, evaluate)
-        return key, None if data is None else float(np.abs(noisy - self.exact(rows)).max()), tuple(plans)
-
-
-def _noisy(
-    plan: Plan, context: _torvo.Context, rows: Array, level: int, function: Callable[[Any], Any]
-) -> Array:
-    """`function` of rows, encrypted at a level, with the errors that a plan predicts."""
-    numbers, size = rows.ravel(), context.slots
-    parts = [numbers[i : i + size] for i in range(0, len(numbers), size)]
-    with plan:
-        results = [np.asarray(function(plan.encrypt(part, level=level)).noisy_message)[: len(part)] for part in parts]
-    together: Array = np.concatenate(results).real.reshape(rows.shape)
-    return together
 
 
 def _encoded_bytes(context: _torvo.Context, level: int, one: _Map) -> int:
