@@ -259,7 +259,7 @@ def test_other_operands_are_refused(every, entered, rng):
         (lambda: F.apply_transform(x, x), TypeError, "transform is a Ciphertext"),
         (lambda: F.apply_transform(x, plan.encrypt([1.0])), TypeError, "transform is a PlannedCiphertext"),
         (lambda: F.apply_transform(plan.encrypt([1.0]), [[1.0]]), torvo.Error, "no plan is set"),
-        (lambda: F.apply_transform(odd, [[1.0]]), ValueError, "message of 3 slots"),
+        (lambda: F.apply_transform(odd, [[1.0]]), torvo.Error, "message has 3 slots"),
         (lambda: F.sum_of_transforms([], []), ValueError, "no ciphertext"),
         (lambda: F.sum_of_transforms([x, x], [matrix]), torvo.Error, "2 ciphertexts, and 1"),
         (lambda: F.sum_of_transforms([x, y], [matrix, matrix]), ValueError, r"shapes \(4,\), \(8,\)"),
