@@ -1,7 +1,7 @@
 """What workers of a Dask cluster on this machine score in a second: threads against processes, and what Dask costs.
 
 Ciphertexts of all slots are scored, sigmoid(w x + b) over blocks of 16 slots, by `torvo.distributed.Pool`; ten
-different ones again and again. Scores are checked. In the last row ciphertexts and scores are files, and only their
+different ones again and again. Scores are checked. In the last rows ciphertexts and scores are files, and only their
 names travel. The table is the one of docs/scaling.md.
 
     python python/bench_distributed.py [--preset ST11] [--count 200] [--rounds 1]
@@ -33,7 +33,10 @@ FEATURES, BIAS = 16, -0.2
 WEIGHTS = 0.3 * np.cos(0.7 * np.arange(FEATURES))
 #: Workers, Dask threads of each, OpenMP threads of each call, whether by files.
 Row = tuple[int, int, int, bool]
-ROWS: tuple[Row, ...] = ((1, 1, 1, False), (1, 1, 2, False), (1, 2, 1, False), (2, 1, 1, False), (2, 1, 1, True))
+ROWS: tuple[Row, ...] = (
+    (1, 1, 1, False), (1, 1, 2, False), (1, 2, 1, False), (2, 1, 1, False),
+    (1, 1, 1, True), (1, 2, 1, True), (2, 1, 1, True),
+)
 
 
 def score(ct: Any, weights: Any, bias: float) -> Any:
@@ -147,11 +150,11 @@ def main() -> None:
     print(f"a ciphertext: {out:.2f} MiB out, {back:.2f} MiB back")
     print(f"keys: {key_bytes / 2**20:.0f} MiB; an empty task of Dask: {empty * 1e3:.1f} ms")
     columns = ("ciphertexts travel", "workers", "threads of each", "OpenMP threads of a call", "seconds",
-               "ciphertexts a second", "against the first row", "ms of processor for each: workers",
+               "ciphertexts a second", "against one worker with one thread", "ms of processor for each: workers",
                "client and scheduler", "MiB of a worker")
     print(f"| {' | '.join(columns)} |\n|{' --- |' * len(columns)}")
     for (workers, threads, openmp, by_files), of in best.items():
-        times = f"{of.seconds:.1f} | {options.count / of.seconds:.2f} | {best[ROWS[0]].seconds / of.seconds:.2f}"
+        times = f"{of.seconds:.1f} | {options.count / of.seconds:.2f} | {best[(1, 1, 1, by_files)].seconds / of.seconds:.2f}"
         cpu = " | ".join(f"{seconds / options.count * 1e3:.0f}" for seconds in (of.workers_cpu, of.client_cpu))
         numbers = f"{times} | {cpu} | {of.mib:.0f}"
         print(f"| {'as files' if by_files else 'through Dask'} | {workers} | {threads} | {openmp} | {numbers} |")
