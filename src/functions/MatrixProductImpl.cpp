@@ -167,7 +167,7 @@ Ciphertext MatrixProductImpl::mult(const HomEvaluator& on, const Ciphertext& a, 
     requireTransformable(evaluator, b, std::span(&ofSecond, 1));
     const CipherOperations operations(on);
     const std::set<u64> indices = rotationIndices();
-    operations.requireRotations({indices.begin(), indices.end()});
+    evaluator.requireLeftRotationKeys({indices.begin(), indices.end()});
     operations.requireMultiplicationKey();
 
     const Ciphertext first = std::move(applyTransforms(evaluator, a, std::span(&ofFirst, 1)).front());

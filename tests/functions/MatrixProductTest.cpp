@@ -139,6 +139,29 @@ TEST_F(MatrixProducts, RefuseInTheirOrder) {
     EXPECT_TRUE(sameWords(out, before));
 }
 
+// Keys of which single rotations are composed are of no use to rotations that share a decomposition. Any two of the
+// others may be missing, also where two steps of the product need them.
+TEST_F(MatrixProducts, NameKeysTogetherThatABundleDoesNotMakeUpFor) {
+    const MatrixProduct product(context, 4, 4, 3);
+    const Indices indices = product.getRotationIndices();
+    const Ciphertext in = scheme.encrypt(random.message(4), 3), before = usedLonger(context);
+    for (const u64 a : indices)
+        for (const u64 b : indices) {
+            if (a >= b || std::has_single_bit(a) || std::has_single_bit(b)) continue;
+            const KeyPack pack(context);
+            const KeyGenerator generator(context, scheme.secretKey, pack);
+            generator.genMultKey();
+            generator.genRotKeyBundle(); // of powers of two, to the left and to the right
+            for (const u64 index : indices)
+                if (index != a && index != b && !std::has_single_bit(index)) generator.genLeftRotKey(index);
+            Ciphertext out = before;
+            EXPECT_REFUSED(product.mult(HomEvaluator(context, pack), in, in, out),
+                           "Failed to load the left rotation keys for indices " + std::to_string(a) + ", " +
+                               std::to_string(b));
+            EXPECT_TRUE(sameWords(out, before));
+        }
+}
+
 TEST_F(MatrixProducts, HaveATranspositionOfFewKeys) {
     const LinearTransform transposition = MatrixProduct::transposition(4);
     const EncodedTransform encoded(context, transposition, 4, 3, {4});
