@@ -252,9 +252,7 @@ void bindContext(py::module_& module) {
             "__deepcopy__", [](const SharedContext& self, const py::object&) { return self; },
             py::arg("memo"))
         .def("__reduce__", [](const SharedContext& self) {
-            // A static method has no name that a pickle could find again.
-            const py::object restore = py::module_::import("torvo._pickling").attr("context");
-            return py::make_tuple(restore, py::make_tuple(py::bytes(recipeOf(self.context))));
+            return restoredBy("Context", py::make_tuple(py::bytes(recipeOf(self.context))));
         });
 }
 

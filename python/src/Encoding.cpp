@@ -83,8 +83,7 @@ void bindEncoding(py::module_& module) {
     handle.def_property_readonly("is_zero", getter<Plaintext>(&Plaintext::isZero),
                                  "Whether all its words are zero.");
     handle.def("__reduce__", [](const PlaintextHandle& self) {
-        const py::object restore = py::module_::import("torvo._pickling").attr("plaintext");
-        return py::make_tuple(restore, py::make_tuple(contextOf(self), savedBytes(self)));
+        return restoredBy("Plaintext", py::make_tuple(contextOf(self), savedBytes(self)));
     });
     defineStamps<Plaintext>(handle);
     defineSave<Plaintext>(handle, "Writes the plaintext into a file, which is replaced as a whole.");

@@ -36,12 +36,6 @@ struct BootstrappingHandle {
     std::shared_ptr<BootstrapperHandle> bootstrapper;
 };
 
-/// What a pickle holds of an object with a file: how `torvo._pickling` makes it again.
-inline py::tuple restoredBy(const char* kind, const py::tuple& arguments) {
-    const py::object restore = py::module_::import("torvo._pickling").attr("loaded");
-    return py::make_tuple(restore, py::make_tuple(kind, arguments));
-}
-
 /// `to` of what can be on a device.
 template <class T, class Class>
 void defineMove(Class& handle) {

@@ -199,8 +199,7 @@ void bindEncoded(py::module_& module) {
             py::arg("evaluator"), py::arg("operands"), py::arg("transforms"), py::arg("out"),
             "out = the sum of the transforms, one for each ciphertext, rescaled once.");
     handle.def("__reduce__", [](const EncodedHandle& self) {
-        const py::object restore = py::module_::import("torvo._pickling").attr("encoded_transform");
-        return py::make_tuple(restore, py::make_tuple(contextOf(self), savedBytes(self)));
+        return restoredBy("EncodedTransform", py::make_tuple(contextOf(self), savedBytes(self)));
     });
     defineSave<EncodedTransform>(handle, "Writes the transform into a file, which is replaced as a whole.");
     defineLoad<EncodedTransform>(handle, "transform");

@@ -164,8 +164,7 @@ void bindMessage(py::module_& module) {
         },
         py::is_method(handle), py::arg("memo"));
     handle.def("__reduce__", [](const MessageHandle& self) {
-        const py::object restore = py::module_::import("torvo._pickling").attr("message");
-        return py::make_tuple(restore, py::make_tuple(savedBytes(self)));
+        return restoredBy("Message", py::make_tuple(savedBytes(self)));
     });
     defineSlots(handle);
     defineStorage(handle);

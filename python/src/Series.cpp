@@ -184,8 +184,7 @@ void bindSeries(py::module_& module) {
             },
             py::arg("data"), "The series whose `to_bytes` gave these.")
         .def("__reduce__", [](const SeriesHandle& self) {
-            const py::object restore = py::module_::import("torvo._pickling").attr("series");
-            return py::make_tuple(restore, py::make_tuple(savedBytes(self)));
+            return restoredBy("ChebyshevSeries", py::make_tuple(savedBytes(self)));
         });
 }
 

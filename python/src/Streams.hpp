@@ -46,6 +46,12 @@ py::bytes savedBytes(const Guarded<T>& self) {
     return result;
 }
 
+/// What a pickle holds of an object with a file: how `torvo._pickling` makes it again.
+inline py::tuple restoredBy(const char* kind, const py::tuple& arguments) {
+    const py::object restore = py::module_::import("torvo._pickling").attr("loaded");
+    return py::make_tuple(restore, py::make_tuple(kind, arguments));
+}
+
 /// Reads an object from bytes of Python, all of them. `load` is called under the locks that are wanted, without the
 /// interpreter's lock.
 template <class Load>

@@ -9,31 +9,6 @@ from ._ciphertext import Ciphertext, CiphertextArray
 from ._keys import PublicKeys
 
 
-def context(data: bytes) -> _torvo.Context:
-    """The context of this process with this content."""
-    return _torvo.Context.from_bytes(data)
-
-
-def message(data: bytes) -> _torvo.Message:
-    """A message from its file."""
-    return _torvo.Message.from_bytes(data)
-
-
-def plaintext(context: _torvo.Context, data: bytes) -> _torvo.Plaintext:
-    """A plaintext from its file."""
-    return _torvo.Plaintext.from_bytes(context, data)
-
-
-def series(data: bytes) -> _torvo.ChebyshevSeries:
-    """A series from its file."""
-    return _torvo.ChebyshevSeries.from_bytes(data)
-
-
-def encoded_transform(context: _torvo.Context, data: bytes) -> _torvo.EncodedTransform:
-    """An encoded transform from its file."""
-    return _torvo.EncodedTransform.from_bytes(context, data)
-
-
 def ciphertext(context: _torvo.Context, data: bytes, shape: tuple[int, ...], kind: str) -> Ciphertext:
     """A ciphertext from its file, with the shape and the kind of numbers that only Python remembers."""
     return Ciphertext.from_bytes(context, data, shape, kind)
