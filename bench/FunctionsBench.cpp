@@ -111,7 +111,7 @@ struct Function {
     const char* name;
     Apply<Ciphertext> run;
     Apply<PlannedCiphertext> plan;
-    u64 logSlots = 0;    ///< 0 for all slots
+    u64 log_slots = 0;   ///< 0 for all slots
     bool isDeep = false; ///< beyond 12 levels
 };
 
@@ -130,7 +130,7 @@ Function named(const char* name, Function function) {
 
 /// Of four numbers.
 Function sorting(Function function, bool isDeep) {
-    function.logSlots = 2;
+    function.log_slots = 2;
     function.isDeep = isDeep;
     return function;
 }
@@ -195,13 +195,13 @@ struct FunctionWorkbench {
         generator.genMultKey();
     }
 
-    Ciphertext encrypted(u64 logSlots, u64 first) const {
+    Ciphertext encrypted(u64 log_slots, u64 first) const {
         Ciphertext out(context);
-        Encryptor(context).encrypt(numbers(logSlots, first), generator.getKeyPack(), out);
+        Encryptor(context).encrypt(numbers(log_slots, first), generator.getKeyPack(), out);
         return out;
     }
-    Message numbers(u64 logSlots, u64 first) const {
-        Message message(logSlots == 0 ? getLogFullSlots(context) : logSlots);
+    Message numbers(u64 log_slots, u64 first) const {
+        Message message(log_slots == 0 ? getLogFullSlots(context) : log_slots);
         for (u64 i = 0; i < message.getSize(); ++i)
             message[i] = 0.25 + 0.75 * static_cast<double>((i + first) * 7 % 16) / 15;
         return message;
@@ -228,10 +228,11 @@ void runFunction(benchmark::State& state, FunctionWorkbench& w, const Function& 
     const Plan plan(w.context);
     PlannedCiphertext planned;
     function.plan(
-        plan, {plan.encrypt(w.numbers(function.logSlots, 0)), plan.encrypt(w.numbers(function.logSlots, 5))},
+        plan,
+        {plan.encrypt(w.numbers(function.log_slots, 0)), plan.encrypt(w.numbers(function.log_slots, 5))},
         planned);
     makeKeys(w.generator, plan.getReport().leftRotations);
-    const Operands<Ciphertext> in{w.encrypted(function.logSlots, 0), w.encrypted(function.logSlots, 5)};
+    const Operands<Ciphertext> in{w.encrypted(function.log_slots, 0), w.encrypted(function.log_slots, 5)};
     Ciphertext out(w.context);
     if (isCounted) {
         CountedSteps steps(w.evaluator, in.x, plan);
@@ -247,8 +248,8 @@ constexpr u64 matrixDimension = 4;
 
 /// As many products of four by four matrices as lie beside each other in all slots.
 void runMatrixProduct(benchmark::State& state, FunctionWorkbench& w, int threads) {
-    const u64 logSlots = getLogFullSlots(w.context);
-    const MatrixProduct product(w.context, matrixDimension, logSlots, 3);
+    const u64 log_slots = getLogFullSlots(w.context);
+    const MatrixProduct product(w.context, matrixDimension, log_slots, 3);
     const std::vector<unsigned long> rotations = product.getRotationIndices();
     makeKeys(w.generator, {rotations.begin(), rotations.end()});
     Ciphertext a = w.encrypted(0, 0), b = w.encrypted(0, 5), out(w.context);

@@ -120,10 +120,10 @@ void bindTransform(py::module_& module) {
                                "The diagonals that are not zero.")
         .def(
             "rotations",
-            [](const LinearTransform& self, const SharedContext& context, unsigned long logSlots,
+            [](const LinearTransform& self, const SharedContext& context, unsigned long log_slots,
                unsigned long level, const TransformOptions& options) {
                 const py::gil_scoped_release released;
-                return self.getRotationIndices(context.context, logSlots, level, options);
+                return self.getRotationIndices(context.context, log_slots, level, options);
             },
             py::arg("context"), py::arg("log_slots"), py::arg("level"),
             py::arg("options") = TransformOptions(),
@@ -160,9 +160,10 @@ void bindEncoded(py::module_& module) {
              }),
              py::arg("context"))
         .def(py::init([](const SharedContext& context, const LinearTransform& transform,
-                         unsigned long logSlots, unsigned long level, const TransformOptions& options) {
+                         unsigned long log_slots, unsigned long level, const TransformOptions& options) {
                  const py::gil_scoped_release released;
-                 return std::make_unique<EncodedHandle>(context.context, transform, logSlots, level, options);
+                 return std::make_unique<EncodedHandle>(context.context, transform, log_slots, level,
+                                                        options);
              }),
              py::arg("context"), py::arg("transform"), py::arg("log_slots"), py::arg("level"),
              py::arg("options") = TransformOptions())
@@ -210,10 +211,10 @@ void bindProduct(py::module_& module) {
         module, "MatrixProduct",
         "Products of encrypted square matrices, row by row in the slots, for three levels. The dimension is "
         "a power of two; several matrices may lie one behind the other.")
-        .def(py::init([](const SharedContext& context, unsigned long dimension, unsigned long logSlots,
+        .def(py::init([](const SharedContext& context, unsigned long dimension, unsigned long log_slots,
                          unsigned long level) {
                  const py::gil_scoped_release released;
-                 return std::make_unique<MatrixProduct>(context.context, dimension, logSlots, level);
+                 return std::make_unique<MatrixProduct>(context.context, dimension, log_slots, level);
              }),
              py::arg("context"), py::arg("dimension"), py::arg("log_slots"), py::arg("level"))
         .def_property_readonly(
@@ -228,10 +229,10 @@ void bindProduct(py::module_& module) {
             "The rotations to the left that it needs keys for.")
         .def_static(
             "rotations_for",
-            [](const SharedContext& context, unsigned long dimension, unsigned long logSlots,
+            [](const SharedContext& context, unsigned long dimension, unsigned long log_slots,
                unsigned long level) {
                 const py::gil_scoped_release released;
-                return MatrixProduct::getRotationIndices(context.context, dimension, logSlots, level);
+                return MatrixProduct::getRotationIndices(context.context, dimension, log_slots, level);
             },
             py::arg("context"), py::arg("dimension"), py::arg("log_slots"), py::arg("level"),
             "The same before anything is encoded.")
@@ -254,9 +255,9 @@ void defineCache(py::class_<Cached>& handle) {
     handle
         .def(
             "rotations",
-            [](const Cached& self, const SharedContext& context, unsigned long logSlots) {
+            [](const Cached& self, const SharedContext& context, unsigned long log_slots) {
                 const py::gil_scoped_release released;
-                return self.getRotationIndices(context.context, logSlots);
+                return self.getRotationIndices(context.context, log_slots);
             },
             py::arg("context"), py::arg("log_slots"),
             "The rotations to the left that it needs keys for on 2^log_slots slots, at any level.")

@@ -5,8 +5,6 @@
 
 #include <Torvo/LinearTransform.hpp>
 
-#include <set>
-
 namespace Torvo {
 
 namespace {
@@ -55,10 +53,7 @@ unsigned long CachedMatrixProduct::getDimension() const {
 
 std::vector<unsigned long> CachedMatrixProduct::getRotationIndices(const Context& context,
                                                                    unsigned long log_slots) const {
-    std::set<u64> indices;
-    for (const Transform& transform : impl_->all())
-        for (const u64 index : transform->plan(context, log_slots)->rotationIndices()) indices.insert(index);
-    return {indices.begin(), indices.end()};
+    return rotationIndicesOf(impl_->all(), context, log_slots);
 }
 
 unsigned long CachedMatrixProduct::getEncodedBytes() const {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <set>
 #include <utility>
 
 namespace Torvo {
@@ -78,6 +79,14 @@ void CachedTransformImpl::clear() const {
     std::vector<KeptEncoding> given;
     const std::lock_guard lock(mutex_);
     given.swap(encodings_);
+}
+
+std::vector<u64> rotationIndicesOf(const std::vector<std::shared_ptr<const CachedTransformImpl>>& transforms,
+                                   const Context& context, u64 log_slots) {
+    std::set<u64> indices;
+    for (const auto& transform : transforms)
+        for (const u64 index : transform->plan(context, log_slots)->rotationIndices()) indices.insert(index);
+    return {indices.begin(), indices.end()};
 }
 
 } // namespace Torvo

@@ -54,4 +54,8 @@ private:
     mutable std::vector<KeptEncoding> encodings_;
 };
 
+/// The indices of the rotation keys that any of these needs, in ascending order.
+std::vector<u64> rotationIndicesOf(const std::vector<std::shared_ptr<const CachedTransformImpl>>& transforms,
+                                   const Context& context, u64 log_slots);
+
 } // namespace Torvo

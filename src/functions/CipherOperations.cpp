@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
 
 namespace Torvo {
 
@@ -102,14 +101,11 @@ void CipherOperations::requireRotations(const std::vector<u64>& indices) const {
     evaluator_->requireLeftRotationKeys(wanted);
 }
 
-void CipherOperations::requireTransforms(const TransformTable& transforms, u64 logSlots) const {
-    std::set<u64> indices;
-    for (const auto& ofInput : transforms)
-        for (const auto& transform : ofInput)
-            for (const u64 index : transform->plan(evaluator_->getContext(), logSlots)->rotationIndices())
-                indices.insert(index);
+void CipherOperations::requireTransforms(const TransformTable& transforms, u64 log_slots) const {
+    std::vector<std::shared_ptr<const CachedTransformImpl>> all;
+    for (const auto& ofInput : transforms) all.insert(all.end(), ofInput.begin(), ofInput.end());
     // Rotations that share one decomposition are made of no others.
-    evaluator_->requireLeftRotationKeys({indices.begin(), indices.end()});
+    evaluator_->requireLeftRotationKeys(rotationIndicesOf(all, evaluator_->getContext(), log_slots));
 }
 
 void CipherOperations::requireMultiplicationKey() const {

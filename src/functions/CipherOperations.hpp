@@ -27,7 +27,7 @@ public:
 
     void requireOperand(const Ciphertext& x) const override;
     void requireRotations(const std::vector<u64>& indices) const override;
-    void requireTransforms(const TransformTable& transforms, u64 logSlots) const override;
+    void requireTransforms(const TransformTable& transforms, u64 log_slots) const override;
     void requireMultiplicationKey() const override;
     void prepare(const std::string& what, u64 levels, Range range,
                  std::vector<Ciphertext*> values) const override;

@@ -25,11 +25,12 @@ public:
                  const TransformTable& transforms)
         : operations_(operations), function_(function), range_{bounds.bound, bounds.isReal}, ins_(ins) {
         for (const Value* in : ins) operations.requireOperand(*in);
-        const u64 logSlots = operations.logSlots(*ins.front());
-        for (const Value* in : ins) require(operations.logSlots(*in) == logSlots, message::differentLogSlots);
+        const u64 log_slots = operations.logSlots(*ins.front());
+        for (const Value* in : ins)
+            require(operations.logSlots(*in) == log_slots, message::differentLogSlots);
         requireBound(function, bounds.bound);
         if (bounds.resultBound != 0) requireBound(function, bounds.resultBound);
-        operations.requireTransforms(transforms, logSlots);
+        operations.requireTransforms(transforms, log_slots);
     }
 
     /// Copies with `levels` to spend. An input that is there twice has one.

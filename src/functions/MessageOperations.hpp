@@ -34,7 +34,7 @@ public:
 
     void requireOperand(const Message& x) const override;
     void requireRotations(const std::vector<u64>&) const override {}
-    void requireTransforms(const TransformTable& transforms, u64 logSlots) const override;
+    void requireTransforms(const TransformTable& transforms, u64 log_slots) const override;
     void requireMultiplicationKey() const override {}
     void prepare(const std::string&, u64, Range, std::vector<Message*>) const override {}
 

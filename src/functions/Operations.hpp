@@ -72,7 +72,7 @@ public:
     virtual void requireRotations(const std::vector<u64>& indices) const = 0;
     /// Refuses transforms that do not fit the slots, or need more keys than they may; then names all keys at once that
     /// they lack.
-    virtual void requireTransforms(const TransformTable& transforms, u64 logSlots) const = 0;
+    virtual void requireTransforms(const TransformTable& transforms, u64 log_slots) const = 0;
     /// @throws RuntimeException "Failed to load the multiplication key"
     virtual void requireMultiplicationKey() const = 0;
     /// Makes sure that `levels` can be spent on each of `values`, which owe no rescale. `what` says whose levels these

@@ -131,9 +131,9 @@ void PlanImpl::countRotation(Step step, u64 index, u64 level) {
     leftRotations_.insert(index);
 }
 
-void PlanImpl::countBootstrap(u64 level, u64 logSlots) {
+void PlanImpl::countBootstrap(u64 level, u64 log_slots) {
     count(Step::Bootstrap, level);
-    bootstrapped_.insert(logSlots);
+    bootstrapped_.insert(log_slots);
 }
 
 void PlanImpl::countEncoding(u64 id, const TransformPlace& place, double factor, u64 bytes) {
@@ -185,8 +185,8 @@ u64 PlanImpl::bytesOfConstants() const {
     std::set<u64> made = bootstrapped_;
     made.insert(getLogFullSlots(context_));
     const Parameter& parameter = context_->parameter;
-    for (const u64 logSlots : made)
-        bytes += BootShapes(logSlots, parameter.chain_length).rowCount() * parameter.degree * sizeof(u64);
+    for (const u64 log_slots : made)
+        bytes += BootShapes(log_slots, parameter.chain_length).rowCount() * parameter.degree * sizeof(u64);
     return bytes;
 }
 

@@ -50,7 +50,7 @@ public:
     void count(Step step, u64 level);
     /// `step` is Rotate, BabyStep or GiantStep.
     void countRotation(Step step, u64 index, u64 level);
-    void countBootstrap(u64 level, u64 logSlots);
+    void countBootstrap(u64 level, u64 log_slots);
     /// What the transform `id`, times `factor`, keeps when it is encoded; the first time that it is.
     void countEncoding(u64 id, const TransformPlace& place, double factor, u64 bytes);
     /// Says that a ciphertext came to `level`.

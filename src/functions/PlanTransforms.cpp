@@ -106,9 +106,9 @@ private:
 
 } // namespace
 
-void PlanOperations::requireTransforms(const TransformTable& transforms, u64 logSlots) const {
+void PlanOperations::requireTransforms(const TransformTable& transforms, u64 log_slots) const {
     for (const auto& ofInput : transforms)
-        for (const auto& transform : ofInput) transform->plan(plan_->getContext(), logSlots);
+        for (const auto& transform : ofInput) transform->plan(plan_->getContext(), log_slots);
 }
 
 std::vector<PlannedCiphertext> PlanOperations::transform(const std::vector<const PlannedCiphertext*>& ins,
